@@ -1,0 +1,76 @@
+/* SPDX-License-Identifier: MIT */
+/* Scenarios: a piece of code runs in a child process, with library state of its own as it is at load. */
+#ifndef TESTS_SUPPORT_CHILD_H
+#define TESTS_SUPPORT_CHILD_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "log.h"
+
+namespace vostest {
+
+using Body = std::function<void()>;
+using Milliseconds = std::chrono::milliseconds;
+
+/* How long anything may take. Generous, because it is only reached when something is broken; multiplied by the
+ * environment's VOS_TEST_PATIENCE, for emulators. */
+Milliseconds deadline();
+
+/* What a finished child has left behind. */
+struct Outcome {
+    std::string output;  // everything it wrote to standard output
+    int status = 0;      // as waitpid() gives it
+
+    [[nodiscard]] bool exited(int code) const;
+    [[nodiscard]] bool killedBy(int signal) const;
+    /* The log lines, checked for the header of this child; see splitLog(). */
+    [[nodiscard]] std::vector<std::string> messages() const;
+    pid_t pid = 0;
+};
+
+/* A running child. One that is still alive when its handle goes out of scope is killed. */
+class Process {
+  public:
+    explicit Process(const Body &body);
+    Process(Process &&other) noexcept;
+    Process &operator=(Process &&) = delete;
+    ~Process();
+
+    [[nodiscard]] pid_t pid() const { return pid_; }
+    void send(int signal) const;
+    /* Waits until the child has called ready(). */
+    void awaitReady();
+    /* Waits until the child's output contains a text, and returns all output so far. */
+    std::string awaitOutput(const std::string &text);
+    /* Waits for the end of the child and of its output. */
+    Outcome finish();
+
+  private:
+    bool readMore(std::chrono::steady_clock::time_point until);
+
+    pid_t pid_ = -1;
+    int output_ = -1;
+    int ready_ = -1;
+    std::string text_;
+};
+
+/* Called in a child: tells its parent that it has come to the point where others may meet it. */
+void ready();
+
+/* Starts a child that runs `body` and then exits with 0. A failed expectation in the child fails the parent's test. */
+Process start(const Body &body);
+
+/* Starts a child and waits for its end. */
+Outcome run(const Body &body);
+
+/* Waits until a condition holds, asking again and again; false when the deadline has passed. */
+bool eventually(const std::function<bool()> &condition);
+
+}  // namespace vostest
+
+#endif

@@ -1,0 +1,19 @@
+/* SPDX-License-Identifier: MIT */
+/* Every test program's main: tests only run in the sandbox, so that none of them ever touches the machine. */
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "faults.h"
+
+int main(int argc, char **argv) {
+    testing::InitGoogleMock(&argc, argv);
+    if (getenv("VOS_SANDBOX") == nullptr && !testing::GTEST_FLAG(list_tests)) {
+        fprintf(stderr, "run me as: tests/support/sandbox %s\n", argv[0]);
+        return EXIT_FAILURE;
+    }
+    vostest::Faults::install();
+    return RUN_ALL_TESTS();
+}

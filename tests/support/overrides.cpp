@@ -1,0 +1,300 @@
+/* SPDX-License-Identifier: MIT */
+#include "overrides.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include <string_view>
+#include <unordered_set>
+
+#include "faults.h"
+
+/* How atexit() reaches the system library from a shared object. */
+extern "C" int __cxa_atexit(void (*hook)(void *), void *argument, void *object) noexcept;
+
+namespace vostest {
+
+namespace {
+
+/* The armed fault. Plain data besides `left`: it is written before arming and read by whoever counts down. */
+struct Armed {
+    std::array<char, 32> call{};
+    int error = 0;
+    long shortTo = -1;
+    std::atomic<int> left = 0;  // 1: the next such call fails
+    std::atomic<bool> struck = false;
+} armed;
+
+std::atomic<bool> recording = false;
+std::mutex recordMutex;
+std::vector<std::string> recorded;
+
+enum class Kind { Listed, Output };
+enum class Verdict { Pass, Fail, Shorten };
+
+Verdict enter(const char *call, Kind kind) {
+    if (recording.load(std::memory_order_relaxed) && kind == Kind::Listed) {
+        const std::lock_guard lock(recordMutex);
+        recorded.emplace_back(call);
+    }
+    if (armed.left.load(std::memory_order_relaxed) == 0 || strcmp(armed.call.data(), call) != 0) return Verdict::Pass;
+    if (armed.left.fetch_sub(1) != 1) return Verdict::Pass;
+    armed.struck = true;
+    return armed.shortTo >= 0 ? Verdict::Shorten : Verdict::Fail;
+}
+
+int errorOr(int usual) { return armed.error != 0 ? armed.error : usual; }
+
+struct ERRNO {
+    static constexpr Kind kind = Kind::Listed;
+    template <class Result>
+    static Result failed() {
+        errno = errorOr(EIO);
+        return static_cast<Result>(-1);
+    }
+};
+struct OUTPUT : ERRNO {
+    static constexpr Kind kind = Kind::Output;
+};
+struct NOTHING {
+    static constexpr Kind kind = Kind::Listed;
+    template <class Result>
+    static Result failed() {
+        errno = errorOr(EIO);
+        return nullptr;
+    }
+};
+struct CODE {
+    static constexpr Kind kind = Kind::Listed;
+    template <class Result>
+    static Result failed() {
+        return errorOr(EIO);
+    }
+};
+
+namespace over {
+
+#define FAILS(result, name, parameters, arguments, failure)                                 \
+    result name parameters {                                                                \
+        if (enter(#name, failure::kind) == Verdict::Fail) return failure::failed<result>(); \
+        return ::name arguments;                                                            \
+    }
+#define MOVES(result, name, parameters, arguments, length)                                              \
+    result name parameters {                                                                            \
+        const Verdict verdict = enter(#name, Kind::Listed);                                             \
+        if (verdict == Verdict::Fail) return ERRNO::failed<result>();                                   \
+        if (verdict == Verdict::Shorten) length = std::min(length, static_cast<size_t>(armed.shortTo)); \
+        return ::name arguments;                                                                        \
+    }
+#include "overrides.inc"
+#undef FAILS
+#undef MOVES
+
+/* Calls whose parameters do not fit the table. */
+
+int open(const char *path, int flags, ...) {
+    va_list list;
+    va_start(list, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(list, mode_t) : 0;
+    va_end(list);
+    if (enter("open", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
+    return ::open(path, flags, mode);
+}
+
+void *shmat(int segment, const void *address, int flags) {
+    if (enter("shmat", Kind::Listed) == Verdict::Fail) {
+        errno = errorOr(EIO);
+        return reinterpret_cast<void *>(-1);
+    }
+    return ::shmat(segment, address, flags);
+}
+
+using SignalHandler = void (*)(int);
+SignalHandler signal(int number, SignalHandler handler) {
+    if (enter("signal", Kind::Listed) == Verdict::Fail) {
+        errno = errorOr(EINVAL);
+        return SIG_ERR;
+    }
+    return ::signal(number, handler);
+}
+
+int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
+    if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
+    return __cxa_atexit(hook, argument, object);
+}
+
+/* The heap: every block that libvos has taken is known until libvos gives it back. */
+
+std::mutex heapMutex;
+std::unordered_set<void *> blocks;
+
+void *taken(void *block) {
+    const std::lock_guard lock(heapMutex);
+    if (block != nullptr) blocks.insert(block);
+    return block;
+}
+
+void given(void *block) {
+    const std::lock_guard lock(heapMutex);
+    blocks.erase(block);
+}
+
+bool refused(const char *call) {
+    if (enter(call, Kind::Listed) != Verdict::Fail) return false;
+    errno = errorOr(ENOMEM);
+    return true;
+}
+
+void *malloc(size_t size) { return refused("malloc") ? nullptr : taken(::malloc(size)); }
+
+void *calloc(size_t count, size_t size) { return refused("calloc") ? nullptr : taken(::calloc(count, size)); }
+
+void *realloc(void *block, size_t size) {
+    if (refused("realloc")) return nullptr;
+    given(block);
+    void *const moved = ::realloc(block, size);
+    return taken(moved != nullptr ? moved : block) == moved ? moved : nullptr;
+}
+
+void free(void *block) {
+    given(block);
+    ::free(block);
+}
+
+/* What a hardened build calls in place of the plain functions; they fail under the plain names. */
+
+int vfprintfChecked(FILE *stream, int, const char *format, va_list list) {
+    return stream == stdout ? over::vprintf(format, list) : over::vfprintf(stream, format, list);
+}
+int vprintfChecked(int, const char *format, va_list list) { return over::vprintf(format, list); }
+int vsnprintfChecked(char *to, size_t size, int, size_t, const char *format, va_list list) {
+    return over::vsnprintf(to, size, format, list);
+}
+ssize_t readChecked(int fd, void *to, size_t length, size_t) { return over::read(fd, to, length); }
+
+}  // namespace over
+
+struct Override {
+    std::string_view name;
+    void *replacement;
+};
+
+template <class Function>
+Override entry(std::string_view name, Function *replacement) {
+    return {name, reinterpret_cast<void *>(replacement)};
+}
+
+const std::vector<Override> &overrides() {
+    static const std::vector<Override> all{
+#define FAILS(result, name, parameters, arguments, failure) entry(#name, over::name),
+#define MOVES                                               FAILS
+#include "overrides.inc"
+#undef FAILS
+#undef MOVES
+        entry("open", over::open),
+        entry("shmat", over::shmat),
+        entry("signal", over::signal),
+        entry("__cxa_atexit", over::cxaAtexit),
+        entry("malloc", over::malloc),
+        entry("calloc", over::calloc),
+        entry("realloc", over::realloc),
+        entry("free", over::free),
+        entry("__vfprintf_chk", over::vfprintfChecked),
+        entry("__vprintf_chk", over::vprintfChecked),
+        entry("__vsnprintf_chk", over::vsnprintfChecked),
+        entry("__read_chk", over::readChecked),
+    };
+    return all;
+}
+
+/* Reviewed: these cannot fail, or a failure cannot be told from success. */
+constexpr std::string_view kCannotFail[] = {
+    // addresses
+    "__errno_location",
+    "stdout",
+    // memory only
+    "memcmp",
+    "memcpy",
+    "memmove",
+    "memset",
+    "strcmp",
+    "strerror",
+    "strlen",
+    // processes: always succeed, or their result is passed on as it is
+    "getopt",
+    "getpid",
+    // formats that only hold numbers and short texts, into bounded buffers
+    "__snprintf_chk",
+    "snprintf",
+    // do not return
+    "__stack_chk_fail",
+    "__stack_chk_guard",
+    "abort",
+    // start-up files
+    "_ITM_deregisterTMCloneTable",
+    "_ITM_registerTMCloneTable",
+    "__cxa_finalize",
+    "__gmon_start__",
+};
+
+/* Calls that instrumented builds add. */
+constexpr std::string_view kInstrumentation[] = {"__asan_", "__ubsan_", "__tsan_",  "__sanitizer_",
+                                                 "__gcov_", "__llvm_",  "__sancov_"};
+
+}  // namespace
+
+void *overrideOf(const std::string &name) {
+    for (const Override &each : overrides())
+        if (each.name == name) return each.replacement;
+    return nullptr;
+}
+
+bool cannotFail(const std::string &name) {
+    const auto begins = [&](std::string_view prefix) { return name.starts_with(prefix); };
+    return std::ranges::find(kCannotFail, name) != std::end(kCannotFail) ||
+           std::ranges::any_of(kInstrumentation, begins);
+}
+
+bool Faults::knows(const std::string &call) { return overrideOf(call == "atexit" ? "__cxa_atexit" : call) != nullptr; }
+
+void Faults::arm(const FaultPoint &point) {
+    armed.call = {};
+    point.call.copy(armed.call.data(), armed.call.size() - 1);
+    armed.error = point.error;
+    armed.shortTo = point.shortTo;
+    armed.struck = false;
+    armed.left = point.occurrence;
+}
+
+bool Faults::disarm() {
+    armed.left = 0;
+    return armed.struck;
+}
+
+std::vector<std::string> Faults::record(const std::function<void()> &action) {
+    recorded.clear();
+    recording = true;
+    action();
+    recording = false;
+    return std::move(recorded);
+}
+
+int Faults::liveBlocks() {
+    const std::lock_guard lock(over::heapMutex);
+    return static_cast<int>(over::blocks.size());
+}
+
+}  // namespace vostest

@@ -1,0 +1,47 @@
+/* SPDX-License-Identifier: MIT */
+/* Short texts put together in place: no heap, no format, never past the end. */
+#ifndef VOS_BASE_TEXT_H
+#define VOS_BASE_TEXT_H
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <string_view>
+
+namespace vos {
+
+/* A NUL-terminated text of at most Size - 1 characters. What does not fit is cut off, and fits() tells. */
+template <std::size_t Size>
+class Text {
+  public:
+    Text &append(std::string_view more) {
+        const std::size_t room = std::min(more.size(), Size - 1 - length_);
+        std::copy_n(more.data(), room, text_.data() + length_);
+        length_ += room;
+        text_[length_] = '\0';
+        fits_ = fits_ && room == more.size();
+        return *this;
+    }
+
+    template <class Integer>
+    Text &appendDecimal(Integer number) {
+        std::array<char, 24> digits;
+        const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+        return append({digits.data(), static_cast<std::size_t>(end - digits.data())});
+    }
+
+    [[nodiscard]] bool fits() const { return fits_; }
+    [[nodiscard]] std::size_t length() const { return length_; }
+    [[nodiscard]] const char *get() const { return text_.data(); }
+
+  private:
+    /* Only the first byte is set: the rest is written before it is read. */
+    std::array<char, Size> text_;
+    std::size_t length_ = (text_[0] = '\0', 0);
+    bool fits_ = true;
+};
+
+}  // namespace vos
+
+#endif
