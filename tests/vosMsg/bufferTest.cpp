@@ -1,0 +1,32 @@
+/* SPDX-License-Identifier: MIT */
+#include <gmock/gmock.h>
+
+#include "support/child.h"
+#include "vos.h"
+
+using namespace vostest;
+
+TEST(MessageBuffers, HaveTheirSizeAndAlignmentAndTheCheckPasses) {
+    const Outcome outcome = run([] {
+        EXPECT_EQ(sizeof g_vosMsgBufferRecv, 64600u);
+        EXPECT_EQ(sizeof g_vosMsgBufferSend, 64600u);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(g_vosMsgBufferRecv) % 8, 0u);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(g_vosMsgBufferSend) % 8, 0u);
+        vosDebugConfig(0xFFFFFFFFu);
+        EXPECT_EQ(vosMsgCheck(), VOS_OK);
+    });
+    EXPECT_EQ(outcome.output, "");
+}
+
+TEST(MessageTypes, HaveTheirCodes) {
+    EXPECT_EQ(VOS_MSG_TYPE_BLDRUN, 0);
+    EXPECT_EQ(VOS_MSG_TYPE_PACKET, 1);
+    EXPECT_EQ(VOS_MSG_TYPE_LINK, 2);
+    EXPECT_EQ(VOS_MSG_TYPE_CCD, 3);
+    EXPECT_EQ(VOS_MSG_TYPE_CCD_OBJ_INFO_GET, 4);
+    EXPECT_EQ(VOS_MSG_VOS_DEBUG, 5);
+    EXPECT_EQ(VOS_MSG_SMD_DEBUG, 6);
+    EXPECT_EQ(VOS_MSG_STDOUT_REDIRECT, 7);
+    EXPECT_EQ(VOS_MSG_TYPE_SELF, 8);
+    EXPECT_EQ(VOS_MSG_TYPE_MAC, 9);
+}
