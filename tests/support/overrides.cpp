@@ -114,6 +114,19 @@ int open(const char *path, int flags, ...) {
     return ::open(path, flags, mode);
 }
 
+/* A failing close has closed all the same, as in the kernel. */
+int close(int fd) {
+    const bool fails = enter("close", Kind::Listed) == Verdict::Fail;
+    const int result = ::close(fd);
+    return fails ? ERRNO::failed<int>() : result;
+}
+
+int fclose(FILE *stream) {
+    const bool fails = enter("fclose", Kind::Listed) == Verdict::Fail;
+    const int result = ::fclose(stream);
+    return fails ? ERRNO::failed<int>() : result;
+}
+
 void *shmat(int segment, const void *address, int flags) {
     if (enter("shmat", Kind::Listed) == Verdict::Fail) {
         errno = errorOr(EIO);
@@ -205,6 +218,8 @@ const std::vector<Override> &overrides() {
 #undef FAILS
 #undef MOVES
         entry("open", over::open),
+        entry("close", over::close),
+        entry("fclose", over::fclose),
         entry("shmat", over::shmat),
         entry("signal", over::signal),
         entry("__cxa_atexit", over::cxaAtexit),
