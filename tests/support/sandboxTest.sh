@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# The sandbox seen from outside: its namespaces are not ours, what happens inside stays inside, exit statuses come
+# through, and an ordinary user gets the same world.
+set -euo pipefail
+
+# A copy that every user may read, wherever this checkout lies.
+stage=$(mktemp -d)
+trap 'rm -rf "$stage"' EXIT
+mkdir -p "$stage"/tests/support
+cp "$(dirname "$0")"/sandbox "$stage"/tests/support/
+chmod -R a+rX "$stage"
+sandbox=$stage/tests/support/sandbox
+cd /
+failures=0
+expect() { # WHAT ACTUAL EXPECTED
+    if [ "$2" = "$3" ]; then
+        echo "ok: $1"
+    else
+        echo "FAILED: $1: is '$2', not '$3'"
+        failures=$((failures + 1))
+    fi
+}
+status() {
+    local result=0
+    "$@" >/dev/null 2>&1 || result=$?
+    echo $result
+}
+
+world() { # COMMAND PREFIX...: what is checked for each kind of user
+    for kind in mnt net pid ipc uts; do
+        outside=$(readlink /proc/self/ns/$kind)
+        inside=$("$@" "$sandbox" readlink /proc/self/ns/$kind)
+        expect "the $kind namespace is private ($*)" "$([ "$inside" != "$outside" ] && echo private)" private
+    done
+    expect "the user inside is root ($*)" "$("$@" "$sandbox" id -u)" 0
+    expect "an exit status comes through ($*)" "$(status "$@" "$sandbox" sh -c 'exit 42')" 42
+    expect "flash is empty and writable ($*)" "$("$@" "$sandbox" sh -c 'touch /flash/a && ls /flash')" a
+    expect "a tunable is written inside only ($*)" \
+        "$("$@" "$sandbox" sh -c 'echo 77 >/proc/sys/net/core/wmem_max && cat /proc/sys/net/core/wmem_max')" 77
+    expect "the host name is changed inside only ($*)" "$("$@" "$sandbox" sh -c 'hostname other && hostname')" other
+}
+
+before="$(cat /proc/sys/net/core/wmem_max) $(cat /proc/sys/kernel/core_pattern) $(uname -n)"
+world env
+if [ "$(id -u)" = 0 ]; then
+    world setpriv --reuid 65534 --regid 65534 --clear-groups
+fi
+expect "nothing of the machine has changed" \
+    "$(cat /proc/sys/net/core/wmem_max) $(cat /proc/sys/kernel/core_pattern) $(uname -n)" "$before"
+expect "a world that cannot be made fails the run" "$(status "$sandbox" --writable /no/such/directory true)" 1
+expect "a missing bubblewrap fails the run" "$(PATH=/nowhere status "$BASH" "$sandbox" true)" 125
+[ $failures = 0 ]
