@@ -187,11 +187,16 @@ void free(void *block) {
     ::free(block);
 }
 
+/* Optimised builds call vfprintf() on standard output where the source says vprintf(). */
+int vfprintf(FILE *stream, const char *format, va_list list) {
+    if (stream == stdout) return over::vprintf(format, list);
+    if (enter("vfprintf", Kind::Output) == Verdict::Fail) return ERRNO::failed<int>();
+    return ::vfprintf(stream, format, list);
+}
+
 /* What a hardened build calls in place of the plain functions; they fail under the plain names. */
 
-int vfprintfChecked(FILE *stream, int, const char *format, va_list list) {
-    return stream == stdout ? over::vprintf(format, list) : over::vfprintf(stream, format, list);
-}
+int vfprintfChecked(FILE *stream, int, const char *format, va_list list) { return over::vfprintf(stream, format, list); }
 int vprintfChecked(int, const char *format, va_list list) { return over::vprintf(format, list); }
 int vsnprintfChecked(char *to, size_t size, int, size_t, const char *format, va_list list) {
     return over::vsnprintf(to, size, format, list);
@@ -227,6 +232,7 @@ const std::vector<Override> &overrides() {
         entry("calloc", over::calloc),
         entry("realloc", over::realloc),
         entry("free", over::free),
+        entry("vfprintf", over::vfprintf),
         entry("__vfprintf_chk", over::vfprintfChecked),
         entry("__vprintf_chk", over::vprintfChecked),
         entry("__vsnprintf_chk", over::vsnprintfChecked),
