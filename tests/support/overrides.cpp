@@ -22,7 +22,6 @@
 
 #include "faults.h"
 
-/* How atexit() reaches the system library from a shared object. */
 extern "C" int __cxa_atexit(void (*hook)(void *), void *argument, void *object) noexcept;
 
 namespace vostest {
@@ -87,6 +86,9 @@ struct CODE {
 
 namespace over {
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" /* formats are handed on */
+
 #define FAILS(result, name, parameters, arguments, failure)                                 \
     result name parameters {                                                                \
         if (enter(#name, failure::kind) == Verdict::Fail) return failure::failed<result>(); \
@@ -144,6 +146,12 @@ SignalHandler signal(int number, SignalHandler handler) {
     return ::signal(number, handler);
 }
 
+int atexit(void (*hook)()) {
+    if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
+    return ::atexit(hook);
+}
+
+/* How atexit() reaches the system library from a shared object, unless a sanitizer stands in between. */
 int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
     if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
     return __cxa_atexit(hook, argument, object);
@@ -194,9 +202,13 @@ int vfprintf(FILE *stream, const char *format, va_list list) {
     return ::vfprintf(stream, format, list);
 }
 
+#pragma GCC diagnostic pop
+
 /* What a hardened build calls in place of the plain functions; they fail under the plain names. */
 
-int vfprintfChecked(FILE *stream, int, const char *format, va_list list) { return over::vfprintf(stream, format, list); }
+int vfprintfChecked(FILE *stream, int, const char *format, va_list list) {
+    return over::vfprintf(stream, format, list);
+}
 int vprintfChecked(int, const char *format, va_list list) { return over::vprintf(format, list); }
 int vsnprintfChecked(char *to, size_t size, int, size_t, const char *format, va_list list) {
     return over::vsnprintf(to, size, format, list);
@@ -227,6 +239,7 @@ const std::vector<Override> &overrides() {
         entry("fclose", over::fclose),
         entry("shmat", over::shmat),
         entry("signal", over::signal),
+        entry("atexit", over::atexit),
         entry("__cxa_atexit", over::cxaAtexit),
         entry("malloc", over::malloc),
         entry("calloc", over::calloc),
@@ -289,7 +302,7 @@ bool cannotFail(const std::string &name) {
            std::ranges::any_of(kInstrumentation, begins);
 }
 
-bool Faults::knows(const std::string &call) { return overrideOf(call == "atexit" ? "__cxa_atexit" : call) != nullptr; }
+bool Faults::knows(const std::string &call) { return overrideOf(call) != nullptr; }
 
 void Faults::arm(const FaultPoint &point) {
     armed.call = {};
