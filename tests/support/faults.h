@@ -30,9 +30,6 @@ void install();
 /* Imports of libvos that have no override and are not on the reviewed list of calls that cannot fail. */
 std::vector<std::string> unreviewedImports();
 
-/* Whether a call has an override. */
-bool knows(const std::string &call);
-
 /* Arms one fault in this process; it strikes once, whichever thread makes the call. */
 void arm(const FaultPoint &point);
 /* Disarms; true when the fault has struck. */

@@ -302,8 +302,6 @@ bool cannotFail(const std::string &name) {
            std::ranges::any_of(kInstrumentation, begins);
 }
 
-bool Faults::knows(const std::string &call) { return overrideOf(call) != nullptr; }
-
 void Faults::arm(const FaultPoint &point) {
     armed.call = {};
     point.call.copy(armed.call.data(), armed.call.size() - 1);
