@@ -50,9 +50,42 @@ Milliseconds deadline() {
     return std::chrono::seconds(20) * (patience != nullptr ? atoi(patience) : 1);
 }
 
-bool Outcome::exited(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
+/* Shared by the copies of an outcome; the last one to go sees whether anybody has asked. */
+struct Outcome::End {
+    int status = 0;
+    bool asked = false;
+    std::string output;
 
-bool Outcome::killedBy(int signal) const { return WIFSIGNALED(status) && WTERMSIG(status) == signal; }
+    End(int s, std::string o) : status(s), output(std::move(o)) {}
+    End(const End &) = delete;
+    End &operator=(const End &) = delete;
+    ~End() {
+        if (status == 0 || asked) return;
+        ADD_FAILURE() << "a child " << (WIFSIGNALED(status) ? "was killed by signal " : "exited with status ")
+                      << (WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status)) << "; it wrote: " << output;
+    }
+};
+
+Outcome::Outcome(pid_t p, int status, std::string o)
+    : output(std::move(o)), pid(p), end_(std::make_shared<End>(status, output)) {}
+
+void Outcome::excuse() const {
+    if (end_ != nullptr) end_->asked = true;
+}
+
+bool Outcome::exitedWith(int code) const {
+    return end_ != nullptr && WIFEXITED(end_->status) && WEXITSTATUS(end_->status) == code;
+}
+
+bool Outcome::exited(int code) const {
+    excuse();
+    return exitedWith(code);
+}
+
+bool Outcome::killedBy(int signal) const {
+    excuse();
+    return end_ != nullptr && WIFSIGNALED(end_->status) && WTERMSIG(end_->status) == signal;
+}
 
 std::vector<std::string> Outcome::messages() const { return logMessages(output, pid); }
 
@@ -124,15 +157,18 @@ std::string Process::awaitOutput(const std::string &text) {
 Outcome Process::finish() {
     const auto until = Clock::now() + deadline();
     while (readMore(until)) continue;
-    if (Clock::now() >= until) {
+    const bool late = Clock::now() >= until;
+    if (late) {
         ADD_FAILURE() << "the child did not end within the deadline; it wrote: " << text_;
         kill(pid_, SIGKILL);
     }
-    Outcome outcome;
-    outcome.pid = pid_;
-    outcome.output = text_;
-    waitpid(std::exchange(pid_, -1), &outcome.status, 0);
-    if (outcome.exited(kExpectationFailed)) ADD_FAILURE() << "an expectation failed in the child; it wrote: " << text_;
+    int status = 0;
+    const pid_t pid = std::exchange(pid_, -1);
+    waitpid(pid, &status, 0);
+    Outcome outcome{pid, status, text_};
+    if (outcome.exitedWith(kExpectationFailed))
+        ADD_FAILURE() << "an expectation failed in the child; it wrote: " << text_;
+    if (late || outcome.exitedWith(kExpectationFailed)) outcome.excuse();
     return outcome;
 }
 

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,16 +22,28 @@ using Milliseconds = std::chrono::milliseconds;
  * environment's VOS_TEST_PATIENCE, for emulators. */
 Milliseconds deadline();
 
-/* What a finished child has left behind. */
-struct Outcome {
+/* What a finished child has left behind. A child that did not simply exit with 0 fails the test, unless the test asks
+ * how it ended: a crash that nobody expects is never overlooked. */
+class Outcome {
+  public:
+    Outcome() = default;
+    Outcome(pid_t pid, int status, std::string output);
+
     std::string output;  // everything it wrote to standard output
-    int status = 0;      // as waitpid() gives it
+    pid_t pid = 0;
 
     [[nodiscard]] bool exited(int code) const;
     [[nodiscard]] bool killedBy(int signal) const;
+    /* The same as exited(), without counting as a question. */
+    [[nodiscard]] bool exitedWith(int code) const;
+    /* Whatever its end was, the test has dealt with it. */
+    void excuse() const;
     /* The log lines, checked for the header of this child; see splitLog(). */
     [[nodiscard]] std::vector<std::string> messages() const;
-    pid_t pid = 0;
+
+  private:
+    struct End;
+    std::shared_ptr<End> end_;
 };
 
 /* A running child. One that is still alive when its handle goes out of scope is killed. */

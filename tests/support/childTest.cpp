@@ -37,6 +37,11 @@ TEST(Child, AFailedExpectationInTheChildFailsTheTest) {
     EXPECT_NONFATAL_FAILURE(failing.finish(), "an expectation failed in the child");
 }
 
+TEST(Child, ADeathThatNobodyAsksAboutFailsTheTest) {
+    EXPECT_NONFATAL_FAILURE(run([] { raise(SIGKILL); }), "a child was killed by signal 9");
+    EXPECT_NONFATAL_FAILURE(run([] { _exit(3); }), "a child exited with status 3");
+}
+
 TEST(Child, EachHasLibraryStateOfItsOwn) {
     run([] { vosDebugConfig(0x40); });
     run([] { EXPECT_EQ(g_ulVosDebugFlags, 2u); });

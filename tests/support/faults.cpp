@@ -121,7 +121,7 @@ Attempt failCall(const FaultPoint &point, const Body &prepare, const std::functi
     made.descriptorsKept = report->descriptorsKept;
     made.blocksKept = report->blocksKept;
     made.locksKept = report->locksKept;
-    if (made.outcome.exited(0)) {
+    if (made.outcome.exitedWith(0)) {
         EXPECT_TRUE(report->struck) << describe(point) << " was never reached";
     }
     return made;
