@@ -244,6 +244,7 @@ constexpr std::string_view kCannotFail[] = {
     "__errno_location",
     "stdout",
     // memory only
+    "memchr",
     "memcmp",
     "memcpy",
     "memmove",
@@ -251,6 +252,7 @@ constexpr std::string_view kCannotFail[] = {
     "strcmp",
     "strerror",
     "strlen",
+    "strnlen",
     // processes: always succeed, or their result is passed on as it is
     "getopt",
     "getpid",
