@@ -57,11 +57,15 @@ int32_t readEntry(vos::WordReader &in, Entry &entry) {
     return VOS_OK;
 }
 
+bool begins(std::string_view path, std::string_view prefix) {
+    return path.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), path.begin());
+}
+
 bool permitted(std::string_view path) {
     for (std::string_view list = kPermitted; !list.empty();) {
-        const std::string_view prefix = list.substr(0, list.find(';'));
+        const std::string_view prefix{list.data(), std::min(list.find(';'), list.size())};
         if (prefix.size() < 2) return false;
-        if (path.starts_with(prefix)) return true;
+        if (begins(path, prefix)) return true;
         list.remove_prefix(std::min(prefix.size() + 1, list.size()));
     }
     return false;

@@ -44,8 +44,8 @@ struct LengthText {
 enum class Compare { Signed, Unsigned };
 
 struct Item {
-    int32_t number;
     const Record &record;
+    int32_t number;
     uint32_t offset;
     uint32_t size;
     Compare length; /* how a caller's length is compared with the size */
@@ -57,26 +57,26 @@ constexpr uint32_t kStackData = 20;
 constexpr uint32_t kStackSize = kStackData + sizeof(uint32_t);
 
 constexpr Item kItems[] = {
-    {BSP_SYS_MAC, kFactory, 0, 6, Compare::Signed, "%s:BSP_SYS_MAC invalid len."},
-    {BSP_DEFAULT_MAC, kFactory, 6, 6, Compare::Signed, "%s:BSP_DEFAULT_MAC invalid len."},
-    {BSP_OEM_NUMBER, kFactory, 12, 4, Compare::Unsigned, "%s:BSP_OEM_NUMBER invalid len."},
-    {BSP_SERIAL_NUMBER, kFactory, 16, 32, Compare::Signed, "%s:BSP_SERIAL_NUMBER invalid len."},
-    {BSP_FLASH_DATA_VERSION, kSystem, 0, 4, Compare::Unsigned, "%s:BSP_FLASH_DATA_VERSION invalid len."},
-    {BSP_IP_ADDRESS, kSystem, 4, 4, Compare::Unsigned, "%s:BSP_IP_ADDRESS invalid len."},
-    {BSP_IP_MASK, kSystem, 8, 4, Compare::Unsigned, "%s:BSP_IP_MASK invalid len."},
-    {BSP_IP_GATE, kSystem, 12, 4, Compare::Unsigned, "%s:BSP_IP_GATE invalid len."},
-    {BSP_BANDRATE, kSystem, 16, 4, Compare::Unsigned, "%s:BSP_BANDRATE invalid len."},
-    {BSP_ADMIN_PASSWORD, kSystem, 20, 36, Compare::Signed, "%s:BSP_ADMIN_PASSWORD invalid len."},
-    {BSP_PRIVMODE_PWD, kSystem, 668, 36, Compare::Signed, "%s:BSP_PRIVMODE_PWD invalid len."},
-    {BSP_PRIVMODE_ENCRYPT, kSystem, 704, 1, Compare::Unsigned, "%s:BSP_PRIVMODE_ENCRYPT invalid len."},
-    {BSP_BOOTTIME, kSystem, 56, 4, Compare::Unsigned, "%s:BSP_BOOTTIME invalid len."},
-    {BSP_USER, kSystem, 72, 476, Compare::Unsigned, "%s:BSP_USER invalid len."},
-    {BSP_SOFTFLAG, kSystem, 552, 4, Compare::Unsigned, "%s:BSP_SOFTFLAG invalid len."},
-    {BSP_OEM_INFO, kFactory, 48, 1024, Compare::Signed, "%s:BSP_OEM_INFO invalid len."},
-    {BSP_MACLEARNING_MODE, kSystem, 560, 4, Compare::Unsigned, "%s:BSP_MACLEARNING_MODE invalid len."},
-    {BSP_MACHASH_MODE, kSystem, 564, 4, Compare::Unsigned, "%s:BSP_MACHASH_MODE invalid len."},
-    {BSP_STACK, kSystem, 568, kStackSize, Compare::Unsigned, "%s:BSP_STACK invalid len %d ."},
-    {BSP_ZTP, kSystem, 664, 4, Compare::Unsigned, "%s:BSP_ZTP invalid len."},
+    {kFactory, BSP_SYS_MAC, 0, 6, Compare::Signed, "%s:BSP_SYS_MAC invalid len."},
+    {kFactory, BSP_DEFAULT_MAC, 6, 6, Compare::Signed, "%s:BSP_DEFAULT_MAC invalid len."},
+    {kFactory, BSP_OEM_NUMBER, 12, 4, Compare::Unsigned, "%s:BSP_OEM_NUMBER invalid len."},
+    {kFactory, BSP_SERIAL_NUMBER, 16, 32, Compare::Signed, "%s:BSP_SERIAL_NUMBER invalid len."},
+    {kSystem, BSP_FLASH_DATA_VERSION, 0, 4, Compare::Unsigned, "%s:BSP_FLASH_DATA_VERSION invalid len."},
+    {kSystem, BSP_IP_ADDRESS, 4, 4, Compare::Unsigned, "%s:BSP_IP_ADDRESS invalid len."},
+    {kSystem, BSP_IP_MASK, 8, 4, Compare::Unsigned, "%s:BSP_IP_MASK invalid len."},
+    {kSystem, BSP_IP_GATE, 12, 4, Compare::Unsigned, "%s:BSP_IP_GATE invalid len."},
+    {kSystem, BSP_BANDRATE, 16, 4, Compare::Unsigned, "%s:BSP_BANDRATE invalid len."},
+    {kSystem, BSP_ADMIN_PASSWORD, 20, 36, Compare::Signed, "%s:BSP_ADMIN_PASSWORD invalid len."},
+    {kSystem, BSP_PRIVMODE_PWD, 668, 36, Compare::Signed, "%s:BSP_PRIVMODE_PWD invalid len."},
+    {kSystem, BSP_PRIVMODE_ENCRYPT, 704, 1, Compare::Unsigned, "%s:BSP_PRIVMODE_ENCRYPT invalid len."},
+    {kSystem, BSP_BOOTTIME, 56, 4, Compare::Unsigned, "%s:BSP_BOOTTIME invalid len."},
+    {kSystem, BSP_USER, 72, 476, Compare::Unsigned, "%s:BSP_USER invalid len."},
+    {kSystem, BSP_SOFTFLAG, 552, 4, Compare::Unsigned, "%s:BSP_SOFTFLAG invalid len."},
+    {kFactory, BSP_OEM_INFO, 48, 1024, Compare::Signed, "%s:BSP_OEM_INFO invalid len."},
+    {kSystem, BSP_MACLEARNING_MODE, 560, 4, Compare::Unsigned, "%s:BSP_MACLEARNING_MODE invalid len."},
+    {kSystem, BSP_MACHASH_MODE, 564, 4, Compare::Unsigned, "%s:BSP_MACHASH_MODE invalid len."},
+    {kSystem, BSP_STACK, 568, kStackSize, Compare::Unsigned, "%s:BSP_STACK invalid len %d ."},
+    {kSystem, BSP_ZTP, 664, 4, Compare::Unsigned, "%s:BSP_ZTP invalid len."},
 };
 
 constexpr bool ordered() {
@@ -114,7 +114,7 @@ int32_t errorExit(vos::Caller me, vos::LogText<> text) {
 /* Stacking settings without their validity word are none: in memory they become zeros and valid. */
 void repairStack() {
     uint8_t *const settings = &flashData[find(BSP_STACK)->offset];
-    uint32_t validity;
+    uint32_t validity = 0;
     memcpy(&validity, &settings[kStackData], sizeof validity);
     if (validity == VOS_STACK_VALID_MAGIC) return;
     validity = VOS_STACK_VALID_MAGIC;
@@ -133,7 +133,7 @@ int32_t load(vos::Caller me, const Item &item) {
 void fetch(const Item &item, void *value) {
     const uint8_t *const field = &item.record.body[item.offset];
     if (item.number == BSP_SOFTFLAG) {
-        uint64_t flags;
+        uint64_t flags = 0;
         memcpy(&flags, field, sizeof flags);
         const auto low = static_cast<uint32_t>(flags);
         memcpy(value, &low, sizeof low);
@@ -145,7 +145,7 @@ void fetch(const Item &item, void *value) {
 void put(const Item &item, const void *value) {
     uint8_t *const field = &item.record.body[item.offset];
     if (item.number == BSP_SOFTFLAG) {
-        uint32_t low;
+        uint32_t low = 0;
         memcpy(&low, value, sizeof low);
         const uint64_t flags = low;
         memcpy(field, &flags, sizeof flags);
