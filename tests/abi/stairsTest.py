@@ -22,7 +22,7 @@ BELOW = {
     "vosInit": ["vosDebug", "vosProcess", "vosList", "vosSys", "vosMsg", "vosFile", "vosSysConfig"],
 }
 # The top step of vosFile: a package writes device data.
-INSTALLATION = re.compile(r"vosFile/image\w*\.(cpp|h)$")
+INSTALLATION = re.compile(r"vosFile/(image\w*|install|package|oem)\.(cpp|h)$")
 
 
 def allowed_headers(file: pathlib.Path) -> set[str]:

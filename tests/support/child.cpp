@@ -113,6 +113,7 @@ Process::Process(Process &&other) noexcept
     : pid_(std::exchange(other.pid_, -1)),
       output_(std::exchange(other.output_, -1)),
       ready_(std::exchange(other.ready_, -1)),
+      sent_(other.sent_),
       text_(std::move(other.text_)) {}
 
 Process::~Process() {
@@ -124,7 +125,10 @@ Process::~Process() {
     if (ready_ >= 0) close(ready_);
 }
 
-void Process::send(int signal) const { ASSERT_EQ(kill(pid_, signal), 0); }
+void Process::send(int signal) {
+    sent_ = signal;
+    ASSERT_EQ(kill(pid_, signal), 0);
+}
 
 void Process::awaitReady() {
     pollfd waiting{ready_, POLLIN, 0};
@@ -168,7 +172,8 @@ Outcome Process::finish() {
     Outcome outcome{pid, status, text_};
     if (outcome.exitedWith(kExpectationFailed))
         ADD_FAILURE() << "an expectation failed in the child; it wrote: " << text_;
-    if (late || outcome.exitedWith(kExpectationFailed)) outcome.excuse();
+    const bool asSent = WIFSIGNALED(status) && WTERMSIG(status) == sent_;
+    if (late || asSent || outcome.exitedWith(kExpectationFailed)) outcome.excuse();
     return outcome;
 }
 

@@ -55,7 +55,8 @@ class Process {
     ~Process();
 
     [[nodiscard]] pid_t pid() const { return pid_; }
-    void send(int signal) const;
+    /* Sends a signal. That the child dies of it is then no surprise. */
+    void send(int signal);
     /* Waits until the child has called ready(). */
     void awaitReady();
     /* Waits until the child's output contains a text, and returns all output so far. */
@@ -69,6 +70,7 @@ class Process {
     pid_t pid_ = -1;
     int output_ = -1;
     int ready_ = -1;
+    int sent_ = 0;
     std::string text_;
 };
 

@@ -31,7 +31,7 @@ class WordReader {
     std::optional<uint32_t> word() {
         const auto taken = bytes(sizeof(uint32_t));
         if (!taken) return std::nullopt;
-        uint32_t value;
+        uint32_t value = 0;
         memcpy(&value, taken->data(), sizeof value);
         return value;
     }
