@@ -4,7 +4,12 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/ipc.h>
+#include <sys/resource.h>
 #include <sys/shm.h>
+#include <sys/sysinfo.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +29,8 @@
 
 /* How atexit() reaches the system library from a shared object. */
 extern "C" int __cxa_atexit(void (*hook)(void *), void *argument, void *object) noexcept;
+/* How the portable strerror_r() reaches it. */
+extern "C" int __xpg_strerror_r(int error, char *to, size_t size);
 
 namespace vostest {
 
@@ -114,6 +121,19 @@ int open(const char *path, int flags, ...) {
     return ::open(path, flags, mode);
 }
 
+/* A failing close has closed all the same, as in the kernel. */
+int close(int fd) {
+    const bool fails = enter("close", Kind::Listed) == Verdict::Fail;
+    const int result = ::close(fd);
+    return fails ? ERRNO::failed<int>() : result;
+}
+
+int fclose(FILE *stream) {
+    const bool fails = enter("fclose", Kind::Listed) == Verdict::Fail;
+    const int result = ::fclose(stream);
+    return fails ? ERRNO::failed<int>() : result;
+}
+
 void *shmat(int segment, const void *address, int flags) {
     if (enter("shmat", Kind::Listed) == Verdict::Fail) {
         errno = errorOr(EIO);
@@ -134,6 +154,29 @@ SignalHandler signal(int number, SignalHandler handler) {
 int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
     if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
     return __cxa_atexit(hook, argument, object);
+}
+
+/* The library starts nothing but a shell with one command line. */
+int execl(const char *path, const char *name, ...) {
+    if (enter("execl", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
+    va_list list;
+    va_start(list, name);
+    const char *const option = va_arg(list, const char *);
+    const char *const command = va_arg(list, const char *);
+    va_end(list);
+    return ::execl(path, name, option, command, static_cast<char *>(nullptr));
+}
+
+int strerrorPortable(int error, char *to, size_t size) {
+    if (enter("strerror_r", Kind::Listed) == Verdict::Fail) return CODE::failed<int>();
+    return __xpg_strerror_r(error, to, size);
+}
+
+/* A sleep fails by ending early. */
+unsigned sleep(unsigned seconds) {
+    if (enter("sleep", Kind::Listed) != Verdict::Fail) return ::sleep(seconds);
+    errno = errorOr(EINTR);
+    return seconds;
 }
 
 /* The heap: every block that libvos has taken is known until libvos gives it back. */
@@ -205,9 +248,14 @@ const std::vector<Override> &overrides() {
 #undef FAILS
 #undef MOVES
         entry("open", over::open),
+        entry("close", over::close),
+        entry("fclose", over::fclose),
         entry("shmat", over::shmat),
         entry("signal", over::signal),
         entry("__cxa_atexit", over::cxaAtexit),
+        entry("execl", over::execl),
+        entry("__xpg_strerror_r", over::strerrorPortable),
+        entry("sleep", over::sleep),
         entry("malloc", over::malloc),
         entry("calloc", over::calloc),
         entry("realloc", over::realloc),
@@ -226,6 +274,7 @@ constexpr std::string_view kCannotFail[] = {
     "__errno_location",
     "stdout",
     // memory only
+    "memchr",
     "memcmp",
     "memcpy",
     "memmove",
@@ -240,6 +289,7 @@ constexpr std::string_view kCannotFail[] = {
     "__snprintf_chk",
     "snprintf",
     // do not return
+    "_exit",
     "__stack_chk_fail",
     "__stack_chk_guard",
     "abort",
