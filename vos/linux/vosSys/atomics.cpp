@@ -41,9 +41,7 @@ void vosAtomicInc(VOS_ATOMIC *pAtomic) { vosAtomicIncAndTest(pAtomic); }
 
 void vosAtomicDec(VOS_ATOMIC *pAtomic) { vosAtomicDecAndTest(pAtomic); }
 
-int32_t vosAtomicIncAndTest(VOS_ATOMIC *pAtomic) {
-    return pAtomic != nullptr && addGuarded(pAtomic, kUp) == 0 ? 1 : 0;
-}
+int32_t vosAtomicIncAndTest(VOS_ATOMIC *pAtomic) { return pAtomic != nullptr && addGuarded(pAtomic, kUp) == 0 ? 1 : 0; }
 
 int32_t vosAtomicDecAndTest(VOS_ATOMIC *pAtomic) {
     return pAtomic != nullptr && addGuarded(pAtomic, kDown) == 0 ? 1 : 0;

@@ -64,7 +64,7 @@ int32_t vosSwitchToNetVrf(uint32_t ulVrf, int32_t *pSavedFd) {
 
 int32_t vosNetVrfRestore(int32_t iSavedFd) {
     const vos::Caller me;
-    if (iSavedFd < 0) return VOS_OK; /* the switch never happened */
+    if (iSavedFd < 0) return VOS_OK;                     /* the switch never happened */
     if (enter(me, iSavedFd) != VOS_OK) return VOS_ERROR; /* the descriptor stays, so that the caller may try again */
     if (close(iSavedFd) == 0) return VOS_OK;
     const vos::ErrnoKeeper keep;

@@ -67,8 +67,7 @@ int32_t vosRecv(int32_t iFd, void *pBuf, uint32_t ulLen, int32_t iFlags) {
 
 int32_t vosRecvfrom(int32_t iFd, void *pBuf, uint32_t ulLen, int32_t iFlags, struct sockaddr *pAddr,
                     uint32_t *pAddrLen) {
-    return withLength(pAddrLen,
-                      [=](socklen_t *length) { return recvfrom(iFd, pBuf, ulLen, iFlags, pAddr, length); });
+    return withLength(pAddrLen, [=](socklen_t *length) { return recvfrom(iFd, pBuf, ulLen, iFlags, pAddr, length); });
 }
 
 int32_t vosRecvmsg(int32_t iFd, struct msghdr *pMsg, int32_t iFlags) {
