@@ -186,11 +186,13 @@ TEST(Wait, EveryFailingCallIsPassedOn) {
         {"pthread_cond_destroy", 4}};
     std::vector<Attempt> attempts;
     for (const auto &[call, result] : expected) {
-        attempts.push_back(failCall({.call = call}, [] {}, action));
+        attempts.push_back(failCall(
+            {.call = call}, [] {}, action));
         EXPECT_EQ(attempts.back().result, result) << call;
         EXPECT_THAT(attempts.back().messages, IsEmpty());
     }
-    attempts.push_back(failCall({.call = "pthread_mutex_lock", .occurrence = 2}, [] {}, action));
+    attempts.push_back(failCall(
+        {.call = "pthread_mutex_lock", .occurrence = 2}, [] {}, action));
     EXPECT_EQ(attempts.back().result, 10) << "the first take fails, the second one finds what was given";
     expectNothingKept(attempts);
 }
