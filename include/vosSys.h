@@ -2,10 +2,655 @@
 /**
  * @file vosSys.h
  * Operating system services: sockets, time, shell, synchronisation, namespaces, interval timers.
+ *
+ * Thin calls over the system library under portable names. Where nothing else is said, a failure leaves the reason
+ * in errno.
  */
 #ifndef VOS_SYS_H
 #define VOS_SYS_H
 
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/types.h>
+#include <time.h>
+
 #include "vosTypes.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+/** A take that blocks without limit. */
+#define VOS_WAIT_FOREVER 0xFFFFFFFFu
+/** A take that tries once and does not block. */
+#define VOS_NO_WAIT 0u
+
+/** What the device's kernel appends to a datagram: 40 bytes, in this order. The library attaches no meaning to it. */
+typedef struct VOS_RECV_EXT {
+    uint32_t ulWord1;    /**< First word. */
+    uint32_t ulWord2;    /**< Second word. */
+    uint32_t ulWord3;    /**< Third word. */
+    uint8_t aucData[28]; /**< Opaque bytes. */
+} VOS_RECV_EXT;
+
+/** A semaphore or lock; made by the create calls, released by the delete calls. */
+typedef struct VOS_SEM VOS_SEM;
+/** A wait object; made by vosWaitCreate(), released by vosWaitDelete(). */
+typedef struct VOS_WAIT VOS_WAIT;
+
+/** A counter; the caller's storage, set up by vosAtomicInit(). */
+typedef struct VOS_ATOMIC {
+    uint32_t ulValue; /**< The value. */
+    VOS_SEM *pGuard;  /**< The mutex semaphore under which the value is counted up and down. */
+} VOS_ATOMIC;
+
+/**
+ * What an interval timer calls.
+ *
+ * @param ulArg  the argument from the timer's record
+ * @return ignored
+ * @threads one of the timer machinery's threads
+ */
+typedef int32_t (*VOS_TIMER_PROC)(uint64_t ulArg);
+
+/** An interval timer; the caller's storage, which must outlive the timer and its last callback. */
+typedef struct VOS_TIMER {
+    VOS_TIMER_PROC pProc; /**< What is called. */
+    uint64_t ulArg;       /**< Its argument. */
+    uint32_t ulPeriodMs;  /**< Milliseconds to the first expiry and, of a periodic timer, between expiries. */
+    uint32_t ulMode;      /**< 0: one-shot, deleted after it fired; 1: periodic; other: fires once, is not deleted. */
+    timer_t hTimer;       /**< The timer, set by vosTimerAdd(); null once it has been deleted. */
+} VOS_TIMER;
+
+/* ---- Sockets ------------------------------------------------------------------------------------------------------
+ *
+ * The calls of the system library under portable names: what they return is what that call returns, errno included.
+ * Lengths are 32-bit words. A length that is passed in and out is written back whether or not the call succeeded; a
+ * null pointer to one is passed on as null. All may be called by any thread. None logs, unless its comment says so.
+ */
+
+/** socket(). @return the descriptor, owned by the caller, or -1 */
+int32_t vosSocket(int32_t iDomain, int32_t iType, int32_t iProtocol);
+/** bind(). @return 0 or -1 */
+int32_t vosBind(int32_t iFd, const struct sockaddr *pAddr, uint32_t ulAddrLen);
+/** listen(). @return 0 or -1 */
+int32_t vosListen(int32_t iFd, int32_t iBacklog);
+/** connect(). @return 0 or -1 */
+int32_t vosConnect(int32_t iFd, const struct sockaddr *pAddr, uint32_t ulAddrLen);
+/** accept(). @return the connection's descriptor, owned by the caller, or -1 */
+int32_t vosAccept(int32_t iFd, struct sockaddr *pAddr, uint32_t *pAddrLen);
+/**
+ * select(). A count beyond FD_SETSIZE (1024), for which the sets have no room, fails with EINVAL.
+ * @return the number of ready descriptors, 0 when the time is over, or -1
+ */
+int32_t vosSelect(int32_t iCount, fd_set *pRead, fd_set *pWrite, fd_set *pExcept, struct timeval *pTimeout);
+/** send(). A negative length fails with EINVAL. @return the number of bytes or -1 */
+int32_t vosSend(int32_t iFd, const void *pBuf, int32_t iLen, int32_t iFlags);
+/** sendto(). @return the number of bytes or -1 */
+int32_t vosSendto(int32_t iFd, const void *pBuf, uint32_t ulLen, int32_t iFlags, const struct sockaddr *pAddr,
+                  uint32_t ulAddrLen);
+/** sendmsg(). @return the number of bytes or -1 */
+int32_t vosSendmsg(int32_t iFd, const struct msghdr *pMsg, int32_t iFlags);
+/** recv(). @return the number of bytes, 0 at the end of a stream, or -1 */
+int32_t vosRecv(int32_t iFd, void *pBuf, uint32_t ulLen, int32_t iFlags);
+/** recvfrom(). @return the number of bytes, 0 at the end of a stream, or -1 */
+int32_t vosRecvfrom(int32_t iFd, void *pBuf, uint32_t ulLen, int32_t iFlags, struct sockaddr *pAddr,
+                    uint32_t *pAddrLen);
+/** recvmsg(). @return the number of bytes, 0 at the end of a stream, or -1 */
+int32_t vosRecvmsg(int32_t iFd, struct msghdr *pMsg, int32_t iFlags);
+/** setsockopt(). @return 0 or -1 */
+int32_t vosSetsockopt(int32_t iFd, int32_t iLevel, int32_t iOption, const void *pValue, uint32_t ulLen);
+/** getsockopt(). @return 0 or -1 */
+int32_t vosGetsockopt(int32_t iFd, int32_t iLevel, int32_t iOption, void *pValue, uint32_t *pLen);
+/** shutdown(). @return 0 or -1 */
+int32_t vosShutdown(int32_t iFd, int32_t iHow);
+/** getsockname(). @return 0 or -1 */
+int32_t vosGetsockname(int32_t iFd, struct sockaddr *pAddr, uint32_t *pAddrLen);
+/** getpeername(). @return 0 or -1 */
+int32_t vosGetpeername(int32_t iFd, struct sockaddr *pAddr, uint32_t *pAddrLen);
+/** inet_pton(). @return 1, 0 for invalid text, -1, or VOS_ERR_PARAM when a pointer is null (one error line) */
+int32_t vosInetPton(int32_t iFamily, const char *pText, void *pAddr);
+/** inet_ntop(). @return the buffer, or null; also null when a pointer is null (one error line) */
+const char *vosInetNtop(int32_t iFamily, const void *pAddr, char *pBuf, uint32_t ulLen);
+/** inet_ntoa(). @param ulAddr IPv4 address in network order. @return the system library's static buffer */
+char *vosInetNtoA(uint32_t ulAddr);
+
+/**
+ * Switches a descriptor's non-blocking mode with fcntl().
+ *
+ * @param iOn  1: on; any other value: off
+ * @return 0, or -1 when the flags cannot be read or written
+ * @threads any
+ */
+int32_t vosSetNonblocking(int32_t iFd, int32_t iOn);
+
+/**
+ * Connects, and gives up when the time is over.
+ *
+ * The descriptor is made non-blocking for it, and keeps this mode unless the connection had to be waited for and its
+ * outcome, good or bad, was learnt: a connection that stands at once, a refusal at once, a time-out and a failed wait
+ * all leave it non-blocking.
+ *
+ * @param pTimeout  how long to wait; changed by the system call; null waits without limit
+ * @return 0 connected; -1 otherwise. Only a failed query of the outcome prints a line
+ * @threads any
+ */
+int32_t vosConnectWithTimeout(int32_t iFd, const struct sockaddr *pAddr, uint32_t ulAddrLen, struct timeval *pTimeout);
+
+/**
+ * Receives a datagram together with the extension data that the device's kernel appends to it: recvmsg() with the
+ * flag bits 0x0F000000 added and 40 bytes of room behind the payload's buffer. A kernel that does not know these bits
+ * appends nothing, and the extension's words are 1, 1 and 1 and its bytes 0.
+ *
+ * @param pBuf      receives the payload; the extension follows where the payload has filled it
+ * @param ulLen     its size in bytes
+ * @param iFlags    as for recvmsg()
+ * @param pAddr     receives the sender's address, at most 16 bytes (an IPv4 address); null: not wanted
+ * @param pAddrLen  neither read nor written
+ * @param pExt      receives the extension, when anything was received
+ * @return recvmsg()'s result: every byte received, those of the extension included, or -1; VOS_ERR_PARAM when pExt is
+ *         null (one error line)
+ * @threads any
+ */
+int32_t vosRecvfromExt(int32_t iFd, void *pBuf, uint32_t ulLen, int32_t iFlags, struct sockaddr *pAddr,
+                       uint32_t *pAddrLen, VOS_RECV_EXT *pExt);
+
+/**
+ * Reads a dotted IPv4 address that may lack its last parts: "10" is 10.0.0.0, "192.168.1" is 192.168.1.0.
+ *
+ * @param pText  at most 31 characters
+ * @return the address in network order, as inet_addr() gives it; all ones for invalid text, text that is too long, and
+ *         null (one error line)
+ * @threads any
+ */
+uint32_t vosInetAddr(const char *pText);
+
+/**
+ * Looks up a host's IPv4 address with getaddrinfo().
+ *
+ * @param pHost  name or dotted address
+ * @return the first address in host order; 0 when there is none, which 0.0.0.0 cannot be told from
+ * @threads any
+ */
+uint32_t vosGetAddrIpv4(const char *pHost);
+
+/* ---- Time ------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Sleeps. A sleep that ends early, because a signal handler ran, leaves one error line.
+ *
+ * @param ulSeconds  how long
+ * @threads any
+ */
+void vosSleep(uint32_t ulSeconds);
+
+/**
+ * Sleeps. A failure, such as a signal handler that ran, leaves one error line.
+ *
+ * @param ulMicroseconds  how long
+ * @threads any
+ */
+void vosUSleep(uint32_t ulMicroseconds);
+
+/**
+ * The time of day.
+ *
+ * @return gettimeofday()'s result; VOS_ERR_PARAM for null (one error line)
+ * @threads any
+ */
+int32_t vosGetTimeOfDay(struct timeval *pTime);
+
+/**
+ * The host's name.
+ *
+ * @param pName  receives the name
+ * @param iLen   size of the buffer; a name that does not fit fails, a negative size is invalid
+ * @return 0 or -1; VOS_ERR_PARAM when the buffer is null (one error line)
+ * @threads any
+ */
+int32_t vosHostNameGet(char *pName, int32_t iLen);
+
+/**
+ * Names the host.
+ *
+ * @param pName  the name; need not end in a NUL
+ * @param iLen   its length, at most 64
+ * @return 0 or -1; VOS_ERR_PARAM when the name is null (one error line)
+ * @threads any
+ */
+int32_t vosHostNameSet(const char *pName, int32_t iLen);
+
+/**
+ * The time since the start, as "/proc/uptime" tells it.
+ *
+ * @param pSeconds     receives the whole seconds; 0 when the file's text cannot be read
+ * @param pHundredths  receives the hundredths of a second, 0 to 99; 0 when the file's text cannot be read
+ * @return VOS_OK; VOS_ERROR when the file cannot be opened, nothing is written then; VOS_ERR_PARAM when a pointer is
+ *         null (one error line)
+ * @threads any
+ */
+int32_t vosUpTime(uint64_t *pSeconds, uint64_t *pHundredths);
+
+/** The time since the start in whole seconds. @return 0 when it cannot be read. @threads any */
+uint64_t vosUpSeconds(void);
+/** The time since the start in ticks of a hundredth of a second. @return 0 when it cannot be read. @threads any */
+int64_t tickGet(void);
+/** Ticks per second. @return 100. @threads any */
+int32_t sysClkRateGet(void);
+/** The hardware clock. @param pReserved not used. @return VOS_ERROR: there is none. @threads any */
+int32_t vosClockHwGet(void *pReserved);
+/** time(). @param pTime receives the time as well; null: not wanted. @return seconds since 1970. @threads any */
+time_t vosTimeGet(time_t *pTime);
+
+/**
+ * Sets the system's clock to a whole second. Needs the privilege to do so.
+ *
+ * @return 0 or -1; VOS_ERR_PARAM for null (one error line)
+ * @threads any
+ */
+int32_t vosTimeSet(const time_t *pTime);
+
+/**
+ * Sets the system's time zone: writes the rule and a newline to "/etc/TZ", and a TZif file with the rule in its footer
+ * to "/etc/localtime". Processes see it when they next load these files; this process's TZ and the zone that the
+ * system library has loaded stay as they are. The rule itself is not checked.
+ *
+ * @param pTz  a POSIX rule such as "CST-8", at most 128 characters
+ * @return VOS_OK; VOS_ERROR when it is longer (nothing is written); the failure of vosFileWrite(), by which the second
+ *         file, or both, keep what they held; VOS_ERR_PARAM for null. Each failure leaves an error line
+ * @threads any; two calls at once, of any processes, may leave one file of each
+ */
+int32_t vosTimeZoneSet(const char *pTz);
+
+/**
+ * The instant on the monotonic clock that lies so far ahead. It does not move with the time of day; ask
+ * vosTimeAterEq() whether it has come.
+ *
+ * @param pDeadline       receives the instant. Its nanoseconds may be exactly 10^9
+ * @param ulMicroseconds  how far ahead
+ * @return VOS_OK; VOS_ERROR when the clock cannot be read; VOS_ERR_PARAM for null (one error line)
+ * @threads any
+ */
+int32_t vosJiffiesAfterUsecs(struct timespec *pDeadline, uint32_t ulMicroseconds);
+
+/**
+ * Whether the monotonic clock has reached an instant.
+ *
+ * @return 1 when it has, else 0; 0 also when the clock cannot be read
+ * @threads any
+ */
+int32_t vosTimeAterEq(int64_t llSeconds, int64_t llNanoseconds);
+
+/* ---- System information and shell commands ----------------------------------------------------------------------- */
+
+/**
+ * Runs a command line with "/bin/sh -c" and waits for its end.
+ *
+ * While the command runs the process ignores SIGINT and SIGQUIT, so that the keyboard's interrupt reaches the command
+ * only, and SIGCHLD has its default action; the command itself starts with the default action of all three. The three
+ * dispositions and the settings of the terminal that is standard input are put back afterwards, and what has been
+ * typed ahead is discarded.
+ *
+ * @param pCommand  the command line
+ * @param ulMode    1: interactive, the terminal signals the keyboard's interrupt and echoes; other: the terminal is
+ *                  left as it is
+ * @return VOS_OK when the command was started and waited for, however it ended; VOS_ERROR when fork() or wait4()
+ *         failed (errno tells why; a signal handler may have interrupted the wait); VOS_ERR_PARAM when the command is
+ *         null, nothing has been touched then. No log line
+ * @threads one at a time: dispositions and terminal belong to the whole process, two threads at once can put each
+ *          other's back in the wrong order
+ */
+int32_t vosSystem(const char *pCommand, uint32_t ulMode);
+
+/**
+ * As vosSystem(), and tells how the command ended.
+ *
+ * @param pStatus  receives the wait status as waitpid() encodes it (exit status 3 gives 768; a shell that could not
+ *                 find the command exits with 127); untouched on failure; null: not wanted
+ * @return as vosSystem()
+ * @threads as vosSystem()
+ */
+int32_t vosSystem2(const char *pCommand, uint32_t ulMode, int32_t *pStatus);
+
+/**
+ * As vosSystem() in plain mode, but does not wait: dispositions and terminal are put back as soon as the command has
+ * been started. The child is the caller's to reap, unless the process ignores SIGCHLD.
+ *
+ * @param pCommand  the command line
+ * @return VOS_OK when it was started; VOS_ERROR when fork() failed; VOS_ERR_PARAM when the command is null
+ * @threads as vosSystem()
+ */
+int32_t vosSystemNoWait(const char *pCommand);
+
+/**
+ * An interactive shell on the caller's terminal; returns when it exits.
+ *
+ * @threads as vosSystem()
+ */
+void vosShell(void);
+
+/**
+ * Leaves the marker file "/flash/reboot", which tells the next start that the reboot was asked for by software, and
+ * reboots the device with the command "reboot". A marker that cannot be created does not stop the reboot.
+ *
+ * @param ulMode  1: reboot; other: only leave the marker
+ * @threads as vosSystem()
+ */
+void vosReboot(uint32_t ulMode);
+
+/**
+ * The kernel's build time: what follows the third blank of its version text, such as "Mar 3 10:00:00 UTC 2020".
+ *
+ * @param ulReserved  not used
+ * @param pBuf        receives the text; at least 65 bytes. Empty after a failure
+ * @param ulBufLen    not used
+ * @return VOS_OK; VOS_ERROR when uname() fails (one error line) or the version has fewer than three blanks (none);
+ *         VOS_ERR_PARAM when the buffer is null (one error line)
+ * @threads any
+ */
+int32_t vosBuildTimeGet(uint32_t ulReserved, char *pBuf, uint32_t ulBufLen);
+
+/**
+ * All memory of the machine.
+ *
+ * @return megabytes (2^20 bytes), rounded down; 0 after a failure (one error line)
+ * @threads any
+ */
+uint32_t vosMemoryTotalGet(void);
+
+/**
+ * The memory that nothing uses, caches counted as used.
+ *
+ * @return megabytes (2^20 bytes), rounded down; 0 after a failure (one error line)
+ * @threads any
+ */
+uint32_t vosMemoryFreeGet(void);
+
+/**
+ * Measures for one second how idle the processors are.
+ *
+ * @return percent, rounded down; 0 when no tick was counted in that second; 100 when "/proc/stat" cannot be opened or
+ *         read (one error line)
+ * @threads any; blocks the caller for one second
+ */
+uint32_t vosCpuIdleGet(void);
+
+/**
+ * Sets the calling thread's errno.
+ *
+ * @return VOS_OK always
+ * @threads any
+ */
+int32_t errnoSet(int32_t iErrno);
+
+/**
+ * The calling thread's errno.
+ *
+ * @threads any
+ */
+int32_t errnoGet(void);
+
+/**
+ * The text of an errno.
+ *
+ * @param iErrno  error number; an unknown one gives a text that names it
+ * @param pBuf    receives the text, cut where it does not fit, always terminated
+ * @param iLen    size of the buffer in bytes; with 0 or less nothing is written
+ * @return pBuf
+ * @threads any
+ */
+char *vosErrnoToStr(int32_t iErrno, char *pBuf, int32_t iLen);
+
+/**
+ * Shuts the keyboard out of the process: SIGQUIT, SIGINT, SIGCHLD and SIGPIPE are ignored, the terminal that is
+ * standard input makes no signals of its keys and takes no XON and XOFF, and what has been typed is discarded. From
+ * then on the kernel reaps the process's children by itself.
+ *
+ * @return VOS_OK always; standard input need not be a terminal
+ * @threads any; dispositions and terminal belong to the whole process
+ */
+int32_t vosTerminalCtrlClear(void);
+
+/* ---- Synchronisation ------------------------------------------------------------------------------------------------
+ *
+ * Semaphores, locks, wait objects and counters for the threads of one process. Handles are heap records that the
+ * caller owns from create to delete; deleting one that others still use is an error of the caller's, which the system
+ * library detects only for a locked mutex. Nothing here logs.
+ *
+ * Time-outs are microseconds, VOS_WAIT_FOREVER or VOS_NO_WAIT. They are taken as signed numbers, so a value of
+ * 0x80000000 or more (but VOS_WAIT_FOREVER) lies in the past. They become an instant of the time of day, so a clock
+ * that is set meanwhile makes them shorter or longer. An instant whose nanoseconds come to exactly 10^9 is refused by
+ * the system library: the take then fails with VOS_ERROR.
+ */
+
+/**
+ * Makes a binary semaphore. It counts: gives beyond 1 accumulate.
+ *
+ * @param ulInitial  how many takes succeed before the first give
+ * @return the handle, or null
+ * @threads any
+ */
+VOS_SEM *vosSemBCreate(uint32_t ulInitial);
+
+/**
+ * Makes a mutex semaphore. It belongs to the thread that has taken it, which may take it again and must give it as
+ * often.
+ *
+ * @param ulInitial  0: the calling thread has taken it; other: free
+ * @return the handle, or null
+ * @threads any
+ */
+VOS_SEM *vosSemMCreate(uint32_t ulInitial);
+
+/**
+ * Releases a semaphore.
+ *
+ * @return VOS_OK; VOS_ERROR when the system library refuses, as it does for a taken mutex (the handle stays valid);
+ *         VOS_ERR_PARAM for null or what is no semaphore
+ * @threads one, when no other uses the handle any more
+ */
+int32_t vosSemDelete(VOS_SEM *pSem);
+
+/**
+ * Takes a semaphore.
+ *
+ * @param ulTimeoutUs  microseconds, VOS_WAIT_FOREVER or VOS_NO_WAIT
+ * @return VOS_OK; VOS_ERR_TIMEOUT when a binary semaphore was not given in time; VOS_ERROR when VOS_NO_WAIT found it
+ *         taken, when a mutex semaphore was not given in time (unless errno held ETIMEDOUT before the call: then
+ *         VOS_ERR_TIMEOUT), when a signal handler interrupted the wait for a binary semaphore (there is no retry), or
+ *         when the system library refuses; VOS_ERR_PARAM for null or what is no semaphore
+ * @threads any
+ */
+int32_t vosSemTake(VOS_SEM *pSem, uint32_t ulTimeoutUs);
+
+/**
+ * Gives a semaphore.
+ *
+ * @return VOS_OK; VOS_ERROR when the system library refuses, as when another thread has taken the mutex; VOS_ERR_PARAM
+ *         for null or what is no semaphore
+ * @threads any; a binary semaphore's may be another than the one that took it
+ */
+int32_t vosSemGive(VOS_SEM *pSem);
+
+/** Makes a lock: a free mutex semaphore. @return the handle, or null. @threads any */
+VOS_SEM *vosLockCreate(void);
+/** Takes a lock, as vosSemTake(). @threads any */
+int32_t vosLockTake(VOS_SEM *pLock, uint32_t ulTimeoutUs);
+/** Gives a lock, as vosSemGive(). @threads the one that took it */
+int32_t vosLockGive(VOS_SEM *pLock);
+
+/**
+ * Takes a lock, for code written for targets where that locks interrupts. Here none are touched.
+ *
+ * @param pFlags  receives 0
+ * @return as vosSemTake(); VOS_ERR_PARAM also when pFlags is null
+ * @threads any
+ */
+int32_t vosLockIrqTake(VOS_SEM *pLock, uint64_t *pFlags, uint32_t ulTimeoutUs);
+/** Gives a lock, as vosSemGive(). @param ulFlags not used. @threads the one that took it */
+int32_t vosLockIrqGive(VOS_SEM *pLock, uint64_t ulFlags);
+/** Releases a lock, as vosSemDelete(). @threads one, when no other uses the handle any more */
+int32_t vosLockDelete(VOS_SEM *pLock);
+
+/**
+ * Makes a wait object: an event that is remembered, and counted, until it is taken.
+ *
+ * @return the handle, or null
+ * @threads any
+ */
+VOS_WAIT *vosWaitCreate(void);
+
+/**
+ * Releases a wait object. Nobody may be waiting for it.
+ *
+ * @return VOS_OK; VOS_ERROR when the system library refuses: the record is kept, possibly without its mutex, and must
+ *         not be waited for any more; VOS_ERR_PARAM for null
+ * @threads one, when no other uses the handle any more
+ */
+int32_t vosWaitDelete(VOS_WAIT *pWait);
+
+/**
+ * Takes one event, and waits for it once if there is none.
+ *
+ * @param ulTimeoutUs  microseconds, VOS_WAIT_FOREVER or VOS_NO_WAIT
+ * @return VOS_OK; VOS_ERR_TIMEOUT when none came in time, with VOS_NO_WAIT too; VOS_ERROR when the system library
+ *         refuses; VOS_ERR_PARAM for null. There is no second wait: VOS_OK can, rarely, be the answer to a wake-up
+ *         without a give, or to a give that another thread has taken first, and then nothing has been taken
+ * @threads any
+ */
+int32_t vosWaitTake(VOS_WAIT *pWait, uint32_t ulTimeoutUs);
+
+/**
+ * Adds one event and wakes at most one waiter. It is remembered when nobody waits.
+ *
+ * @return VOS_OK; VOS_ERROR when the system library refuses; VOS_ERR_PARAM for null
+ * @threads any
+ */
+int32_t vosWaitGive(VOS_WAIT *pWait);
+
+/**
+ * Sets up a counter and makes its guard.
+ *
+ * What is guarded: counting up and down, against each other. What is not: vosAtomicSet() and vosAtomicRead() touch the
+ * value without the guard. They see and leave whole values, but a set that meets a count may be lost, and no call
+ * orders any other memory access than those of the counting calls among themselves.
+ *
+ * No call destroys the guard: a counter that goes away has its pGuard deleted with vosSemDelete(), and one that is set
+ * up twice keeps only the second guard.
+ *
+ * @return VOS_OK; VOS_ERROR when there is no guard to be had; VOS_ERR_PARAM for null
+ * @threads one, before others use the counter
+ */
+int32_t vosAtomicInit(VOS_ATOMIC *pAtomic, uint32_t ulValue);
+/** Sets the value, without the guard. Null: nothing happens. @threads any */
+void vosAtomicSet(VOS_ATOMIC *pAtomic, uint32_t ulValue);
+/** Reads the value, without the guard. @return the value; 0 for null. @threads any */
+uint32_t vosAtomicRead(const VOS_ATOMIC *pAtomic);
+/** Adds 1, wrapping, under the guard, which is waited for without limit. Null: nothing happens. @threads any */
+void vosAtomicInc(VOS_ATOMIC *pAtomic);
+/** Subtracts 1, wrapping, as vosAtomicInc(). @threads any */
+void vosAtomicDec(VOS_ATOMIC *pAtomic);
+/** As vosAtomicInc(). @return 1 when the new value is 0, else 0, also for null. @threads any */
+int32_t vosAtomicIncAndTest(VOS_ATOMIC *pAtomic);
+/** As vosAtomicDec(). @return 1 when the new value is 0, else 0, also for null. @threads any */
+int32_t vosAtomicDecAndTest(VOS_ATOMIC *pAtomic);
+
+/* ---- Network namespaces and interfaces -------------------------------------------------------------------------- */
+
+/**
+ * Moves the calling thread into the network namespace of a VRF, which is "/var/run/netns/ns" with its number. Sockets
+ * that are made meanwhile stay in that namespace after vosNetVrfRestore().
+ *
+ * @param ulVrf     1 and up
+ * @param pSavedFd  receives the descriptor of the namespace from where the thread came, for vosNetVrfRestore(); -1 on
+ *                  failure
+ * @return VOS_OK; VOS_ERROR when the thread could not be moved (one printed line, whatever the debug flags hold);
+ *         VOS_ERR_PARAM when the number is 0, the default namespace, or the pointer is null (one error line)
+ * @threads any; each moves itself only
+ */
+int32_t vosSwitchToNetVrf(uint32_t ulVrf, int32_t *pSavedFd);
+
+/**
+ * Moves the calling thread back and closes the descriptor.
+ *
+ * @param iSavedFd  from vosSwitchToNetVrf(); negative: there is nothing to restore
+ * @return VOS_OK; VOS_ERROR when the thread could not be moved, and then the descriptor stays open for another try, or
+ *         the descriptor could not be closed (one printed line, whatever the debug flags hold)
+ * @threads the one that switched
+ */
+int32_t vosNetVrfRestore(int32_t iSavedFd);
+
+/**
+ * The kernel's index of an interface in the calling thread's namespace.
+ *
+ * @return VOS_OK; VOS_ERROR when there is no such interface, the index is untouched then; VOS_ERR_PARAM for null
+ * @threads any
+ */
+int32_t vosIfNameToKernelIndex(const char *pName, uint32_t *pIndex);
+
+/**
+ * The name of the interface with that index in the calling thread's namespace.
+ *
+ * @param pName  buffer of at least 16 bytes
+ * @return the buffer, or null; also null for a null buffer (one error line)
+ * @threads any
+ */
+char *vosIfKernelIndexToName(uint32_t ulIndex, char *pName);
+
+/**
+ * An interface's MAC address.
+ *
+ * @param pName  its name; only the first 15 characters count
+ * @param pMac   receives 6 bytes
+ * @return VOS_OK; VOS_ERROR; VOS_ERR_PARAM for null
+ * @threads any
+ */
+int32_t vosIfKernelMacGet(const char *pName, uint8_t *pMac);
+
+/**
+ * Whether this start is a warm restart: whether "/tmp/warmreboot" exists, which whoever restarts the applications
+ * creates and which no reboot survives.
+ *
+ * @param pStartType  receives 1 for a warm restart, 0 for a cold start
+ * @return VOS_OK; VOS_ERR_PARAM for null
+ * @threads any
+ */
+int32_t vosStartTypeGet(uint32_t *pStartType);
+
+/* ---- Interval timers -------------------------------------------------------------------------------------------- */
+
+/**
+ * Creates and arms the timer that a record describes, on the monotonic clock. Every expiry calls the record's function
+ * on a thread of the system library's; with a slow function several calls may run at once. A period of 0 arms nothing.
+ *
+ * A one-shot timer is deleted after its function has returned, so a function that wants to go on does not add its own
+ * record again.
+ *
+ * @param pTimer  the record; must stay where it is until the timer is gone and its last call has returned
+ * @return VOS_OK; -1 when the timer could not be created, or not be armed, in which case it exists and is still to be
+ *         deleted (one printed line, whatever the debug flags hold); VOS_ERR_PARAM when the record or its function is
+ *         null (one error line)
+ * @threads any
+ */
+int32_t vosTimerAdd(VOS_TIMER *pTimer);
+
+/**
+ * Deletes a timer. A call that runs meanwhile is not waited for.
+ *
+ * @return 0; -1 with EINVAL when there is no timer: it was never added, or is deleted already, as a one-shot timer that
+ *         has fired; VOS_ERR_PARAM for null (one error line)
+ * @threads any
+ */
+int32_t vosTimerDel(VOS_TIMER *pTimer);
+
+/** Whether the caller runs in interrupt context. @return 0: no code does here. @threads any */
+int32_t vosInInterrupt(void);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
 
 #endif

@@ -1,13 +1,26 @@
 /* SPDX-License-Identifier: MIT */
 #include "overrides.h"
 
+#include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <net/if.h>
+#include <netdb.h>
+#include <pthread.h>
 #include <sched.h>
+#include <semaphore.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/ipc.h>
+#include <sys/resource.h>
 #include <sys/shm.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysinfo.h>
+#include <sys/time.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,6 +39,8 @@
 #include "faults.h"
 
 extern "C" int __cxa_atexit(void (*hook)(void *), void *argument, void *object) noexcept;
+/* How the portable strerror_r() reaches it. */
+extern "C" int __xpg_strerror_r(int error, char *to, size_t size);
 
 namespace vostest {
 
@@ -77,6 +92,14 @@ struct NOTHING {
     static Result failed() {
         errno = errorOr(EIO);
         return nullptr;
+    }
+};
+struct ZERO {
+    static constexpr Kind kind = Kind::Listed;
+    template <class Result>
+    static Result failed() {
+        errno = errorOr(EIO);
+        return 0;
     }
 };
 struct CODE {
@@ -131,6 +154,24 @@ void sync() {
     if (enter("sync", Kind::Listed) != Verdict::Fail) ::sync();
 }
 
+int fcntl(int fd, int command, ...) {
+    va_list list;
+    va_start(list, command);
+    const int argument = va_arg(list, int); /* of a command without one it is not looked at */
+    va_end(list);
+    if (enter("fcntl", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
+    return ::fcntl(fd, command, argument);
+}
+
+int ioctl(int fd, unsigned long request, ...) {
+    va_list list;
+    va_start(list, request);
+    void *const argument = va_arg(list, void *);
+    va_end(list);
+    if (enter("ioctl", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
+    return ::ioctl(fd, request, argument);
+}
+
 void *shmat(int segment, const void *address, int flags) {
     if (enter("shmat", Kind::Listed) == Verdict::Fail) {
         errno = errorOr(EIO);
@@ -157,6 +198,29 @@ int atexit(void (*hook)()) {
 int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
     if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
     return __cxa_atexit(hook, argument, object);
+}
+
+/* The library starts nothing but a shell with one command line. */
+int execl(const char *path, const char *name, ...) {
+    if (enter("execl", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
+    va_list list;
+    va_start(list, name);
+    const char *const option = va_arg(list, const char *);
+    const char *const command = va_arg(list, const char *);
+    va_end(list);
+    return ::execl(path, name, option, command, static_cast<char *>(nullptr));
+}
+
+int strerrorPortable(int error, char *to, size_t size) {
+    if (enter("strerror_r", Kind::Listed) == Verdict::Fail) return CODE::failed<int>();
+    return __xpg_strerror_r(error, to, size);
+}
+
+/* A sleep fails by ending early. */
+unsigned sleep(unsigned seconds) {
+    if (enter("sleep", Kind::Listed) != Verdict::Fail) return ::sleep(seconds);
+    errno = errorOr(EINTR);
+    return seconds;
 }
 
 /* The heap: every block that libvos has taken is known until libvos gives it back. */
@@ -241,10 +305,16 @@ const std::vector<Override> &overrides() {
 #undef GIVES
         entry("open", over::open),
         entry("sync", over::sync),
+        entry("fcntl", over::fcntl),
+        entry("fcntl64", over::fcntl),
+        entry("ioctl", over::ioctl),
         entry("shmat", over::shmat),
         entry("signal", over::signal),
         entry("atexit", over::atexit),
         entry("__cxa_atexit", over::cxaAtexit),
+        entry("execl", over::execl),
+        entry("__xpg_strerror_r", over::strerrorPortable),
+        entry("sleep", over::sleep),
         entry("malloc", over::malloc),
         entry("calloc", over::calloc),
         entry("realloc", over::realloc),
@@ -276,10 +346,19 @@ constexpr std::string_view kCannotFail[] = {
     // processes: always succeed, or their result is passed on as it is
     "getopt",
     "getpid",
+    "gettid",
+    // time: the one clock that is always there
+    "time",
+    // addresses: texts and bytes in memory; the compiler's check of a set's bounds does not return
+    "__fdelt_chk",
+    "freeaddrinfo",
+    "inet_addr",
+    "inet_ntoa",
     // formats that only hold numbers and short texts, into bounded buffers
     "__snprintf_chk",
     "snprintf",
     // do not return
+    "_exit",
     "__stack_chk_fail",
     "__stack_chk_guard",
     "abort",
