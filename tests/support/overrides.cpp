@@ -4,7 +4,9 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/ipc.h>
+#include <sys/resource.h>
 #include <sys/shm.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -131,6 +133,61 @@ SignalHandler signal(int number, SignalHandler handler) {
     return ::signal(number, handler);
 }
 
+int execl(const char *path, const char *first, ...) {
+    std::array<char *, 16> arguments{const_cast<char *>(first)};
+    va_list list;
+    va_start(list, first);
+    for (std::size_t i = 0; arguments[i] != nullptr; ++i) arguments.at(i + 1) = va_arg(list, char *);
+    va_end(list);
+    if (enter("execl", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
+    return ::execv(path, arguments.data());
+}
+
+/* The parent returns through the frame that called vfork() only after the child has been at work below it, so there
+ * must be no frame of ours in between: the call is answered with a failure, or the real one is jumped to with
+ * everything as the caller left it. */
+extern "C" pid_t vostestVfork(void);
+extern "C" [[gnu::used]] bool vostestVforkFails() {
+    if (enter("vfork", Kind::Listed) != Verdict::Fail) return false;
+    errno = errorOr(EAGAIN);
+    return true;
+}
+asm(R"(
+    .pushsection .text
+    .globl vostestVfork
+    .hidden vostestVfork
+    .type vostestVfork, %function
+vostestVfork:
+)"
+#if defined(__x86_64__)
+    R"(
+    endbr64
+    sub $8, %rsp
+    call vostestVforkFails
+    add $8, %rsp
+    test %al, %al
+    jnz 1f
+    jmp vfork@PLT
+1:  mov $-1, %eax
+    ret
+)"
+#elif defined(__aarch64__)
+    R"(
+    hint #34 // bti c
+    stp x29, x30, [sp, #-16]!
+    bl vostestVforkFails
+    ldp x29, x30, [sp], #16
+    tbnz w0, #0, 1f
+    b vfork
+1:  mov w0, #-1
+    ret
+)"
+#endif
+    R"(
+    .size vostestVfork, . - vostestVfork
+    .popsection
+)");
+
 int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
     if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
     return __cxa_atexit(hook, argument, object);
@@ -207,6 +264,8 @@ const std::vector<Override> &overrides() {
         entry("open", over::open),
         entry("shmat", over::shmat),
         entry("signal", over::signal),
+        entry("execl", over::execl),
+        entry("vfork", over::vostestVfork),
         entry("__cxa_atexit", over::cxaAtexit),
         entry("malloc", over::malloc),
         entry("calloc", over::calloc),
@@ -226,13 +285,16 @@ constexpr std::string_view kCannotFail[] = {
     "__errno_location",
     "stdout",
     // memory only
+    "__xpg_basename",
     "memcmp",
     "memcpy",
     "memmove",
     "memset",
+    "strchr",
     "strcmp",
     "strerror",
     "strlen",
+    "strrchr",
     // processes: always succeed, or their result is passed on as it is
     "getopt",
     "getpid",
@@ -240,9 +302,11 @@ constexpr std::string_view kCannotFail[] = {
     "__snprintf_chk",
     "snprintf",
     // do not return
+    "__assert_fail",
     "__stack_chk_fail",
     "__stack_chk_guard",
     "abort",
+    "exit",
     // start-up files
     "_ITM_deregisterTMCloneTable",
     "_ITM_registerTMCloneTable",
