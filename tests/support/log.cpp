@@ -4,17 +4,20 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <regex>
 
 namespace vostest {
 
 namespace {
 
+/* "NAME(PID) MESSAGE", or a piece that has no such header. The name is not allowed to hold a parenthesis. */
 LogLine parseLine(const std::string &piece) {
-    static const std::regex header{R"(^([^\r\n]*?)\((\d+)\) ([^]*)$)"};
-    std::smatch found;
-    if (!std::regex_match(piece, found, header)) return {"", 0, piece};
-    return {found[1], static_cast<pid_t>(std::stol(found[2])), found[3]};
+    const LogLine plain{"", 0, piece};
+    const std::size_t open = piece.find('(');
+    const std::size_t close = piece.find(") ", open);
+    if (open == std::string::npos || close == std::string::npos) return plain;
+    const std::string id = piece.substr(open + 1, close - open - 1);
+    if (id.empty() || id.find_first_not_of("0123456789") != std::string::npos) return plain;
+    return {piece.substr(0, open), static_cast<pid_t>(std::stol(id)), piece.substr(close + 2)};
 }
 
 }  // namespace

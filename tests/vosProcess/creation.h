@@ -63,6 +63,19 @@ inline void provide(const std::string &path, const char *role) {
     setenv(kRole, role, 1);
 }
 
+inline std::vector<std::string> argumentsOf(pid_t pid) {
+    std::ifstream commandLine("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
+    std::vector<std::string> all;
+    for (std::string each; std::getline(commandLine, each, '\0');) all.push_back(each);
+    return all;
+}
+
+/* Writes from a signal handler too. */
+template <std::size_t Size>
+void say(const char (&text)[Size]) {
+    if (write(STDOUT_FILENO, text, Size - 1) == -1) abort();
+}
+
 /* A started program. It is ended and reaped at the end of the scope. */
 class Started {
   public:
@@ -77,11 +90,11 @@ class Started {
 
     /* The argument vector, as the kernel has it. The creator is let go a moment before the kernel shows it. */
     [[nodiscard]] std::vector<std::string> arguments() const {
+        const auto own = argumentsOf(getpid());
         std::vector<std::string> all;
         EXPECT_TRUE(eventually([&] {
-            std::ifstream commandLine("/proc/" + std::to_string(pid_) + "/cmdline", std::ios::binary);
-            for (std::string each; std::getline(commandLine, each, '\0');) all.push_back(each);
-            return !all.empty();
+            all = argumentsOf(pid_);
+            return !all.empty() && all != own;
         }));
         return all;
     }

@@ -233,7 +233,7 @@ TEST(ProcessDestroy, AChildIsEndedAndReaped) {
 
 TEST(ProcessDestroy, AProcessThatIsNoChildIsSentTheSignalAndNotWaitedFor) {
     Process stranger = start([] {
-        vosProcessRegTerminateProc([](int32_t) { vosPrintf("\r\nasked to end"); });
+        vosProcessRegTerminateProc([](int32_t) { say("\r\nasked to end"); });
         ready();
         while (true) pause();
     });
@@ -249,7 +249,7 @@ TEST(ProcessDestroy, AChildThatGoesOnKeepsItsCallerWaiting) {
         const Pipe registered;
         const pid_t child = fork();
         if (child == 0) {
-            vosProcessRegTerminateProc([](int32_t) { vosPrintf("\r\nasked to end"); });
+            vosProcessRegTerminateProc([](int32_t) { say("\r\nasked to end"); });
             EXPECT_EQ(write(registered.to(), "", 1), 1);
             while (true) pause();
         }
