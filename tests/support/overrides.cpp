@@ -1,11 +1,14 @@
 /* SPDX-License-Identifier: MIT */
 #include "overrides.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/resource.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -101,9 +104,16 @@ namespace over {
         if (verdict == Verdict::Shorten) length = std::min(length, static_cast<size_t>(armed.shortTo)); \
         return ::name arguments;                                                                        \
     }
+#define GIVES(name, parameters, arguments)                               \
+    int name parameters {                                                \
+        const Verdict verdict = enter(#name, Kind::Listed);              \
+        const int result = ::name arguments;                             \
+        return verdict == Verdict::Fail ? ERRNO::failed<int>() : result; \
+    }
 #include "overrides.inc"
 #undef FAILS
 #undef MOVES
+#undef GIVES
 
 /* Calls whose parameters do not fit the table. */
 
@@ -114,6 +124,11 @@ int open(const char *path, int flags, ...) {
     va_end(list);
     if (enter("open", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
     return ::open(path, flags, mode);
+}
+
+/* Has no result: a failure is a sync that does not happen. */
+void sync() {
+    if (enter("sync", Kind::Listed) != Verdict::Fail) ::sync();
 }
 
 void *shmat(int segment, const void *address, int flags) {
@@ -258,10 +273,13 @@ const std::vector<Override> &overrides() {
     static const std::vector<Override> all{
 #define FAILS(result, name, parameters, arguments, failure) entry(#name, over::name),
 #define MOVES                                               FAILS
+#define GIVES(name, parameters, arguments)                  entry(#name, over::name),
 #include "overrides.inc"
 #undef FAILS
 #undef MOVES
+#undef GIVES
         entry("open", over::open),
+        entry("sync", over::sync),
         entry("shmat", over::shmat),
         entry("signal", over::signal),
         entry("execl", over::execl),

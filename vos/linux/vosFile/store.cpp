@@ -1,0 +1,123 @@
+/* SPDX-License-Identifier: MIT */
+/* The one reader and the one writer of whole files. */
+#include "store.h"
+
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace vos {
+
+namespace {
+
+/* A store at work: who speaks, how, and about which file. */
+struct Work {
+    Caller me;
+    const Store &store;
+    const char *path;
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    template <class... Args>
+    void say(uint32_t level, const StoreText<Args...> &text, Args... args) const {
+        if (!logged(level)) return;
+        if (text.namesPath)
+            vosDebugPrintf(level, text.text, me.name, ShownOutside{outside(path)}.get(), args...);
+        else
+            vosDebugPrintf(level, text.text, me.name, args...);
+    }
+#pragma GCC diagnostic pop
+
+    void failed(uint32_t level, const FailureText &text) const {
+        const ErrnoKeeper keep;
+        say(level, text, errno, static_cast<const char *>(strerror(errno)));
+    }
+    void failed(const FailureText &text) const { failed(VOS_DEBUG_ERROR, text); }
+
+    /* A lock that cannot be had stops nothing: a device that cannot lock still has to start. */
+    void lock(const UniqueFd &file, int how) const {
+        if (flock(file.get(), how) != 0) failed(store.lock);
+    }
+    void unlock(const UniqueFd &file) const {
+        if (flock(file.get(), LOCK_UN) != 0) failed(store.unlock);
+    }
+};
+
+int32_t readFailed(const Work &work, UniqueFd file) {
+    const FailedRead way = work.store.failedRead;
+    if (way == FailedRead::LogsThenEnds) work.failed(work.store.read);
+    {
+        const ErrnoKeeper keep;
+        if (way != FailedRead::ClosesThenLogs) work.unlock(file);
+        file.reset();
+    }
+    if (way == FailedRead::LogsThenEnds) return ended(work.me, VOS_ERROR);
+    work.failed(work.store.read);
+    return VOS_ERROR;
+}
+
+int32_t writeFailed(const Work &work, UniqueFd &file, const FailureText &text) {
+    if (work.store.failedWriteCloses) file.reset();
+    work.failed(text);
+    return VOS_ERROR;
+}
+
+int32_t writeAll(const Work &work, UniqueFd &file, std::span<const uint8_t> from) {
+    const Store &store = work.store;
+    if (ftruncate(file.get(), 0) != 0 && store.truncate) return writeFailed(work, file, store.truncate);
+    /* One call never moves more than a signed 32-bit count. */
+    const auto count = static_cast<int32_t>(write(file.get(), from.data(), from.size()));
+    if (count < 0) return writeFailed(work, file, store.write);
+    if (static_cast<uint32_t>(count) < from.size())
+        work.say(VOS_DEBUG_ERROR, store.shortWrite, static_cast<uint32_t>(from.size()), count);
+    return store.result == Result::Count ? count : VOS_OK;
+}
+
+}  // namespace
+
+int32_t findFile(Caller me, const Store &store, const char *path) {
+    if (exists(path)) return VOS_OK;
+    Work{me, store, path}.failed(VOS_DEBUG_TRACE, store.missing);
+    return VOS_ERR_NO_FILE;
+}
+
+int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uint8_t> to) {
+    const Work work{me, store, path};
+    UniqueFd file = openFile(path, O_RDONLY);
+    if (!file) {
+        work.failed(store.open);
+        return VOS_ERROR;
+    }
+    work.lock(file, LOCK_SH);
+    const auto count = static_cast<int32_t>(read(file.get(), to.data(), to.size()));
+    if (count < 0) return readFailed(work, std::move(file));
+    if (store.shortRead && static_cast<uint32_t>(count) < to.size())
+        work.say(VOS_DEBUG_ERROR, store.shortRead, static_cast<int32_t>(to.size()), count);
+    work.unlock(file);
+    file.reset();
+    static_cast<void>(ended(me, store.result == Result::Count ? count : VOS_OK));
+    return count;
+}
+
+/* After a failed write to any file the descriptor is closed already, and the calls that follow are made on none (-1):
+ * they fail as they would on the closed number and log the same line, but cannot hit a file that another thread has
+ * opened under that number meanwhile. */
+int32_t replaceWhole(Caller me, const Store &store, const char *path, std::span<const uint8_t> from, mode_t mode) {
+    const Work work{me, store, path};
+    UniqueFd file = openFile(path, O_RDWR | O_CREAT, mode);
+    if (!file) {
+        work.failed(store.open);
+        return VOS_ERROR;
+    }
+    work.lock(file, LOCK_EX);
+    const int32_t result = writeAll(work, file, from);
+    const ErrnoKeeper keep; /* of the failed call, for those who asked for the write */
+    work.unlock(file);
+    if (store.flushed) {
+        fsync(file.get());
+        syncfs(file.get());
+    }
+    file.reset();
+    return ended(me, result);
+}
+
+}  // namespace vos
