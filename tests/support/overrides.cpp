@@ -9,7 +9,10 @@
 #include <sys/resource.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/sysinfo.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,6 +32,8 @@
 
 /* How atexit() reaches the system library from a shared object. */
 extern "C" int __cxa_atexit(void (*hook)(void *), void *argument, void *object) noexcept;
+/* How the portable strerror_r() reaches it. */
+extern "C" int __xpg_strerror_r(int error, char *to, size_t size);
 
 namespace vostest {
 
@@ -208,6 +213,18 @@ int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
     return __cxa_atexit(hook, argument, object);
 }
 
+int strerrorPortable(int error, char *to, size_t size) {
+    if (enter("strerror_r", Kind::Listed) == Verdict::Fail) return CODE::failed<int>();
+    return __xpg_strerror_r(error, to, size);
+}
+
+/* A sleep fails by ending early. */
+unsigned sleep(unsigned seconds) {
+    if (enter("sleep", Kind::Listed) != Verdict::Fail) return ::sleep(seconds);
+    errno = errorOr(EINTR);
+    return seconds;
+}
+
 /* The heap: every block that libvos has taken is known until libvos gives it back. */
 
 std::mutex heapMutex;
@@ -285,6 +302,8 @@ const std::vector<Override> &overrides() {
         entry("execl", over::execl),
         entry("vfork", over::vostestVfork),
         entry("__cxa_atexit", over::cxaAtexit),
+        entry("__xpg_strerror_r", over::strerrorPortable),
+        entry("sleep", over::sleep),
         entry("malloc", over::malloc),
         entry("calloc", over::calloc),
         entry("realloc", over::realloc),
@@ -304,6 +323,7 @@ constexpr std::string_view kCannotFail[] = {
     "stdout",
     // memory only
     "__xpg_basename",
+    "memchr",
     "memcmp",
     "memcpy",
     "memmove",
@@ -321,6 +341,7 @@ constexpr std::string_view kCannotFail[] = {
     "snprintf",
     // do not return
     "__assert_fail",
+    "_exit",
     "__stack_chk_fail",
     "__stack_chk_guard",
     "abort",

@@ -1,0 +1,28 @@
+/* SPDX-License-Identifier: MIT */
+/* Answers that no machine gives on demand: a call of libvos is led to a function of the test. */
+#ifndef TESTS_SUPPORT_SUBSTITUTE_H
+#define TESTS_SUPPORT_SUBSTITUTE_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "imports.h"
+
+namespace vostest {
+
+/* From here on, in this process, libvos calls `replacement` where it calls `name`. */
+template <class Function>
+void substitute(const std::string &name, Function *replacement) {
+    int found = 0;
+    for (const Import &import : importsOfLibvos())
+        if (import.name == name) {
+            redirect(import, reinterpret_cast<void *>(replacement));
+            ++found;
+        }
+    EXPECT_GT(found, 0) << "libvos does not call " << name;
+}
+
+}  // namespace vostest
+
+#endif
