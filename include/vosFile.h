@@ -17,6 +17,9 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+/** The word at the head of a file package, of each of its entries and of each OEM record. */
+#define VOS_PACKAGE_MAGIC 0x53355335u
+
 /** The table of vosFileCrc32(): CRC-32, reflected, polynomial 0xEDB88320. Filled at load; writable. */
 extern uint32_t vosCrctable[256];
 
@@ -24,6 +27,12 @@ extern uint32_t vosCrctable[256];
 extern const char *szVosCfgFileName;
 /** Path of the saved syslog, "/flash/syslog" at load. Read afresh by every call; may be set to another path. */
 extern const char *szVosSyslogFileName;
+/** Path of the application image, "/app/hostImage.bin" at load. Read afresh by every call; may be set to another path.
+ * The application's version file is this path and ".ver". */
+extern const char *szAppFileName;
+/** Path of the boot loader's flash device, "/dev/mtdblock0" at load. Read afresh by every call; may be set to another.
+ */
+extern const char *szBootLoaderFileName;
 
 /**
  * Continues a CRC-32 over more bytes. Start with 0xFFFFFFFF and invert the last result: that is the CRC-32 of zlib.
@@ -217,6 +226,84 @@ int32_t vosFileCfgDelete(void);
  * @threads any
  */
 int32_t vosFileCfgExist(void);
+
+/**
+ * Checks whether an image may be installed: its type, the compatibility words against those of the installed
+ * application, and its CRC-32. A device without an application image accepts nothing.
+ *
+ * The header is 16 bytes: type, compatibility words A and B, CRC-32 of everything else, in network byte order. Types 2
+ * (application) and 3 (file package) begin with it, others, 1 (boot loader) among them, end with it.
+ *
+ * @param ulType    the type the image must be of
+ * @param pBuf      the image
+ * @param ulBufLen  its length in bytes
+ * @return VOS_OK; VOS_ERR_IMAGE_TYPE; VOS_ERR_IMAGE_COMPAT; VOS_ERR_IMAGE_CRC; VOS_ERROR when the installed application
+ *         cannot be read, the image is shorter than a header or pBuf is null
+ * @threads any
+ */
+int32_t vosFileImageCheck(uint32_t ulType, const uint8_t *pBuf, uint32_t ulBufLen);
+
+/**
+ * Checks an image that is in a file, as vosFileImageCheck().
+ *
+ * @param ulType     the type the image must be of
+ * @param pFileName  the file
+ * @return as vosFileImageCheck(); VOS_ERROR also when the file cannot be read whole, holds no more than a header, or
+ *         there is no memory for it
+ * @threads any
+ */
+int32_t vosFileImageCheckFile(uint32_t ulType, const char *pFileName);
+
+/**
+ * Installs an application image, or applies a file package. Nothing is touched before the whole image has been checked.
+ *
+ * The application in use is first kept as "/flash/hostImage.bin.last", if it has a version file, which moves to
+ * "/flash/hostImage.bin.last.ver"; a failure of that is logged and stops nothing. Give the new application its version
+ * with vosFileAppVerUpdate().
+ *
+ * A package is applied entry by entry: files and directories whose paths begin with "/app/preZEB.sh" or "/app/oem", and
+ * OEM records. What has been applied before a failure stays.
+ *
+ * @param pBuf      the image
+ * @param ulBufLen  its length in bytes
+ * @return VOS_OK; VOS_ERR_PARAM when pBuf is null; the codes of vosFileImageCheck(); VOS_ERROR when the application
+ *         cannot be opened or written whole, which leaves it truncated, or an entry cannot be applied;
+ *         VOS_ERR_PACKAGE_MAGIC, VOS_ERR_PACKAGE_LENGTH, VOS_ERR_ENTRY_KIND for a faulty package
+ * @threads one thread at a time
+ */
+int32_t vosFileAppWrite(const uint8_t *pBuf, uint32_t ulBufLen);
+
+/**
+ * Writes the version file of the application that has just been installed.
+ *
+ * @param pVersion  the version text; it is written with its NUL
+ * @return VOS_OK; VOS_ERR_PARAM when the text is null or empty; VOS_ERROR when the application's path has more than 252
+ *         characters or the file cannot be written
+ * @threads any
+ */
+int32_t vosFileAppVerUpdate(const char *pVersion);
+
+/**
+ * Tells whether there is a backup of the application, and its version.
+ *
+ * @param pBackupExist  receives 1 if there is a backup, else 0
+ * @param pVersion      receives the version text and its NUL, empty if there is none; room for 513 bytes, all of which
+ *                      are written
+ * @return VOS_OK; VOS_ERROR when a pointer is null
+ * @threads any
+ */
+int32_t vosFileAppBackupVerGet(int32_t *pBackupExist, char *pVersion);
+
+/**
+ * Writes a boot loader image, its header included, to the boot loader's device. It is not flushed.
+ *
+ * @param pBuf      the image
+ * @param ulBufLen  its length in bytes
+ * @return VOS_OK; VOS_ERR_PARAM when pBuf is null; the codes of vosFileImageCheck(); VOS_ERROR when the device cannot
+ * be opened or takes less than the whole image
+ * @threads any
+ */
+int32_t vosFileBootWrite(const uint8_t *pBuf, uint32_t ulBufLen);
 
 /**
  * Loads the saved syslog. The buffer is not terminated with a NUL.

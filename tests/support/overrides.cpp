@@ -332,6 +332,7 @@ constexpr std::string_view kCannotFail[] = {
     "strcmp",
     "strerror",
     "strlen",
+    "strnlen",
     "strrchr",
     // processes: always succeed, or their result is passed on as it is
     "getopt",

@@ -1,0 +1,220 @@
+/* SPDX-License-Identifier: MIT */
+/* Initialising, reading and rewriting a data partition. */
+#include "partition.h"
+
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <span>
+
+#include "../base/block.h"
+#include "../base/file.h"
+#include "../base/log.h"
+#include "vosFile.h"
+
+constinit const char *szFactoryData = "/app/factory";
+constinit const char *szSysData = "/flash/sysdata";
+alignas(64) constinit uint8_t flashConfig[1272] = {};
+alignas(8) constinit uint8_t flashData[856] = {};
+
+namespace vos {
+
+namespace {
+
+using FailureText = LogText<int, const char *>;
+using CountsText = LogText<int32_t, int32_t>;
+
+/* What the partitions differ in. */
+struct PartitionSpec {
+    const char *const *path;
+    uint32_t bodySize;
+    uint8_t headerFill; /* of the unused header bytes of a fresh partition */
+    int writeFlags;
+
+    FailureText open;
+    FailureText lock;
+    FailureText unlock;
+    FailureText unlockAfterRead;
+    FailureText read;
+    CountsText shortRead;
+    FailureText seek;
+    FailureText write;
+    CountsText shortWrite;
+
+    [[nodiscard]] uint32_t size() const { return static_cast<uint32_t>(sizeof(PartitionHeader)) + bodySize; }
+};
+
+/* Writing to a missing factory partition leaves an empty file, which the next start-up finds and replaces. */
+constexpr PartitionSpec kFactory{
+    .path = &szFactoryData,
+    .bodySize = sizeof flashConfig,
+    .headerFill = 0,
+    .writeFlags = O_RDWR | O_CREAT,
+    .open = "%s:open factory data failed errno:%d(%s).",
+    .lock = "%s:lock factory data failed errno:%d(%s).",
+    .unlock = "%s:unlock factory data failed errno:%d(%s).",
+    .unlockAfterRead = "%s:unlock factory data  failed errno:%d(%s).",
+    .read = "%s:read factory data failed errno:%d(%s).",
+    .shortRead = "%s:read factory data  need %d but only read %d.",
+    .seek = "%s:lseek factory data failed errno:%d(%s).",
+    .write = "%s:write factory data failed errno:%d(%s).",
+    .shortWrite = "%s:write factory data need %d but only write %d.",
+};
+
+/* Writing to a missing system partition fails and creates nothing: only an initialised one can be changed. */
+constexpr PartitionSpec kSystem{
+    .path = &szSysData,
+    .bodySize = sizeof flashData,
+    .headerFill = 0xFF,
+    .writeFlags = O_RDWR,
+    .open = "%s:open system data failed errno:%d(%s).",
+    .lock = "%s:lock system data failed errno:%d(%s).",
+    .unlock = "%s:unlock system data  failed errno:%d(%s).",
+    .unlockAfterRead = "%s:unlock system data  failed errno:%d(%s).",
+    .read = "%s:read system data failed errno:%d(%s).",
+    .shortRead = "%s:read system data  need %d but only read %d.",
+    .seek = "%s:lseek system data failed errno:%d(%s).",
+    .write = "%s:write system data  failed errno:%d(%s).",
+    .shortWrite = "%s:write system data  need %d but only write %d.",
+};
+
+static_assert(sizeof flashConfig == 1272 && sizeof flashData == 856);
+
+/* A partition's bytes in memory. */
+class Image {
+  public:
+    explicit Image(const PartitionSpec &spec) : size_(spec.size()), bytes_(allocate(spec.size())) {}
+
+    explicit operator bool() const { return bytes_ != nullptr; }
+    [[nodiscard]] std::span<uint8_t> bytes() const { return {bytes_.get(), size_}; }
+    [[nodiscard]] std::span<uint8_t> body() const { return bytes().subspan(sizeof(PartitionHeader)); }
+    [[nodiscard]] uint32_t checksum() const { return Cal_CRC(body().data(), static_cast<uint32_t>(body().size())); }
+
+    [[nodiscard]] PartitionHeader header() const {
+        PartitionHeader header;
+        memcpy(&header, bytes_.get(), sizeof header);
+        return header;
+    }
+    void setHeader(const PartitionHeader &header) const { memcpy(bytes_.get(), &header, sizeof header); }
+
+  private:
+    uint32_t size_;
+    Block bytes_;
+};
+
+PartitionHeader freshHeader(const PartitionSpec &spec, uint32_t checksum) {
+    PartitionHeader header{};
+    header.bodyLength = spec.bodySize;
+    header.magic = VOS_PARTITION_MAGIC;
+    header.checksum = checksum;
+    std::ranges::fill(header.unused, spec.headerFill);
+    return header;
+}
+
+void lockFile(Caller me, const PartitionSpec &spec, const UniqueFd &file, int how) {
+    if (flock(file.get(), how) != 0) errorErrno(me, spec.lock);
+}
+
+void unlockFile(Caller me, const FailureText &text, const UniqueFd &file) {
+    if (flock(file.get(), LOCK_UN) != 0) errorErrno(me, text);
+}
+
+/* A write that fails or is short shows in the log only. */
+void writeImage(Caller me, const PartitionSpec &spec, const UniqueFd &file, const Image &image) {
+    const auto wanted = static_cast<int32_t>(spec.size());
+    const auto count = static_cast<int32_t>(write(file.get(), image.bytes().data(), spec.size()));
+    if (count < 0)
+        errorErrno(me, spec.write);
+    else if (count < wanted)
+        error(me, spec.shortWrite, wanted, count);
+    unlockFile(me, spec.unlock, file);
+    fsync(file.get());
+    syncfs(file.get());
+}
+
+int32_t readImage(const UniqueFd &file, const Image &image) {
+    return static_cast<int32_t>(read(file.get(), image.bytes().data(), image.bytes().size()));
+}
+
+/* What a read of fewer bytes than the partition has means. */
+int32_t shortOf(Caller me, const PartitionSpec &spec, int32_t count) {
+    if (count < 0) return failedErrno(me, VOS_ERROR, spec.read);
+    return failed(me, VOS_ERROR, spec.shortRead, static_cast<int32_t>(spec.size()), count);
+}
+
+/* 0xFFFFFFFF is erased flash, whatever the body's checksum may be. */
+int32_t validate(Caller me, const Image &image) {
+    const PartitionHeader header = image.header();
+    if (header.magic != VOS_PARTITION_MAGIC) return failed(me, VOS_ERR_MAGIC, "%s:invalid magic.");
+    if (header.checksum != image.checksum() || header.checksum == 0xFFFFFFFFu)
+        return failed(me, VOS_ERR_CHECKSUM, "%s:crc error.");
+    return VOS_OK;
+}
+
+int32_t initialise(Caller me, const PartitionSpec &spec) {
+    trace(me, "%s:start.");
+    const Image image{spec};
+    if (!image) return failed(me, VOS_ERROR, "%s:paramters error.");
+    std::ranges::fill(image.body(), 0xFF);
+    image.setHeader(freshHeader(spec, image.checksum()));
+    const UniqueFd file = openFile(*spec.path, O_RDWR | O_CREAT);
+    if (!file) return failedErrno(me, VOS_ERROR, spec.open);
+    lockFile(me, spec, file, LOCK_EX);
+    writeImage(me, spec, file, image);
+    return VOS_OK;
+}
+
+int32_t readPartition(Caller me, const PartitionSpec &spec, uint8_t *body) {
+    trace(me, "%s:start.");
+    if (body == nullptr) return failed(me, VOS_ERR_PARAM, "%s:paramters error.");
+    const Image image{spec};
+    if (!image) return failed(me, VOS_ERROR, "%s:malloc failed.");
+    UniqueFd file = openFile(*spec.path, O_RDONLY);
+    if (!file) return failedErrno(me, VOS_ERROR, spec.open);
+    lockFile(me, spec, file, LOCK_SH);
+    const int32_t count = readImage(file, image);
+    {
+        const ErrnoKeeper keep;
+        unlockFile(me, spec.unlockAfterRead, file);
+        file.reset();
+    }
+    if (count == 0) return VOS_ERR_MAGIC;
+    if (count < static_cast<int32_t>(spec.size())) return shortOf(me, spec, count);
+    if (const int32_t result = validate(me, image); result != VOS_OK) return result;
+    std::ranges::copy(image.body(), body);
+    return VOS_OK;
+}
+
+/* The magic and the checksum of what is rewritten are not examined, and its reserved bytes stay. */
+int32_t writePartition(Caller me, const PartitionSpec &spec, const uint8_t *body) {
+    trace(me, "%s:start.");
+    if (body == nullptr) return failed(me, VOS_ERROR, "%s:paramters error.");
+    const Image image{spec};
+    if (!image) return failed(me, VOS_ERROR, "%s:malloc failed.");
+    const UniqueFd file = openFile(*spec.path, spec.writeFlags);
+    if (!file) return failedErrno(me, VOS_ERROR, spec.open);
+    lockFile(me, spec, file, LOCK_EX);
+    const int32_t count = readImage(file, image);
+    if (count < static_cast<int32_t>(spec.size())) return shortOf(me, spec, count);
+    std::copy_n(body, spec.bodySize, image.body().data());
+    PartitionHeader header = image.header();
+    header.bodyLength = spec.bodySize;
+    header.checksum = image.checksum();
+    image.setHeader(header);
+    if (lseek(file.get(), 0, SEEK_SET) < 0) errorErrno(me, spec.seek);
+    writeImage(me, spec, file, image);
+    return VOS_OK;
+}
+
+}  // namespace
+
+int32_t bootConfigDataInit() { return initialise(Caller{}, kFactory); }
+int32_t readBootConfigData(uint8_t *body) { return readPartition(Caller{}, kFactory, body); }
+int32_t writeBootConfigData(const uint8_t *body) { return writePartition(Caller{}, kFactory, body); }
+
+int32_t flashAppDataInit() { return initialise(Caller{}, kSystem); }
+int32_t readFlashAppData(uint8_t *body) { return readPartition(Caller{}, kSystem, body); }
+int32_t writeFlashAppData(const uint8_t *body) { return writePartition(Caller{}, kSystem, body); }
+
+}  // namespace vos
