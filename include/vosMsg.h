@@ -5,9 +5,32 @@
  *
  * Every message is one datagram: the 32-byte header VOS_MSG_HEAD, then the payload. All words are in the machine's
  * own byte order, since a message never leaves the device.
+ *
+ * A process opens its channel once and then drives it from one thread:
+ *
+ *     static char word[4];
+ *     int reserved;
+ *     VOS_MSG_PEER peer;
+ *     vosProcessInit("server");
+ *     vosMsgInit("server", 1, &reserved);
+ *     while (vosMsgRecv(0, word, sizeof word, 0xFFFFFFFF, &peer) >= 0)
+ *         vosMsgResp(0, 7, "pong", 4, &peer);
+ *
+ * and any other process, or thread, asks it by its name:
+ *
+ *     char word[4] = "ping";
+ *     uint32_t code;
+ *     int32_t result = vosMsgSend("server", word, sizeof word, 0, &code, 3000, 0);
+ *
+ * Any local process may send anything to a message socket. What does not fit its type's layout is dropped with one
+ * error line.
  */
 #ifndef VOS_MSG_H
 #define VOS_MSG_H
+
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
 
 #include "vosTypes.h"
 
@@ -47,10 +70,114 @@ typedef struct VOS_MSG_HEAD {
     uint32_t ulBufLen;   /**< Length of the payload in bytes. */
 } VOS_MSG_HEAD;
 
+/** Whom to answer: filled by vosMsgRecv() for an application message, read by vosMsgResp(). The application's own; it
+ *  stays valid after further messages have been received. */
+typedef struct VOS_MSG_PEER {
+    struct sockaddr_un stAddr; /**< The requester's address. */
+    uint32_t ulAddrLen;        /**< Its length in bytes, as the kernel reported it. */
+    uint32_t ulNoReturn;       /**< The request's no-return word: 1 suppresses the answer. */
+    int32_t iSocketFd;         /**< The socket on which the request came and the answer goes out. */
+} VOS_MSG_PEER;
+
+/** Information about a trapped packet. Its layout belongs to the kernel module; the library carries it. */
+typedef struct VOS_PKT_INFO {
+    uint8_t aucData[88]; /**< Opaque. */
+} VOS_PKT_INFO;
+/** Further information about a trapped packet, opaque as well. */
+typedef struct VOS_PKT_EXT {
+    uint8_t aucData[56]; /**< Opaque. */
+} VOS_PKT_EXT;
+
+/*
+ * Handlers. They run inside the receive call, in its thread, and must not call a receive function themselves. What
+ * they are handed by address belongs to the library and is valid until they return.
+ */
+
+/** A trapped packet of iLen bytes. The result is ignored. */
+typedef int32_t (*VOS_PKT_PROC)(uint8_t *pData, int32_t iLen, VOS_PKT_INFO stInfo, VOS_PKT_EXT stExt);
+/** A port's link changed; the two words of the event. The result is ignored. */
+typedef int32_t (*VOS_LINKTRAP_PROC)(uint32_t ulValue2, uint32_t ulValue3);
+/** A VLAN interface's link changed; the three words of the event. The result is ignored. */
+typedef int32_t (*VOS_VLANINTF_LINKTRAP_PROC)(uint32_t ulValue2, uint32_t ulValue3, uint32_t ulValue4);
+/** A MAC-address event: its words, and the address of whatever payload came with it. The result is ignored. */
+typedef int32_t (*VOS_MAC_TRAP_PROC)(uint32_t ulValue1, uint32_t ulValue2, uint32_t ulValue3, void *pPayload);
+/**
+ * Writes the running configuration as text.
+ *
+ * @param pBuf  zeroed; *pLen bytes
+ * @param pLen  in: the buffer's capacity in bytes; out: the bytes still free, from 0 to the capacity
+ * @param ulValue1  the requester's first argument
+ * @param ulValue2  the requester's second argument
+ * @return 0 when the text is complete; anything else is the requester's result and no text is sent
+ */
+typedef int32_t (*VOS_BLDRUN_PROC)(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_t ulValue2);
+/**
+ * Reads or writes a configuration object.
+ *
+ * @param ulValue1   the requester's operation
+ * @param pName      the object's name
+ * @param pIndexes   index words, in and out; room for 16142
+ * @param pIndexNum  their number, in and out
+ * @param pValueBuf  the value, in and out; 8-byte aligned
+ * @param pValueLen  in: the value's length, or a reader's room for it; out: the length to send back, which must fit
+ *                   the buffer or the process is aborted with an assertion line
+ * @param pusValue   a further argument, in and out
+ * @return 0 on success; anything else is carried back and no value is sent. errno is carried back too.
+ */
+typedef int32_t (*VOS_CCD_PROC)(uint32_t ulValue1, char *pName, uint32_t *pIndexes, int32_t *pIndexNum, void *pValueBuf,
+                                uint32_t *pValueLen, uint16_t *pusValue);
+/**
+ * Describes a configuration object. All outputs are zero before the call; their meaning is the applications'.
+ *
+ * @param pName     the object's name
+ * @param ulValue1  the requester's argument
+ * @param pOut1     outputs 1 to 6 and 8 to 10: one word each
+ * @param pTable    32 words
+ * @param pCount    output 7: the number of table words in use
+ * @return carried back to the requester, as is errno
+ */
+typedef int32_t (*VOS_CCD_OBJ_INFO_GET_PROC)(char *pName, uint32_t ulValue1, uint32_t *pOut1, uint32_t *pOut2,
+                                             uint32_t *pOut3, uint32_t *pOut4, uint32_t *pOut5, uint32_t *pOut6,
+                                             uint32_t *pTable, uint32_t *pCount, uint32_t *pOut8, uint32_t *pOut9,
+                                             uint32_t *pOut10);
+/** A message-loop timer has expired: how many milliseconds ago, and the argument given at registration. It may cancel,
+ *  stop or restart any timer of its loop, its own included. */
+typedef void (*VOS_MSG_TIMER_PROC)(uint32_t ulLateMs, uint64_t ulUserArg);
+
+/** A message-loop timer. Allocated and freed by the library; its address is the timer's handle. */
+typedef struct VOS_MSG_TIMER {
+    struct VOS_MSG_TIMER *pNext; /**< The next timer, in the order of registration. */
+    uint32_t ulSerial;           /**< Number of the registration. */
+    uint32_t ulPeriodic;         /**< 0: fires once. */
+    VOS_MSG_TIMER_PROC pProc;    /**< Called on expiry; may be null. */
+    uint32_t ulIntervalMs;       /**< Interval in milliseconds. */
+    uint64_t ulUserArg;          /**< Passed to pProc. */
+    struct timeval stStart;      /**< The moment from which the interval runs. */
+    uint32_t ulRunning;          /**< 1: looked at by the loop; 0: stopped. */
+} VOS_MSG_TIMER;
+
+/** The main channel's descriptors: normal socket, high-priority socket, the kernel's netlink socket. -1: not open. */
+extern int32_t g_vosFdProc, g_vosFdProcHigh, g_vosFdNLUni;
 /** The receive loop's buffer: every datagram of the main channel is received into it. 8-byte aligned. */
 extern uint8_t g_vosMsgBufferRecv[VOS_MSG_BUFFER_LEN];
 /** The buffer in which the receive loop builds answers about configuration objects. 8-byte aligned. */
 extern uint8_t g_vosMsgBufferSend[VOS_MSG_BUFFER_LEN];
+
+/** The registered handlers, null when there is none: packets; links of the two kinds of ports and of VLAN interfaces;
+ *  MAC addresses; the running configuration; configuration objects and their descriptions. */
+extern VOS_PKT_PROC g_vosPktProc;
+extern VOS_LINKTRAP_PROC g_vosApLinktrapProc, g_vosAgLinktrapProc; /**< Port kind 0, port kind 1. */
+extern VOS_VLANINTF_LINKTRAP_PROC g_vosVlanintfLinktrapProc;       /**< VLAN interfaces. */
+extern VOS_MAC_TRAP_PROC g_vosMacTrapProc;                         /**< MAC addresses. */
+extern VOS_BLDRUN_PROC g_vosBldrunProc;                            /**< Running configuration. */
+extern VOS_CCD_PROC g_vosCcdProc;                                  /**< Configuration objects. */
+extern VOS_CCD_OBJ_INFO_GET_PROC g_vosCcdObjInfoGetProc;           /**< Their descriptions. */
+
+/** The main channel's timers in the order of registration, and the number that the next one gets. */
+extern VOS_MSG_TIMER *g_pVosMsgTimerFirst;
+extern uint32_t g_ulVosMsgMagic; /**< Counts registrations from 0. */
+/** The applications' second debug word, 0x805 at load. The library stores it and never looks at its bits. */
+extern uint32_t g_vosDebugSmdFlags;
 
 /**
  * Checks that the two message buffers are aligned to ZEB_LONGBYTES. They always are, unless the application has put
@@ -60,6 +187,321 @@ extern uint8_t g_vosMsgBufferSend[VOS_MSG_BUFFER_LEN];
  * @threads any
  */
 int32_t vosMsgCheck(void);
+
+/**
+ * The path of a process's normal socket: "/tmp/vos/" and the name's part behind its last slash.
+ *
+ * @param pProcName  process name
+ * @param pPath      128 bytes; a longer path is cut off
+ * @return VOS_OK; VOS_ERR_PARAM for a null pointer
+ * @threads any
+ */
+int32_t vosMsgNLChangePath(const char *pProcName, char *pPath);
+
+/**
+ * A path for a requester's own socket: "/tmp/vos/clientp<process id>t<thread id>v<number>", where the number runs from
+ * 1 to 127 and then starts again.
+ *
+ * @param pPath  buffer for the path
+ * @param iSize  its size in bytes; a longer path is cut off
+ * @return VOS_OK; VOS_ERR_PARAM for a null pointer
+ * @threads any; two threads never get the same path
+ */
+int32_t vosMsgGetLocalFile(char *pPath, int32_t iSize);
+
+/**
+ * Fills the address of a path. A path that does not fit is given its true length all the same, so that the kernel
+ * refuses the address instead of taking it for a shorter one.
+ *
+ * @param pPath     path
+ * @param pAddr     zeroed and filled
+ * @param pAddrLen  the address's length in bytes: the path's plus 3
+ * @return VOS_OK; VOS_ERR_PARAM for a null pointer
+ * @threads any
+ */
+int32_t vosMsgLocalAddrInit(const char *pPath, struct sockaddr_un *pAddr, uint32_t *pAddrLen);
+
+/**
+ * Creates a datagram socket for messages. While VOS_DEBUG_NO_TIMEOUTS is set in the flag word it gets no time-outs.
+ * A time-out that cannot be set is logged, and the socket is returned.
+ *
+ * @param ulTimeoutMs  send and receive time-out in milliseconds; 0 for none
+ * @return the descriptor, the caller's to close; -1 with errno when it cannot be created, without a line
+ * @threads any
+ */
+int32_t vosMsgLocalSocket(uint32_t ulTimeoutMs);
+
+/**
+ * Asks for a send buffer of 4 MiB and a receive buffer of 6 MiB. What the kernel refuses is logged.
+ *
+ * @param iSocketFd  socket
+ * @param iVerify    1: read the sizes back and log those that the kernel has capped at its ceilings
+ * @return VOS_OK always
+ * @threads any
+ */
+int32_t vosMsgSocketOptmize(int32_t iSocketFd, int32_t iVerify);
+
+/**
+ * Opens the process's channel: the sockets "/tmp/vos/<name>" and "/tmp/vos/<name>High", and the kernel's netlink
+ * socket. Paths left by an earlier process of that name are taken over. What is open stays open; there is no close.
+ *
+ * A failure is expected to end the process: of the sockets made so far only the one that could not be bound is closed.
+ *
+ * @param pProcName  name under which others reach this process; what stands before its last slash does not count
+ * @param ulFlags    1: open the pair of local sockets; 2: open the netlink socket; 3: both; 0: nothing
+ * @param pReserved  any pointer but null; not used
+ * @return VOS_OK; VOS_ERR_PARAM for a null pointer; VOS_ERR_EXIST when a socket of that kind is open;
+ *         VOS_ERROR when a socket cannot be created or bound, a name too long for an address included
+ * @threads the main thread, before its receive loop starts
+ */
+int32_t vosMsgInit(const char *pProcName, uint32_t ulFlags, void *pReserved);
+
+/**
+ * Sends an application message to a process and waits for its answer. The answer's payload replaces the buffer's
+ * content; what does not fit is discarded, and a shorter one is logged and taken.
+ *
+ * @param pDestName    receiver's name
+ * @param pMsgBuf      payload, in and out
+ * @param ulMsgSize    its size in bytes, up to 64568
+ * @param ulNoReturn   0: wait for the answer; 1: the receiver shall not answer; others: do not wait, though the
+ * receiver still answers
+ * @param pRetCode     receives the answer's code; needed only when an answer is awaited
+ * @param ulTimeoutMs  time-out for sending and for the answer in milliseconds; 0 for none
+ * @param ulFlags      1: to the receiver's high-priority socket; 2: do not wait for the answer
+ * @return VOS_OK; VOS_ERR_PARAM for a null pointer; VOS_ERR_TOO_LONG; VOS_ERROR when nobody receives under the name,
+ *         the message cannot be sent, or the answer does not come in time
+ * @threads any, also at the same time
+ */
+int32_t vosMsgSend(const char *pDestName, void *pMsgBuf, uint32_t ulMsgSize, uint32_t ulNoReturn, uint32_t *pRetCode,
+                   uint32_t ulTimeoutMs, uint32_t ulFlags);
+
+/**
+ * Answers an application message.
+ *
+ * @param iReserved  not used
+ * @param ulRetCode  code for the requester
+ * @param pMsgBuf    payload
+ * @param ulMsgSize  its size in bytes, up to 64568
+ * @param pPeer      the request's record
+ * @return VOS_OK, also when the requester wants no answer and none is sent; VOS_ERR_PARAM for a null pointer;
+ *         VOS_ERR_TOO_LONG; VOS_ERROR when the answer cannot be sent, because the requester has given up for one
+ * @threads any
+ */
+int32_t vosMsgResp(int32_t iReserved, uint32_t ulRetCode, const void *pMsgBuf, uint32_t ulMsgSize,
+                   const VOS_MSG_PEER *pPeer);
+
+/**
+ * Waits for an application message. On its way it fires timers, handles every other kind of message and calls the
+ * handlers of the application's own descriptors. In one wake-up it serves one message of the kernel, the
+ * high-priority socket until that is empty, one message of the normal socket, then the application's descriptors.
+ *
+ * @param ulReserved   not used
+ * @param pMsgBuf      buffer for the payload
+ * @param ulMsgSize    its size in bytes, up to 64568
+ * @param ulTimeoutMs  milliseconds to wait, 0xFFFFFFFF for ever; starts again whenever a timer has fired
+ * @param pPeer        receives whom to answer
+ * @return the number of bytes copied. For a message of the high-priority socket that is its payload, cut to the
+ *         buffer; for one of the normal socket it is the message with its 32-byte header, cut to the buffer: up to 32
+ *         bytes behind the payload are then to be ignored.
+ *         VOS_ERR_TIMEOUT; VOS_ERR_PARAM for a null pointer or a buffer size above 64568; VOS_ERR_NOT_INIT before
+ *         vosMsgInit(); VOS_ERROR when waiting or receiving fails, a signal or an empty datagram included
+ * @threads one thread of the process
+ */
+int32_t vosMsgRecv(uint32_t ulReserved, void *pMsgBuf, uint32_t ulMsgSize, uint32_t ulTimeoutMs, VOS_MSG_PEER *pPeer);
+
+/**
+ * Registers the handler of trapped packets, in place of an earlier one.
+ *
+ * @param pProc  handler, or null to switch the kind off
+ * @return VOS_OK
+ * @threads the receive loop's, or before it starts; this holds for all registrations
+ */
+int32_t vosMsgRegisterPkt(VOS_PKT_PROC pProc);
+
+/**
+ * Registers the handler of link changes of one kind of ports.
+ *
+ * @param ulKind  0 or 1
+ * @param pProc   handler, or null
+ * @return VOS_OK; VOS_ERR_PARAM for another kind
+ */
+int32_t vosMsgRegisterPortLink(uint32_t ulKind, VOS_LINKTRAP_PROC pProc);
+
+/** Registers the handler of link changes of VLAN interfaces, or null. @return VOS_OK */
+int32_t vosMsgRegisterVlanintfLink(VOS_VLANINTF_LINKTRAP_PROC pProc);
+
+/** Registers the handler of MAC-address events, or null. @return VOS_OK */
+int32_t vosMsgRegisterMac(VOS_MAC_TRAP_PROC pProc);
+
+/** Registers the builder of the running configuration, or null: requests are then answered with VOS_ERR_NO_HANDLER.
+ *  @return VOS_OK */
+int32_t vosMsgRegisterBldrun(VOS_BLDRUN_PROC pProc);
+
+/** Registers the handler of configuration objects, or null: requests are then not answered. @return VOS_OK */
+int32_t vosMsgRegisterCcd(VOS_CCD_PROC pProc);
+
+/** Registers the describer of configuration objects, or null: requests are then not answered. @return VOS_OK */
+int32_t vosMsgRegisterCcdObjInfoGet(VOS_CCD_OBJ_INFO_GET_PROC pProc);
+
+/**
+ * Sends one datagram. Sizes above 4 MiB are logged and tried; so is a datagram that went out short.
+ *
+ * @param iSocketFd  socket
+ * @param pBuf       datagram
+ * @param ulSize     its size in bytes
+ * @param pAddr      destination, or null for a connected socket
+ * @param ulAddrLen  its length in bytes
+ * @return the number of bytes sent; VOS_ERROR with errno
+ * @threads any, as for the three below
+ */
+int32_t vosMsgSendStream(int32_t iSocketFd, const void *pBuf, uint32_t ulSize, const struct sockaddr *pAddr,
+                         uint32_t ulAddrLen);
+
+/**
+ * Sends one datagram gathered from pieces.
+ *
+ * @param iSocketFd  socket
+ * @param pMsg       destination and pieces
+ * @param ulSize     size of the whole in bytes; above 4 MiB it is logged
+ * @return the number of bytes sent; VOS_ERROR with errno
+ */
+int32_t vosMsgSendStream1(int32_t iSocketFd, const struct msghdr *pMsg, uint32_t ulSize);
+
+/**
+ * Receives one datagram; what does not fit is discarded.
+ *
+ * @param iSocketFd  socket
+ * @param pBuf       buffer
+ * @param ulSize     its size in bytes; above 6 MiB it is logged
+ * @param pAddr      receives the sender's address; may be null
+ * @param pAddrLen   in: room for the address; out: its length
+ * @return the number of bytes received; VOS_ERROR with errno, and for an empty datagram
+ */
+int32_t vosMsgRecvStream(int32_t iSocketFd, void *pBuf, uint32_t ulSize, struct sockaddr *pAddr, uint32_t *pAddrLen);
+
+/**
+ * Receives one datagram scattered into pieces.
+ *
+ * @param iSocketFd  socket
+ * @param pMsg       pieces
+ * @param ulSize     size of the whole in bytes; above 6 MiB it is traced
+ * @return the number of bytes received, 0 for an empty datagram; VOS_ERROR with errno
+ */
+int32_t vosMsgRecvStream1(int32_t iSocketFd, struct msghdr *pMsg, uint32_t ulSize);
+
+/**
+ * Asks a process for its running configuration, over its high-priority socket, and waits up to 90 seconds.
+ *
+ * @param pDestName  process name
+ * @param pBuf       receives the text
+ * @param pLen       in: the buffer's capacity in bytes, more than 32 and at most 4 MiB; out, on success: how much of it
+ *                   stayed free. The text is what lies before that.
+ * @param ulValue1   first argument for the other's builder
+ * @param ulValue2   second argument
+ * @return VOS_OK; VOS_ERR_PARAM for a null pointer; VOS_ERROR for a capacity of 32 or less, or when the exchange fails;
+ *         VOS_ERR_NO_HANDLER when the process has no builder; VOS_ERR_MEMORY when it could not make room for the text;
+ *         any other code that its builder returned
+ * @threads any
+ */
+int32_t vosMsgBldrunSend(const char *pDestName, char *pBuf, uint32_t *pLen, uint32_t ulValue1, uint32_t ulValue2);
+
+/**
+ * Asks a process for the description of a configuration object and waits up to 10 seconds. A process without a
+ * describer does not answer. Outputs are written only when the whole answer is there and its code is 0.
+ *
+ * @param pRetCode   receives the code of the other's describer; errno is set to the other's errno
+ * @param pDestName  process name
+ * @param pObjName   object name
+ * @param ulValue1   argument for the describer
+ * @param pOut1      outputs 1 to 6 and 8 to 10: one word each. Outputs 8 to 10 are right only when the description
+ *                   uses all 32 table words; with fewer they are the words behind those in use.
+ * @param pTable     32 words
+ * @param pCount     number of table words in use
+ * @return VOS_OK when an answer came; VOS_ERR_PARAM for a null pointer; VOS_ERR_TOO_LONG for a name that does not fit a
+ *         message; VOS_ERROR when the exchange fails
+ * @threads the receive loop's, as it uses g_vosMsgBufferSend
+ */
+int32_t vosMsgCcdObjInfoGetSend(uint32_t *pRetCode, const char *pDestName, const char *pObjName, uint32_t ulValue1,
+                                uint32_t *pOut1, uint32_t *pOut2, uint32_t *pOut3, uint32_t *pOut4, uint32_t *pOut5,
+                                uint32_t *pOut6, uint32_t *pTable, uint32_t *pCount, uint32_t *pOut8, uint32_t *pOut9,
+                                uint32_t *pOut10);
+
+/**
+ * Sets another process's debug flag word; see vosDebugConfig().
+ *
+ * @param pDestName  process name
+ * @param ulFlags    the new word
+ * @return VOS_OK when the message was sent; VOS_ERR_PARAM for a null name; VOS_ERROR
+ * @threads any, as for the two below
+ */
+int32_t vosMsgDebugVos(const char *pDestName, uint32_t ulFlags);
+
+/**
+ * Sets another process's second debug word; see g_vosDebugSmdFlags.
+ *
+ * @param pDestName  process name
+ * @param ulFlags    the new word
+ * @return as vosMsgDebugVos()
+ */
+int32_t vosMsgDebugSmd(const char *pDestName, uint32_t ulFlags);
+
+/**
+ * Sends a bare control message, such as VOS_MSG_STDOUT_REDIRECT with the arguments of vosMsgDebugStdRedirect().
+ *
+ * @param pDestName  process name
+ * @param ulType     message type
+ * @param ulValue1   first argument
+ * @param ulValue2   second argument
+ * @return as vosMsgDebugVos()
+ */
+int32_t vosMsgDebugMsgSend(const char *pDestName, uint32_t ulType, uint32_t ulValue1, uint32_t ulValue2);
+
+/** @return this process's second debug word. @threads any */
+uint32_t vosMsgDebugSmdGet(void);
+
+/** Sets this process's second debug word. @return VOS_OK @threads any */
+int32_t vosMsgDebugSmdSet(uint32_t ulFlags);
+
+/**
+ * Redirects this process's standard output, log lines included, or puts it back to where it was before the first
+ * redirection. The terminal stays open for the life of the process.
+ *
+ * @param ulAction  1: redirect; 0: restore
+ * @param ulTty     0: the console; N: pseudo-terminal N - 1
+ * @return VOS_OK; VOS_ERR_PARAM for another action; VOS_ERROR with errno, also for a restore without a redirection
+ * @threads the receive loop's; descriptor 1 changes for all threads
+ */
+int32_t vosMsgDebugStdRedirect(uint32_t ulAction, uint32_t ulTty);
+
+/**
+ * Registers a timer that fires in the receive loop, and starts it. It runs by the wall clock; a periodic timer's next
+ * interval begins when it has been handled.
+ *
+ * @param ulPeriodic    0: fire once, after which the timer is freed; otherwise again and again
+ * @param ulIntervalMs  interval in milliseconds
+ * @param pProc         called on expiry; may be null
+ * @param ppTimer       receives the handle
+ * @param ulUserArg     passed to pProc
+ * @return VOS_OK; VOS_ERR_PARAM for a null ppTimer; VOS_ERR_MEMORY; VOS_ERROR when the clock cannot be read
+ * @threads the receive loop's, as for all timer calls
+ */
+int32_t vosTimerRegister(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TIMER_PROC pProc, VOS_MSG_TIMER **ppTimer,
+                         uint64_t ulUserArg);
+
+/** Removes and frees a timer. @return VOS_OK; VOS_ERR_PARAM for null; VOS_ERROR when there is no such timer */
+int32_t vosTimerCancel(VOS_MSG_TIMER *pTimer);
+
+/**
+ * Starts a timer, stopped or not, with a new interval from now.
+ *
+ * @param pTimer        handle
+ * @param ulIntervalMs  interval in milliseconds
+ * @return VOS_OK; VOS_ERROR when there is no such timer or the clock cannot be read
+ */
+int32_t vosTimerStart(VOS_MSG_TIMER *pTimer, uint32_t ulIntervalMs);
+
+/** Stops a timer and keeps it. @return VOS_OK; VOS_ERROR when there is no such timer */
+int32_t vosTimerStop(VOS_MSG_TIMER *pTimer);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

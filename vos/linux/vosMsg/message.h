@@ -1,11 +1,16 @@
 /* SPDX-License-Identifier: MIT */
-/* What the files of the message core share. */
+/* What the files of the message core share: the records of the wire, one received message, and a bounded writer. */
 #ifndef VOS_MSG_MESSAGE_H
 #define VOS_MSG_MESSAGE_H
 
+#include <sys/socket.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <span>
 
+#include "../base/caller.h"
 #include "vosMsg.h"
 
 namespace vos {
@@ -19,8 +24,69 @@ static_assert(offsetof(VOS_MSG_HEAD, ulType) == 0 && offsetof(VOS_MSG_HEAD, ulNo
 static_assert(offsetof(VOS_MSG_HEAD, ulRetCode) == 8 && offsetof(VOS_MSG_HEAD, ulValue1) == 12);
 static_assert(offsetof(VOS_MSG_HEAD, ulValue2) == 16 && offsetof(VOS_MSG_HEAD, ulValue3) == 20);
 static_assert(offsetof(VOS_MSG_HEAD, ulValue4) == 24 && offsetof(VOS_MSG_HEAD, ulBufLen) == 28);
+static_assert(sizeof(VOS_PKT_INFO) == 88 && sizeof(VOS_PKT_EXT) == 56);
 static_assert(sizeof(long) == ZEB_LONGBYTES);
 static_assert(VOS_MSG_BUFFER_LEN % ZEB_LONGBYTES == 0);
+
+inline constexpr uint32_t kHeadSize = sizeof(VOS_MSG_HEAD);
+inline constexpr uint32_t kMaxPayload = VOS_MSG_BUFFER_LEN - kHeadSize;
+static_assert(kMaxPayload == 64568);
+
+/* What every message socket asks of the kernel, and where the transfers warn. */
+inline constexpr uint32_t kSendBuffer = 4194304;
+inline constexpr uint32_t kReceiveBuffer = 6291456;
+
+/* One received message. */
+struct Arrival {
+    int32_t socket;             /* where it came in and where an answer goes out */
+    std::span<uint8_t> message; /* header and payload: the bytes that came */
+    std::size_t room;           /* bytes of the real buffer from the header on: at least message.size() */
+    const sockaddr *sender;
+    uint32_t senderLength;
+
+    [[nodiscard]] VOS_MSG_HEAD head() const {
+        VOS_MSG_HEAD head;
+        memcpy(&head, message.data(), sizeof head);
+        return head;
+    }
+    [[nodiscard]] std::span<uint8_t> payload() const { return message.subspan(kHeadSize); }
+};
+
+/* Puts an answer together in a buffer. What would reach past its end is not written, and fits() tells. */
+class AnswerWriter {
+  public:
+    explicit AnswerWriter(std::span<uint8_t> room) : room_(room) {}
+
+    void bytes(const void *from, uint64_t length) {
+        fits_ = fits_ && length <= room_.size() - length_;
+        if (!fits_ || length == 0) return;
+        memcpy(&room_[length_], from, length);
+        length_ += length;
+    }
+    void word(uint32_t value) { bytes(&value, sizeof value); }
+
+    [[nodiscard]] bool fits() const { return fits_; }
+    [[nodiscard]] uint32_t length() const { return static_cast<uint32_t>(length_); }
+
+  private:
+    std::span<uint8_t> room_;
+    std::size_t length_ = 0;
+    bool fits_ = true;
+};
+
+/* Handles a message that is not the application's. The result is for the log alone. */
+int32_t vosMsgProcessInternel(const Arrival &arrival);
+
+/* Receives and handles one message of the kernel into a buffer of VOS_MSG_BUFFER_LEN bytes. */
+int32_t vosMsgNetlinkUniProcess(int32_t iSocketFd, uint8_t *buffer);
+/* The same for a datagram that has been received. */
+int32_t handleNetlinkDatagram(Caller me, const Arrival &datagram);
+
+/* The dispatcher's halves of the exchanges; each stands beside its requester. They speak under the dispatcher's name.
+ */
+int32_t answerRunningConfig(Caller me, const Arrival &request);
+int32_t answerConfigObject(Caller me, const Arrival &request);
+int32_t answerObjectInfo(Caller me, const Arrival &request);
 
 }  // namespace vos
 

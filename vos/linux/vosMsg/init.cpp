@@ -1,0 +1,107 @@
+/* SPDX-License-Identifier: MIT */
+/* Opens the process's receiving sockets, once. What is open stays open for the life of the process. */
+#include <linux/netlink.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "../base/log.h"
+#include "../base/uniqueFd.h"
+#include "address.h"
+#include "vosMsg.h"
+
+constinit int32_t g_vosFdProc = -1;
+constinit int32_t g_vosFdProcHigh = -1;
+constinit int32_t g_vosFdNLUni = -1;
+
+namespace {
+
+using vos::Caller;
+using vos::UniqueFd;
+
+constexpr uint32_t kOpenLocal = 1;
+constexpr uint32_t kOpenNetlink = 2;
+constexpr uint32_t kTimeoutMs = 3000;
+/* The private protocol of the device's kernel module. */
+constexpr int kNetlinkUnicast = 30;
+
+/* The sockets that one channel opens and keeps. */
+struct Sockets {
+    int32_t *normal;
+    int32_t *high;
+    bool makesDirectory;
+};
+
+/* The two creations come before the first bind. A socket that another's failure leaves without a place stays open: the
+ * process is expected to give up, and a socket that was announced keeps its number until then. */
+int32_t createPair(Caller me, const char *name, int &normal, int &high) {
+    UniqueFd first{vosMsgLocalSocket(kTimeoutMs)};
+    if (!first) return vos::failed(me, VOS_ERROR, "%s:local socket failed.");
+    normal = first.release();
+    vos::trace(me, "%s:create %s socket %d.", vos::outside(name), normal);
+    UniqueFd second{vosMsgLocalSocket(kTimeoutMs)};
+    if (!second) return vos::failed(me, VOS_ERROR, "%s:local high socket failed.");
+    high = second.release();
+    vos::trace(me, "%s:create %s high socket %d.", vos::outside(name), high);
+    return VOS_OK;
+}
+
+struct BindTexts {
+    vos::LogText<int32_t, int, const char *> failed;
+    vos::LogText<int32_t> done;
+};
+constexpr BindTexts kNormalTexts{"%s:local bind iSocketFd %d failed errno:%d(%s).", "%s:local socket %d success."};
+constexpr BindTexts kHighTexts{"%s:local bind high  iSocketFd %d failed errno:%d(%s).",
+                               "%s:local high socket %d success."};
+
+/* Binds and tunes a socket, which is closed if it cannot be bound, and hands it to its owner. */
+int32_t establish(Caller me, UniqueFd fd, const char *path, const BindTexts &texts, int32_t *owner) {
+    if (!vos::bindTo(fd.get(), path)) return vos::failedErrno(me, VOS_ERROR, texts.failed, fd.get());
+    vosMsgSocketOptmize(fd.get(), 1);
+    *owner = fd.release();
+    vos::trace(me, texts.done, *owner);
+    return VOS_OK;
+}
+
+int32_t openPair(Caller me, const Sockets &sockets, const char *name) {
+    if (*sockets.normal != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdProc %d exist.", *sockets.normal);
+    if (*sockets.high != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdProcHigh %d exist.", *sockets.high);
+    int normal = -1;
+    int high = -1;
+    if (createPair(me, name, normal, high) != VOS_OK) return VOS_ERROR;
+    if (sockets.makesDirectory) mkdir("/tmp/vos", 0777);
+    if (establish(me, UniqueFd{normal}, vos::normalPath(name).get(), kNormalTexts, sockets.normal) != VOS_OK)
+        return VOS_ERROR; /* the high socket stays open, unrecorded; see createPair() */
+    return establish(me, UniqueFd{high}, vos::highPath(name).get(), kHighTexts, sockets.high);
+}
+
+int32_t openNetlink(Caller me) {
+    if (g_vosFdNLUni != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdNLUni %d exist.", g_vosFdNLUni);
+    UniqueFd fd{socket(AF_NETLINK, SOCK_RAW, kNetlinkUnicast)};
+    if (!fd) return vos::failed(me, VOS_ERROR, "%s:netlink unicast socket failed.");
+    vos::trace(me, "%s:create netlink unicast socket %d.", fd.get());
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_pid = static_cast<uint32_t>(getpid());
+    if (bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0)
+        return vos::failedErrno(me, VOS_ERROR, "%s:netlink unicast bind failed errno:%d(%s).");
+    vos::vosMsgNetlinkSocketOptmize(fd.get(), 1);
+    g_vosFdNLUni = fd.release();
+    vos::trace(me, "%s:netlink unicast socket %d success.", g_vosFdNLUni);
+    return VOS_OK;
+}
+
+int32_t openChannel(Caller me, const Sockets &sockets, const char *name, uint32_t flags, const void *reserved) {
+    vos::trace(me, "%s:start.");
+    if (name == nullptr || reserved == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
+    int32_t result = VOS_OK;
+    if ((flags & kOpenLocal) != 0) result = openPair(me, sockets, name);
+    if (result == VOS_OK && (flags & kOpenNetlink) != 0) result = openNetlink(me);
+    return result == VOS_OK ? vos::ended(me, VOS_OK) : result;
+}
+
+}  // namespace
+
+int32_t vosMsgInit(const char *pProcName, uint32_t ulFlags, void *pReserved) {
+    const Caller me;
+    return openChannel(me, {&g_vosFdProc, &g_vosFdProcHigh, true}, pProcName, ulFlags, pReserved);
+}

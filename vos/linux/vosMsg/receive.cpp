@@ -1,0 +1,178 @@
+/* SPDX-License-Identifier: MIT */
+/* The receive loop. One wake-up serves one message of the kernel, the high socket until it is empty, one message of the
+ * normal socket, then the application's descriptors; only an application message makes it return. */
+#include <sys/time.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+#include "../base/assertion.h"
+#include "../base/log.h"
+#include "channel.h"
+#include "message.h"
+#include "userSockets.h"
+
+namespace {
+
+using std::nullopt;
+using std::optional;
+using vos::Arrival;
+using vos::Caller;
+using vos::Channel;
+using vos::Delivery;
+using vos::ReadSet;
+
+struct Wait {
+    uint32_t ms;
+    bool forTimer; /* it ends early, for a timer: the caller's own time-out starts again afterwards */
+};
+
+Wait untilTimerOr(const Channel &channel, uint32_t timeoutMs) {
+    const uint32_t timer = channel.timers != nullptr ? vos::runTimers(*channel.timers) : vos::kForever;
+    return timer < timeoutMs ? Wait{timer, true} : Wait{timeoutMs, false};
+}
+
+int waitFor(ReadSet &set, uint32_t ms) {
+    if (ms == vos::kForever) return set.wait(nullptr);
+    timeval limit{static_cast<time_t>(ms / 1000), static_cast<suseconds_t>(ms % 1000 * 1000)};
+    return set.wait(&limit);
+}
+
+bool watch(Caller me, const Channel &channel, ReadSet &set) {
+    for (const int32_t *const fd : {channel.normal, channel.high, channel.netlink}) {
+        if (fd == nullptr || *fd == -1 || set.add(*fd)) continue;
+        vos::error(me, "%s:socket %d is out of select range.", *fd);
+        return false;
+    }
+    if (channel.userSockets) vos::watchUserSockets(me, set);
+    return true;
+}
+
+/* A sender's address as the kernel reports it. */
+struct Sender {
+    sockaddr_un address{};
+    uint32_t length = sizeof(sockaddr_un);
+    [[nodiscard]] sockaddr *get() { return reinterpret_cast<sockaddr *>(&address); }
+};
+
+int32_t receiveInto(const Channel &channel, int32_t socket, Sender &sender) {
+    return vosMsgRecvStream(socket, channel.buffer, channel.bufferSize, sender.get(), &sender.length);
+}
+
+Arrival arrivalOf(const Channel &channel, int32_t socket, uint32_t received, Sender &sender) {
+    return {socket, {channel.buffer, received}, channel.bufferSize, sender.get(), sender.length};
+}
+
+int32_t deliver(const Channel &channel, const Delivery &to, const Arrival &arrival, uint32_t count) {
+    /* The sum stays inside the receive buffer, because the caller's size is at most the largest payload. */
+    if (!channel.inPlace) memmove(to.buffer, channel.buffer + vos::kHeadSize, count);
+    memcpy(&to.peer->stAddr, arrival.sender, sizeof to.peer->stAddr);
+    to.peer->ulAddrLen = arrival.senderLength;
+    to.peer->ulNoReturn = arrival.head().ulNoReturn;
+    to.peer->iSocketFd = arrival.socket;
+    return static_cast<int32_t>(count);
+}
+
+bool readableNow(Caller me, int32_t socket) {
+    ReadSet one;
+    one.add(socket);
+    const int count = waitFor(one, 0);
+    if (count < 0) vos::errorErrno(me, "%s:select failed errno:%d(%s).");
+    return count > 0;
+}
+
+/* Drains the high socket. A result ends the loop. */
+optional<int32_t> serveHigh(Caller me, const Channel &channel, const ReadSet &ready, const Delivery &delivery) {
+    if (channel.high == nullptr || !ready.has(*channel.high)) return nullopt;
+    const int32_t socket = *channel.high;
+    do {
+        Sender sender;
+        const auto received = static_cast<uint32_t>(receiveInto(channel, socket, sender));
+        if (received < vos::kHeadSize)
+            return vos::failed(me, VOS_ERROR, "%s:vosMsgRecvStream high failed, size %d.", received);
+        /* A failed receive is the largest length here: what the buffer still holds is looked at once more. */
+        const Arrival arrival = arrivalOf(channel, socket, std::min(received, channel.bufferSize), sender);
+        if (arrival.head().ulType == VOS_MSG_TYPE_SELF) {
+            vos::trace(me, "%s:high receive VOS_MSG_TYPE_SELF.");
+            return deliver(channel, delivery, arrival, std::min(received - vos::kHeadSize, delivery.size));
+        }
+        vos::vosMsgProcessInternel(arrival);
+    } while (readableNow(me, socket));
+    return nullopt;
+}
+
+/* One message of the normal socket. A result ends the loop. */
+optional<int32_t> serveNormal(Caller me, const Channel &channel, const ReadSet &ready, const Delivery &delivery) {
+    if (!ready.has(*channel.normal)) return nullopt;
+    const int32_t socket = *channel.normal;
+    Sender sender;
+    const int32_t result = receiveInto(channel, socket, sender);
+    if (result < 0) return vos::failed(me, VOS_ERROR, "%s:vosMsgRecvStream failed.");
+    const auto received = static_cast<uint32_t>(result);
+    if (received < vos::kHeadSize) {
+        vos::error(me, "%s:message of %u bytes is too short.", received);
+        return nullopt;
+    }
+    const Arrival arrival = arrivalOf(channel, socket, received, sender);
+    if (arrival.head().ulType != VOS_MSG_TYPE_SELF) {
+        vos::vosMsgProcessInternel(arrival);
+        return nullopt;
+    }
+    if (channel.inPlace) return deliver(channel, delivery, arrival, received);
+    vos::trace(me, "%s:receive VOS_MSG_TYPE_SELF.");
+    /* Counts the header, unlike the high socket: applications have come to subtract it. */
+    return deliver(channel, delivery, arrival, std::min(received, delivery.size));
+}
+
+int32_t receiveChecked(Caller me, const Channel &channel, const Delivery &delivery, uint32_t timeoutMs) {
+    vos::trace(me, "%s:start.");
+    if (delivery.peer == nullptr || (delivery.buffer == nullptr && delivery.size > 0))
+        return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
+    if (*channel.normal == -1) return vos::failed(me, VOS_ERR_NOT_INIT, "%s:msg is not initial.");
+    if (*channel.high == -1) return vos::failed(me, VOS_ERR_NOT_INIT, "%s:high msg is not initial.");
+    if (delivery.size > vos::kMaxPayload) {
+        vosPrintf("\r\n%s:ulMsgSize too long.", me.name);
+        return VOS_ERR_PARAM;
+    }
+    return vos::receiveMessage(me, channel, delivery, timeoutMs);
+}
+
+constinit const Channel kMainChannel{
+    .normal = &g_vosFdProc,
+    .high = &g_vosFdProcHigh,
+    .netlink = &g_vosFdNLUni,
+    .buffer = g_vosMsgBufferRecv,
+    .bufferSize = VOS_MSG_BUFFER_LEN,
+    .timers = &vos::kMainTimers,
+    .userSockets = true,
+    .inPlace = false,
+};
+
+}  // namespace
+
+int32_t vos::receiveMessage(Caller me, const Channel &channel, const Delivery &delivery, uint32_t timeoutMs) {
+    for (;;) {
+        const Wait wait = untilTimerOr(channel, timeoutMs);
+        ReadSet ready;
+        if (!watch(me, channel, ready)) return VOS_ERROR;
+        const int count = waitFor(ready, wait.ms);
+        if (count < 0) return failedErrno(me, VOS_ERROR, "%s:select failed errno:%d(%s).");
+        if (count == 0) {
+            trace(me, "%s:select timeout.");
+            if (wait.forTimer) continue;
+            return VOS_ERR_TIMEOUT;
+        }
+        if (channel.netlink != nullptr && ready.has(*channel.netlink))
+            vosMsgNetlinkUniProcess(*channel.netlink, channel.buffer);
+        if (const auto result = serveHigh(me, channel, ready, delivery)) return *result;
+        if (const auto result = serveNormal(me, channel, ready, delivery)) return *result;
+        if (channel.userSockets) callUserSockets(ready);
+    }
+}
+
+int32_t vosMsgRecv(uint32_t /*ulReserved*/, void *pMsgBuf, uint32_t ulMsgSize, uint32_t ulTimeoutMs,
+                   VOS_MSG_PEER *pPeer) {
+    const Caller me;
+    return receiveChecked(me, kMainChannel, {pMsgBuf, ulMsgSize, pPeer}, ulTimeoutMs);
+}

@@ -1,0 +1,123 @@
+/* SPDX-License-Identifier: MIT */
+/* Asking another process for its running configuration as text, and answering. */
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "../base/log.h"
+#include "address.h"
+#include "message.h"
+#include "requester.h"
+
+namespace {
+
+using vos::Caller;
+using vos::kHeadSize;
+
+constexpr uint32_t kTimeoutMs = 90000; /* a large device takes its time to print its configuration */
+
+/* The text under construction; released with the scope. */
+class TextBuffer {
+  public:
+    explicit TextBuffer(uint32_t size) : text_(size <= vos::kSendBuffer ? calloc(1, size > 0 ? size : 1) : nullptr) {}
+    TextBuffer(const TextBuffer &) = delete;
+    TextBuffer &operator=(const TextBuffer &) = delete;
+    ~TextBuffer() { free(text_); }
+    explicit operator bool() const { return text_ != nullptr; }
+    [[nodiscard]] char *get() const { return static_cast<char *>(text_); }
+
+  private:
+    void *text_;
+};
+
+/* Lets the handler build the text. `room` is what it leaves free. */
+int32_t build(Caller me, const VOS_MSG_HEAD &request, char *text, int32_t &room) {
+    const auto capacity = static_cast<int32_t>(request.ulBufLen);
+    room = capacity;
+    const int32_t code = g_vosBldrunProc(text, &room, request.ulValue1, request.ulValue2);
+    if (code != 0 || (room >= 0 && room <= capacity)) return code;
+    return vos::failed(me, VOS_ERROR, "%s:bldrun handler left %d of %d bytes.", room, capacity);
+}
+
+int32_t sendAnswer(Caller me, const vos::Arrival &request, VOS_MSG_HEAD &head, char *text, uint32_t textSize) {
+    iovec pieces[] = {{&head, kHeadSize}, {text, textSize}};
+    msghdr message{};
+    message.msg_name = const_cast<sockaddr *>(request.sender); /* the record has no const; sending writes nothing */
+    message.msg_namelen = request.senderLength;
+    message.msg_iov = pieces;
+    message.msg_iovlen = text != nullptr ? 2 : 1;
+    if (vosMsgSendStream1(request.socket, &message, kHeadSize + textSize) < 0)
+        return vos::failed(me, VOS_ERROR, "%s:bldrun vosMsgSendStream1 failed.");
+    return VOS_OK;
+}
+
+int32_t refuse(Caller me, const vos::Arrival &request, VOS_MSG_HEAD &head, int32_t code) {
+    head.ulRetCode = static_cast<uint32_t>(code);
+    return sendAnswer(me, request, head, nullptr, 0);
+}
+
+/* Sends the header and receives the answer into the header and the caller's text. */
+int32_t exchange(Caller me, int fd, VOS_MSG_HEAD &head, char *text, uint32_t *length) {
+    iovec pieces[] = {{&head, kHeadSize}, {text, *length}};
+    msghdr message{};
+    message.msg_iov = pieces;
+    message.msg_iovlen = std::size(pieces);
+    const uint64_t whole = uint64_t{*length} + kHeadSize;
+    head = {};
+    const int32_t received = vosMsgRecvStream1(fd, &message, *length);
+    if (received < 0) return vos::failed(me, VOS_ERROR, "%s:vosMsgRecvStream1 failed.");
+    if (static_cast<uint64_t>(received) < whole)
+        vos::trace(me, "%s:read need read %d but read only %d.", static_cast<int32_t>(whole), received);
+    if (head.ulRetCode == 0 && (static_cast<uint32_t>(received) < kHeadSize || head.ulValue3 > *length))
+        return vos::failed(me, VOS_ERROR, "%s:answer of %d bytes leaves %u of %u.", received, head.ulValue3, *length);
+    if (head.ulRetCode == 0) *length = head.ulValue3;
+    return static_cast<int32_t>(head.ulRetCode);
+}
+
+}  // namespace
+
+int32_t vos::answerRunningConfig(Caller me, const Arrival &request) {
+    trace(me, "%s:receive VOS_MSG_TYPE_BLDRUN.");
+    VOS_MSG_HEAD head = request.head();
+    if (g_vosBldrunProc == nullptr) {
+        error(me, "%s:bldrun when g_vosBldrunProc is null.");
+        return refuse(me, request, head, VOS_ERR_NO_HANDLER);
+    }
+    const TextBuffer text{head.ulBufLen};
+    if (!text) {
+        error(me, "%s:bldrun malloc %d failed.", head.ulBufLen);
+        return refuse(me, request, head, VOS_ERR_MEMORY);
+    }
+    int32_t room = 0;
+    if (const int32_t code = build(me, head, text.get(), room); code != 0) return refuse(me, request, head, code);
+    head.ulRetCode = 0;
+    head.ulValue3 = static_cast<uint32_t>(room);
+    head.ulBufLen -= static_cast<uint32_t>(room);
+    return sendAnswer(me, request, head, text.get(), head.ulBufLen);
+}
+
+int32_t vosMsgBldrunSend(const char *pDestName, char *pBuf, uint32_t *pLen, uint32_t ulValue1, uint32_t ulValue2) {
+    const Caller me;
+    vos::trace(me, "%s:start.");
+    if (pDestName == nullptr || pBuf == nullptr || pLen == nullptr)
+        return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
+    if (*pLen <= kHeadSize) return VOS_ERROR;
+    vos::Requester requester;
+    if (!requester.open(me, kTimeoutMs)) return VOS_ERROR;
+    VOS_MSG_HEAD head{};
+    head.ulType = VOS_MSG_TYPE_BLDRUN;
+    head.ulValue1 = ulValue1;
+    head.ulValue2 = ulValue2;
+    head.ulBufLen = *pLen;
+    if (!requester.connect(vos::highPath(pDestName).get()))
+        return vos::failedErrno(me, VOS_ERROR, "%s:connect failed errno:%d(%s).");
+    const ssize_t sent = write(requester.fd(), &head, kHeadSize);
+    if (sent < 0) return vos::failedErrno(me, VOS_ERROR, "%s:write failed errno:%d(%s).");
+    if (sent < ssize_t{kHeadSize})
+        vos::error(me, "%s:write need send %d but send only %d.", int32_t{kHeadSize}, static_cast<int32_t>(sent));
+    const int32_t result = exchange(me, requester.fd(), head, pBuf, pLen);
+    requester.close();
+    return vos::ended(me, result);
+}

@@ -1,0 +1,120 @@
+/* SPDX-License-Identifier: MIT */
+/* One application message to a process, and its answer. */
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include "../base/log.h"
+#include "address.h"
+#include "message.h"
+#include "requester.h"
+
+namespace {
+
+using vos::Caller;
+using vos::kHeadSize;
+
+constexpr uint32_t kFlagHigh = 1;
+constexpr uint32_t kFlagNoWait = 2;
+
+/* The header and the caller's payload on their way out and back. */
+struct Letter {
+    VOS_MSG_HEAD head;
+    void *payload;
+    uint32_t size;
+    [[nodiscard]] std::size_t total() const { return std::size_t{size} + kHeadSize; }
+};
+
+/* How a letter goes through a socket. */
+struct Carrier {
+    uint32_t value1; /* marks a request */
+    ssize_t (*send)(int fd, Letter &letter);
+    vos::LogText<int, const char *> sendFailed;
+    ssize_t (*receive)(int fd, Letter &letter);
+};
+
+template <class Transfer>
+ssize_t gathered(int fd, Letter &letter, Transfer transfer) {
+    iovec pieces[] = {{&letter.head, kHeadSize}, {letter.payload, letter.size}};
+    msghdr message{};
+    message.msg_iov = pieces;
+    message.msg_iovlen = std::size(pieces);
+    return transfer(fd, &message, 0);
+}
+
+ssize_t sendGathered(int fd, Letter &letter) { return gathered(fd, letter, sendmsg); }
+ssize_t receiveGathered(int fd, Letter &letter) { return gathered(fd, letter, recvmsg); }
+
+constexpr Carrier kGathered{254, sendGathered, "%s:sendmsg failed errno:%d(%s).", receiveGathered};
+
+struct Request {
+    const void *name;
+    void *payload;
+    uint32_t size;
+    uint32_t noReturn;
+    uint32_t *answerCode;
+    uint32_t timeoutMs;
+    bool awaits;
+};
+
+/* True when the request can be made; otherwise the result is set, after its line. */
+bool acceptable(Caller me, const Request &request, int32_t &result) {
+    if (request.name == nullptr || request.payload == nullptr || (request.awaits && request.answerCode == nullptr))
+        result = vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
+    else if (request.size > vos::kMaxPayload)
+        result = vos::failed(me, VOS_ERR_TOO_LONG, "%s:ulMsgSize too long.");
+    else
+        return true;
+    return false;
+}
+
+int32_t awaitAnswer(Caller me, int fd, const Carrier &carrier, Letter &letter, uint32_t *answerCode) {
+    const ssize_t count = carrier.receive(fd, letter);
+    if (count < 0) return vos::failedErrno(me, VOS_ERROR, "%s:read failed errno:%d(%s).");
+    const auto received = static_cast<std::size_t>(count);
+    if (received < letter.total())
+        vos::error(me, "%s:read need read %d but read only %d.", static_cast<int32_t>(letter.total()),
+                   static_cast<int32_t>(received));
+    *answerCode = letter.head.ulRetCode;
+    return VOS_OK;
+}
+
+template <class MakePath>
+int32_t request(Caller me, const Carrier &carrier, const Request &request, MakePath receiverPath) {
+    vos::trace(me, "%s:start.");
+    int32_t result = VOS_OK;
+    if (!acceptable(me, request, result)) return result;
+    vos::Requester requester;
+    if (!requester.open(me, request.timeoutMs)) return VOS_ERROR;
+    const vos::Path path = receiverPath();
+    if (!requester.connect(path.get()))
+        return vos::failedErrno(me, VOS_ERROR, "%s:connect %s failed errno:%d(%s).", vos::outside(path.get()));
+    Letter letter{{.ulType = VOS_MSG_TYPE_SELF,
+                   .ulNoReturn = request.noReturn,
+                   .ulRetCode = 0,
+                   .ulValue1 = carrier.value1,
+                   .ulValue2 = 0,
+                   .ulValue3 = 0,
+                   .ulValue4 = 0,
+                   .ulBufLen = request.size},
+                  request.payload,
+                  request.size};
+    const ssize_t sent = carrier.send(requester.fd(), letter);
+    if (sent < 0) return vos::failedErrno(me, VOS_ERROR, carrier.sendFailed);
+    if (static_cast<std::size_t>(sent) < letter.total())
+        vos::error(me, "%s:write need send %d but send only %d.", static_cast<int32_t>(letter.total()),
+                   static_cast<int32_t>(sent));
+    if (request.awaits) result = awaitAnswer(me, requester.fd(), carrier, letter, request.answerCode);
+    requester.close();
+    return vos::ended(me, result);
+}
+
+}  // namespace
+
+int32_t vosMsgSend(const char *pDestName, void *pMsgBuf, uint32_t ulMsgSize, uint32_t ulNoReturn, uint32_t *pRetCode,
+                   uint32_t ulTimeoutMs, uint32_t ulFlags) {
+    const Caller me;
+    const bool awaits = ulNoReturn == 0 && (ulFlags & kFlagNoWait) == 0;
+    return request(me, kGathered, {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, awaits},
+                   [=] { return (ulFlags & kFlagHigh) != 0 ? vos::highPath(pDestName) : vos::normalPath(pDestName); });
+}
