@@ -1,12 +1,18 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file vosProcess.h
- * Processes and start-up: the process's name, its signal dispositions, its termination procedure, queries about
- * other processes; starting, stopping and scheduling other processes.
+ * Processes and start-up: the kernel's settings and the device data, the process's name, its signal dispositions, its
+ * termination procedure, queries about other processes; starting, stopping and scheduling other processes.
  *
- * An application process calls vosProcessInit() early with its own name, then, if it has to clean up when it is
- * asked to end, vosProcessRegTerminateProc() — in this order, because both set the disposition of SIGHUP and the
- * last call wins.
+ * An application process starts with these calls, in this order:
+ * @code
+ * vosInit("demo");                        // kernel settings, device data
+ * vosProcessInit("demo");                 // the name of the log lines, signal dispositions
+ * vosProcessRegTerminateProc(cleanUp);    // if it has to clean up when it is asked to end
+ * vosMsgInit("demo", 1, &reserved);       // the message channel
+ * @endcode
+ * vosProcessRegTerminateProc() follows vosProcessInit(), because both set the disposition of SIGHUP and the last call
+ * wins.
  */
 #ifndef VOS_PROCESS_H
 #define VOS_PROCESS_H
@@ -32,6 +38,63 @@ extern char szVosProcName[33];
 extern VOS_TERMINATE_PROC g_ProcTerminate;
 /** 1 once the registered procedure has been started, else 0. */
 extern uint32_t g_bProcTermProcRunned;
+
+/**
+ * Brings the kernel into the state that the device's software relies on, with vosLinuxOOMInit(),
+ * vosLinuxCoreDumpInit() and vosLinuxNetInit(), and loads or re-creates the device data with vosSysConfigDataInit().
+ * No step is left out because an earlier one has failed. May be called again, with the same effect.
+ *
+ * Starts seven shells and waits for each of them.
+ *
+ * @param pProcName  the name of the caller, for vosLinuxCoreDumpInit(); see there for what must not be in it
+ * @return VOS_OK always
+ * @threads one, before others use the library; signal dispositions are changed while a shell runs, see vosSystem()
+ */
+int32_t vosInit(const char *pProcName);
+
+/**
+ * Sets the kernel's memory overcommit to heuristic: 0 into /proc/sys/vm/overcommit_memory.
+ *
+ * As in the two functions below, a command line that cannot be run is printed on standard output; one that runs and
+ * may not write the kernel's file counts as done.
+ *
+ * @return VOS_OK always
+ * @threads as vosInit()
+ */
+int32_t vosLinuxOOMInit(void);
+
+/**
+ * Switches core files on: the core-file limit of the process (inherited by its children),
+ * /proc/sys/kernel/core_uses_pid and /proc/sys/fs/suid_dumpable to 1, and a /proc/sys/kernel/core_pattern of directory,
+ * "/core-", the name and
+ * "-%e-%p-%t". The pattern is the whole system's and names the last caller.
+ *
+ * Without a valid record "/flash/core-file" the directory is "/flash" and the limit is off. The record's first 44 bytes
+ * count, in the machine's byte order:
+ *
+ *   offset  size  content
+ *        0     4  0x5AA5A55A
+ *        4     4  limit in MiB, 0 for none; multiplied in 32 bits, so 4096 gives a limit of 0 bytes
+ *        8    36  directory, padded with NULs; begins with a slash, the first 32 characters are used
+ *
+ * @param pProcName  the name in the core files' names. It is put as it is between the double quotes of a shell command
+ *                   line, and so is the record's directory: neither may hold a double quote, a dollar sign, a backquote
+ *                   or a backslash, which the shell would act on, nor anything of unknown origin; a percent sign is
+ *                   taken by the kernel. At most 169 characters fit whatever the directory; a name too long for the
+ *                   256-byte command line is cut, with a log line. Null is logged and taken as an empty name
+ * @return VOS_OK always; limits that cannot be read or set are printed on standard output
+ * @threads as vosInit()
+ */
+int32_t vosLinuxCoreDumpInit(const char *pProcName);
+
+/**
+ * Sets the ceilings of socket buffers, on which the message channels depend: 14 MiB into
+ * /proc/sys/net/core/wmem_max and rmem_max, and 4096 datagrams into /proc/sys/net/unix/max_dgram_qlen.
+ *
+ * @return VOS_OK always
+ * @threads as vosInit()
+ */
+int32_t vosLinuxNetInit(void);
 
 /**
  * Names the process and gives it the signal dispositions of vosProcessSignalDef(). May be called again to rename.

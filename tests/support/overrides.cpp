@@ -287,12 +287,27 @@ void free(void *block) {
     ::free(block);
 }
 
+int printf(const char *format, ...) {
+    va_list list;
+    va_start(list, format);
+    const int count = over::vprintf(format, list);
+    va_end(list);
+    return count;
+}
+
 /* What a hardened build calls in place of the plain functions; they fail under the plain names. */
 
 int vfprintfChecked(FILE *stream, int, const char *format, va_list list) {
     return stream == stdout ? over::vprintf(format, list) : over::vfprintf(stream, format, list);
 }
 int vprintfChecked(int, const char *format, va_list list) { return over::vprintf(format, list); }
+int printfChecked(int, const char *format, ...) {
+    va_list list;
+    va_start(list, format);
+    const int count = over::vprintf(format, list);
+    va_end(list);
+    return count;
+}
 int vsnprintfChecked(char *to, size_t size, int, size_t, const char *format, va_list list) {
     return over::vsnprintf(to, size, format, list);
 }
@@ -337,6 +352,8 @@ const std::vector<Override> &overrides() {
         entry("calloc", over::calloc),
         entry("realloc", over::realloc),
         entry("free", over::free),
+        entry("printf", over::printf),
+        entry("__printf_chk", over::printfChecked),
         entry("__vfprintf_chk", over::vfprintfChecked),
         entry("__vprintf_chk", over::vprintfChecked),
         entry("__vsnprintf_chk", over::vsnprintfChecked),
