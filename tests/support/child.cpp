@@ -34,8 +34,10 @@ class SayOnStandardError : public testing::EmptyTestEventListener {
 };
 
 [[noreturn]] void runBody(const Body &body) {
-    const rlimit none{0, 0};
-    setrlimit(RLIMIT_CORE, &none);
+    rlimit cores{};
+    getrlimit(RLIMIT_CORE, &cores);
+    cores.rlim_cur = 0; /* the ceiling stays: who gives it up may not be able to raise it again */
+    setrlimit(RLIMIT_CORE, &cores);
     auto &listeners = testing::UnitTest::GetInstance()->listeners();
     delete listeners.Release(listeners.default_result_printer());
     listeners.Append(new SayOnStandardError);

@@ -9,12 +9,14 @@ namespace vostest {
 
 namespace {
 
+constexpr std::size_t kLongestHeader = 64 - 2;  // behind CR LF; a parenthesis further on belongs to the text
+
 /* "NAME(PID) MESSAGE", or a piece that has no such header. The name is not allowed to hold a parenthesis. */
 LogLine parseLine(const std::string &piece) {
     const LogLine plain{"", 0, piece};
     const std::size_t open = piece.find('(');
     const std::size_t close = piece.find(") ", open);
-    if (open == std::string::npos || close == std::string::npos) return plain;
+    if (open == std::string::npos || close == std::string::npos || close + 2 > kLongestHeader) return plain;
     const std::string id = piece.substr(open + 1, close - open - 1);
     if (id.empty() || id.find_first_not_of("0123456789") != std::string::npos) return plain;
     return {piece.substr(0, open), static_cast<pid_t>(std::stol(id)), piece.substr(close + 2)};

@@ -211,6 +211,61 @@ SignalHandler signal(int number, SignalHandler handler) {
     return ::signal(number, handler);
 }
 
+int execl(const char *path, const char *first, ...) {
+    std::array<char *, 16> arguments{const_cast<char *>(first)};
+    va_list list;
+    va_start(list, first);
+    for (std::size_t i = 0; arguments[i] != nullptr; ++i) arguments.at(i + 1) = va_arg(list, char *);
+    va_end(list);
+    if (enter("execl", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
+    return ::execv(path, arguments.data());
+}
+
+/* The parent returns through the frame that called vfork() only after the child has been at work below it, so there
+ * must be no frame of ours in between: the call is answered with a failure, or the real one is jumped to with
+ * everything as the caller left it. */
+extern "C" pid_t vostestVfork(void);
+extern "C" [[gnu::used]] bool vostestVforkFails() {
+    if (enter("vfork", Kind::Listed) != Verdict::Fail) return false;
+    errno = errorOr(EAGAIN);
+    return true;
+}
+asm(R"(
+    .pushsection .text
+    .globl vostestVfork
+    .hidden vostestVfork
+    .type vostestVfork, %function
+vostestVfork:
+)"
+#if defined(__x86_64__)
+    R"(
+    endbr64
+    sub $8, %rsp
+    call vostestVforkFails
+    add $8, %rsp
+    test %al, %al
+    jnz 1f
+    jmp vfork@PLT
+1:  mov $-1, %eax
+    ret
+)"
+#elif defined(__aarch64__)
+    R"(
+    hint #34 // bti c
+    stp x29, x30, [sp, #-16]!
+    bl vostestVforkFails
+    ldp x29, x30, [sp], #16
+    tbnz w0, #0, 1f
+    b vfork
+1:  mov w0, #-1
+    ret
+)"
+#endif
+    R"(
+    .size vostestVfork, . - vostestVfork
+    .popsection
+)");
+
 int atexit(void (*hook)()) {
     if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
     return ::atexit(hook);
@@ -220,17 +275,6 @@ int atexit(void (*hook)()) {
 int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
     if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
     return __cxa_atexit(hook, argument, object);
-}
-
-/* The library starts nothing but a shell with one command line. */
-int execl(const char *path, const char *name, ...) {
-    if (enter("execl", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
-    va_list list;
-    va_start(list, name);
-    const char *const option = va_arg(list, const char *);
-    const char *const command = va_arg(list, const char *);
-    va_end(list);
-    return ::execl(path, name, option, command, static_cast<char *>(nullptr));
 }
 
 int strerrorPortable(int error, char *to, size_t size) {
@@ -293,12 +337,27 @@ int vfprintf(FILE *stream, const char *format, va_list list) {
 
 #pragma GCC diagnostic pop
 
+int printf(const char *format, ...) {
+    va_list list;
+    va_start(list, format);
+    const int count = over::vprintf(format, list);
+    va_end(list);
+    return count;
+}
+
 /* What a hardened build calls in place of the plain functions; they fail under the plain names. */
 
 int vfprintfChecked(FILE *stream, int, const char *format, va_list list) {
     return over::vfprintf(stream, format, list);
 }
 int vprintfChecked(int, const char *format, va_list list) { return over::vprintf(format, list); }
+int printfChecked(int, const char *format, ...) {
+    va_list list;
+    va_start(list, format);
+    const int count = over::vprintf(format, list);
+    va_end(list);
+    return count;
+}
 int vsnprintfChecked(char *to, size_t size, int, size_t, const char *format, va_list list) {
     return over::vsnprintf(to, size, format, list);
 }
@@ -340,6 +399,8 @@ const std::vector<Override> &overrides() {
         entry("atexit", over::atexit),
         entry("__cxa_atexit", over::cxaAtexit),
         entry("execl", over::execl),
+        entry("vfork", over::vostestVfork),
+        entry("__cxa_atexit", over::cxaAtexit),
         entry("__xpg_strerror_r", over::strerrorPortable),
         entry("sleep", over::sleep),
         entry("malloc", over::malloc),
@@ -347,6 +408,8 @@ const std::vector<Override> &overrides() {
         entry("realloc", over::realloc),
         entry("free", over::free),
         entry("vfprintf", over::vfprintf),
+        entry("printf", over::printf),
+        entry("__printf_chk", over::printfChecked),
         entry("__vfprintf_chk", over::vfprintfChecked),
         entry("__vprintf_chk", over::vprintfChecked),
         entry("__vsnprintf_chk", over::vsnprintfChecked),
@@ -364,12 +427,14 @@ constexpr std::string_view kCannotFail[] = {
     // memory only
     "__memcpy_chk",
     "__memset_chk",
+    "__xpg_basename",
     "memchr",
     "memcmp",
     "memcpy",
     "memmove",
     "memrchr",
     "memset",
+    "strchr",
     "strcmp",
     "strerror",
     "strlen",
@@ -390,11 +455,13 @@ constexpr std::string_view kCannotFail[] = {
     "__snprintf_chk",
     "snprintf",
     // do not return; the check of a descriptor set's bounds is never given a descriptor out of them
+    "__assert_fail",
     "__fdelt_chk",
     "__stack_chk_fail",
     "__stack_chk_guard",
     "_exit",
     "abort",
+    "exit",
     // start-up files
     "_ITM_deregisterTMCloneTable",
     "_ITM_registerTMCloneTable",
