@@ -1,0 +1,27 @@
+/* SPDX-License-Identifier: MIT */
+/* A file package. The input is what follows the image header, which is always sound; with a first byte of 1 the
+ * package's length word is made right as well. */
+#include "flash.h"
+#include "vosFile/image.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    prepareDevice();
+    if (size == 0) return 0;
+    std::string payload(reinterpret_cast<const char *>(data) + 1, size - 1);
+    /* A permitted path may climb out of its directory, also to where the fuzzer itself lives. */
+    if (payload.find("..") != std::string::npos) return -1;
+    if (data[0] == 1 && payload.size() >= 16) putWord(payload, 4, static_cast<uint32_t>(payload.size() - 16));
+    const Exact exact{soundHeader(3, payload) + payload};
+    switch (vos::vosFileImageFileOp(exact.get())) {
+        case VOS_OK:
+        case VOS_ERROR:
+        case VOS_ERR_ENTRY_KIND:
+        case VOS_ERR_PACKAGE_MAGIC:
+        case VOS_ERR_PACKAGE_LENGTH:
+            break;
+        default:
+            abort();
+    }
+    if (access("/app/hostImage.bin", F_OK) != 0) abort(); /* no entry may touch it */
+    return 0;
+}
