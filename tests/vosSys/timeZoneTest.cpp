@@ -46,13 +46,13 @@ std::string expectedTemplate() {
     const std::string begin = "TZif2" + std::string(15, '\0');
     return begin + bytes("00000003 00000003 00000000 00000008 00000003 00000008") +
            /* 1948-05-01, 1948-09-11, 1949-04-02, 1949-09-10, 1950-05-06, 1950-09-09, 1951-05-05, 1951-09-08, 15:00 */
-           bytes("d73e1e70 d7ec16f0 d8f916f0 d9cbf8f0 db071d70 dbabdaf0 dce6ff70 dd8bbcf0") +
+           bytes("d73e0270 d7ed59f0 d8f8fa70 d9cd3bf0 db0700f0 dbad1df0 dce6e2f0 dd8cfff0") +
            bytes("00 01 00 01 00 01 00 01") + bytes("00008ca0 01 00  00007e90 00 04  00007e90 00 04") +
            std::string("JDT\0JST\0", 8) + bytes("00 00 01") + bytes("00 00 01") + begin +
            bytes("00000004 00000004 00000000 00000009 00000004 0000000c") +
            bytes(
-               "ffffffff65c2a470 ffffffffd73e1e70 ffffffffd7ec16f0 ffffffffd8f916f0 ffffffffd9cbf8f0"
-               "ffffffffdb071d70 ffffffffdbabdaf0 ffffffffdce6ff70 ffffffffdd8bbcf0") +
+               "ffffffff65c2a470 ffffffffd73e0270 ffffffffd7ed59f0 ffffffffd8f8fa70 ffffffffd9cd3bf0"
+               "ffffffffdb0700f0 ffffffffdbad1df0 ffffffffdce6e2f0 ffffffffdd8cfff0") +
            bytes("03 01 02 01 02 01 02 01 02") +
            bytes("00008303 00 00  00008ca0 01 04  00007e90 00 08  00007e90 00 08") +
            std::string("LMT\0JDT\0JST\0", 12) + bytes("00 00 00 01") + bytes("00 00 00 01") + "\n";
@@ -109,7 +109,7 @@ TEST(TimeZone, TheSystemLibraryReadsIt) {
         EXPECT_EQ(local(kSummer2024), "2024-07-03 17:46:40 CST +0800");
         EXPECT_EQ(local(-2587712401), "1888-01-01 00:18:58 LMT +0918");
         EXPECT_EQ(local(-2587712400), "1888-01-01 00:00:00 JST +0900");
-        EXPECT_EQ(local(-683794800), "1948-05-02 01:00:00 JDT +1000");
+        EXPECT_EQ(local(-683802000), "1948-05-02 01:00:00 JDT +1000");
         EXPECT_EQ(local(-577962001), "1951-09-09 00:59:59 JDT +1000");
     });
 }

@@ -39,9 +39,9 @@ struct Block {
 
 /* The midnight that ends a day in Japan: 15:00 UTC of that day. */
 consteval int64_t midnightAfter(int year, unsigned month, unsigned day) {
-    using namespace std::chrono;
-    const year_month_day date{std::chrono::year{year}, std::chrono::month{month}, std::chrono::day{day}};
-    return sys_seconds{sys_days{date} + hours{15}}.time_since_epoch().count();
+    namespace calendar = std::chrono;
+    const calendar::sys_days date = calendar::year{year} / calendar::month{month} / calendar::day{day};
+    return calendar::sys_seconds{date + calendar::hours{15}}.time_since_epoch().count();
 }
 
 constexpr int64_t kTimes[] = {
@@ -51,16 +51,18 @@ constexpr int64_t kTimes[] = {
 };
 static_assert(kTimes[0] == -2587712400 && kTimes[8] == -577962000);
 
+using std::string_view_literals::operator""sv; /* texts that hold NULs */
+
 constexpr uint8_t kTypes[] = {3, 1, 2, 1, 2, 1, 2, 1, 2};
 constexpr LocalTime kLocalTimes[] = {{33539, 0, 0}, {36000, 1, 4}, {32400, 0, 8}, {32400, 0, 8}};
 constexpr uint8_t kIndicators[] = {0, 0, 0, 1};
-constexpr Block kVersion2 = {kTimes, kTypes, kLocalTimes, {"LMT\0JDT\0JST", 12}, kIndicators};
+constexpr Block kVersion2 = {kTimes, kTypes, kLocalTimes, "LMT\0JDT\0JST\0"sv, kIndicators};
 
 /* In 32 bits the first transition cannot be said, so the type before the others is the last one: no LMT. */
 constexpr uint8_t kOldTypes[] = {0, 1, 0, 1, 0, 1, 0, 1};
 constexpr LocalTime kOldLocalTimes[] = {{36000, 1, 0}, {32400, 0, 4}, {32400, 0, 4}};
 constexpr uint8_t kOldIndicators[] = {0, 0, 1};
-constexpr Block kVersion1 = {std::span{kTimes}.subspan(1), kOldTypes, kOldLocalTimes, {"JDT\0JST", 8}, kOldIndicators};
+constexpr Block kVersion1 = {std::span{kTimes}.subspan(1), kOldTypes, kOldLocalTimes, "JDT\0JST\0"sv, kOldIndicators};
 
 class Writer {
   public:
