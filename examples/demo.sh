@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# Shows processes that talk: run in the sandbox as `examples/demo.sh DIRECTORY-OF-THE-BUILT-EXAMPLES`. Ends with an
+# error as soon as something shown is not so.
+set -euo pipefail
+programs=$1
+log=/tmp/server.log
+
+fail() { echo "demo: $*" >&2; exit 1; }
+say() { printf '\n== %s\n' "$*"; }
+await() { # CONDITION...: at most ten seconds
+    for ((i = 0; i < 1000; ++i)); do
+        if "$@"; then return; fi
+        sleep 0.01
+    done
+    fail "waited in vain: $*"
+}
+logged() { tr '\r' '\n' <"$log" | grep -c "$1" || true; }
+loggedTimes() { [ "$(logged "$1")" = "$2" ]; }
+
+say "A client asks a server that does not run: the refusal comes at once"
+if "$programs/client" server; then fail "somebody answered"; fi
+
+say "The server starts; its channel is two sockets under /tmp/vos"
+"$programs/server" >"$log" 2>&1 &
+server=$!
+trap 'kill $server 2>/dev/null || true' EXIT
+await test -S /tmp/vos/serverHigh
+(cd /tmp/vos && ls -1 server serverHigh)
+
+say "A client asks it by name"
+"$programs/client" server
+
+say "Another process switches the server's trace on for one request, and off again"
+"$programs/control" trace || fail "the trace was not switched"
+await loggedTimes 'vosMsgResp:end return 0\.' 1
+tr '\r' '\n' <"$log" | grep ' vosMsg\(Recv\|Resp\):' | sed 's/^/    /'
+loggedTimes 'vosMsgRecv:receive VOS_MSG_TYPE_SELF' 1 || fail "more than the one request was traced"
+
+say "It asks for the running configuration"
+configuration=$("$programs/control" config) || fail "no configuration came"
+printf '%s\n' "$configuration" | sed 's/^/    /'
+grep -q '^name server$' <<<"$configuration" || fail "that is not the server's configuration"
+
+say "The server is kept busy through its normal socket; the high-priority socket gets through"
+"$programs/control" busy || fail "the high socket did not come first"
+
+say "The server is told to stop; no requester has left a socket behind"
+"$programs/control" stop
+wait "$server" || fail "the server ended with an error"
+trap - EXIT
+if compgen -G '/tmp/vos/client*' >/dev/null; then fail "a socket was left behind"; fi
+echo "done"

@@ -1,0 +1,40 @@
+/* SPDX-License-Identifier: MIT */
+/* A server: it greets, works, counts its work, and tells its configuration. */
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+#include <vos.h>
+
+static uint32_t worked;
+
+/* The configuration is text; what stays free of the buffer is left in *pLen. */
+static int32_t printConfig(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_t ulValue2) {
+    (void)ulValue1;
+    (void)ulValue2;
+    const int length = snprintf(pBuf, (size_t)*pLen, "name server\nworked %u\n", worked);
+    if (length < 0 || length >= *pLen) return VOS_ERROR;
+    *pLen -= length;
+    return VOS_OK;
+}
+
+/* Something that takes its time. */
+static void work(void) {
+    const struct timespec tenth = {0, 100000000};
+    nanosleep(&tenth, NULL);
+    ++worked;
+}
+
+int main(void) {
+    char text[64];
+    VOS_MSG_PEER peer;
+    vosProcessInit("server");
+    if (vosMsgInit("server", 1, &peer) != VOS_OK) return 1;
+    vosMsgRegisterBldrun(printConfig);
+    for (;;) {
+        memset(text, 0, sizeof text);
+        if (vosMsgRecv(0, text, sizeof text, 0xFFFFFFFF, &peer) < 0) continue;
+        if (strncmp(text, "stop", sizeof text) == 0) return 0;
+        if (strncmp(text, "work", sizeof text) == 0) work();
+        vosMsgResp(0, worked, "hello", 6, &peer); /* to the requesters that want an answer */
+    }
+}
