@@ -4,14 +4,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "../base/log.h"
 #include "../base/uniqueFd.h"
 #include "address.h"
 #include "vosMsg.h"
+#include "vosMsgChannel.h"
 
 constinit int32_t g_vosFdProc = -1;
 constinit int32_t g_vosFdProcHigh = -1;
 constinit int32_t g_vosFdNLUni = -1;
+constinit int32_t g_vosFdProc_thread = -1;
+constinit int32_t g_vosFdProcHigh_thread = -1;
 
 namespace {
 
@@ -28,8 +33,12 @@ constexpr int kNetlinkUnicast = 30;
 struct Sockets {
     int32_t *normal;
     int32_t *high;
-    bool makesDirectory;
+    int32_t *netlink;    /* null: the flag for it is ignored */
+    bool makesDirectory; /* the channels beside the main one come after it */
 };
+
+constinit const Sockets kMainSockets{&g_vosFdProc, &g_vosFdProcHigh, &g_vosFdNLUni, true};
+constinit const Sockets kSecondSockets{&g_vosFdProc_thread, &g_vosFdProcHigh_thread, nullptr, false};
 
 /* The two creations come before the first bind. A socket that another's failure leaves without a place stays open: the
  * process is expected to give up, and a socket that was announced keeps its number until then. */
@@ -62,6 +71,7 @@ int32_t establish(Caller me, UniqueFd fd, const char *path, const BindTexts &tex
     return VOS_OK;
 }
 
+/* Both channels' lines show the main channel's names, by which they are looked for. */
 int32_t openPair(Caller me, const Sockets &sockets, const char *name) {
     if (*sockets.normal != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdProc %d exist.", *sockets.normal);
     if (*sockets.high != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdProcHigh %d exist.", *sockets.high);
@@ -74,8 +84,8 @@ int32_t openPair(Caller me, const Sockets &sockets, const char *name) {
     return establish(me, UniqueFd{high}, vos::highPath(name).get(), kHighTexts, sockets.high);
 }
 
-int32_t openNetlink(Caller me) {
-    if (g_vosFdNLUni != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdNLUni %d exist.", g_vosFdNLUni);
+int32_t openNetlink(Caller me, int32_t *owner) {
+    if (*owner != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdNLUni %d exist.", *owner);
     UniqueFd fd{socket(AF_NETLINK, SOCK_RAW, kNetlinkUnicast)};
     if (!fd) return vos::failed(me, VOS_ERROR, "%s:netlink unicast socket failed.");
     vos::trace(me, "%s:create netlink unicast socket %d.", fd.get());
@@ -85,8 +95,8 @@ int32_t openNetlink(Caller me) {
     if (bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0)
         return vos::failedErrno(me, VOS_ERROR, "%s:netlink unicast bind failed errno:%d(%s).");
     vos::vosMsgNetlinkSocketOptmize(fd.get(), 1);
-    g_vosFdNLUni = fd.release();
-    vos::trace(me, "%s:netlink unicast socket %d success.", g_vosFdNLUni);
+    *owner = fd.release();
+    vos::trace(me, "%s:netlink unicast socket %d success.", *owner);
     return VOS_OK;
 }
 
@@ -95,7 +105,8 @@ int32_t openChannel(Caller me, const Sockets &sockets, const char *name, uint32_
     if (name == nullptr || reserved == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     int32_t result = VOS_OK;
     if ((flags & kOpenLocal) != 0) result = openPair(me, sockets, name);
-    if (result == VOS_OK && (flags & kOpenNetlink) != 0) result = openNetlink(me);
+    if (result == VOS_OK && sockets.netlink != nullptr && (flags & kOpenNetlink) != 0)
+        result = openNetlink(me, sockets.netlink);
     return result == VOS_OK ? vos::ended(me, VOS_OK) : result;
 }
 
@@ -103,5 +114,22 @@ int32_t openChannel(Caller me, const Sockets &sockets, const char *name, uint32_
 
 int32_t vosMsgInit(const char *pProcName, uint32_t ulFlags, void *pReserved) {
     const Caller me;
-    return openChannel(me, {&g_vosFdProc, &g_vosFdProcHigh, true}, pProcName, ulFlags, pReserved);
+    return openChannel(me, kMainSockets, pProcName, ulFlags, pReserved);
+}
+
+int32_t vosMsgInit2(const char *pProcName, uint32_t ulFlags, void *pReserved) {
+    const Caller me;
+    return openChannel(me, kSecondSockets, pProcName, ulFlags, pReserved);
+}
+
+int32_t vosMsgThreadInit(const char *pProcName, int32_t iNumber, int32_t *pSocketFd, uint32_t ulHigh) {
+    const Caller me;
+    vos::trace(me, "%s:start.");
+    if (pProcName == nullptr || pSocketFd == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
+    UniqueFd fd{vosMsgLocalSocket(kTimeoutMs)};
+    if (!fd) return vos::failed(me, VOS_ERROR, "%s:local socket failed.");
+    vos::trace(me, "%s:create %s socket %d.", vos::outside(pProcName), fd.get());
+    vos::Path path = vos::threadPath(pProcName, iNumber);
+    if (ulHigh == 1) path.append("High");
+    return establish(me, std::move(fd), path.get(), kNormalTexts, pSocketFd);
 }

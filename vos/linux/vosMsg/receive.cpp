@@ -41,7 +41,7 @@ int waitFor(ReadSet &set, uint32_t ms) {
 
 bool watch(Caller me, const Channel &channel, ReadSet &set) {
     for (const int32_t *const fd : {channel.normal, channel.high, channel.netlink}) {
-        if (fd == nullptr || *fd == -1 || set.add(*fd)) continue;
+        if (fd == nullptr || (fd == channel.netlink && *fd == -1) || set.add(*fd)) continue;
         vos::error(me, "%s:socket %d is out of select range.", *fd);
         return false;
     }
@@ -149,6 +149,31 @@ constinit const Channel kMainChannel{
     .inPlace = false,
 };
 
+constinit const Channel kSecondChannel{
+    .normal = &g_vosFdProc_thread,
+    .high = &g_vosFdProcHigh_thread,
+    .netlink = nullptr,
+    .buffer = g_vosMsgBufferRecv_thread,
+    .bufferSize = VOS_MSG_BUFFER_LEN,
+    .timers = &vos::kSecondTimers,
+    .userSockets = true,
+    .inPlace = false,
+};
+
+/* A thread's channel is its caller's descriptor and buffer. */
+Channel threadChannel(const int32_t &socket, void *buffer, uint32_t size) {
+    return {
+        .normal = &socket,
+        .high = nullptr,
+        .netlink = nullptr,
+        .buffer = static_cast<uint8_t *>(buffer),
+        .bufferSize = size,
+        .timers = nullptr,
+        .userSockets = false,
+        .inPlace = true,
+    };
+}
+
 }  // namespace
 
 int32_t vos::receiveMessage(Caller me, const Channel &channel, const Delivery &delivery, uint32_t timeoutMs) {
@@ -175,4 +200,23 @@ int32_t vosMsgRecv(uint32_t /*ulReserved*/, void *pMsgBuf, uint32_t ulMsgSize, u
                    VOS_MSG_PEER *pPeer) {
     const Caller me;
     return receiveChecked(me, kMainChannel, {pMsgBuf, ulMsgSize, pPeer}, ulTimeoutMs);
+}
+
+int32_t vosMsgRecv2(uint32_t /*ulReserved*/, void *pMsgBuf, uint32_t ulMsgSize, uint32_t ulTimeoutMs,
+                    VOS_MSG_PEER *pPeer) {
+    const Caller me;
+    return receiveChecked(me, kSecondChannel, {pMsgBuf, ulMsgSize, pPeer}, ulTimeoutMs);
+}
+
+int32_t vosMsgThreadRecv(int32_t iSocketFd, void *pMsgBuf, uint32_t ulMsgSize, uint32_t /*ulReserved*/,
+                         VOS_MSG_PEER *pPeer) {
+    const Caller me;
+    vos::trace(me, "%s:start.");
+    if (pPeer == nullptr || pMsgBuf == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
+    if (ulMsgSize <= vos::kHeadSize) {
+        vosPrintf("\r\n%s:ulMsgSize too small.", me.name);
+        return VOS_ERR_PARAM;
+    }
+    const Channel channel = threadChannel(iSocketFd, pMsgBuf, ulMsgSize);
+    return vos::receiveMessage(me, channel, {pMsgBuf, ulMsgSize, pPeer}, vos::kForever);
 }

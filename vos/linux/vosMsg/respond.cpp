@@ -6,6 +6,7 @@
 #include "../base/log.h"
 #include "address.h"
 #include "message.h"
+#include "vosMsgChannel.h"
 
 namespace {
 
@@ -21,13 +22,15 @@ struct Answer {
     [[nodiscard]] std::size_t total() const { return std::size_t{size} + kHeadSize; }
 };
 
-/* How an answer leaves. */
-struct Sender {
-    uint32_t value1; /* marks an answer */
+/* How a kind of answer travels. */
+struct Way {
+    uint32_t value1; /* marks an answer of the main channel */
     bool limited;    /* to what a message buffer holds */
-    ssize_t (*send)(int fd, const Answer &answer, const vos::LocalAddress &to);
-    vos::LogText<int, const char *> sendFailed;
+    uint8_t *room;   /* null: header and payload are gathered where they lie; else the answer stands here */
 };
+
+constinit const Way kMainWay{255, true, nullptr};
+constinit const Way kSecondWay{0, true, g_vosMsgBufferResp_thread};
 
 ssize_t sendGathered(int fd, const Answer &answer, const vos::LocalAddress &to) {
     /* The system call's record has no const, and sending writes through none of these. */
@@ -41,13 +44,18 @@ ssize_t sendGathered(int fd, const Answer &answer, const vos::LocalAddress &to) 
     return sendmsg(fd, &message, 0);
 }
 
-constexpr Sender kGathered{255, true, sendGathered, "%s:sendmsg failed errno:%d(%s)."};
+/* Puts the answer together, unless the payload already lies behind the room's header. */
+ssize_t sendFrom(uint8_t *room, int fd, const Answer &answer, const vos::LocalAddress &to) {
+    memcpy(room, &answer.head, kHeadSize);
+    if (answer.payload != room + kHeadSize) memcpy(room + kHeadSize, answer.payload, answer.size);
+    return sendto(fd, room, answer.total(), 0, to.get(), to.length());
+}
 
-int32_t respond(Caller me, const Sender &sender, uint32_t code, const void *payload, uint32_t size,
+int32_t respond(Caller me, const Way &way, uint32_t code, const void *payload, uint32_t size,
                 const VOS_MSG_PEER *peer) {
     vos::trace(me, "%s:start.");
     if (payload == nullptr || peer == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
-    if (sender.limited && size > vos::kMaxPayload) return vos::failed(me, VOS_ERR_TOO_LONG, "%s:ulMsgSize too long.");
+    if (way.limited && size > vos::kMaxPayload) return vos::failed(me, VOS_ERR_TOO_LONG, "%s:ulMsgSize too long.");
     if (peer->ulNoReturn == kNoAnswerWanted) {
         vos::trace(me, "%s:don't need return.");
         return VOS_OK;
@@ -55,7 +63,7 @@ int32_t respond(Caller me, const Sender &sender, uint32_t code, const void *payl
     const Answer answer{{.ulType = VOS_MSG_TYPE_SELF,
                          .ulNoReturn = 0,
                          .ulRetCode = code,
-                         .ulValue1 = sender.value1,
+                         .ulValue1 = way.value1,
                          .ulValue2 = 0,
                          .ulValue3 = 0,
                          .ulValue4 = 0,
@@ -63,8 +71,11 @@ int32_t respond(Caller me, const Sender &sender, uint32_t code, const void *payl
                         payload,
                         size};
     const vos::LocalAddress to{peer->stAddr, peer->ulAddrLen};
-    const ssize_t sent = sender.send(peer->iSocketFd, answer, to);
-    if (sent < 0) return vos::failedErrno(me, VOS_ERROR, sender.sendFailed);
+    const int fd = peer->iSocketFd;
+    const ssize_t sent = way.room == nullptr ? sendGathered(fd, answer, to) : sendFrom(way.room, fd, answer, to);
+    if (sent < 0)
+        return way.room == nullptr ? vos::failedErrno(me, VOS_ERROR, "%s:sendmsg failed errno:%d(%s).")
+                                   : vos::failedErrno(me, VOS_ERROR, "%s:sendto failed errno:%d(%s).");
     if (static_cast<std::size_t>(sent) < answer.total())
         vos::error(me, "%s:sendto need send %d but send only %d.", static_cast<int32_t>(answer.total()),
                    static_cast<int32_t>(sent));
@@ -76,5 +87,20 @@ int32_t respond(Caller me, const Sender &sender, uint32_t code, const void *payl
 int32_t vosMsgResp(int32_t /*iReserved*/, uint32_t ulRetCode, const void *pMsgBuf, uint32_t ulMsgSize,
                    const VOS_MSG_PEER *pPeer) {
     const Caller me;
-    return respond(me, kGathered, ulRetCode, pMsgBuf, ulMsgSize, pPeer);
+    return respond(me, kMainWay, ulRetCode, pMsgBuf, ulMsgSize, pPeer);
+}
+
+int32_t vosMsgResp2(int32_t /*iReserved*/, uint32_t ulRetCode, const void *pMsgBuf, uint32_t ulMsgSize,
+                    const VOS_MSG_PEER *pPeer) {
+    const Caller me;
+    return respond(me, kSecondWay, ulRetCode, pMsgBuf, ulMsgSize, pPeer);
+}
+
+/* The caller's buffer may be of any size, and the socket alone limits the answer. */
+int32_t vosMsgThreadResp(int32_t /*iReserved*/, void *pMsgBuf, uint32_t ulRetCode, uint32_t ulMsgSize,
+                         const VOS_MSG_PEER *pPeer) {
+    const Caller me;
+    auto *const room = static_cast<uint8_t *>(pMsgBuf);
+    const void *const payload = room != nullptr ? room + kHeadSize : nullptr;
+    return respond(me, {0, false, room}, ulRetCode, payload, ulMsgSize, pPeer);
 }

@@ -173,6 +173,13 @@ int32_t vosTimerRegister(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TIM
     return registerTimer(me, vos::kMainTimers, described(ulPeriodic, ulIntervalMs, pProc, ulUserArg), ppTimer);
 }
 
+/* The calls below know the main channel's timers alone. */
+int32_t vosTimerRegister2(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TIMER_PROC pProc, VOS_MSG_TIMER **ppTimer,
+                          uint64_t ulUserArg) {
+    const vos::Caller me;
+    return registerTimer(me, vos::kSecondTimers, described(ulPeriodic, ulIntervalMs, pProc, ulUserArg), ppTimer);
+}
+
 int32_t vosTimerCancel(VOS_MSG_TIMER *pTimer) {
     const vos::Caller me;
     vos::trace(me, "%s:start.");
