@@ -152,13 +152,18 @@ TEST(Wait, NullIsRefused) {
     });
 }
 
-TEST(Wait, ATakenMutexCannotBeDeleted) {
+TEST(Wait, AFailedDeletionKeepsTheRecord) {
+    static VOS_WAIT *volatile kept; /* still reachable, so that it counts as kept and not as lost */
+    const auto deleteOne = [] {
+        kept = vosWaitCreate();
+        return vosWaitDelete(kept);
+    };
     const Attempt mutex = failCall(
-        {.call = "pthread_mutex_destroy", .error = EBUSY}, [] {}, [] { return vosWaitDelete(vosWaitCreate()); });
+        {.call = "pthread_mutex_destroy", .error = EBUSY}, [] {}, deleteOne);
     EXPECT_EQ(mutex.result, VOS_ERROR);
     EXPECT_EQ(mutex.blocksKept, 1);
     const Attempt condition = failCall(
-        {.call = "pthread_cond_destroy", .error = EBUSY}, [] {}, [] { return vosWaitDelete(vosWaitCreate()); });
+        {.call = "pthread_cond_destroy", .error = EBUSY}, [] {}, deleteOne);
     EXPECT_EQ(condition.result, VOS_ERROR);
     EXPECT_EQ(condition.blocksKept, 1);
 }
