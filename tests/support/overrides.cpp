@@ -425,6 +425,7 @@ constexpr std::string_view kCannotFail[] = {
     "__errno_location",
     "stdout",
     // memory only
+    "bcmp",
     "__memcpy_chk",
     "__memset_chk",
     "__xpg_basename",

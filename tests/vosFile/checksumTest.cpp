@@ -53,7 +53,7 @@ TEST(Checksum, TheCrc32TableIsFilledAtLoadAndMayBeChanged) {
         EXPECT_EQ(vosCrctable[1], 0x77073096u);
         EXPECT_EQ(vosCrctable[8], 0x0EDB8832u);
         EXPECT_EQ(vosCrctable[255], 0x2D02EF8Du);
-        vosCrctable['x'] = 42;
+        vosCrctable[uint8_t{'x'}] = 42;
         const uint8_t x = 'x';
         EXPECT_EQ(vosFileCrc32(0, &x, 1), 42u);
     });
