@@ -1,0 +1,19 @@
+/* SPDX-License-Identifier: MIT */
+/* An application's own message buffer in place of the library's, one byte off its boundary. */
+#ifndef TESTS_VOSMSG_MISALIGNED_H
+#define TESTS_VOSMSG_MISALIGNED_H
+
+#define MISALIGNED_BUFFER(name)        \
+    asm(".bss\n"                       \
+        ".balign 8\n"                  \
+        ".skip 1\n"                    \
+        ".globl " name                 \
+        "\n"                           \
+        ".type " name                  \
+        ", STT_OBJECT\n"               \
+        ".size " name ", 64600\n" name \
+        ":\n"                          \
+        ".skip 64600\n"                \
+        ".text\n")
+
+#endif
