@@ -49,5 +49,8 @@ say "The server is told to stop; no requester has left a socket behind"
 "$programs/control" stop
 wait "$server" || fail "the server ended with an error"
 trap - EXIT
+
+say "One process may run four loops: main, second, and two threads of its own"
+"$programs/threads" | tr '\r' '\n' | grep '^threads:' || fail "a loop did not answer"
 if compgen -G '/tmp/vos/client*' >/dev/null; then fail "a socket was left behind"; fi
 echo "done"
