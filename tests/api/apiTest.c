@@ -5,7 +5,8 @@
 #include <string.h>
 #include <vos.h>
 
-#define EXPECT(condition) ((condition) ? (void)0 : (printf("FAILED: line %d: %s\n", __LINE__, #condition), (void)++failures))
+#define EXPECT(condition) \
+    ((condition) ? (void)0 : (printf("FAILED: line %d: %s\n", __LINE__, #condition), (void)++failures))
 
 static int failures;
 

@@ -105,7 +105,7 @@ void reportProgramNotExecuted(vos::Caller me, const char *path) {
 /* vfork(), because the creator may be large and the kernel strict about memory. */
 pid_t startSuspended(vos::Caller me, const char *path, const char *name, char *const *vector) {
     const pid_t child = vfork(); /* NOLINT(clang-analyzer-security.insecureAPI.vfork): see becomeProgram() */
-    if (child == 0) becomeProgram(me, path, name, vector);
+    if (child == 0) becomeProgram(me, path, name, vector); /* NOLINT(clang-analyzer-unix.Vfork): see there */
     return child;
 }
 
@@ -144,10 +144,12 @@ int32_t vosProcessCreate(const char *pPath, int32_t iPriority, uint32_t /*ulRese
     if (const int32_t refused = checkRequest(me, pPath, iPriority); refused != VOS_OK) return refused;
     const char *const name = behindLastSlash(pPath);
     Arguments arguments;
+    /* NOLINTBEGIN(clang-analyzer-unix.Malloc): the failing paths keep the blocks, see Arguments */
     if (pArgs != nullptr && !parse(pPath, name, pArgs, arguments))
         return vos::failed(me, VOS_ERR_MEMORY, "%s:name %s malloc failed.", vos::outside(pPath));
     const int32_t result = schedule(me, pPath, startSuspended(me, pPath, name, arguments.vector), iPriority);
-    if (result < 0) return result; /* with the blocks kept */
+    if (result < 0) return result;
+    /* NOLINTEND(clang-analyzer-unix.Malloc) */
     arguments.discard();
     return endedWithId(me, pPath, result);
 }
