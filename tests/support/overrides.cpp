@@ -467,6 +467,7 @@ constexpr std::string_view kCannotFail[] = {
     "_ITM_deregisterTMCloneTable",
     "_ITM_registerTMCloneTable",
     "__cxa_finalize",
+    "__getauxval",
     "__gmon_start__",
 };
 
