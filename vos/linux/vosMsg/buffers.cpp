@@ -19,7 +19,7 @@ int32_t vosMsgCheck(void) {
     return VOS_OK;
 }
 
-/* Its lines have had these numbers since the call exists; tools recognise the two by them. */
+/* The line numbers are fixed: the assertion lines of the two stay the same whatever moves in this file. */
 int32_t vosMsgCheck2(void) {
     const vos::Caller me;
     vos::check(vos::aligned(g_vosMsgBufferRecv_thread, ZEB_LONGBYTES),

@@ -18,7 +18,7 @@ struct Buffer {
     vos::LogText<int32_t, int32_t> tooSmallNetlink;
 };
 
-/* The netlink lines differ in their two full stops, by which scripts on the device tell them apart. */
+/* The two full stops of the netlink lines are on purpose: the texts are fixed. */
 constexpr Buffer kBuffers[] = {
     {SO_SNDBUF, vos::kSendBuffer, "%s:SO_SNDBUF failed.", "%s: getsockopt SO_SNDBUF failed.",
      "%s: SO_SNDBUF set %d but only %d, need to just KERNEL_NET_MEM_MAX value.",
