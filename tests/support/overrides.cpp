@@ -435,6 +435,7 @@ constexpr std::string_view kCannotFail[] = {
     "memmove",
     "memrchr",
     "memset",
+    "ntohl",
     "strchr",
     "strcmp",
     "strerror",
@@ -463,12 +464,13 @@ constexpr std::string_view kCannotFail[] = {
     "_exit",
     "abort",
     "exit",
-    // start-up files
+    // start-up files; the last asks which atomic instructions an AArch64 machine has
     "_ITM_deregisterTMCloneTable",
     "_ITM_registerTMCloneTable",
     "__cxa_finalize",
     "__getauxval",
     "__gmon_start__",
+    "__getauxval",
 };
 
 #ifdef VOS_COVERAGE

@@ -176,6 +176,13 @@ inline const Need kSharedMemory{[] {
                                 },
                                 "an emulator and the thread sanitizer make a fork() of vfork(): nothing is shared"};
 
+inline const Need kOwnCallNumbers{[] {
+                                      std::ifstream file("/proc/self/syscall"); /* shows the call that reads it */
+                                      long number = -1;
+                                      return file >> number && number == SYS_read;
+                                  },
+                                  "the kernel shows an emulated program's system calls under the host's numbers"};
+
 }  // namespace vostest
 
 #define NEEDS(need) \

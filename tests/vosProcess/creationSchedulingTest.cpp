@@ -245,6 +245,7 @@ TEST(ProcessDestroy, AProcessThatIsNoChildIsSentTheSignalAndNotWaitedFor) {
 }
 
 TEST(ProcessDestroy, AChildThatGoesOnKeepsItsCallerWaiting) {
+    NEEDS(kOwnCallNumbers);
     Process caller = start([] {
         const Pipe registered;
         const pid_t child = fork();
