@@ -470,7 +470,6 @@ constexpr std::string_view kCannotFail[] = {
     "__cxa_finalize",
     "__getauxval",
     "__gmon_start__",
-    "__getauxval",
 };
 
 #ifdef VOS_COVERAGE
