@@ -6,8 +6,8 @@
 
 #include "vosFile.h"
 
-using namespace vos;
-using namespace vos::crc32;
+using vos::crc32::byBlock, vos::crc32::byByte, vos::crc32::byProcessor, vos::crc32::Bytes, vos::crc32::byWord;
+using vos::crc32::kSlices, vos::crc32::processorHelps, vos::crc32::Slicing;
 
 namespace {
 

@@ -9,9 +9,9 @@
 
 #include <atomic>
 
-namespace {
+namespace vos::crc32 {
 
-using namespace vos::crc32;
+namespace {
 
 /* Multiplication of polynomials: the products of a whole line of bits, without carries. */
 #define WITH_MULTIPLICATION __attribute__((target("pclmul")))
@@ -38,7 +38,7 @@ constinit std::atomic<int8_t> helps{-1};
 
 }  // namespace
 
-bool vos::crc32::processorHelps() {
+bool processorHelps() {
     int8_t answer = helps.load(std::memory_order_relaxed);
     if (answer < 0) {
         unsigned a = 0, b = 0, c = 0, d = 0;
@@ -49,7 +49,7 @@ bool vos::crc32::processorHelps() {
 }
 
 /* Four blocks side by side, because a multiplication takes several cycles, but each cycle can start one. */
-WITH_MULTIPLICATION uint32_t vos::crc32::byProcessor(uint32_t crc, Bytes bytes) {
+WITH_MULTIPLICATION uint32_t byProcessor(uint32_t crc, Bytes bytes) {
     const uint8_t *at = bytes.data();
     __m128i a = load(at), b = load(at + 16), c = load(at + 32), d = load(at + 48);
     a = _mm_xor_si128(a, _mm_cvtsi32_si128(static_cast<int>(crc)));
@@ -67,10 +67,14 @@ WITH_MULTIPLICATION uint32_t vos::crc32::byProcessor(uint32_t crc, Bytes bytes) 
     return byWord(Slicing{}, byWord(Slicing{}, 0, last), bytes);
 }
 
+}  // namespace vos::crc32
+
 #elif defined(__aarch64__)
 
 #include <asm/hwcap.h>
 #include <sys/auxv.h>
+
+namespace vos::crc32 {
 
 namespace {
 
@@ -85,14 +89,20 @@ struct Instruction {
 
 }  // namespace
 
-bool vos::crc32::processorHelps() { return (getauxval(AT_HWCAP) & HWCAP_CRC32) != 0; }
+bool processorHelps() { return (getauxval(AT_HWCAP) & HWCAP_CRC32) != 0; }
 
-uint32_t vos::crc32::byProcessor(uint32_t crc, Bytes bytes) { return byBlock(Instruction{}, crc, bytes); }
+uint32_t byProcessor(uint32_t crc, Bytes bytes) { return byBlock(Instruction{}, crc, bytes); }
+
+}  // namespace vos::crc32
 
 #else
 
-bool vos::crc32::processorHelps() { return false; }
+namespace vos::crc32 {
 
-uint32_t vos::crc32::byProcessor(uint32_t crc, Bytes bytes) { return byBlock(Slicing{}, crc, bytes); }
+bool processorHelps() { return false; }
+
+uint32_t byProcessor(uint32_t crc, Bytes bytes) { return byBlock(Slicing{}, crc, bytes); }
+
+}  // namespace vos::crc32
 
 #endif
