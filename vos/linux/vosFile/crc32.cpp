@@ -7,7 +7,7 @@
 #include "vosFile.h"
 
 using vos::crc32::byBlock, vos::crc32::byByte, vos::crc32::byProcessor, vos::crc32::Bytes, vos::crc32::byWord;
-using vos::crc32::kSlices, vos::crc32::processorHelps, vos::crc32::Slicing;
+using vos::crc32::kLeastForProcessor, vos::crc32::kSlices, vos::crc32::processorHelps, vos::crc32::Slicing;
 
 namespace {
 
@@ -19,7 +19,7 @@ static_assert(~byWord(Slicing{}, 0xFFFFFFFFu, kKnown) == 0xCBF43926u);
 
 /* From here on, looking for a change in the table costs less than going byte by byte. The fast forms are right for
  * the standard table only, and the exported one is the application's to write to, or even to define. */
-constexpr uint32_t kLong = 64;
+constexpr uint32_t kLong = 16;
 
 bool standardTable() { return memcmp(vosCrctable, kSlices[0].data(), sizeof vosCrctable) == 0; }
 
@@ -35,5 +35,6 @@ uint32_t vosFileCrc32(uint32_t ulCrc, const uint8_t *pBuf, uint32_t ulLen) {
     if (pBuf == nullptr) return ulCrc;
     const Bytes bytes{pBuf, ulLen};
     if (ulLen < kLong || !standardTable()) return byByte(vosCrctable, ulCrc, bytes);
-    return processorHelps() ? byProcessor(ulCrc, bytes) : byBlock(Slicing{}, ulCrc, bytes);
+    const bool byInstructions = ulLen >= kLeastForProcessor && processorHelps();
+    return byInstructions ? byProcessor(ulCrc, bytes) : byBlock(Slicing{}, ulCrc, bytes);
 }

@@ -115,7 +115,8 @@ constexpr uint32_t byBlock(Step step, uint32_t crc, Bytes bytes) {
 /* Whether this processor has instructions that byProcessor() needs. */
 bool processorHelps();
 
-/* Over at least 64 bytes, with the standard table. */
+/* With the standard table, over at least so many bytes. */
+inline constexpr uint32_t kLeastForProcessor = 64;
 uint32_t byProcessor(uint32_t crc, Bytes bytes);
 
 }  // namespace vos::crc32
