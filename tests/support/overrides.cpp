@@ -10,6 +10,7 @@
 #include <pthread.h>
 #include <sched.h>
 #include <semaphore.h>
+#include <sys/auxv.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/ipc.h>
@@ -103,6 +104,10 @@ struct ZERO {
         errno = errorOr(EIO);
         return 0;
     }
+};
+/* Not listed, because only some processors have to be asked this way. */
+struct ABSENT : ZERO {
+    static constexpr Kind kind = Kind::Output;
 };
 struct CODE {
     static constexpr Kind kind = Kind::Listed;
