@@ -1,0 +1,41 @@
+/* SPDX-License-Identifier: MIT */
+/* The frame of the tool: what a command gets, and the commands there are. */
+#ifndef VOSCTL_COMMANDS_H
+#define VOSCTL_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+
+#include "failure.h"
+#include "report.h"
+
+namespace vosctl {
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1; /* the thing asked about failed */
+constexpr int kUsage = 2;
+
+/* Runs a command whose arguments have been read; returns the exit status. */
+using Action = std::function<int(Output &)>;
+
+/* What the command line says besides the command's own arguments. */
+struct Context {
+    bool json = false;
+    bool verbose = false;
+    std::string color = "auto";
+    std::string root;
+    Action action; /* of the command that was named */
+};
+
+/* Lets a command be run once the whole command line has been read and the globals stand. */
+inline void onRun(CLI::App *command, Context &context, Action action) {
+    command->callback([&context, run = std::move(action)] { context.action = run; });
+}
+
+/* Each adds a group of commands. */
+void addDebugCommands(CLI::App &app, Context &context);
+
+}  // namespace vosctl
+
+#endif
