@@ -34,6 +34,7 @@ inline void onRun(CLI::App *command, Context &context, Action action) {
 }
 
 /* Each adds a group of commands. */
+void addPsCommands(CLI::App &app, Context &context);
 void addDebugCommands(CLI::App &app, Context &context);
 
 }  // namespace vosctl

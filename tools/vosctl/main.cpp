@@ -27,7 +27,11 @@ void addGlobals(CLI::App &app, Context &context) {
     app.fallthrough(); /* these options are understood behind a command too */
 }
 
-void addCommands(CLI::App &app, Context &context) { addDebugCommands(app, context); }
+/* The groups of commands, in the order of the help. */
+constexpr void (*kGroups[])(CLI::App &, Context &) = {
+    addPsCommands,     //
+    addDebugCommands,  //
+};
 
 bool wantsColor(const Context &context) {
     if (context.color != "auto") return context.color == "always";
@@ -102,7 +106,7 @@ int main(int argc, char **argv) {
         CLI::App app{"Sees and changes what a running process or a flash of the device holds.", "vosctl"};
         Context context;
         addGlobals(app, context);
-        addCommands(app, context);
+        for (const auto add : kGroups) add(app, context);
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError &error) {
