@@ -33,8 +33,23 @@ inline void onRun(CLI::App *command, Context &context, Action action) {
     command->callback([&context, run = std::move(action)] { context.action = run; });
 }
 
+/* The first argument of a command about a process. */
+inline void addName(CLI::App *command, std::string &name) {
+    command->add_option("NAME", name, "Name of the process")
+        ->required()
+        ->check(CLI::Validator(
+            [](const std::string &text) {
+                return text.empty() || text.back() == '/' ? std::string("the name is empty") : std::string();
+            },
+            ""));
+}
+
 /* Each adds a group of commands. */
 void addPsCommands(CLI::App &app, Context &context);
+void addSendCommands(CLI::App &app, Context &context);
+void addListenCommand(CLI::App &app, Context &context);
+void addQueryCommands(CLI::App &app, Context &context);
+void addLogCommand(CLI::App &app, Context &context);
 void addDebugCommands(CLI::App &app, Context &context);
 
 }  // namespace vosctl

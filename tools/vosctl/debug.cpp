@@ -33,7 +33,7 @@ void addDebugCommands(CLI::App &app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
 
     CLI::App *const debug = app.add_subcommand("debug", "Set which log lines a process prints");
-    debug->add_option("NAME", arguments->name, "Name of the process")->required();
+    addName(debug, arguments->name);
     debug
         ->add_option("LEVEL", arguments->words,
                      "error, trace, event, no-timeouts, none, or a word such as 0x26; several are "
@@ -44,7 +44,7 @@ void addDebugCommands(CLI::App &app, Context &context) {
     });
 
     CLI::App *const smd = app.add_subcommand("smd", "Set the second debug word of a process, the applications' own");
-    smd->add_option("NAME", arguments->name, "Name of the process")->required();
+    addName(smd, arguments->name);
     smd->add_option("WORD", arguments->word, "32-bit word, decimal or with 0x hexadecimal")
         ->required()
         ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));

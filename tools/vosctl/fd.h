@@ -16,7 +16,8 @@ class Fd {
     Fd(const Fd &) = delete;
     Fd &operator=(const Fd &) = delete;
     Fd &operator=(Fd &&other) noexcept {
-        std::swap(fd_, other.fd_);
+        Fd taken{std::move(other)}; /* what was owned so far is closed with it */
+        std::swap(fd_, taken.fd_);
         return *this;
     }
     ~Fd() {

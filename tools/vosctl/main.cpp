@@ -9,6 +9,7 @@
 
 #include "commands.h"
 #include "deviceTree.h"
+#include "interrupts.h"
 
 namespace {
 
@@ -30,7 +31,11 @@ void addGlobals(CLI::App &app, Context &context) {
 /* The groups of commands, in the order of the help. */
 constexpr void (*kGroups[])(CLI::App &, Context &) = {
     addPsCommands,     //
+    addSendCommands,   //
+    addListenCommand,  //
+    addQueryCommands,  //
     addDebugCommands,  //
+    addLogCommand,     //
 };
 
 bool wantsColor(const Context &context) {
@@ -71,6 +76,7 @@ int run(const Context &context) {
         const bool color = wantsColor(context);
         out = std::make_unique<Output>(takeStandardOutput(context.verbose), Output::Settings{context.json, color});
         useDeviceTree(context.root);
+        leaveNoRequesterBehind();
         const int status = context.action(*out);
         out->flush();
         return status;

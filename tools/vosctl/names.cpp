@@ -3,6 +3,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -64,6 +65,8 @@ std::string socketPath(const std::string &name, Pair which) {
 Reach reachOf(const std::string &path) {
     sockaddr_un address{};
     if (path.size() >= sizeof address.sun_path) return Reach::tooLong;
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) return Reach::notASocket;
     address.sun_family = AF_UNIX;
     memcpy(address.sun_path, path.c_str(), path.size() + 1);
     const Fd probe{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};

@@ -99,6 +99,9 @@ class Output {
     /* Bytes as they are. */
     void raw(std::string_view bytes);
 
+    /* To see whether somebody still takes what is printed. */
+    [[nodiscard]] int fd() const { return fileno(file_.get()); }
+
     /* Makes sure that everything has arrived; throws a Failure otherwise. */
     void flush();
 
