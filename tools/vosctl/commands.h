@@ -33,9 +33,12 @@ inline void onRun(CLI::App *command, Context &context, Action action) {
     command->callback([&context, run = std::move(action)] { context.action = run; });
 }
 
+/* By this the completion knows where names of processes are wanted. */
+inline constexpr const char *kNameDescription = "Name of the process";
+
 /* The first argument of a command about a process. */
 inline void addName(CLI::App *command, std::string &name) {
-    command->add_option("NAME", name, "Name of the process")
+    command->add_option("NAME", name, kNameDescription)
         ->required()
         ->check(CLI::Validator(
             [](const std::string &text) {
@@ -49,6 +52,8 @@ void addPsCommands(CLI::App &app, Context &context);
 void addSendCommands(CLI::App &app, Context &context);
 void addListenCommand(CLI::App &app, Context &context);
 void addQueryCommands(CLI::App &app, Context &context);
+void addDoctorCommand(CLI::App &app, Context &context);
+void addCompleteCommand(CLI::App &app, Context &context);
 void addLogCommand(CLI::App &app, Context &context);
 void addDebugCommands(CLI::App &app, Context &context);
 

@@ -180,9 +180,9 @@ class Log {
     /* Runs in the guardian. */
     [[nodiscard]] bool putBack() const {
         const char *const name = arguments_.name.c_str();
-        const bool output = vosMsgDebugMsgSend(name, VOS_MSG_STDOUT_REDIRECT, 0, 0) == VOS_OK;
-        return (arguments_.levels.empty() || vosMsgDebugVos(name, levelsOf(arguments_.levelsAfter)) == VOS_OK) &&
-               output;
+        const bool level =
+            arguments_.levels.empty() || vosMsgDebugVos(name, levelsOf(arguments_.levelsAfter)) == VOS_OK;
+        return vosMsgDebugMsgSend(name, VOS_MSG_STDOUT_REDIRECT, 0, 0) == VOS_OK && level;
     }
 
     const Arguments &arguments_;

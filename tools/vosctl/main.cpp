@@ -30,12 +30,14 @@ void addGlobals(CLI::App &app, Context &context) {
 
 /* The groups of commands, in the order of the help. */
 constexpr void (*kGroups[])(CLI::App &, Context &) = {
-    addPsCommands,     //
-    addSendCommands,   //
-    addListenCommand,  //
-    addQueryCommands,  //
-    addDebugCommands,  //
-    addLogCommand,     //
+    addPsCommands,       //
+    addSendCommands,     //
+    addListenCommand,    //
+    addQueryCommands,    //
+    addDebugCommands,    //
+    addLogCommand,       //
+    addDoctorCommand,    //
+    addCompleteCommand,  //
 };
 
 bool wantsColor(const Context &context) {

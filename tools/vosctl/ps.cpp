@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl ps: who is reachable. vosctl complete: the same names for the shells. */
-#include <map>
+/* vosctl ps: who is reachable. */
+#include <algorithm>
+#include <tuple>
 
 #include "commands.h"
 #include "socketDirectory.h"
@@ -128,17 +129,6 @@ int ps(Output &out, bool all) {
     return kDone;
 }
 
-/* One name per line. A shell that asks for names while a word is typed gets no complaints. */
-int completeNames(Output &out) {
-    std::string last;
-    for (const SocketEntry &entry : listed(false)) {
-        if (!alive(entry) || entry.kind != Kind::normal || entry.name == last) continue;
-        out.raw(printable(entry.name) + "\n");
-        last = entry.name;
-    }
-    return kDone;
-}
-
 }  // namespace
 
 void addPsCommands(CLI::App &app, Context &context) {
@@ -146,10 +136,6 @@ void addPsCommands(CLI::App &app, Context &context) {
     CLI::App *const list = app.add_subcommand("ps", "List the names under which processes are reachable");
     list->add_flag("--all", *all, "Also the sockets of requesters that wait for an answer");
     onRun(list, context, [all](Output &out) { return ps(out, *all); });
-
-    CLI::App *const complete = app.add_subcommand("complete", "What the shells' completion asks for")->group("");
-    complete->require_subcommand(1);
-    onRun(complete->add_subcommand("names", "The reachable names"), context, completeNames);
 }
 
 }  // namespace vosctl

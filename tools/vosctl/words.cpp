@@ -55,6 +55,12 @@ uint32_t levelsOf(const std::vector<std::string> &levels) {
     return word;
 }
 
+std::set<std::string> levelNames() {
+    std::set<std::string> names;
+    for (const Level &level : kLevels) names.emplace(level.name);
+    return names;
+}
+
 std::string wordMistake(const std::string &text) {
     return wordOf(text) ? "" : "\"" + text + "\" is not a 32-bit word, decimal or hexadecimal with 0x";
 }

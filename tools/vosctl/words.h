@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,9 @@ std::string hexWord(uint32_t word);
 
 /* The levels' words combined; without any, the word that a process starts with. */
 uint32_t levelsOf(const std::vector<std::string> &levels);
+
+/* Their names. */
+std::set<std::string> levelNames();
 
 /* What is wrong with the text, empty when nothing is: for the checks of the command line. */
 std::string wordMistake(const std::string &text);
