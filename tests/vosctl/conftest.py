@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 """What the tests of vosctl share. They run inside the sandbox, against the real binary and real processes.
 
-VOSCTL and EXAMPLES in the environment name the binary and the directory of the example programs;
-VOS_TEST_PATIENCE multiplies every deadline.
+VOSCTL, EXAMPLES and PROGRAMS in the environment name the binary and the directories of the example programs and of the
+tests' own; VOS_TEST_PATIENCE multiplies every deadline.
 """
 import dataclasses
 import json as jsonlib
@@ -10,8 +10,10 @@ import os
 import pathlib
 import shutil
 import signal
+import socket
 import subprocess
 import threading
+import time
 
 import pytest
 
@@ -94,8 +96,11 @@ class Background:
         return status
 
     def stop(self):
-        if self.process.poll() is None:
-            self.process.kill()
+        """Ends it and what it has started."""
+        try:
+            os.killpg(self.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
         self.process.wait(PATIENCE)
         self._reader.join(PATIENCE)
         self.process.stdout.close()
@@ -103,9 +108,6 @@ class Background:
 
 def await_socket(path, process=None):
     """Waits until somebody receives on the socket path."""
-    import socket
-    import time
-
     deadline = time.monotonic() + PATIENCE
     while time.monotonic() < deadline:
         probe = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -170,6 +172,38 @@ def example(background):
     return start
 
 
+@pytest.fixture
+def agent(background):
+    """Starts the program agent.c under a name, in one of its modes."""
+
+    def start(name="agent", *mode, **options):
+        return background(pathlib.Path(os.environ["PROGRAMS"]) / "agent", name, *mode, ready="ready", **options)
+
+    return start
+
+
+@pytest.fixture
+def stale():
+    """Makes a path that a process has left behind."""
+    def make(name):
+        SOCKETS.mkdir(exist_ok=True)
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as left:
+            left.bind(str(SOCKETS / name))
+        return SOCKETS / name
+
+    return make
+
+
+def eventually(true):
+    """Waits until the call gives a true value, and returns it."""
+    deadline = time.monotonic() + PATIENCE
+    while time.monotonic() < deadline:
+        if value := true():
+            return value
+        time.sleep(0.002)
+    raise AssertionError("it did not come true in time")
+
+
 def _empty(directory):
     for entry in pathlib.Path(directory).iterdir() if os.path.isdir(directory) else ():
         if entry.is_dir() and not entry.is_symlink():
@@ -184,4 +218,7 @@ def clean_device():
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     for directory in ("/flash", "/app"):
         _empty(directory)
-    shutil.rmtree(SOCKETS, ignore_errors=True)
+    if SOCKETS.is_dir() and not SOCKETS.is_symlink():
+        shutil.rmtree(SOCKETS)
+    else:
+        SOCKETS.unlink(missing_ok=True)

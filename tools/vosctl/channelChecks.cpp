@@ -12,6 +12,7 @@
 #include <fstream>
 
 #include "checks.h"
+#include "failure.h"
 #include "fd.h"
 #include "socketDirectory.h"
 
@@ -80,11 +81,15 @@ Finding checkStaleSockets() {
     constexpr const char *kCheck = "stale-sockets";
     std::size_t count = 0;
     std::string paths;
-    for (const SocketEntry &entry : readSocketDirectory())
-        if (entry.reach == Reach::stale) {
-            ++count;
-            paths += " " + entry.path;
-        }
+    try {
+        for (const SocketEntry &entry : readSocketDirectory())
+            if (entry.reach == Reach::stale) {
+                ++count;
+                paths += " " + entry.path;
+            }
+    } catch (const Failure &failure) {
+        return {kCheck, Verdict::warning, failure.what(), "first do what is told about the socket directory"};
+    }
     if (count == 0) return {kCheck, Verdict::good, "no path was left behind by a process that has ended", ""};
     return {kCheck, Verdict::warning,
             numbered(count, "path was", "paths were") + " left behind by processes that have ended:" + paths,

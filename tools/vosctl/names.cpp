@@ -24,8 +24,9 @@ Reach reachOfErrno(int error) {
         case ENOENT:
         case ENOTDIR:
             return Reach::missing;
-        case EACCES:
         case EPERM:
+            return Reach::connected;
+        case EACCES:
             return Reach::forbidden;
         case EPROTOTYPE:
             return Reach::notASocket;
@@ -41,13 +42,16 @@ Failure failureOf(Reach reach, const std::string &name, const std::string &path)
                     "start the process again, which takes the path over"};
         case Reach::missing:
             return {"no process is reachable as " + name + ": there is no " + path,
-                    "list the names that are with \"vosctl ps\""};
+                    "list the names that are reachable with \"vosctl ps\""};
         case Reach::tooLong:
             return {"the name " + name + " is too long: its path has " + std::to_string(path.size()) +
                         " characters and an address has room for 107",
                     "use the name that the process was started with"};
         case Reach::forbidden:
             return {"no permission to send to " + path, "run vosctl as the user of the process, or as root"};
+        case Reach::connected:
+            return {path + " takes messages from one partner only",
+                    "list the names that are reachable with \"vosctl ps\""};
         case Reach::notASocket:
             return {path + " is not a message socket", "list the names that are reachable with \"vosctl ps\""};
         default:

@@ -15,8 +15,9 @@ enum class Pair { normal, high };
 /* The path of a name's socket. What stands before the name's last slash does not count. */
 std::string socketPath(const std::string &name, Pair which = Pair::normal);
 
-/* Whether somebody receives on a socket path, as the kernel tells a sender. */
-enum class Reach { reachable, full, stale, missing, tooLong, notASocket, forbidden, failed };
+/* Whether somebody receives on a socket path, as the kernel tells a sender. A connected socket, such as a requester's,
+ * takes messages from its partner only. */
+enum class Reach { reachable, full, connected, stale, missing, tooLong, notASocket, forbidden, failed };
 Reach reachOf(const std::string &path);
 
 /* Throws a Failure that says what is wrong unless somebody receives under the name. */

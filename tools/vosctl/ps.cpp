@@ -34,6 +34,8 @@ Cell stateOf(const SocketEntry &entry) {
             return {"reachable", Style::good};
         case Reach::full:
             return {"full", Style::bad};
+        case Reach::connected:
+            return {"connected", Style::plain};
         case Reach::stale:
             return {"stale", Style::warning};
         case Reach::forbidden:

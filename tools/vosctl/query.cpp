@@ -17,6 +17,7 @@ namespace {
 
 constexpr uint32_t kLargestConfig = 4 * 1024 * 1024;
 constexpr uint32_t kTableWords = 32;
+constexpr std::size_t kLongestObject = 64000; /* well below a message's payload */
 
 struct Arguments {
     std::string name;
@@ -75,6 +76,10 @@ Description describe(const Arguments &arguments) {
 
 int object(Output &out, const Arguments &arguments) {
     requireReachable(arguments.name);
+    if (arguments.object.size() >= kLongestObject)
+        throw Failure("the object's name has " + std::to_string(arguments.object.size()) +
+                          " characters, which do not fit a message",
+                      "name the object as its process does");
     const Description about = describe(arguments);
     const auto code = static_cast<int32_t>(about.code);
     if (code != 0)

@@ -95,7 +95,9 @@ void classify(SocketEntry &entry, const std::vector<SocketEntry> &all) {
 
 }  // namespace
 
-bool alive(const SocketEntry &entry) { return entry.reach == Reach::reachable || entry.reach == Reach::full; }
+bool alive(const SocketEntry &entry) {
+    return entry.reach == Reach::reachable || entry.reach == Reach::full || entry.reach == Reach::connected;
+}
 
 std::vector<SocketEntry> readSocketDirectory() {
     const auto files = socketFiles();
