@@ -67,10 +67,11 @@ Finding checkSocketDirectory() {
     }
     if (!S_ISDIR(status.st_mode))
         return {kDirectoryCheck, Verdict::hinders, path + " is not a directory", "remove it: rm " + path};
-    if (status.st_uid != 0 && status.st_uid != geteuid())
+    if (status.st_uid != 0 && status.st_uid != geteuid()) {
         return {kDirectoryCheck, Verdict::hinders,
                 path + " belongs to the foreign user " + std::to_string(status.st_uid) + ", who can take names over",
                 "end what runs under it, then chown root " + path};
+    }
     if (access(path.c_str(), R_OK | W_OK | X_OK) == -1)
         return {kDirectoryCheck, Verdict::hinders, path + " cannot be written by this user",
                 "run as its owner or root, or chmod a+rwx " + path};
@@ -82,11 +83,11 @@ Finding checkStaleSockets() {
     std::size_t count = 0;
     std::string paths;
     try {
-        for (const SocketEntry &entry : readSocketDirectory())
-            if (entry.reach == Reach::stale) {
-                ++count;
-                paths += " " + entry.path;
-            }
+        for (const SocketEntry &entry : readSocketDirectory()) {
+            if (entry.reach != Reach::stale) continue;
+            ++count;
+            paths += " " + entry.path;
+        }
     } catch (const Failure &failure) {
         return {kCheck, Verdict::warning, failure.what(), "first do what is told about the socket directory"};
     }

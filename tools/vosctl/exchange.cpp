@@ -67,10 +67,11 @@ void Requester::connectSocket() {
 }
 
 void Requester::send(const std::string &payload, bool answerWanted) {
-    if (payload.size() > kLargestPayload)
+    if (payload.size() > kLargestPayload) {
         throw Failure("the message has " + std::to_string(payload.size()) + " bytes and " +
                           std::to_string(kLargestPayload) + " fit",
                       "send less at a time");
+    }
     VOS_MSG_HEAD head{};
     head.ulType = VOS_MSG_TYPE_SELF;
     head.ulNoReturn = answerWanted ? 0 : 1;

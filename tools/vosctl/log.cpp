@@ -171,10 +171,11 @@ class Log {
         const bool obeyed = guardian_.finish() && awaitOutput(false);
         for (std::string rest = pty_.take(); !rest.empty() && !outputLost_; rest = pty_.take()) display_.show(rest);
         if (!outputLost_) display_.end();
-        if (!obeyed && !ended_)
+        if (!obeyed && !ended_) {
             throw Failure(
                 arguments_.name + " could not be told to print where it printed before",
                 "see with \"vosctl ps\" what keeps it busy; it is told when \"vosctl log\" ends the next time");
+        }
     }
 
     /* Runs in the guardian. */

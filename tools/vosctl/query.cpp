@@ -66,27 +66,30 @@ Description describe(const Arguments &arguments) {
     errno = 0;
     if (vosMsgCcdObjInfoGetSend(&about.code, arguments.name.c_str(), arguments.object.c_str(), arguments.value1,
                                 &out[0], &out[1], &out[2], &out[3], &out[4], &out[5], about.table.data(), &about.count,
-                                &out[6], &out[7], &out[8]) != VOS_OK)
+                                &out[6], &out[7], &out[8]) != VOS_OK) {
         explainSilence(arguments.name, Pair::normal,
                        arguments.name + " did not describe the object " + arguments.object + " within 10 s",
                        "ask a process that has registered a describer of configuration objects");
+    }
     about.error = errno;
     return about;
 }
 
 int object(Output &out, const Arguments &arguments) {
     requireReachable(arguments.name);
-    if (arguments.object.size() >= kLongestObject)
+    if (arguments.object.size() >= kLongestObject) {
         throw Failure("the object's name has " + std::to_string(arguments.object.size()) +
                           " characters, which do not fit a message",
                       "name the object as its process does");
+    }
     const Description about = describe(arguments);
     const auto code = static_cast<int32_t>(about.code);
-    if (code != 0)
+    if (code != 0) {
         throw Failure(arguments.name + " answered about the object " + arguments.object + " with code " +
                           std::to_string(code) + " and errno " + std::to_string(about.error) + " (" +
                           strerror(about.error) + ")",
                       "check the object's name");
+    }
     Record record;
     record.add("name", "name", arguments.name).add("object", "object", arguments.object);
     for (std::size_t index = 0; index < 6; ++index) {

@@ -31,7 +31,8 @@ struct Arguments {
 };
 
 double milliseconds(std::chrono::nanoseconds time) {
-    return static_cast<double>(time.count() / 1000) / 1000; /* to the microsecond */
+    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(time); /* finer is noise */
+    return static_cast<double>(us.count()) / 1000;
 }
 
 Cell timeCell(double ms) {
