@@ -90,6 +90,7 @@ static int32_t doorMoved(int32_t iFd, void *pArg) {
     (void)pArg;
     const ssize_t count = read(iFd, moves, sizeof moves);
     for (ssize_t i = 0; i < count; ++i) {
+        if (moves[i] != '0' && moves[i] != '1') continue;
         g_stOlt.doorOpen = moves[i] == '1';
         oltAlarm(g_stOlt.doorOpen ? "door open" : "door closed");
     }

@@ -70,6 +70,6 @@ int main(void) {
         vosLockTake(g_pAlarmLock, VOS_WAIT_FOREVER);
         strcpy(text, g_szLastAlarm);
         vosLockGive(g_pAlarmLock);
-        vosMsgResp(0, VOS_OK, text, (uint32_t)strlen(text) + 1, &peer);
+        vosMsgResp(0, VOS_OK, text, sizeof text, &peer);
     }
 }

@@ -12,7 +12,7 @@
 #define MGMTD_ALARMS "mgmtd-alarms" /* its second channel: what the OLT reports by itself */
 
 #define SESSIONS    2
-#define TEXT_LENGTH 2048 /* the longest request or answer, its NUL included */
+#define TEXT_LENGTH 1024 /* of a request's text and of its answer's: NULs follow the text */
 #define TIMEOUT_MS  5000
 
 #define DOOR_PATH "/tmp/olt-door" /* the contact of the cabinet's door: bytes '1' open and '0' closed */

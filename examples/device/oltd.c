@@ -1,6 +1,5 @@
 /* SPDX-License-Identifier: MIT */
 /* The OLT's main process: start-up in the order of every application process, then the receive loop. */
-#include <string.h>
 #include <unistd.h>
 
 #include "olt.h"
@@ -36,7 +35,7 @@ static void serve(char *pText, int32_t iLen, VOS_MSG_PEER *pPeer) {
     if (length >= TEXT_LENGTH) length = TEXT_LENGTH - 1;
     pText[length] = '\0';
     const int32_t result = oltRequest(pText, answer, sizeof answer);
-    vosMsgResp(0, (uint32_t)result, answer, (uint32_t)strlen(answer) + 1, pPeer);
+    vosMsgResp(0, (uint32_t)result, answer, sizeof answer, pPeer); /* as long as the request: its buffer's length */
 }
 
 int main(void) {
