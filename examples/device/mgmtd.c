@@ -61,8 +61,9 @@ int main(void) {
     vosInit(MGMTD);
     vosProcessInit(MGMTD);
     g_pAlarmLock = vosLockCreate();
-    if (g_pAlarmLock == NULL || vosMsgInit2(MGMTD_ALARMS, 1, &reserved) != VOS_OK || startThreads() != VOS_OK ||
-        vosMsgInit(MGMTD, 1, &reserved) != VOS_OK)
+    /* The main channel first: it makes the directory of the sockets. */
+    if (g_pAlarmLock == NULL || vosMsgInit(MGMTD, 1, &reserved) != VOS_OK ||
+        vosMsgInit2(MGMTD_ALARMS, 1, &reserved) != VOS_OK || startThreads() != VOS_OK)
         return 1;
     vosPrintf("\r\nmgmtd: start complete\r\n");
     for (;;) {

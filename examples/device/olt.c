@@ -12,7 +12,8 @@
 
 static int usage(void) {
     fprintf(stderr,
-            "usage: olt [-s SESSION] show | config | set LINE | save | upgrade FILE VERSION | backup | reboot | "
+            "usage: olt [-s SESSION] show | config | set LINE | save | upgrade FILE VERSION | backup | bootloader FILE "
+            "| reboot | "
             "alarm\n");
     return 2;
 }

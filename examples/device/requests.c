@@ -47,26 +47,52 @@ static const char *reasonOf(int32_t iResult) {
     }
 }
 
+/* The whole file, on the heap; null when it cannot be had. */
+static uint8_t *load(const char *pFile, uint32_t *pSize) {
+    const int32_t size = vosFileSize(pFile);
+    uint8_t *const content = size > 0 ? vosMalloc((uint32_t)size) : NULL;
+    if (content == NULL) return NULL;
+    *pSize = (uint32_t)size;
+    if (vosFileRead(pFile, content, *pSize) == size) return content;
+    vosFree(content);
+    return NULL;
+}
+
+static int32_t tellInstalled(int32_t iResult, const char *pWhat, char *pAnswer, uint32_t ulSize) {
+    if (iResult == VOS_OK)
+        snprintf(pAnswer, ulSize, "%s is installed", pWhat);
+    else
+        snprintf(pAnswer, ulSize, "the image is refused: %s", reasonOf(iResult));
+    return iResult;
+}
+
 /* "FILE VERSION": checked, installed beside a backup of what runs now, named. */
 static int32_t upgrade(const char *pRest, char *pAnswer, uint32_t ulSize) {
     char file[128];
     char version[32];
-    int32_t size = 0;
-    if (sscanf(pRest, "%127s %31s", file, version) != 2 || (size = vosFileSize(file)) <= 0) {
+    uint32_t size = 0;
+    uint8_t *image = NULL;
+    if (sscanf(pRest, "%127s %31s", file, version) != 2 || (image = load(file, &size)) == NULL) {
         snprintf(pAnswer, ulSize, "upgrade needs a file and a version");
         return VOS_ERR_PARAM;
     }
-    uint8_t *const image = vosMalloc((uint32_t)size);
-    int32_t result = VOS_ERR_MEMORY;
-    if (image != NULL) result = vosFileRead(file, image, (uint32_t)size) == size ? VOS_OK : VOS_ERROR;
-    if (result == VOS_OK) result = vosFileAppWrite(image, (uint32_t)size);
+    int32_t result = vosFileAppWrite(image, size);
     if (result == VOS_OK) result = vosFileAppVerUpdate(version);
     vosFree(image);
-    if (result == VOS_OK)
-        snprintf(pAnswer, ulSize, "version %s is installed", version);
-    else
-        snprintf(pAnswer, ulSize, "the image is refused: %s", reasonOf(result));
-    return result;
+    return tellInstalled(result, version, pAnswer, ulSize);
+}
+
+/* "FILE": checked, and written over the boot loader. */
+static int32_t bootLoader(const char *pRest, char *pAnswer, uint32_t ulSize) {
+    uint32_t size = 0;
+    uint8_t *const image = load(pRest, &size);
+    if (image == NULL) {
+        snprintf(pAnswer, ulSize, "bootloader needs a file");
+        return VOS_ERR_PARAM;
+    }
+    const int32_t result = vosFileBootWrite(image, size);
+    vosFree(image);
+    return tellInstalled(result, "the boot loader", pAnswer, ulSize);
 }
 
 static int32_t backup(const char *pRest, char *pAnswer, uint32_t ulSize) {
@@ -89,8 +115,8 @@ static const struct {
     const char *pWord;
     int32_t (*pProc)(const char *pRest, char *pAnswer, uint32_t ulSize);
 } kRequests[] = {
-    {"show", show},       {"config", config}, {"set", set},       {"save", save},
-    {"upgrade", upgrade}, {"backup", backup}, {"reboot", reboot},
+    {"show", show},       {"config", config},         {"set", set},       {"save", save},
+    {"upgrade", upgrade}, {"bootloader", bootLoader}, {"backup", backup}, {"reboot", reboot},
 };
 
 int32_t oltRequest(const char *pLine, char *pAnswer, uint32_t ulSize) {

@@ -77,16 +77,16 @@ see 'name kista' olt config
 
 chapter "Upgrade: the image is made and checked, and refused when one bit is flipped"
 head -c 300000 /dev/urandom >/tmp/software
-mkimage 7 1 /tmp/software /tmp/new.bin
-mkimage 7 1 /tmp/software /app/hostImage.bin # what runs since the factory
+mkimage 2 7 1 /tmp/software /tmp/new.bin
+mkimage 2 7 1 /tmp/software /app/hostImage.bin # what runs since the factory
 printf '1.0' >/app/hostImage.bin.ver
 cp /tmp/new.bin /tmp/broken.bin
 byte=$(od -An -tu1 -j5000 -N1 /tmp/broken.bin)
 printf '%b' "\\x$(printf %x $((byte ^ 1)))" | dd of=/tmp/broken.bin bs=1 seek=5000 conv=notrunc status=none
 refused 'refused: its checksum is wrong' olt upgrade /tmp/broken.bin 2.0
-mkimage 8 1 /tmp/software /tmp/foreign.bin
+mkimage 2 8 1 /tmp/software /tmp/foreign.bin
 refused 'refused: it is for another device' olt upgrade /tmp/foreign.bin 2.0
-see 'version 2.0 is installed' olt upgrade /tmp/new.bin 2.0
+see '2.0 is installed' olt upgrade /tmp/new.bin 2.0
 cmp /tmp/new.bin /app/hostImage.bin || fail "that is not the new image"
 see 'the backup is version 1.0' olt backup
 
