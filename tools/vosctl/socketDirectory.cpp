@@ -66,8 +66,11 @@ bool sameProcess(const SocketEntry &one, const SocketEntry &other) {
 bool isThreadOf(const SocketEntry &entry, const SocketEntry &process, const std::string &base, int &number) {
     if (entry.file == process.file || !base.starts_with(process.file) || !sameProcess(entry, process)) return false;
     const std::string_view rest = std::string_view(base).substr(process.file.size());
-    const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
-    return error == std::errc{} && end == rest.data() + rest.size();
+    int parsed = 0;
+    const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), parsed);
+    if (error != std::errc{} || end != rest.data() + rest.size()) return false;
+    number = parsed;
+    return true;
 }
 
 /* "clientp", "t" and "v", each with digits behind it. */
