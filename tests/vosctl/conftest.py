@@ -132,9 +132,8 @@ def vosctl(binary):
     """Runs vosctl with the arguments and returns its Outcome."""
 
     def run(*arguments, stdin="", env=None, timeout=PATIENCE, stdout=None):
-        emulator = os.environ.get("EMULATOR", "").split(";") if os.environ.get("EMULATOR") else []
         done = subprocess.run(
-            [*emulator, binary, *map(str, arguments)], input=stdin.encode() if isinstance(stdin, str) else stdin,
+            [binary, *map(str, arguments)], input=stdin.encode() if isinstance(stdin, str) else stdin,
             stdout=stdout or subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout, check=False,
             env={**os.environ, **(env or {})})
         return Outcome(done.returncode, (done.stdout or b"").decode(errors="replace"), done.stderr.decode(errors="replace"))

@@ -108,6 +108,7 @@ def test_a_flood_of_lines_does_not_keep_the_process(vosctl, agent, log):
     process = agent()
     before = output_of(process)
     logging = log(process, "log", "agent", "trace")
+    eventually(lambda: words(vosctl) == f"6 {0x805}")
     vosctl("ping", "agent", "-c", "500").ok()
     assert logging.signal(signal.SIGINT).finish() == 0
     assert output_of(process) == before

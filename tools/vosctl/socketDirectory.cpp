@@ -4,9 +4,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
-#include <regex>
+#include <string_view>
 
 #include "failure.h"
 
@@ -64,17 +65,29 @@ bool sameProcess(const SocketEntry &one, const SocketEntry &other) {
 /* A thread channel is known by its process: its file is the name of another socket of that process and a number. */
 bool isThreadOf(const SocketEntry &entry, const SocketEntry &process, const std::string &base, int &number) {
     if (entry.file == process.file || !base.starts_with(process.file) || !sameProcess(entry, process)) return false;
-    static const std::regex kNumber{"-?[0-9]{1,9}"};
-    const std::string rest = base.substr(process.file.size());
-    if (!std::regex_match(rest, kNumber)) return false;
-    number = std::stoi(rest);
+    const std::string_view rest = std::string_view(base).substr(process.file.size());
+    int parsed = 0;
+    const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), parsed);
+    if (error != std::errc{} || end != rest.data() + rest.size()) return false;
+    number = parsed;
     return true;
 }
 
+/* "clientp", "t" and "v", each with digits behind it. */
+bool isRequester(std::string_view file) {
+    for (const std::string_view begin : {"clientp", "t", "v"}) {
+        if (!file.starts_with(begin)) return false;
+        file.remove_prefix(begin.size());
+        const std::size_t digits = std::min(file.find_first_not_of("0123456789"), file.size());
+        if (digits == 0) return false;
+        file.remove_prefix(digits);
+    }
+    return file.empty();
+}
+
 void classify(SocketEntry &entry, const std::vector<SocketEntry> &all) {
-    static const std::regex kRequester{"clientp[0-9]+t[0-9]+v[0-9]+"};
     entry.name = entry.file;
-    if (std::regex_match(entry.file, kRequester)) {
+    if (isRequester(entry.file)) {
         entry.kind = Kind::requester;
         return;
     }
