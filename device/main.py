@@ -4,6 +4,7 @@
     scripts/device build [--update]   fetches (once) and builds everything that a run needs
     scripts/device run COMMAND...     runs a command of the shell in the guest, with its exit status
     scripts/device test               the whole test suite in the guest, with one and with two processors
+    scripts/device demo               the demo device in the guest: its story, and what only a device has
     scripts/device shell              a person at the guest's console; "exit" switches it off
 """
 import argparse
@@ -12,6 +13,7 @@ import pathlib
 import sys
 import tempfile
 
+import demo
 import suite
 from fetch import Unavailable
 from machine import Machine, erased_flash
@@ -59,6 +61,7 @@ def main():
         added.add_argument("--cpus", type=int, choices=(1, 2), default=1)
         if name == "run":
             added.add_argument("command", nargs=argparse.REMAINDER)
+    command("demo", demo.demo)
     added = command("test", suite.test)
     added.add_argument("--cpus", type=int, choices=(1, 2), help="only with so many processors")
     added.add_argument("--only", default="", metavar="REGEX", help="only tests whose names begin like this")

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * The first process of the emulated device. Loads the modules, mounts the flash and the shared directories, runs one
+ * The first process of the emulated device; called as "reboot", the command that restarts it. Loads the modules, mounts the flash and the shared directories, runs one
  * job, says on the console how it ended, and switches the power off.
  *
  *     /job      shared with the host: the script to run, and whatever it leaves behind
@@ -106,6 +106,13 @@ static void makeRoot(void) {
     attach("run", "/root/run", "tmpfs", 0, NULL);
 }
 
+static void offerReboot(void) {
+    const int file = open("/root/usr/sbin/reboot", O_CREAT | O_WRONLY | O_CLOEXEC, 0755);
+    if (file < 0) die("/usr/sbin/reboot");
+    close(file);
+    attach("/init", "/root/usr/sbin/reboot", NULL, MS_BIND, NULL);
+}
+
 static void mountFlash(void) {
     if (strcmp(word("flash"), "no") == 0) return;
     attach("/dev/mtdblock1", "/root/flash", "jffs2", 0, NULL);
@@ -132,8 +139,8 @@ static int runJob(void) {
     if (job == 0) {
         static char *const kScript[] = {"bash", "/job/script", NULL};
         static char *const kShell[] = {"bash", "--login", "-i", NULL};
-        static char *const kEnvironment[] = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root", "LANG=C.UTF-8",
-                                             "TERM=linux", "PS1=vos-device# ", NULL};
+        static char *const kEnvironment[] = {
+            "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root", "LANG=C.UTF-8", "TERM=linux", "PS1=vos-device# ", NULL};
         setsid();
         if (person) ioctl(STDIN_FILENO, TIOCSCTTY, 0);
         execve("/bin/bash", person ? kShell : kScript, kEnvironment);
@@ -147,7 +154,11 @@ static int runJob(void) {
     }
 }
 
-int main(void) {
+int main(int argc, char **argv) {
+    if (argc > 0 && strstr(argv[0], "reboot") != NULL) {
+        sync();
+        return reboot(RB_AUTOBOOT);
+    }
     const int console = open("/dev/console", O_RDWR | O_NOCTTY);
     for (int fd = 0; fd <= 2; ++fd)
         if (console >= 0) dup2(console, fd);
@@ -156,6 +167,7 @@ int main(void) {
     attach("dev", "/dev", "devtmpfs", 0, NULL);
     loadModules();
     makeRoot();
+    offerReboot();
     mountFlash();
     mountShares();
     if (chroot("/root") != 0 || chdir("/") != 0) die("chroot");
