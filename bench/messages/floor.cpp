@@ -4,7 +4,9 @@
  *     request    a socket of its own for each request: what the library does
  *     post       the same without waiting for an answer
  *     kept       both sockets stay open: what the system calls of a private socket cost
+ *     copied     as request, and the server copies the payload to where an application wants it
  */
+#include <pthread.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -16,6 +18,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
+#include <vector>
 
 #include "peer.h"
 
@@ -44,7 +47,7 @@ struct Address {
     [[nodiscard]] const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&local); }
 };
 
-constexpr const char *kServer = "/tmp/vos/floor";
+constexpr const char *kServer = "/tmp/vos/floorserver";
 
 void tune(int fd) {
     const int sendBuffer = 4194304;
@@ -67,11 +70,14 @@ int openAt(const Address &own) {
 class Socket final : public bench::Client {
   public:
     explicit Socket(const bench::Setting &setting)
-        : own_(("/tmp/vos/floorclient" + setting.variant + std::to_string(setting.id)).c_str()),
-          server_((kServer + setting.variant).c_str()),
+        : server_((kServer + setting.variant).c_str()),
           size_(setting.size),
           kept_(setting.is("kept")),
           awaits_(!setting.is("post")) {
+        /* As long as the library's, because the kernel's work grows with a path; and ready beforehand. */
+        const std::string stem = "/tmp/vos/clientp" + std::to_string(getpid()) + "t" +
+                                 std::to_string(static_cast<uint64_t>(pthread_self())) + "v";
+        for (unsigned number = 1; number <= 127; ++number) own_.emplace_back((stem + std::to_string(number)).c_str());
         if (kept_) open();
     }
     ~Socket() override {
@@ -94,15 +100,17 @@ class Socket final : public bench::Client {
 
   private:
     void open() {
-        fd_ = openAt(own_);
+        next_ = next_ + 1 < own_.size() ? next_ + 1 : 0;
+        fd_ = openAt(own_[next_]);
         must(::connect(fd_, server_.get(), server_.length), "connect");
     }
     void close() {
-        unlink(own_.local.sun_path);
+        unlink(own_[next_].local.sun_path);
         ::close(fd_);
     }
 
-    Address own_;
+    std::vector<Address> own_;
+    std::size_t next_ = 0;
     Address server_;
     std::size_t size_;
     bool kept_;
@@ -124,7 +132,13 @@ struct Lanes {
     }
 };
 
-void serveOne(const Lanes &lanes, uint8_t *room, std::size_t size) {
+/* Where the payload is answered from. */
+uint8_t *delivered(uint8_t *payload, std::size_t size, bool copied) {
+    static uint8_t applications[64600];
+    return copied ? static_cast<uint8_t *>(memcpy(applications, payload, size)) : payload;
+}
+
+void serveOne(const Lanes &lanes, uint8_t *room, std::size_t size, bool copied) {
     lanes.wait();
     sockaddr_un sender;
     socklen_t senderLength = sizeof sender;
@@ -133,11 +147,11 @@ void serveOne(const Lanes &lanes, uint8_t *room, std::size_t size) {
     Head head;
     memcpy(&head, room, sizeof head);
     if (head.noReturn == 1) return;
-    uint8_t *const payload = room + sizeof head;
+    const std::size_t length = static_cast<std::size_t>(count) - sizeof head;
+    uint8_t *const payload = delivered(room + sizeof head, length, copied);
     bench::answer(payload);
     const Head back{8, 0, {}, head.length};
-    iovec pieces[] = {{const_cast<Head *>(&back), sizeof back},
-                      {payload, static_cast<std::size_t>(count) - sizeof head}};
+    iovec pieces[] = {{const_cast<Head *>(&back), sizeof back}, {payload, length}};
     msghdr message{};
     message.msg_name = &sender;
     message.msg_namelen = senderLength;
@@ -156,5 +170,5 @@ void bench::serve(const Setting &setting) {
     const std::string path = kServer + setting.variant;
     const Lanes lanes{openAt(Address{path.c_str()}), openAt(Address{(path + "High").c_str()})};
     ready();
-    for (;;) serveOne(lanes, room, sizeof room);
+    for (;;) serveOne(lanes, room, sizeof room, setting.is("copied"));
 }
