@@ -1,0 +1,71 @@
+/* SPDX-License-Identifier: MIT */
+/* One side of a measured exchange. A program for each way to exchange messages defines serve() and connect(); peer.cpp
+ * is the rest: it takes the command line, obeys the driver, and measures. */
+#ifndef VOS_BENCH_PEER_H
+#define VOS_BENCH_PEER_H
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace bench {
+
+/* What the driver asks for: peer ROLE VARIANT SIZE ID [NAME=NUMBER]... */
+struct Setting {
+    std::string variant; /* how the exchange is made, where a program knows several ways */
+    std::size_t size;    /* bytes of a request's payload, and of its answer's */
+    unsigned id;         /* clients count from 1; a server has 0 */
+    unsigned timers;     /* idle timers of the server's receive loop */
+    unsigned sockets;    /* idle descriptors of the server's receive loop */
+    unsigned workUs;     /* processor time that the server spends on each message of the normal lane */
+
+    [[nodiscard]] bool is(std::string_view name) const { return variant == name; }
+};
+
+/* Requests go out one after another, and each awaits its answer unless the variant says otherwise. */
+class Client {
+  public:
+    Client() = default;
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+    virtual ~Client() = default;
+    /* Sends the payload, and puts the answer's in its place. True when there was an answer. */
+    virtual bool request(uint8_t *payload) = 0;
+};
+
+/* Each program's own. */
+std::unique_ptr<Client> connect(const Setting &setting);
+/* Opens, calls ready(), and serves until it is killed. */
+[[noreturn]] void serve(const Setting &setting);
+
+/* Tells the driver that requests may come. */
+void ready();
+
+/* Ends the program: what failed, and errno's text. */
+[[noreturn]] void die(const char *what);
+/* The result, unless it is negative. */
+template <class Number>
+Number must(Number result, const char *what) {
+    if (result < 0) die(what);
+    return result;
+}
+
+/* Turns a request's payload into its answer's: the first word is inverted, the rest comes back. */
+inline void answer(void *payload) {
+    uint64_t word;
+    memcpy(&word, payload, sizeof word);
+    word = ~word;
+    memcpy(payload, &word, sizeof word);
+}
+
+/* Spends that much processor time. */
+void work(unsigned us);
+
+inline constexpr std::size_t kLargest = 64512;
+
+}  // namespace bench
+
+#endif
