@@ -81,6 +81,7 @@ class Display {
         if (text.empty()) return;
         if (!out_.json()) {
             out_.raw(text);
+            lineOpen_ = text.back() != '\n';
         } else {
             pending_ += text;
             for (std::size_t end = 0; (end = pending_.find('\n')) != std::string::npos; pending_.erase(0, end + 1))
@@ -90,6 +91,7 @@ class Display {
     }
     void end() {
         if (out_.json()) showLine(pending_);
+        if (lineOpen_) out_.line(""); /* lines of the log have no end */
         out_.flush();
     }
 
@@ -102,6 +104,7 @@ class Display {
 
     Output &out_;
     std::string pending_;
+    bool lineOpen_ = false;
 };
 
 class Log {
