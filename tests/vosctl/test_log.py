@@ -153,7 +153,9 @@ def test_a_process_that_stands_still_is_told_and_obeys_later(agent, log):
 def test_a_container_with_terminals_of_its_own_is_told(vosctl, background):
     program = pathlib.Path(os.environ["PROGRAMS"]) / "agent"
     background("unshare", "--mount", "sh", "-c", f"mount -t devpts devpts /dev/pts && exec '{program}' boxed", ready="ready")
-    assert "boxed lives in a container with terminals of its own" in vosctl("log", "boxed").failed()
+    vosctl("debug", "boxed", "event").ok()
+    assert "boxed lives in a container with terminals of its own" in vosctl("log", "boxed", "trace").failed()
+    assert vosctl("--json", "send", "boxed", "words").ok().json["text"] == f"32 {0x805}"  # nothing was changed
 
 
 def test_the_last_line_is_ended(vosctl, agent, log):
