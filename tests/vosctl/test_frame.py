@@ -2,6 +2,7 @@
 """What holds for every command: usage, exit statuses, where results and failures go."""
 import json
 import os
+import re
 
 
 def test_without_a_command_it_is_a_usage_error(vosctl):
@@ -67,6 +68,15 @@ def test_text_from_outside_cannot_steer_the_terminal(vosctl):
     outcome = vosctl("--json", "debug", "a\x1b[31mb")
     assert "\\x1B[31m" in outcome.failed()
     assert "\x1b" not in outcome.stdout
+
+
+def test_the_librarys_log_lines_appear_on_demand_on_standard_error(vosctl):
+    with open("/flash/sysdata", "wb") as partition:
+        partition.write(b"nonsense")
+    assert vosctl("doctor").stderr == ""
+    outcome = vosctl("-v", "doctor", "--json")
+    assert re.search(r"vosctl\(\d+\) vosSysConfigDataGet:", outcome.stderr)
+    assert outcome.json["checks"]
 
 
 def test_the_librarys_log_lines_are_not_among_the_results(vosctl, example):

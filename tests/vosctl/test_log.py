@@ -2,6 +2,7 @@
 """vosctl log: redirection, level, and that both are put back however it ends."""
 import json
 import os
+import pathlib
 import pty
 import signal
 import subprocess
@@ -136,6 +137,34 @@ def test_the_end_of_the_process_ends_it(vosctl, agent, log):
 def test_a_process_that_does_not_receive_is_told(vosctl, agent):
     agent("mute", "mute")
     assert "mute did not begin to print here within 3 s" in vosctl("log", "mute").failed()
+
+
+def test_a_process_that_stands_still_is_told_and_obeys_later(agent, log):
+    process = agent()
+    before = output_of(process)
+    logging = log(process, "log", "agent")
+    process.signal(signal.SIGSTOP)
+    assert logging.signal(signal.SIGINT).finish() == 1
+    assert "vosctl: agent could not be told to print where it printed before; " in logging.output
+    process.signal(signal.SIGCONT)
+    eventually(lambda: output_of(process) == before)
+
+
+def test_a_container_with_terminals_of_its_own_is_told(vosctl, background):
+    program = pathlib.Path(os.environ["PROGRAMS"]) / "agent"
+    background("unshare", "--mount", "sh", "-c", f"mount -t devpts devpts /dev/pts && exec '{program}' boxed", ready="ready")
+    vosctl("debug", "boxed", "event").ok()
+    assert "boxed lives in a container with terminals of its own" in vosctl("log", "boxed", "trace").failed()
+    assert vosctl("--json", "send", "boxed", "words").ok().json["text"] == f"32 {0x805}"  # nothing was changed
+
+
+def test_the_last_line_is_ended(vosctl, agent, log):
+    process = agent()
+    logging = log(process, "log", "agent", "trace")
+    eventually(lambda: words(vosctl) == f"6 {0x805}")
+    logging.signal(signal.SIGINT)
+    assert logging.finish() == 0
+    assert logging.output.endswith(".\n")
 
 
 def test_two_at_the_same_time_end_with_the_first_output(agent, log, background, binary):

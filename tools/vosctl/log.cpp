@@ -11,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <optional>
 
 #include "commands.h"
 #include "guardian.h"
@@ -81,6 +82,7 @@ class Display {
         if (text.empty()) return;
         if (!out_.json()) {
             out_.raw(text);
+            lineOpen_ = text.back() != '\n';
         } else {
             pending_ += text;
             for (std::size_t end = 0; (end = pending_.find('\n')) != std::string::npos; pending_.erase(0, end + 1))
@@ -90,6 +92,7 @@ class Display {
     }
     void end() {
         if (out_.json()) showLine(pending_);
+        if (lineOpen_) out_.line(""); /* lines of the log have no end */
         out_.flush();
     }
 
@@ -102,12 +105,12 @@ class Display {
 
     Output &out_;
     std::string pending_;
+    bool lineOpen_ = false;
 };
 
 class Log {
   public:
-    Log(Output &out, const Arguments &arguments)
-        : arguments_(arguments), target_(arguments.name), display_(out), guardian_([this] { return putBack(); }) {
+    Log(Output &out, const Arguments &arguments) : arguments_(arguments), target_(arguments.name), display_(out) {
         target_.requireSameTerminals(pty_);
     }
 
@@ -121,6 +124,7 @@ class Log {
 
   private:
     void redirect() {
+        guardian_.emplace([this] { return putBack(); });
         if (vosMsgDebugMsgSend(arguments_.name.c_str(), VOS_MSG_STDOUT_REDIRECT, 1, pty_.number() + 1) != VOS_OK)
             explainSilence(arguments_.name, Pair::normal, arguments_.name + " cannot be told to print here",
                            "run it again with --verbose");
@@ -166,9 +170,9 @@ class Log {
     }
 
     void restore() {
-        guardian_.release();
-        for (pollfd done{guardian_.done(), POLLIN, 0}; poll(&done, 1, kPollMs) == 0;) show();
-        const bool obeyed = guardian_.finish() && awaitOutput(false);
+        guardian_->release();
+        for (pollfd done{guardian_->done(), POLLIN, 0}; poll(&done, 1, kPollMs) == 0;) show();
+        const bool obeyed = guardian_->finish() && awaitOutput(false);
         for (std::string rest = pty_.take(); !rest.empty() && !outputLost_; rest = pty_.take()) display_.show(rest);
         if (!outputLost_) display_.end();
         if (!obeyed && !ended_) {
@@ -194,7 +198,7 @@ class Log {
     bool interrupted_ = false;
     bool ended_ = false;
     bool outputLost_ = false;
-    Guardian guardian_;
+    std::optional<Guardian> guardian_; /* from the moment at which there is something to put back */
 };
 
 int showLog(Output &out, const Arguments &arguments) {

@@ -2,6 +2,7 @@
 /* vosctl: sees and changes from the command line what a running process or a flash holds. */
 #include <fcntl.h>
 #include <unistd.h>
+#include <vosProcess.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -79,6 +80,7 @@ int run(const Context &context) {
         out = std::make_unique<Output>(takeStandardOutput(context.verbose), Output::Settings{context.json, color});
         useDeviceTree(context.root);
         leaveNoRequesterBehind();
+        memcpy(szVosProcName, "vosctl", sizeof "vosctl"); /* heads the library's log lines */
         const int status = context.action(*out);
         out->flush();
         return status;
