@@ -162,7 +162,7 @@ void addItemCommands(CLI::App &app, Context &context) {
     CLI::Option *const value = set->add_option("VALUE", arguments->value, "The value, in the item's form");
     CLI::Option *const hex = set->add_flag("--hex", arguments->hex, "VALUE is the bytes in hexadecimal")->needs(value);
     set->add_option("--file", arguments->file, "Take the bytes from a file")->excludes(value)->excludes(hex);
-    set->final_callback([set] {
+    set->parse_complete_callback([set] {
         if (set->count("VALUE") == 0 && set->count("--file") == 0) throw CLI::RequiredError("VALUE or --file");
     });
     onRun(set, context, [arguments](Output &out) { return setItem(out, *arguments); });
