@@ -56,6 +56,13 @@ void addDoctorCommand(CLI::App &app, Context &context);
 void addCompleteCommand(CLI::App &app, Context &context);
 void addLogCommand(CLI::App &app, Context &context);
 void addDebugCommands(CLI::App &app, Context &context);
+void addItemCommands(CLI::App &app, Context &context);
+void addPartitionCommands(CLI::App &app, Context &context);
+void addConfigCommands(CLI::App &app, Context &context);
+void addSyslogCommands(CLI::App &app, Context &context);
+void addImageCommands(CLI::App &app, Context &context);
+void addPackageCommands(CLI::App &app, Context &context);
+void addCrcCommand(CLI::App &app, Context &context);
 
 }  // namespace vosctl
 

@@ -31,14 +31,21 @@ void addGlobals(CLI::App &app, Context &context) {
 
 /* The groups of commands, in the order of the help. */
 constexpr void (*kGroups[])(CLI::App &, Context &) = {
-    addPsCommands,       //
-    addSendCommands,     //
-    addListenCommand,    //
-    addQueryCommands,    //
-    addDebugCommands,    //
-    addLogCommand,       //
-    addDoctorCommand,    //
-    addCompleteCommand,  //
+    addPsCommands,         //
+    addSendCommands,       //
+    addListenCommand,      //
+    addQueryCommands,      //
+    addDebugCommands,      //
+    addLogCommand,         //
+    addItemCommands,       //
+    addPartitionCommands,  //
+    addConfigCommands,     //
+    addSyslogCommands,     //
+    addImageCommands,      //
+    addPackageCommands,    //
+    addCrcCommand,         //
+    addDoctorCommand,      //
+    addCompleteCommand,    //
 };
 
 bool wantsColor(const Context &context) {
