@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * The first process of the emulated device; called as "reboot", the command that restarts it. Loads the modules, mounts the flash and the shared directories, runs one
- * job, says on the console how it ended, and switches the power off.
+ * The first process of the emulated device; called as "reboot", the command that restarts it. Loads the modules, mounts
+ * the flash and the shared directories, runs one job, says on the console how it ended, and switches the power off.
  *
  *     /job      shared with the host: the script to run, and whatever it leaves behind
  *     /flash    JFFS2 on the partition of that name

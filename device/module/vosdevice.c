@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT OR GPL-2.0
 /*
- * Stands for the kernel module of the device: unicasts trapped packets and link changes to processes, on order, in
- * every network namespace. What a real one takes from its switch chip comes here from whoever sends an order.
+ * Stands for the kernel module of the device: unicasts trapped packets and link
+ * changes to processes, on order, in every network namespace. What a real one
+ * takes from its switch chip comes here from whoever sends an order.
  */
 #include <linux/module.h>
 #include <linux/netlink.h>
@@ -12,7 +13,8 @@
 
 #include "vosdevice.h"
 
-/* The header of every message of the message core, and what stands around a packet. */
+/* The header of every message of the message core, and what stands around a
+ * packet. */
 struct vos_head {
 	u32 type;
 	u32 no_return;
@@ -21,7 +23,7 @@ struct vos_head {
 	u32 buf_len;
 };
 
-#define VOS_TYPE_PACKET	1
+#define VOS_TYPE_PACKET 1
 #define VOS_TYPE_LINK	2
 #define PACKET_PADDING	2
 #define PACKET_INFO	(88 + 56)
@@ -44,14 +46,17 @@ static void fill_packet(u8 *payload, u32 length)
 
 static u32 payload_of(const struct vosdevice_order *order)
 {
-	return order->kind == VOSDEVICE_PACKET ? PACKET_PADDING + order->length + PACKET_INFO : 0;
+	return order->kind == VOSDEVICE_PACKET
+		   ? PACKET_PADDING + order->length + PACKET_INFO
+		   : 0;
 }
 
 static struct sk_buff *build(const struct vosdevice_order *order)
 {
 	const u32 payload = payload_of(order);
 	const bool bare = order->kind == VOSDEVICE_SHORT;
-	const u32 size = bare ? order->length : sizeof(struct vos_head) + payload;
+	const u32 size =
+	    bare ? order->length : sizeof(struct vos_head) + payload;
 	struct sk_buff *skb = nlmsg_new(size, GFP_KERNEL);
 	struct nlmsghdr *outer;
 	struct vos_head *head;
@@ -63,7 +68,8 @@ static struct sk_buff *build(const struct vosdevice_order *order)
 		kfree_skb(skb);
 		return NULL;
 	}
-	/* The datagram ends with the message, without the padding of a netlink message. */
+	/* The datagram ends with the message, without the padding of a netlink
+	 * message. */
 	skb_trim(skb, NLMSG_HDRLEN + size);
 	memset(nlmsg_data(outer), 0, size);
 	if (bare)
@@ -109,12 +115,14 @@ static void vosdevice_receive(struct sk_buff *skb)
 {
 	const struct nlmsghdr *outer = nlmsg_hdr(skb);
 	struct sock *socket = skb->sk;
-	struct vosdevice_net *own = net_generic(sock_net(socket), vosdevice_net_id);
+	struct vosdevice_net *own =
+	    net_generic(sock_net(socket), vosdevice_net_id);
 	struct vosdevice_order order;
 	u32 sent = 0;
 	u32 i;
 
-	if (skb->len < NLMSG_HDRLEN + sizeof(order) || outer->nlmsg_len < NLMSG_HDRLEN + sizeof(order))
+	if (skb->len < NLMSG_HDRLEN + sizeof(order) ||
+	    outer->nlmsg_len < NLMSG_HDRLEN + sizeof(order))
 		return;
 	memcpy(&order, nlmsg_data(outer), sizeof(order));
 	if (order.length > LONGEST)
@@ -122,7 +130,8 @@ static void vosdevice_receive(struct sk_buff *skb)
 	for (i = 0; i < order.count; i++) {
 		struct sk_buff *message = build(&order);
 
-		if (message && netlink_unicast(own->socket, message, order.port, MSG_DONTWAIT) >= 0)
+		if (message && netlink_unicast(own->socket, message, order.port,
+					       MSG_DONTWAIT) >= 0)
 			sent++;
 	}
 	report(own->socket, NETLINK_CB(skb).portid, sent);
@@ -130,7 +139,7 @@ static void vosdevice_receive(struct sk_buff *skb)
 
 static int __net_init vosdevice_net_init(struct net *net)
 {
-	struct netlink_kernel_cfg config = { .input = vosdevice_receive };
+	struct netlink_kernel_cfg config = {.input = vosdevice_receive};
 	struct vosdevice_net *own = net_generic(net, vosdevice_net_id);
 
 	own->socket = netlink_kernel_create(net, VOSDEVICE_PROTOCOL, &config);
@@ -145,10 +154,10 @@ static void __net_exit vosdevice_net_exit(struct net *net)
 }
 
 static struct pernet_operations vosdevice_net_operations = {
-	.init = vosdevice_net_init,
-	.exit = vosdevice_net_exit,
-	.id = &vosdevice_net_id,
-	.size = sizeof(struct vosdevice_net),
+    .init = vosdevice_net_init,
+    .exit = vosdevice_net_exit,
+    .id = &vosdevice_net_id,
+    .size = sizeof(struct vosdevice_net),
 };
 
 static int __init vosdevice_init(void)

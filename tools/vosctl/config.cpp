@@ -67,10 +67,11 @@ void removeSaved() {
 
 int remove(Output &out, const Arguments &arguments) {
     const bool existed = vosFileCfgExist() == 1;
-    if (existed)
+    if (existed) {
         confirm(std::string("The saved configuration ") + szVosCfgFileName +
                     " and the settings of core dumps will be " + "deleted. Go on?",
                 arguments.yes);
+    }
     removeSaved();
     if (vosFileCfgExist() == 1 || vosFileExist(devicePath("/flash/core-file").c_str()) == 1)
         throw Failure(std::string(szVosCfgFileName) + " could not be deleted",

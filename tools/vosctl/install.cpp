@@ -25,10 +25,11 @@ std::string questionOf(const ImageHeader &header, const std::string &file) {
 void requireReach(const ImageHeader &header, const std::string &file) {
     if (!below() || header.type != kPackage) return;
     const auto entries = packageEntriesOf(header.payload, file);
-    if (std::any_of(entries.begin(), entries.end(), [](const PackageEntry &entry) { return entry.kind != 2; }))
+    if (std::any_of(entries.begin(), entries.end(), [](const PackageEntry &entry) { return entry.kind != 2; })) {
         throw Failure(
             "the files of " + file + " have absolute paths and would change this machine, not " + devicePath(""),
             "apply it on the device itself");
+    }
 }
 
 /* Below another root the tool keeps the backup: once the version has moved, the library makes none of its own. */
@@ -61,10 +62,11 @@ int32_t write(const ImageHeader &header, const std::string &image) {
 
 void setVersion(const ImageHeader &header, const std::string &version) {
     if (header.type != kApplication || version.empty()) return;
-    if (vosFileAppVerUpdate(version.c_str()) != VOS_OK)
+    if (vosFileAppVerUpdate(version.c_str()) != VOS_OK) {
         throw Failure(
             std::string("the image is installed, but its version could not be written to ") + szAppFileName + ".ver",
             "make room and write it there");
+    }
 }
 
 }  // namespace

@@ -112,10 +112,11 @@ int getItem(Output &out, const Arguments &arguments) {
 std::string givenValue(const Item &item, const Arguments &arguments) {
     if (!arguments.hex && arguments.file.empty()) return parseValue(item, arguments.value);
     std::optional<std::string> bytes = arguments.hex ? bytesOfHex(arguments.value) : loadFile(arguments.file);
-    if (!bytes || bytes->size() != item.size)
+    if (!bytes || bytes->size() != item.size) {
         throw Failure(
             "the value does not fit " + std::string(item.name),
             "give exactly " + std::to_string(item.size) + " bytes" + (arguments.hex ? " in hexadecimal" : ""));
+    }
     return *bytes;
 }
 

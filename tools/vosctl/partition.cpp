@@ -31,6 +31,7 @@ struct Arguments {
     bool yes = false;
 };
 
+/* NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON value does not throw, though the check thinks so */
 struct State {
     bool valid = false;
     std::string reason; /* why it is not valid */
@@ -132,16 +133,18 @@ int init(Output &out, const Arguments &arguments) {
     Json all = Json::array();
     for (const Partition &partition : kPartitions) {
         if (!wanted(partition, arguments)) continue;
-        if (vosFileExist(*partition.path) == 1)
+        if (vosFileExist(*partition.path) == 1) {
             confirm(std::string("All items of the ") + partition.name + " partition " + *partition.path +
                         " will be erased. Go on?",
                     arguments.yes);
+        }
         makeFresh(partition);
         const State state = stateOf(partition);
-        if (!state.valid)
+        if (!state.valid) {
             throw Failure(std::string("the ") + partition.name + " partition " + *partition.path +
                               " could not be made: " + state.reason,
                           "see that its directory exists, can be written and has room");
+        }
         out.line(std::string(partition.name) + " partition " + *partition.path + " is fresh");
         all.push_back(describe(partition, state));
     }
