@@ -14,6 +14,7 @@
  */
 #include <errno.h>
 #include <fcntl.h>
+#include <net/if.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -21,6 +22,7 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -104,6 +106,9 @@ static void makeRoot(void) {
     attach("shm", "/root/dev/shm", "tmpfs", 0, NULL);
     attach("tmp", "/root/tmp", "tmpfs", 0, NULL);
     attach("run", "/root/run", "tmpfs", 0, NULL);
+    /* A link, as everywhere: what is mounted below one of the two is then below the other. */
+    rmdir("/root/var/run");
+    if (symlink("../run", "/root/var/run") != 0) die("/var/run");
 }
 
 static void offerReboot(void) {
@@ -130,6 +135,13 @@ static void mountShares(void) {
     snprintf(where, sizeof where, "/root%s", share);
     makeAll("/root", share);
     attach("share", where, "9p", MS_RDONLY, cached);
+}
+
+static void loopbackUp(void) {
+    struct ifreq loopback = {.ifr_name = "lo", .ifr_flags = IFF_UP};
+    const int control = socket(AF_INET, SOCK_DGRAM, 0);
+    if (ioctl(control, SIOCSIFFLAGS, &loopback) != 0) die("lo");
+    close(control);
 }
 
 static int runJob(void) {
@@ -170,6 +182,7 @@ int main(int argc, char **argv) {
     offerReboot();
     mountFlash();
     mountShares();
+    loopbackUp();
     if (chroot("/root") != 0 || chdir("/") != 0) die("chroot");
     const int status = runJob();
     printf("\nvos-device: exit %d\n", status);

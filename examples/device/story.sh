@@ -26,13 +26,15 @@ refused() { # PATTERN COMMAND...: the same, of a command that must fail
     if see "$@"; then fail "that should have been refused"; fi
 }
 await() { # CONDITION...: at most twenty seconds
-    for ((i = 0; i < 2000; ++i)); do
+    local until=$((SECONDS + 20))
+    while [ $SECONDS -le $until ]; do
         if "$@"; then return; fi
         sleep 0.01
     done
     fail "waited in vain: $*"
 }
-logged() { tr '\r' '\n' <"$log" | grep -qE "$1"; }
+# grep reads to the end: one that stops at the first match would end tr with a signal.
+logged() { tr "\r" "\n" <"$log" | grep -E "$1" >/dev/null; }
 boot() {
     : >"$log"
     initd "$programs" >"$log" 2>&1 &

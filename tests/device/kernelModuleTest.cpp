@@ -59,6 +59,11 @@ class Module {
         EXPECT_GE(fd_, 0) << "this kernel has no such protocol: " << strerror(errno);
         const timeval limit{20, 0};
         setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        /* Not the port that libvos binds, the process's id, which the kernel would choose where it is free. */
+        sockaddr_nl own{};
+        own.nl_family = AF_NETLINK;
+        own.nl_pid = 0x40000000U | static_cast<uint32_t>(getpid());
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&own), sizeof own), 0);
     }
     Module(const Module &) = delete;
     Module &operator=(const Module &) = delete;
