@@ -68,7 +68,7 @@ enum class Verdict { Pass, Fail, Shorten };
 Verdict enter(const char *call, Kind kind) {
     if (recording.load(std::memory_order_relaxed) && kind == Kind::Listed) {
         const std::lock_guard lock(recordMutex);
-        recorded.emplace_back(call);
+        if (recording) recorded.emplace_back(call); /* another thread may have come to its end meanwhile */
     }
     if (armed.left.load(std::memory_order_relaxed) == 0 || strcmp(armed.call.data(), call) != 0) return Verdict::Pass;
     if (armed.left.fetch_sub(1) != 1) return Verdict::Pass;
@@ -447,9 +447,13 @@ bool Faults::disarm() {
 }
 
 std::vector<std::string> Faults::record(const std::function<void()> &action) {
-    recorded.clear();
-    recording = true;
+    {
+        const std::lock_guard lock(recordMutex);
+        recorded.clear();
+        recording = true;
+    }
     action();
+    const std::lock_guard lock(recordMutex);
     recording = false;
     return std::move(recorded);
 }
