@@ -88,13 +88,14 @@ class Started {
         waitpid(pid_, nullptr, 0);
     }
 
-    /* The argument vector, as the kernel has it. The creator is let go a moment before the kernel shows it. */
+    /* The argument vector, as the kernel has it. The creator is let go a moment before the kernel shows it, and a long
+     * one that is read just then begins with the creator's own: two readings must agree. */
     [[nodiscard]] std::vector<std::string> arguments() const {
         const auto own = argumentsOf(getpid());
         std::vector<std::string> all;
         EXPECT_TRUE(eventually([&] {
             all = argumentsOf(pid_);
-            return !all.empty() && all != own;
+            return !all.empty() && all != own && all == argumentsOf(pid_);
         }));
         return all;
     }
