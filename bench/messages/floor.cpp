@@ -41,8 +41,9 @@ struct Address {
 
     explicit Address(const char *path) {
         local.sun_family = AF_UNIX;
-        length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 +
-                                        static_cast<unsigned>(snprintf(local.sun_path, sizeof local.sun_path, "%s", path)));
+        length =
+            static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 +
+                                   static_cast<unsigned>(snprintf(local.sun_path, sizeof local.sun_path, "%s", path)));
     }
     [[nodiscard]] const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&local); }
 };
@@ -142,8 +143,8 @@ void serveOne(const Lanes &lanes, uint8_t *room, std::size_t size, bool copied) 
     lanes.wait();
     sockaddr_un sender;
     socklen_t senderLength = sizeof sender;
-    const ssize_t count = must(
-        recvfrom(lanes.normal, room, size, 0, reinterpret_cast<sockaddr *>(&sender), &senderLength), "recvfrom");
+    const ssize_t count =
+        must(recvfrom(lanes.normal, room, size, 0, reinterpret_cast<sockaddr *>(&sender), &senderLength), "recvfrom");
     Head head;
     memcpy(&head, room, sizeof head);
     if (head.noReturn == 1) return;

@@ -75,8 +75,8 @@ void run(Checked &client, std::vector<uint32_t> &durations, uint64_t start, uint
     const uint64_t spent = now(CLOCK_PROCESS_CPUTIME_ID) - cpu;
     std::sort(durations.begin(), durations.end());
     dprintf(g_driver, "%zu %u %u %u %u %u %" PRIu64 "\n", durations.size(), percentile(durations, 10),
-            percentile(durations, 50), percentile(durations, 90), percentile(durations, 99),
-            percentile(durations, 100), spent);
+            percentile(durations, 50), percentile(durations, 90), percentile(durations, 99), percentile(durations, 100),
+            spent);
 }
 
 void count(Checked &client, uint64_t number) {
@@ -142,7 +142,8 @@ void bench::work(unsigned us) {
 
 int main(int argc, char **argv) {
     if (argc < 5) {
-        fprintf(stderr, "usage: %s server|client VARIANT SIZE ID [timers=N] [sockets=N] [work=MICROSECONDS]\n", argv[0]);
+        fprintf(stderr, "usage: %s server|client VARIANT SIZE ID [timers=N] [sockets=N] [work=MICROSECONDS]\n",
+                argv[0]);
         return 2;
     }
     bench::Setting setting{argv[2], number(argv[3]), number(argv[4]), 0, 0, 0};

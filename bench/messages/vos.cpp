@@ -23,7 +23,9 @@ void succeed(int32_t result, const char *what) {
 class Sender final : public bench::Client {
   public:
     explicit Sender(const bench::Setting &setting)
-        : size_(static_cast<uint32_t>(setting.size)), flags_(setting.is("high") ? 1 : 0), noReturn_(setting.is("post")) {
+        : size_(static_cast<uint32_t>(setting.size)),
+          flags_(setting.is("high") ? 1 : 0),
+          noReturn_(setting.is("post")) {
         succeed(vosProcessInit(("client" + std::to_string(setting.id)).c_str()), "vosProcessInit");
     }
 

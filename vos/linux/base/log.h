@@ -50,7 +50,8 @@ inline bool logged(uint32_t level) { return (__atomic_load_n(&g_ulVosDebugFlags,
 #pragma GCC diagnostic ignored "-Wformat-security"
 template <class... Args>
 void log(uint32_t level, Caller me, LogText<std::type_identity_t<Args>...> text, Args... args) {
-    if (logged(level)) vosDebugPrintf(level, text.text, me.name, logargument::shown(args).get()...);
+    if (logged(level)) [[unlikely]]
+        vosDebugPrintf(level, text.text, me.name, logargument::shown(args).get()...);
 }
 #pragma GCC diagnostic pop
 
@@ -66,7 +67,7 @@ void error(Caller me, LogText<std::type_identity_t<Args>...> text, Args... args)
 
 /* As error(), for texts that end in "errno:%d(%s)": errno and its text are appended to the arguments. */
 template <class... Args>
-void errorErrno(Caller me, LogText<std::type_identity_t<Args>..., int, const char *> text, Args... args) {
+[[gnu::cold]] void errorErrno(Caller me, LogText<std::type_identity_t<Args>..., int, const char *> text, Args... args) {
     const int failure = errno;
     if (logged(VOS_DEBUG_ERROR))
         log<Args..., int, const char *>(VOS_DEBUG_ERROR, me, text, args..., failure, strerror(failure));
@@ -74,14 +75,16 @@ void errorErrno(Caller me, LogText<std::type_identity_t<Args>..., int, const cha
 }
 
 template <class... Args>
-[[nodiscard]] int32_t failed(Caller me, int32_t result, LogText<std::type_identity_t<Args>...> text, Args... args) {
+[[nodiscard, gnu::cold]] int32_t failed(Caller me, int32_t result, LogText<std::type_identity_t<Args>...> text,
+                                        Args... args) {
     error<Args...>(me, text, args...);
     return result;
 }
 
 template <class... Args>
-[[nodiscard]] int32_t failedErrno(Caller me, int32_t result,
-                                  LogText<std::type_identity_t<Args>..., int, const char *> text, Args... args) {
+[[nodiscard, gnu::cold]] int32_t failedErrno(Caller me, int32_t result,
+                                             LogText<std::type_identity_t<Args>..., int, const char *> text,
+                                             Args... args) {
     errorErrno<Args...>(me, text, args...);
     return result;
 }

@@ -16,16 +16,16 @@ template <std::size_t Size>
 class Text {
   public:
     Text &append(std::string_view more) {
-        const std::size_t room = std::min(more.size(), Size - 1 - length_);
-        std::copy_n(more.data(), room, text_.data() + length_);
-        length_ += room;
-        text_[length_] = '\0';
-        fits_ = fits_ && room == more.size();
-        return *this;
+        const std::size_t room = Size - 1 - length_;
+        if (more.size() <= room) [[likely]]
+            return put(more);
+        fits_ = false;
+        return put(more.substr(0, room));
     }
 
+    /* A function of its own: digits are a lot of code, and a caller often has several numbers. */
     template <class Integer>
-    Text &appendDecimal(Integer number) {
+    [[gnu::noinline]] Text &appendDecimal(Integer number) {
         std::array<char, 24> digits;
         const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
         return append({digits.data(), static_cast<std::size_t>(end - digits.data())});
@@ -34,8 +34,17 @@ class Text {
     [[nodiscard]] bool fits() const { return fits_; }
     [[nodiscard]] std::size_t length() const { return length_; }
     [[nodiscard]] const char *get() const { return text_.data(); }
+    [[nodiscard]] std::string_view view() const { return {text_.data(), length_}; }
 
   private:
+    /* Of a literal the size is known here, and a few moves are all that is left of this. */
+    Text &put(std::string_view more) {
+        std::copy_n(more.data(), more.size(), text_.data() + length_);
+        length_ += more.size();
+        text_[length_] = '\0';
+        return *this;
+    }
+
     /* Only the first byte is set: the rest is written before it is read. */
     std::array<char, Size> text_;
     std::size_t length_ = (text_[0] = '\0', 0);

@@ -31,11 +31,10 @@ std::string_view baseName(std::string_view name) {
 }
 
 /* Family, path, NUL. The length tells the truth also about a path that does not fit, and the kernel refuses it. */
-uint32_t fillAddress(const char *path, sockaddr_un &address) {
-    const std::size_t length = strlen(path);
+uint32_t fillAddress(std::string_view path, sockaddr_un &address) {
     address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, path, std::min(length, sizeof address.sun_path));
-    return static_cast<uint32_t>(length + sizeof address.sun_family + 1);
+    memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path));
+    return static_cast<uint32_t>(path.size() + sizeof address.sun_family + 1);
 }
 
 template <class Source>
@@ -72,21 +71,21 @@ Path threadPath(const char *processName, int32_t number) {
 
 Text<128> requesterPath() {
     Text<128> path;
-    path.append("/tmp/vos/clientp").appendDecimal(getpid());
+    path.append("/tmp/vos/clientp").appendDecimal(static_cast<uint64_t>(getpid()));
     path.append("t").appendDecimal(static_cast<uint64_t>(pthread_self()));
-    path.append("v").appendDecimal(takeSequence());
+    path.append("v").appendDecimal(uint64_t{takeSequence()});
     return path;
 }
 
-LocalAddress::LocalAddress(const char *path) : room_{}, length_(fillAddress(path, local_)) {}
+LocalAddress::LocalAddress(std::string_view path) : room_{}, length_(fillAddress(path, local_)) {}
 
 LocalAddress::LocalAddress(const sockaddr_un &address, uint32_t length) : room_{}, length_(length) {
     memcpy(&room_, &address, sizeof address);
 }
 
-bool bindTo(int socket, const char *path) {
+bool bindTo(int socket, std::string_view path) {
     const LocalAddress address{path};
-    unlink(path);
+    unlink(path.data());
     return bind(socket, address.get(), address.length()) == 0;
 }
 

@@ -7,6 +7,7 @@
 #include <sys/un.h>
 
 #include <cstdint>
+#include <string_view>
 
 #include "../base/text.h"
 
@@ -27,7 +28,7 @@ Text<128> requesterPath();
 /* An address with its length. The kernel may read up to 128 bytes of an address that it then refuses. */
 class LocalAddress {
   public:
-    explicit LocalAddress(const char *path);
+    explicit LocalAddress(std::string_view path);
     LocalAddress(const sockaddr_un &address, uint32_t length);
     [[nodiscard]] const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&room_); }
     [[nodiscard]] socklen_t length() const { return length_; }
@@ -40,8 +41,9 @@ class LocalAddress {
     uint32_t length_;
 };
 
-/* Removes what an earlier process has left under the path, and binds. False with errno when bind() fails. */
-bool bindTo(int socket, const char *path);
+/* Removes what an earlier process has left under the path, a terminated text, and binds. False with errno when bind()
+ * fails. */
+bool bindTo(int socket, std::string_view path);
 
 /* As vosMsgSocketOptmize(), for the netlink socket. */
 int32_t vosMsgNetlinkSocketOptmize(int32_t iSocketFd, int32_t iVerify);

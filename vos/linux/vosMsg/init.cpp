@@ -63,7 +63,7 @@ constexpr BindTexts kHighTexts{"%s:local bind high  iSocketFd %d failed errno:%d
                                "%s:local high socket %d success."};
 
 /* Binds and tunes a socket, which is closed if it cannot be bound, and hands it to its owner. */
-int32_t establish(Caller me, UniqueFd fd, const char *path, const BindTexts &texts, int32_t *owner) {
+int32_t establish(Caller me, UniqueFd fd, std::string_view path, const BindTexts &texts, int32_t *owner) {
     if (!vos::bindTo(fd.get(), path)) return vos::failedErrno(me, VOS_ERROR, texts.failed, fd.get());
     vosMsgSocketOptmize(fd.get(), 1);
     *owner = fd.release();
@@ -79,9 +79,9 @@ int32_t openPair(Caller me, const Sockets &sockets, const char *name) {
     int high = -1;
     if (createPair(me, name, normal, high) != VOS_OK) return VOS_ERROR;
     if (sockets.makesDirectory) mkdir("/tmp/vos", 0777);
-    if (establish(me, UniqueFd{normal}, vos::normalPath(name).get(), kNormalTexts, sockets.normal) != VOS_OK)
+    if (establish(me, UniqueFd{normal}, vos::normalPath(name).view(), kNormalTexts, sockets.normal) != VOS_OK)
         return VOS_ERROR; /* the high socket stays open, unrecorded; see createPair() */
-    return establish(me, UniqueFd{high}, vos::highPath(name).get(), kHighTexts, sockets.high);
+    return establish(me, UniqueFd{high}, vos::highPath(name).view(), kHighTexts, sockets.high);
 }
 
 int32_t openNetlink(Caller me, int32_t *owner) {
@@ -131,5 +131,5 @@ int32_t vosMsgThreadInit(const char *pProcName, int32_t iNumber, int32_t *pSocke
     vos::trace(me, "%s:create %s socket %d.", vos::outside(pProcName), fd.get());
     vos::Path path = vos::threadPath(pProcName, iNumber);
     if (ulHigh == 1) path.append("High");
-    return establish(me, std::move(fd), path.get(), kNormalTexts, pSocketFd);
+    return establish(me, std::move(fd), path.view(), kNormalTexts, pSocketFd);
 }

@@ -136,7 +136,7 @@ int32_t vosMsgCcdObjInfoGetSend(uint32_t *pRetCode, const char *pDestName, const
     const uint32_t size = writeRequest(pObjName, static_cast<uint32_t>(nameSize), ulValue1);
     vos::Requester requester;
     if (!requester.open(me, kTimeoutMs)) return VOS_ERROR;
-    if (!requester.connect(vos::normalPath(pDestName).get()))
+    if (!requester.connect(vos::normalPath(pDestName).view()))
         return vos::failedErrno(me, VOS_ERROR, "%s:connect failed errno:%d(%s).");
     const ssize_t sent = write(requester.fd(), g_vosMsgBufferSend, size);
     if (sent < 0) return vos::failedErrno(me, VOS_ERROR, "%s:write failed errno:%d(%s).");

@@ -15,7 +15,7 @@ bool vos::Requester::open(Caller me, uint32_t timeoutMs) {
     }
     trace(me, "%s:create socket %d.", fd());
     path_ = requesterPath();
-    bound_ = bindTo(fd(), path_.get());
+    bound_ = bindTo(fd(), path_.view());
     if (!bound_) {
         errorErrno(me, "%s:local bind iSocketFd %d failed errno:%d(%s).", fd());
         return false;
@@ -24,7 +24,7 @@ bool vos::Requester::open(Caller me, uint32_t timeoutMs) {
     return true;
 }
 
-bool vos::Requester::connect(const char *receiver) const {
+bool vos::Requester::connect(std::string_view receiver) const {
     const LocalAddress address{receiver};
     return ::connect(fd(), address.get(), address.length()) == 0;
 }

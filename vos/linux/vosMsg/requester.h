@@ -16,7 +16,7 @@ class Requester {
     /* Creates, binds and tunes. False after its line when that fails. */
     bool open(Caller me, uint32_t timeoutMs);
     /* False with errno when nobody receives under that path. */
-    bool connect(const char *receiver) const;
+    bool connect(std::string_view receiver) const;
     [[nodiscard]] int fd() const { return socket_.get(); }
 
     /* Removes the path and closes, ahead of the end of the scope. errno stays. */

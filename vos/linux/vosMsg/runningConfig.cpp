@@ -111,7 +111,7 @@ int32_t vosMsgBldrunSend(const char *pDestName, char *pBuf, uint32_t *pLen, uint
     head.ulValue1 = ulValue1;
     head.ulValue2 = ulValue2;
     head.ulBufLen = *pLen;
-    if (!requester.connect(vos::highPath(pDestName).get()))
+    if (!requester.connect(vos::highPath(pDestName).view()))
         return vos::failedErrno(me, VOS_ERROR, "%s:connect failed errno:%d(%s).");
     const ssize_t sent = write(requester.fd(), &head, kHeadSize);
     if (sent < 0) return vos::failedErrno(me, VOS_ERROR, "%s:write failed errno:%d(%s).");

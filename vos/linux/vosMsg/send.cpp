@@ -102,7 +102,7 @@ int32_t request(Caller me, const Way &way, const Request &request, MakePath rece
     vos::Requester requester;
     if (!requester.open(me, request.timeoutMs)) return VOS_ERROR;
     const vos::Path path = receiverPath();
-    if (!requester.connect(path.get()))
+    if (!requester.connect(path.view()))
         return vos::failedErrno(me, VOS_ERROR, "%s:connect %s failed errno:%d(%s).", vos::outside(path.get()));
     Letter letter{{.ulType = VOS_MSG_TYPE_SELF,
                    .ulNoReturn = request.noReturn,
