@@ -39,6 +39,9 @@ extern const char *szBootLoaderFileName;
  *
  *     crc = ~vosFileCrc32(vosFileCrc32(0xFFFFFFFF, head, headLen), tail, tailLen);
  *
+ * The entries are those of vosCrctable as they stand at the call. While they are the standard ones, this is as fast as
+ * the processor can; once they were changed, it goes byte by byte.
+ *
  * @param ulCrc  the value so far
  * @param pBuf   the bytes
  * @param ulLen  their number

@@ -11,7 +11,8 @@ prefix=$build/install-test
 rm -rf "$prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
-for file in include/vos/vos.h include/vos/vosTypes.h; do
+for file in include/vos/vos.h include/vos/vosTypes.h bin/vosctl share/bash-completion/completions/vosctl \
+    share/zsh/vendor-completions/_vosctl share/fish/vendor_completions.d/vosctl.fish; do
     [ -f "$prefix/$file" ] || { echo "FAILED: $file is not installed"; exit 1; }
 done
 [ "$(find "$prefix/include/vos" -name '*.h' | wc -l)" = "$(find "$here/../../include" -name '*.h' | wc -l)" ]

@@ -94,3 +94,16 @@ TEST(Checksum, TheRegisterAgreesWithALiteralOneOverRandomBytes) {
         }
     });
 }
+
+TEST(Checksum, EveryLengthAtEveryAlignmentAgreesWithALiteralRegister) {
+    run([] {
+        std::string bytes(100 + 8, '\0');
+        for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * i * 37 + 11);
+        for (std::size_t begin = 0; begin < 8; ++begin) {
+            for (std::size_t length = 0; length <= 100; ++length)
+                ASSERT_EQ(Cal_CRC(raw(bytes) + begin, static_cast<uint32_t>(length)),
+                          calculateLiterally(bytes.substr(begin, length)))
+                    << length << " bytes at " << begin;
+        }
+    });
+}

@@ -20,7 +20,7 @@ class Text {
         if (more.size() <= room) [[likely]]
             return put(more);
         fits_ = false;
-        return put(more.substr(0, room));
+        return put({more.data(), room}); /* substr() could throw */
     }
 
     /* A function of its own: digits are a lot of code, and a caller often has several numbers. */

@@ -1,0 +1,39 @@
+/* SPDX-License-Identifier: MIT */
+/* What the measurements share. */
+#ifndef BENCH_INPROCESS_BENCH_H
+#define BENCH_INPROCESS_BENCH_H
+
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+/* A measurement of something that did not work is none: it is shown as an error in place of a time. */
+#define WORKS(expression)                                     \
+    do {                                                      \
+        if (!(expression)) {                                  \
+            state.SkipWithError("this failed: " #expression); \
+            return;                                           \
+        }                                                     \
+    } while (false)
+
+/* Sends standard output elsewhere while it lives. */
+class Redirected {
+  public:
+    explicit Redirected(int to) : before_(dup(STDOUT_FILENO)) {
+        fflush(stdout);
+        dup2(to, STDOUT_FILENO);
+    }
+    ~Redirected() {
+        fflush(stdout);
+        dup2(before_, STDOUT_FILENO);
+        close(before_);
+    }
+    Redirected(Redirected &&) = delete;
+    Redirected &operator=(Redirected &&) = delete;
+
+  private:
+    int before_;
+};
+
+#endif

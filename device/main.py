@@ -1,0 +1,78 @@
+# SPDX-License-Identifier: MIT
+"""The emulated AArch64 device.
+
+    scripts/device build [--update]   fetches (once) and builds everything that a run needs
+    scripts/device run COMMAND...     runs a command of the shell in the guest, with its exit status
+    scripts/device test               the whole test suite in the guest, with one and with two processors
+    scripts/device demo               the demo device in the guest: its story, and what only a device has
+    scripts/device shell              a person at the guest's console; "exit" switches it off
+"""
+import argparse
+import os
+import pathlib
+import sys
+import tempfile
+
+import demo
+import suite
+from fetch import Unavailable
+from machine import Machine, erased_flash
+
+
+def run(arguments):
+    status, _ = Machine().run(" ".join(arguments.command), cpus=arguments.cpus)
+    if status is None:
+        raise Unavailable("the guest ended without an exit status: it restarted, or it died")
+    return status
+
+
+def shell(arguments):
+    machine = Machine()
+    with tempfile.TemporaryDirectory(prefix="vos-device-") as scratch:
+        scratch = pathlib.Path(scratch)
+        (scratch / "job").mkdir()
+        flash = erased_flash(scratch / "flash")
+        return os.spawnvp(
+            os.P_WAIT,
+            "qemu-system-aarch64",
+            machine.command(scratch / "job", flash, arguments.cpus, serial="mon:stdio", words=["shell=1"]),
+        )
+
+
+def build(arguments):
+    Machine(arguments.update)
+    return 0
+
+
+def main():
+    parser = argparse.ArgumentParser(
+        prog="scripts/device", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
+    )
+    commands = parser.add_subparsers(required=True, metavar="COMMAND")
+
+    def command(name, function):
+        added = commands.add_parser(name)
+        added.set_defaults(function=function)
+        return added
+
+    command("build", build).add_argument("--update", action="store_true", help="take what Debian offers today")
+    for name, function in (("run", run), ("shell", shell)):
+        added = command(name, function)
+        added.add_argument("--cpus", type=int, choices=(1, 2), default=1)
+        if name == "run":
+            added.add_argument("command", nargs=argparse.REMAINDER)
+    command("demo", demo.demo)
+    added = command("test", suite.test)
+    added.add_argument("--cpus", type=int, choices=(1, 2), help="only with so many processors")
+    added.add_argument("--only", default="", metavar="REGEX", help="only tests whose names begin like this")
+    added.add_argument("--verbose", action="store_true", help="name the tests that passed, too")
+    arguments = parser.parse_args()
+    try:
+        return arguments.function(arguments)
+    except Unavailable as error:
+        print(f"device: {error}", file=sys.stderr)
+        return 125
+
+
+if __name__ == "__main__":
+    sys.exit(main())

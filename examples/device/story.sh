@@ -1,0 +1,108 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# A day of an optical line terminal: run in a sandbox, or on a device, as
+#
+#     story.sh DIRECTORY-OF-THE-BUILT-PROGRAMS [DIRECTORY-OF-VOSCTL]
+#
+# Shows what is done and what is seen. Ends with an error as soon as something shown is not so.
+set -euo pipefail
+programs=$1
+PATH=$1:${2:-$1}:$PATH
+log=/tmp/olt.log
+
+fail() { echo "story: $*" >&2; exit 1; }
+chapter() { printf '\n== %s\n' "$*"; }
+# Runs a command, shows it and what it says, and sees whether that matches the pattern.
+see() { # PATTERN COMMAND...
+    local pattern=$1 said status=0
+    shift
+    printf '$ %s\n' "$*"
+    said=$("$@" 2>&1) || status=$?
+    tr '\r' '\n' <<<"$said" | grep . | sed 's/^/    /' || true
+    grep -qE "$pattern" <<<"$said" || fail "\"$pattern\" is not what was said"
+    return $status
+}
+refused() { # PATTERN COMMAND...: the same, of a command that must fail
+    if see "$@"; then fail "that should have been refused"; fi
+}
+await() { # CONDITION...: at most twenty seconds
+    local until=$((SECONDS + 20))
+    while [ $SECONDS -le $until ]; do
+        if "$@"; then return; fi
+        sleep 0.01
+    done
+    fail "waited in vain: $*"
+}
+# grep reads to the end: one that stops at the first match would end tr with a signal.
+logged() { tr "\r" "\n" <"$log" | grep -E "$1" >/dev/null; }
+boot() {
+    : >"$log"
+    initd "$programs" >"$log" 2>&1 &
+    initd=$!
+    await logged 'oltd: .* start complete'
+    await logged 'mgmtd: start complete'
+}
+shutdown() {
+    kill "$initd"
+    wait "$initd"
+    if [ -e /tmp/olt-door ]; then fail "oltd left its door's contact behind"; fi
+}
+trap 'kill $initd 2>/dev/null || true' EXIT
+
+chapter "Boot: both data partitions are missing, and are made"
+boot
+tr '\r' '\n' <"$log" | grep -E 'Initialize|start complete' | sed 's/^/    /'
+logged 'Initialize factory data partition' || fail "the factory partition was not made"
+logged 'Initialize system data partition' || fail "the system partition was not made"
+see 'oltd +normal .* reachable' vosctl ps
+
+chapter "Talk: an administrator's session asks mgmtd, which asks oltd"
+see 'olt, serial 123456789, .*0 of 4 ports up' olt show
+see '^table' vosctl object oltd portLinkChanges
+echo -n 1 >/tmp/olt-door
+await logged 'mgmtd: alarm of the OLT: door open'
+see 'door open' olt alarm
+see 'median' vosctl ping oltd -c 100
+
+chapter "Configure: two sessions at once; what makes no sense is refused"
+see 'done' olt set name kista
+see 'done' olt -s 2 set port 1 enable uplink
+refused 'not understood' olt set port 9 enable nowhere
+see 'port 1 enable uplink' vosctl config-of oltd
+
+chapter "Save, and start again: the configuration is on flash"
+see saved olt save
+shutdown
+boot
+logged 'configured from flash' || fail "nothing was read"
+see 'name kista' olt config
+
+chapter "Upgrade: the image is made and checked, and refused when one bit is flipped"
+head -c 300000 /dev/urandom >/tmp/software
+mkimage 2 7 1 /tmp/software /tmp/new.bin
+mkimage 2 7 1 /tmp/software /app/hostImage.bin # what runs since the factory
+printf '1.0' >/app/hostImage.bin.ver
+cp /tmp/new.bin /tmp/broken.bin
+byte=$(od -An -tu1 -j5000 -N1 /tmp/broken.bin)
+printf '%b' "\\x$(printf %x $((byte ^ 1)))" | dd of=/tmp/broken.bin bs=1 seek=5000 conv=notrunc status=none
+refused 'refused: its checksum is wrong' olt upgrade /tmp/broken.bin 2.0
+mkimage 2 8 1 /tmp/software /tmp/foreign.bin
+refused 'refused: it is for another device' olt upgrade /tmp/foreign.bin 2.0
+see '2.0 is installed' olt upgrade /tmp/new.bin 2.0
+cmp /tmp/new.bin /app/hostImage.bin || fail "that is not the new image"
+see 'the backup is version 1.0' olt backup
+
+chapter "Break a partition: start-up finds it, and makes a fresh one"
+printf 'X' | dd of=/flash/sysdata bs=1 seek=500 conv=notrunc status=none
+shutdown
+boot
+tr '\r' '\n' <"$log" | grep -E 'crc error|Initialize' | sed 's/^/    /'
+logged 'readFlashAppData:crc error' || fail "the broken partition was not seen"
+logged 'Initialize system data partition' || fail "it was not repaired"
+see 'name kista' olt config
+
+chapter "Terminate: mgmtd first, then oltd; nobody is left"
+shutdown
+refused 'mgmtd does not answer' olt show
+echo
+echo "the story is over, and all of it was so"

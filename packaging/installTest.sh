@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# Installs the packages into a root of their own, builds and runs a program with them, and removes them again.
+#
+#     installTest.sh DIRECTORY-OF-THE-PACKAGES VERSION
+set -euo pipefail
+packages=$1
+here=$(cd "$(dirname "$0")" && pwd)
+architecture=$(dpkg --print-architecture)
+root=$packages/root
+rm -rf "$root"
+mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates"
+touch "$root/var/lib/dpkg/status"
+# What the packages depend on is this machine's, not the root's; no script of theirs runs.
+in_root() { dpkg --root="$root" --force-depends --force-script-chrootless --no-triggers "$@" >/dev/null 2>&1; }
+
+echo "== installed, used and removed in a root of its own"
+for package in libvos1 libvos-dev vos-tools; do
+    in_root --install "$packages/${package}_$2-1_$architecture.deb"
+done
+library=$(dirname "$(find "$root/usr/lib" -name libvos.so)")
+export PKG_CONFIG_LIBDIR=$library/pkgconfig
+# shellcheck disable=SC2046  # the flags are words
+cc -std=c17 -o "$packages/consumer" "$here/../tests/install/consumer.c" $(pkg-config --cflags --libs vos) -Wl,-rpath,"$library"
+"$here/../tests/support/sandbox" "$packages/consumer" | grep -q 'linked and running'
+LD_LIBRARY_PATH=$library "$root/usr/bin/vosctl" --version | grep -qx "vosctl $2"
+[ -f "$root/usr/share/man/man1/vosctl.1.gz" ]
+find "$root/usr/share/man/man3" -name 'vosMsg.3.gz' | grep -q .
+for package in vos-tools libvos-dev libvos1; do in_root --purge "$package"; done
+left=$(find "$root" -path "$root/var" -prune -o -type f -print)
+[ -z "$left" ] || { echo "installTest: left behind: $left" >&2; exit 1; }
+for package in libvos1 libvos-dev vos-tools; do
+    dpkg-deb -f "$packages/${package}_$2-1_arm64.deb" Architecture | grep -qx arm64
+done
+dpkg-deb --fsys-tarfile "$packages/libvos1_$2-1_arm64.deb" | tar -xO --wildcards '*libvos.so.1.*' 2>/dev/null >"$packages/arm64.so"
+readelf -h "$packages/arm64.so" | grep -q AArch64
+echo "installed, used and removed"

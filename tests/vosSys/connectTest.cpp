@@ -1,0 +1,179 @@
+/* SPDX-License-Identifier: MIT */
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <net/route.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/un.h>
+
+#include <array>
+#include <cstring>
+
+#include "sockets.h"
+#include "support/faults.h"
+#include "support/substitute.h"
+#include "threads.h"
+#include "vos.h"
+
+using namespace vostest;
+using testing::ElementsAre;
+
+namespace {
+
+bool nonBlocking(int fd) { return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0; }
+
+/* A port of this machine where nobody listens. */
+Address closedPort() {
+    Address address;
+    close(boundTo(address, SOCK_STREAM));
+    return address;
+}
+
+/* An address behind the loopback interface that is nobody's: packets to it are sent, and no answer ever comes. */
+Address unreachable() {
+    const Address network{0, 0xC0000200}; /* 192.0.2.0/24 is for examples */
+    const Address mask{0, 0xFFFFFF00};
+    char loopback[] = "lo";
+    rtentry route{};
+    memcpy(&route.rt_dst, &network.in, sizeof network.in);
+    memcpy(&route.rt_genmask, &mask.in, sizeof mask.in);
+    route.rt_flags = RTF_UP;
+    route.rt_dev = loopback;
+    const int control = socket(AF_INET, SOCK_DGRAM, 0);
+    EXPECT_EQ(ioctl(control, SIOCADDRT, &route), 0);
+    close(control);
+    return Address{80, 0xC0000201};
+}
+
+/* Outcomes that a loopback connection does not have. */
+int connectInProgress(int, const sockaddr *, socklen_t) {
+    errno = EINPROGRESS;
+    return -1;
+}
+int connectAtOnce(int, const sockaddr *, socklen_t) { return 0; }
+
+}  // namespace
+
+TEST(ConnectWithTimeout, AListeningPortIsConnected) {
+    const Outcome outcome = run([] {
+        Address server;
+        listeningOn(server);
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(fd, server.get(), Address::size, &timeout), 0);
+        EXPECT_FALSE(nonBlocking(fd)) << "the connection had to be waited for";
+        Address peer;
+        uint32_t length = Address::size;
+        EXPECT_EQ(vosGetpeername(fd, peer.get(), &length), 0);
+        const int patient = socket(AF_INET, SOCK_STREAM, 0);
+        EXPECT_EQ(vosConnectWithTimeout(patient, server.get(), Address::size, nullptr), 0);
+    });
+    EXPECT_EQ(outcome.output, "");
+}
+
+TEST(ConnectWithTimeout, AConnectionThatStandsAtOnceLeavesTheDescriptorNonBlocking) {
+    run([] {
+        Address server;
+        boundTo(server, SOCK_DGRAM);
+        const int datagram = socket(AF_INET, SOCK_DGRAM, 0);
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(datagram, server.get(), Address::size, &timeout), 0);
+        EXPECT_TRUE(nonBlocking(datagram));
+
+        substitute("connect", connectAtOnce);
+        listeningOn(server);
+        const int stream = socket(AF_INET, SOCK_STREAM, 0);
+        EXPECT_EQ(vosConnectWithTimeout(stream, server.get(), Address::size, &timeout), 0);
+        EXPECT_TRUE(nonBlocking(stream));
+    });
+}
+
+TEST(ConnectWithTimeout, AClosedPortFailsAndTheFlagsAreRestored) {
+    run([] {
+        Address nobody = closedPort();
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_FALSE(nonBlocking(fd));
+        vosSetNonblocking(fd, 1);
+        EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_TRUE(nonBlocking(fd)) << "it was so before";
+    });
+}
+
+TEST(ConnectWithTimeout, ARefusalAtOnceLeavesTheDescriptorNonBlocking) {
+    run([] {
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_un wrong{};
+        wrong.sun_family = AF_UNIX;
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(fd, reinterpret_cast<sockaddr *>(&wrong), sizeof wrong, &timeout), -1);
+        EXPECT_EQ(errno, EAFNOSUPPORT);
+        EXPECT_TRUE(nonBlocking(fd));
+    });
+}
+
+TEST(ConnectWithTimeout, AnUnreachableAddressIsGivenUpAfterItsTimeNonBlocking) {
+    const Outcome outcome = run([] {
+        Address nobody = unreachable();
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        timeval timeout{1, 0};
+        expectAbout(Milliseconds(1000),
+                    duration([&] { EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1); }));
+        EXPECT_TRUE(nonBlocking(fd));
+    });
+    EXPECT_EQ(outcome.output, "");
+}
+
+TEST(ConnectWithTimeout, ADescriptorThatNoSetHoldsIsNotWaitedFor) {
+    run([] {
+        const rlimit many{4096, 4096};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
+        Address server;
+        listeningOn(server);
+        for (const int fd : {FD_SETSIZE - 1, FD_SETSIZE, 4095}) {
+            ASSERT_EQ(dup2(socket(AF_INET, SOCK_STREAM, 0), fd), fd);
+            timeval timeout{5, 0};
+            const bool fits = fd < FD_SETSIZE;
+            EXPECT_EQ(vosConnectWithTimeout(fd, server.get(), Address::size, &timeout), fits ? 0 : -1);
+            EXPECT_EQ(nonBlocking(fd), !fits);
+        }
+    });
+}
+
+TEST(ConnectWithTimeout, EveryFailingCallIsAFailureAndOnlyTheQueryIsPrinted) {
+    static Address server;
+    static int fd = -1;
+    const auto prepare = [] {
+        listeningOn(server);
+        fd = socket(AF_INET, SOCK_STREAM, 0);
+    };
+    const auto attempts = failEachCall(prepare, [] {
+        timeval timeout{5, 0};
+        const int32_t result = vosConnectWithTimeout(fd, server.get(), Address::size, &timeout);
+        return result * 10L + (nonBlocking(fd) ? 1 : 0);
+    });
+    expectNothingKept(attempts);
+    ASSERT_EQ(attempts.size(), 6U);
+    EXPECT_EQ(at(attempts, "fcntl#1").result, -10);
+    EXPECT_EQ(at(attempts, "fcntl#2").result, -10) << "a connect that blocks would not end in time";
+    EXPECT_EQ(at(attempts, "connect#1").result, -9);
+    EXPECT_EQ(at(attempts, "select#1").result, -9);
+    EXPECT_EQ(at(attempts, "getsockopt#1").result, -9);
+    EXPECT_EQ(at(attempts, "fcntl#3").result, 1);
+    for (const Attempt &each : attempts)
+        EXPECT_EQ(each.outcome.output,
+                  each.point.call == "getsockopt" ? "vosConnectWithTimeout:getsockopt SOL_SOCKET SO_ERROR failed." : "")
+            << describe(each.point);
+}
+
+TEST(ConnectWithTimeout, TheStepsComeInTheirOrder) {
+    run([] {
+        substitute("connect", connectInProgress);
+        std::array<int, 2> pair{};
+        socketpair(AF_UNIX, SOCK_STREAM, 0, pair.data());
+        timeval timeout{5, 0};
+        EXPECT_THAT(Faults::record([&] { EXPECT_EQ(vosConnectWithTimeout(pair[0], nullptr, 0, &timeout), 0); }),
+                    ElementsAre("fcntl", "fcntl", "select", "getsockopt", "fcntl"));
+    });
+}

@@ -1,0 +1,167 @@
+# SPDX-License-Identifier: MIT
+"""vosctl doctor: each thing that hinders, and that it is told with what to do."""
+import os
+import pathlib
+import subprocess
+
+import pytest
+from conftest import SOCKETS
+
+CEILINGS = {"net/core/wmem_max": ("send-ceiling", 4194304), "net/core/rmem_max": ("receive-ceiling", 6291456),
+            "net/unix/max_dgram_qlen": ("queue-length", 4096)}
+
+
+@pytest.fixture(autouse=True)
+def ceilings():
+    """As vosInit() sets them."""
+    files = {pathlib.Path("/proc/sys") / name: needed for name, (_, needed) in CEILINGS.items()}
+    before = {path: path.read_text() for path in files}
+    for path, needed in files.items():
+        path.write_text(f"{needed}\n")
+    yield
+    for path, text in before.items():
+        path.write_text(text)
+
+
+def checks(vosctl, *arguments):
+    outcome = vosctl("--json", *arguments, "doctor")
+    assert outcome.stderr == ""
+    found = {each["check"]: each for each in outcome.json["checks"]}
+    hindering = sum(each["verdict"] == "hinders" for each in found.values())
+    assert outcome.json["hindering"] == hindering
+    assert outcome.status == (1 if hindering else 0)
+    assert all((each["remedy"] is None) == (each["verdict"] == "good") for each in found.values())
+    return found
+
+
+def hinders(vosctl, check, text):
+    found = checks(vosctl)[check]
+    assert found["verdict"] == "hinders"
+    assert text in found["found"]
+
+
+def warns(vosctl, check, text):
+    found = checks(vosctl)[check]
+    assert found["verdict"] == "warning"
+    assert text in found["found"]
+
+
+def test_each_check_is_made_once_and_in_order(vosctl):
+    assert list(checks(vosctl)) == ["socket-directory", "stale-sockets", "send-ceiling", "receive-ceiling", "queue-length",
+                                    "netlink", "flash", "app", "system-partition", "factory-partition", "terminals",
+                                    "uptime"]
+
+
+def test_what_is_as_it_should_be_is_good(vosctl, agent):
+    agent()
+    found = checks(vosctl)
+    assert {name for name, each in found.items() if each["verdict"] == "good"} >= {
+        "socket-directory", "stale-sockets", "send-ceiling", "receive-ceiling", "queue-length", "flash", "app", "terminals",
+        "uptime"}
+
+
+@pytest.mark.parametrize("name", CEILINGS)
+def test_a_ceiling_below_what_is_asked_for(vosctl, name):
+    check, needed = CEILINGS[name]
+    (pathlib.Path("/proc/sys") / name).write_text(f"{needed - 1}\n")
+    hinders(vosctl, check, f"{name.replace('/', '.')} is {needed - 1} and")
+    assert f"sysctl -w {name.replace('/', '.')}=" in checks(vosctl)[check]["remedy"]
+
+
+@pytest.mark.parametrize("name", CEILINGS)
+def test_a_ceiling_that_cannot_be_read(vosctl, name):
+    check, needed = CEILINGS[name]
+    (pathlib.Path("/proc/sys") / name).write_text("nonsense\n")
+    warns(vosctl, check, "cannot be read")
+
+
+def test_a_missing_socket_directory_is_a_warning_while_it_can_be_made(vosctl):
+    warns(vosctl, "socket-directory", "/tmp/vos does not exist")
+
+
+def test_a_file_in_place_of_the_socket_directory(vosctl):
+    SOCKETS.write_text("")
+    hinders(vosctl, "socket-directory", "/tmp/vos is not a directory")
+    warns(vosctl, "stale-sockets", "/tmp/vos cannot be read")
+
+
+def test_a_symbolic_link_in_place_of_the_socket_directory(vosctl, tmp_path):
+    SOCKETS.symlink_to(tmp_path)
+    hinders(vosctl, "socket-directory", "/tmp/vos is not a directory")
+
+
+def as_nobody(binary, *arguments):
+    """Runs vosctl without the rights of root, which stand above every permission."""
+    done = subprocess.run(["setpriv", "--bounding-set=-all", "--inh-caps=-all", "--", binary, *arguments],
+                          stdout=subprocess.PIPE, check=False)
+    return done.stdout.decode()
+
+
+def test_a_socket_directory_that_cannot_be_written(binary):
+    SOCKETS.mkdir()
+    SOCKETS.chmod(0o555)
+    assert "hinders  socket-directory: /tmp/vos cannot be written by this user" in as_nobody(binary, "doctor")
+
+
+def test_a_temporary_directory_that_cannot_be_written(binary):
+    mode = os.stat("/tmp").st_mode
+    os.chmod("/tmp", 0o555)
+    try:
+        assert "hinders  socket-directory: /tmp/vos does not exist and /tmp cannot be written" in as_nobody(binary, "doctor")
+    finally:
+        os.chmod("/tmp", mode)
+
+
+def test_stale_sockets_are_listed(vosctl, stale):
+    stale("old")
+    stale("clientp1t2v3")
+    warns(vosctl, "stale-sockets", "2 paths were left behind by processes that have ended: /tmp/vos/clientp1t2v3 /tmp/vos/old")
+    assert "rm /tmp/vos/clientp1t2v3 /tmp/vos/old" in checks(vosctl)["stale-sockets"]["remedy"]
+
+
+def test_one_stale_socket_is_told_in_the_singular(vosctl, stale):
+    stale("old")
+    warns(vosctl, "stale-sockets", "1 path was left behind")
+
+
+def test_a_kernel_without_the_devices_module(vosctl):
+    hinders(vosctl, "netlink", "the kernel has no netlink protocol 30")
+
+
+@pytest.mark.parametrize("check, path", [("system-partition", "/flash/sysdata"), ("factory-partition", "/app/factory")])
+def test_partitions(vosctl, check, path):
+    warns(vosctl, check, f"{path} does not exist")
+    pathlib.Path(path).write_bytes(b"nonsense")
+    hinders(vosctl, check, f"{path} is not a valid partition")
+
+
+def test_fresh_partitions_are_valid(vosctl, example, background):
+    background(pathlib.Path(os.environ["PROGRAMS"]) / "boot").finish()
+    found = checks(vosctl)
+    assert found["system-partition"]["verdict"] == found["factory-partition"]["verdict"] == "good"
+
+
+def test_a_device_tree_elsewhere(vosctl, tmp_path):
+    (tmp_path / "flash").mkdir()
+    (tmp_path / "flash" / "sysdata").write_bytes(b"x")
+    found = checks(vosctl, "--root", str(tmp_path))
+    assert found["flash"] == {"check": "flash", "verdict": "good", "found": f"{tmp_path}/flash can be written",
+                              "remedy": None}
+    assert f"{tmp_path}/app cannot be reached: No such file" in found["app"]["found"]
+    assert f"{tmp_path}/flash/sysdata is not a valid partition" in found["system-partition"]["found"]
+    assert found["factory-partition"]["found"] == f"{tmp_path}/app/factory does not exist"
+
+
+def test_as_text(vosctl):
+    outcome = vosctl("doctor")
+    lines = outcome.stdout.splitlines()
+    assert outcome.status == 1
+    assert lines[0] == "warning  socket-directory: /tmp/vos does not exist"
+    assert lines[1].startswith("         -> nothing while no process of vos has run")
+    assert lines[-1] == "1 of 12 checks found something that hinders vos."
+
+
+def test_colours_only_when_wanted(vosctl):
+    assert "\033" not in vosctl("doctor").stdout
+    assert "\033[31m" in vosctl("--color", "always", "doctor").stdout
+    assert "\033" not in vosctl("--color", "always", "--json", "doctor").stdout

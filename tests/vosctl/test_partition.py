@@ -1,0 +1,74 @@
+# SPDX-License-Identifier: MIT
+"""vosctl partition."""
+import pathlib
+
+import pytest
+from stores import flipped, on_terminal
+
+FACTORY = pathlib.Path("/app/factory")
+SYSTEM = pathlib.Path("/flash/sysdata")
+
+
+@pytest.fixture
+def fresh(vosctl):
+    vosctl("partition", "init", "all").ok()
+
+
+def test_fresh_partitions_are_valid(vosctl, fresh):
+    assert (FACTORY.stat().st_size, SYSTEM.stat().st_size) == (1400, 984)
+    told = vosctl("--json", "partition", "check").ok().json["partitions"]
+    assert [(each["name"], each["path"], each["valid"], each["reason"], each["bytes"]) for each in told] == [
+        ("factory", "/app/factory", True, None, 1400), ("system", "/flash/sysdata", True, None, 984)]
+    assert all(each["storedChecksum"] == each["computedChecksum"] for each in told)
+
+
+@pytest.mark.parametrize("damage, reason", [
+    (lambda data: b"", "the file is empty"),
+    (lambda data: data[:983], "the file has 983 bytes, the partition 984"),
+    (lambda data: flipped(data, 4), "its magic word is"),
+    (lambda data: flipped(data, 500), "its checksum is"),
+    (lambda data: data[:8] + b"\xff" * 4 + data[12:], "its checksum word is erased"),
+])
+def test_damage_is_named(vosctl, fresh, damage, reason):
+    SYSTEM.write_bytes(damage(SYSTEM.read_bytes()))
+    told = vosctl("partition", "check", "system")
+    assert told.status == 1 and reason in told.stdout and "vosctl partition init system" in told.stdout
+    assert vosctl("partition", "check", "factory").ok()
+
+
+def test_a_missing_partition(vosctl):
+    told = vosctl("--json", "partition", "check", "factory")
+    assert told.status == 1 and "cannot be opened" in told.json["partitions"][0]["reason"]
+
+
+def test_what_lies_behind_the_last_byte_is_ignored(vosctl, fresh):
+    SYSTEM.write_bytes(SYSTEM.read_bytes() + b"tail")
+    vosctl("partition", "check", "system").ok()
+
+
+def test_init_renews_only_the_partition_that_is_named(vosctl, fresh):
+    FACTORY.write_bytes(b"damaged")
+    SYSTEM.write_bytes(b"damaged too")
+    vosctl("partition", "init", "system", "--yes").ok()
+    assert FACTORY.read_bytes() == b"damaged"
+    vosctl("partition", "check", "system").ok()
+
+
+def test_init_asks(vosctl, binary, fresh):
+    vosctl("item", "set", "ztp", "5").ok()
+    assert "--yes" in vosctl("partition", "init", "system").failed()
+    status, shown = on_terminal(binary, "partition", "init", "system", answer="n")
+    assert status == 1 and "nothing was changed" in shown
+    assert vosctl("item", "get", "ztp").ok().stdout == "5\n"
+    assert on_terminal(binary, "partition", "init", "system", answer="y")[0] == 0
+    assert vosctl("item", "get", "ztp").ok().stdout == "(erased)\n"
+
+
+def test_init_where_there_is_no_directory(vosctl, tmp_path):
+    assert "could not be made" in vosctl("--root", tmp_path, "partition", "init", "system").failed()
+
+
+def test_show_prints_every_byte(vosctl, fresh):
+    assert vosctl("--json", "partition", "show", "system").ok().json["partitions"][0]["hex"] == SYSTEM.read_bytes().hex()
+    assert "16 98 86 26" in vosctl("partition", "show", "system").ok().stdout
+    assert vosctl("partition", "show", "third").failed(2)

@@ -1,0 +1,19 @@
+/* SPDX-License-Identifier: MIT */
+/* The device tree that a command works on: this machine's, or one below a directory. */
+#ifndef VOSCTL_DEVICE_TREE_H
+#define VOSCTL_DEVICE_TREE_H
+
+#include <string>
+
+namespace vosctl {
+
+/* Lets the library's exported paths lead below a directory; an empty text leaves them as they are. Throws a Failure
+ * when there is no such directory. */
+void useDeviceTree(const std::string &root);
+
+/* A path of the device, below the directory that is used. */
+std::string devicePath(const std::string &path);
+
+}  // namespace vosctl
+
+#endif

@@ -1,0 +1,24 @@
+/* SPDX-License-Identifier: MIT */
+/* What a command throws when it cannot do what it was asked for. */
+#ifndef VOSCTL_FAILURE_H
+#define VOSCTL_FAILURE_H
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace vosctl {
+
+class Failure : public std::runtime_error {
+  public:
+    /* What went wrong, naming the thing; and what its reader may do next. */
+    Failure(const std::string &what, std::string next) : std::runtime_error(what), next_(std::move(next)) {}
+    [[nodiscard]] const std::string &nextStep() const noexcept { return next_; }
+
+  private:
+    std::string next_;
+};
+
+}  // namespace vosctl
+
+#endif

@@ -1,0 +1,44 @@
+/* SPDX-License-Identifier: MIT */
+/* The names in the socket directory, and who stands behind them. */
+#ifndef VOSCTL_SOCKET_DIRECTORY_H
+#define VOSCTL_SOCKET_DIRECTORY_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kernelSockets.h"
+#include "names.h"
+
+namespace vosctl {
+
+/* What has arrived on a socket and has not been received. */
+struct Queue {
+    uint32_t nextBytes = 0; /* size of the first datagram */
+    uint32_t atLeast = 0;   /* datagrams for certain: those whose senders wait for the answer, or the first */
+};
+
+struct SocketEntry {
+    std::string file; /* in the socket directory */
+    std::string path;
+    Reach reach = Reach::failed;
+    std::vector<Owner> owners;  /* the opener first; none when they cannot be seen */
+    std::optional<Queue> queue; /* when the kernel's diagnostics know the socket */
+
+    enum class Kind { normal, high, thread, threadHigh, requester } kind = Kind::normal;
+    std::string name; /* the process's, for all but requesters */
+    int thread = 0;   /* the thread channel's number */
+};
+
+/* All sockets of the directory by the names of their files. Throws a Failure when it exists and cannot be read. */
+std::vector<SocketEntry> readSocketDirectory();
+
+/* Whether somebody receives behind it. */
+bool alive(const SocketEntry &entry);
+
+/* The kernel's limit of a queue as it is now, in datagrams; a socket keeps the one of its creation. */
+std::optional<uint32_t> queueLimit();
+
+}  // namespace vosctl
+
+#endif

@@ -1,0 +1,124 @@
+/* SPDX-License-Identifier: MIT */
+/* The CRC-32: byte by byte over any table, and, for the standard table, eight bytes at a time or by the processor. */
+#ifndef VOS_FILE_CRC32_H
+#define VOS_FILE_CRC32_H
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <span>
+
+namespace vos::crc32 {
+
+using Bytes = std::span<const uint8_t>;
+using Table = std::array<uint32_t, 256>;
+
+/* A register is a polynomial over GF(2) modulo the CRC's own: bit 31 is the coefficient of x^0, bit 0 that of x^31. A
+ * zero bit of input multiplies it by x. */
+inline constexpr uint32_t kOne = 0x80000000;
+
+constexpr uint32_t timesX(uint32_t a) { return (a >> 1) ^ (0xEDB88320 & -(a & 1)); }
+
+/* Without a branch: its outcome would be a coin's. */
+constexpr uint32_t product(uint32_t a, uint32_t b) {
+    uint32_t sum = 0;
+    for (int power = 0; power < 32; ++power) {
+        sum ^= b & -(a >> 31);
+        a <<= 1;
+        b = timesX(b);
+    }
+    return sum;
+}
+
+/* x to the n-th. */
+constexpr uint32_t power(uint64_t n) {
+    uint32_t result = kOne;
+    for (uint32_t square = timesX(kOne); n != 0; n >>= 1) {
+        if ((n & 1) != 0) result = product(result, square);
+        square = product(square, square);
+    }
+    return result;
+}
+
+/* Entry b of slice n: the effect of byte b with n bytes after it. Slice 0 is the standard table. */
+using Slices = std::array<Table, 8>;
+
+consteval Slices slices() {
+    Slices all{};
+    for (uint32_t byte = 0; byte < 256; ++byte) {
+        uint32_t crc = byte;
+        for (Table &slice : all) {
+            for (int bit = 0; bit < 8; ++bit) crc = timesX(crc);
+            slice[byte] = crc;
+        }
+    }
+    return all;
+}
+
+inline constexpr Slices kSlices = slices();
+
+/* The definition, and the only form that holds for a table that somebody has changed. */
+constexpr uint32_t byByte(std::span<const uint32_t, 256> table, uint32_t crc, Bytes bytes) {
+    for (const uint8_t byte : bytes) crc = table[(crc ^ byte) & 0xFF] ^ (crc >> 8);
+    return crc;
+}
+
+/* Eight bytes, the first in the lowest bits. */
+constexpr uint64_t word(const uint8_t *bytes) {
+    static_assert(std::endian::native == std::endian::little);
+    std::array<uint8_t, 8> all{};
+    std::copy_n(bytes, all.size(), all.begin());
+    return std::bit_cast<uint64_t>(all);
+}
+
+/* A step takes a register over one word. This one does it with eight look-ups that do not wait for each other. */
+struct Slicing {
+    constexpr uint32_t operator()(uint32_t crc, uint64_t next) const {
+        next ^= crc;
+        const auto effect = [next](unsigned i) { return kSlices[7 - i][(next >> (8 * i)) & 0xFF]; };
+        return (effect(4) ^ effect(5) ^ effect(6) ^ effect(7)) ^ (effect(0) ^ effect(1) ^ effect(2) ^ effect(3));
+    }
+};
+
+template <typename Step>
+constexpr uint32_t byWord(Step step, uint32_t crc, Bytes bytes) {
+    for (; bytes.size() >= 8; bytes = bytes.subspan(8)) crc = step(crc, word(bytes.data()));
+    return byByte(kSlices[0], crc, bytes);
+}
+
+/* Each step waits for the one before it, so three thirds of a block go side by side. A third that more bytes follow is
+ * then moved up by them. Takes whole blocks off the front of the bytes. */
+template <std::size_t kThird, typename Step>
+constexpr uint32_t byThirds(Step step, uint32_t crc, Bytes &bytes) {
+    constexpr uint32_t kOneThird = power(8 * kThird), kTwoThirds = power(16 * kThird);
+    for (; bytes.size() >= 3 * kThird; bytes = bytes.subspan(3 * kThird)) {
+        uint32_t second = 0, third = 0;
+        for (const uint8_t *at = bytes.data(), *end = at + kThird; at != end; at += 8) {
+            crc = step(crc, word(at));
+            second = step(second, word(at + kThird));
+            third = step(third, word(at + 2 * kThird));
+        }
+        crc = product(crc, kTwoThirds) ^ product(second, kOneThird) ^ third;
+    }
+    return crc;
+}
+
+/* The larger the block, the less the moving up weighs; three of the larger thirds still fit a first-level cache. */
+template <typename Step>
+constexpr uint32_t byBlock(Step step, uint32_t crc, Bytes bytes) {
+    crc = byThirds<8192>(step, crc, bytes);
+    crc = byThirds<512>(step, crc, bytes);
+    return byWord(step, crc, bytes);
+}
+
+/* Whether this processor has instructions that byProcessor() needs. */
+bool processorHelps();
+
+/* With the standard table, over at least so many bytes. */
+inline constexpr uint32_t kLeastForProcessor = 64;
+uint32_t byProcessor(uint32_t crc, Bytes bytes);
+
+}  // namespace vos::crc32
+
+#endif
