@@ -140,7 +140,7 @@ def loops_section(rows, directory):
         axes.set(title="Processor time of the server per request, in µs, by what its loop watches", xscale="symlog", ylim=(0, None))
         axes.legend()
     body = [[f"{row['timers']} timers, {row['sockets']} descriptors", number(row["rate"]), micro(row["server_cpu"])] for row in rows]
-    return "## The receive loop\n\n![](loops.svg)\n\n" + table(["loop", "requests/s", "server µs per request"], body)
+    return "## The receive loop\n\nServer and client on a core each, so that each wait sleeps.\n\n![](loops.svg)\n\n" + table(["loop", "requests/s", "server µs per request"], body)
 
 
 def inprocess_section(told, directory):
