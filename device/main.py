@@ -5,6 +5,8 @@
     scripts/device run COMMAND...     runs a command of the shell in the guest, with its exit status
     scripts/device test               the whole test suite in the guest, with one and with two processors
     scripts/device demo               the demo device in the guest: its story, and what only a device has
+    scripts/device powercut           cuts the power at random moments while everything is being saved
+    scripts/device replay             cuts every save after each word that it writes
     scripts/device shell              a person at the guest's console; "exit" switches it off
 """
 import argparse
@@ -14,6 +16,8 @@ import sys
 import tempfile
 
 import demo
+import powercut
+import replay
 import suite
 from fetch import Unavailable
 from machine import Machine, erased_flash
@@ -66,6 +70,12 @@ def main():
     added.add_argument("--cpus", type=int, choices=(1, 2), help="only with so many processors")
     added.add_argument("--only", default="", metavar="REGEX", help="only tests whose names begin like this")
     added.add_argument("--verbose", action="store_true", help="name the tests that passed, too")
+    added = command("powercut", powercut.powercut)
+    added.add_argument("--cycles", type=int, default=60, metavar="N", help="so many cuts (60)")
+    added.add_argument("--seed", type=int, help="repeats the moments of an earlier campaign")
+    added = command("replay", replay.replay)
+    added.add_argument("--every", type=int, default=1, metavar="N", help="looks after one step in N only")
+    added.add_argument("--store", action="append", metavar="NAME", help='only this one ("system", "system, split", ...)')
     arguments = parser.parse_args()
     try:
         return arguments.function(arguments)

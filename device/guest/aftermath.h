@@ -1,0 +1,50 @@
+/* SPDX-License-Identifier: MIT */
+/* What a cut during one save has left, and what start-up and the library's calls make of it. */
+#pragma once
+
+#include <array>
+
+#include "stores.h"
+
+namespace stores {
+
+class Aftermath {
+  public:
+    /* The generations before the save that was cut, and those after it. Without a save they are the same. */
+    Aftermath(const Generations &before, const Generations &after);
+
+    /* Looks at every object. What no save touched must be whole, what was touched must be what a cut may leave. */
+    void look();
+
+    /* The outcome of each object that the save changes, as "name=outcome" with commas between them. */
+    [[nodiscard]] std::string outcome() const;
+
+    /* Everything that was read, to tell one state of the flash from another. */
+    [[nodiscard]] const std::string &state() const { return state_; }
+
+    /* Starts up as every process does, and sees that start-up does what it is described to do with what look() found, and
+     * that the calls which read say what they are described to say. */
+    void startUp() const;
+
+    /* What an application can do: put right what cannot be used, and save again. Then everything is as if there had been no
+     * cut. */
+    void repair(Store store) const;
+
+  private:
+    static constexpr std::size_t kObjects = 10;
+
+    struct Seen {
+        std::string before;
+        std::string after;
+        Found found = Found::Lost;
+        std::size_t length = 0;
+        [[nodiscard]] bool changed() const { return before != after; }
+        [[nodiscard]] bool usable() const { return found == Found::Old || found == Found::New; }
+    };
+
+    Generations after_;
+    std::array<Seen, kObjects> seen_;
+    std::string state_;
+};
+
+}  // namespace stores

@@ -1,0 +1,93 @@
+# SPDX-License-Identifier: MIT
+"""Power cuts at random moments: a program in the guest saves one store after the other, the emulator is killed, and the
+next start looks at what is left on the flash, starts up, and puts right what an application can put right."""
+import collections
+import pathlib
+import random
+import re
+import shlex
+import subprocess
+import tempfile
+import threading
+
+from fetch import Unavailable
+from machine import Machine, erased_flash
+from suite import BUILD, build
+
+PROGRAM = BUILD / "device/guest/powerCut"
+CONTENT = 20000  # bytes of a configuration, a syslog, a file of a package, an image
+LONGEST = 2.5  # seconds from the first save to the cut
+
+
+def words(*command):
+    return shlex.join([str(PROGRAM), *map(str, command)])
+
+
+def start_and_cut(machine, flash, job, commands, wait):
+    """Runs commands in the guest, and kills the emulator some time after it has begun to save. The result: what it
+    said before."""
+    (job / "script").write_text(commands + "\n")
+    process = subprocess.Popen(
+        ["nice", *machine.command(job, flash)],
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+    )
+    late = threading.Timer(120, process.kill)
+    late.start()
+    output, cut = [], None
+    for line in process.stdout:
+        line = line.decode(errors="replace").replace("\r", "").rstrip("\n")
+        output.append(line)
+        if line == "saving" and cut is None:
+            cut = threading.Timer(wait, process.kill)
+            cut.start()
+    process.wait()
+    if not late.is_alive():
+        raise Unavailable("the guest did not come to save within 120 s\n" + "\n".join(output[-20:]))
+    late.cancel()
+    if cut is None or not cut.finished.is_set():
+        raise Unavailable("the guest ended before its power was cut\n" + "\n".join(output[-20:]))
+    return output
+
+
+def tally(output, outcomes, cut):
+    """Counts what a look has found; the number of things that were not so."""
+    broken = [line for line in output if line.startswith("NOT SO: ")]
+    told = [line for line in output if line.startswith("cut ")]
+    if len(told) != 1:
+        raise Unavailable(f"after cut {cut} nothing was found out\n" + "\n".join(output[-20:]))
+    for line in told:
+        outcomes[line.removeprefix("cut while ")] += 1
+    for line in broken:
+        print(f"after cut {cut}: {line}", flush=True)
+    return len(broken)
+
+
+def powercut(arguments):
+    build()
+    machine = Machine()
+    seed = arguments.seed if arguments.seed is not None else random.randrange(1 << 32)
+    print(f"seed {seed}: {arguments.cycles} power cuts", flush=True)
+    chance = random.Random(seed)
+    outcomes, broken = collections.Counter(), 0
+    with tempfile.TemporaryDirectory(prefix="vos-device-") as scratch:
+        scratch = pathlib.Path(scratch)
+        job = scratch / "job"
+        job.mkdir()
+        flash = erased_flash(scratch / "flash")
+        for cycle in range(arguments.cycles + 1):
+            first = words("make" if cycle == 0 else "look", CONTENT, "/job/progress")
+            # A guest that finds something wrong stops there; its power is cut by itself.
+            hammer = words("hammer", CONTENT, "/job/progress", chance.randrange(1 << 32))
+            wait = chance.uniform(0, LONGEST)
+            if cycle < arguments.cycles:
+                output = start_and_cut(machine, flash, job, f"{first} || echo 'NOT SO: that failed'\n{hammer}", wait)
+            else:
+                _, output = machine.run(first, flash=flash, job=job, show=None)
+            if cycle > 0:
+                broken += tally(output, outcomes, cycle)
+    for outcome, count in sorted(outcomes.items()):
+        print(f"{count:5} {re.sub(r'^cut ', '', outcome)}")
+    print(f"{arguments.cycles} cuts; {broken} outcomes outside what is described")
+    return 1 if broken else 0
