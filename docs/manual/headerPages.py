@@ -15,6 +15,7 @@ import time
 COMMENT = re.compile(r"/\*\*(?!<)(?P<text>.*?)\*/(?P<code>.*?)(?=/\*\*(?!<)|\Z)", re.DOTALL)
 FUNCTION = re.compile(r"\b(\w+)\s*\([^;{]*\)\s*;")
 VARIABLES = re.compile(r"\bextern ([^;{(]*);")
+ATTRIBUTE = re.compile(r"\s*__attribute__\(\(\w+\([^)]*\)\)\)\s*;")  # for the compiler, not for the reader
 NOISE = re.compile(r"^\s*(#(?!define\b).*|extern \"C\" \{|\}|)$")
 
 
@@ -34,7 +35,7 @@ def declaration(code):
             continue
         depth += line.count("{") - line.count("}")
         lines.append(line.rstrip())
-    return "\n".join(lines)
+    return ATTRIBUTE.sub(";", "\n".join(lines))
 
 
 class Entry:
@@ -175,9 +176,9 @@ def page(header, entries, about, all_headers):
     out += [f".Nm {each} ," for each in names[:-1]] + [f".Nm {names[-1]}", f".Nd {escape(first[0].lower() + first[1:])}"]
     out += [".Sh LIBRARY", "The operating\\-system layer of the device", "(libvos, \\-lvos)"]
     out += [".Sh SYNOPSIS", f".In vos/{header.name}"]
-    prototypes = [entry.code for entry in entries if entry.functions]
-    if prototypes:
-        out += literal("\n".join(prototypes).splitlines())
+    declarations = [entry.code for entry in entries if entry.functions or entry.variables]
+    if declarations:
+        out += literal("\n".join(declarations).splitlines())
     out += [".Sh DESCRIPTION", *prose(about)]
     for entry in entries:
         if not entry.code:

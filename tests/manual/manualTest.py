@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The manual pages can be made, their formatter finds no fault, no declaration is torn apart, and every exported name is
-in the NAME section of exactly one page, where apropos looks for it."""
+"""The manual pages can be made, their formatter finds no fault, no declaration is torn apart, and every exported name
+is in the NAME section of exactly one page, where apropos looks for it."""
 import collections
 import pathlib
 import re
