@@ -70,7 +70,8 @@ def install(command):
 
 def script_is_sound(command):
     """Not run in full. Each of them builds the tree once more, and then runs the tests of which this is one (test),
-    measures for minutes (bench), or needs the network (device, package); what demo shows is run by Examples.*."""
+    measures for minutes (bench), or needs the network (device, package). Examples.* runs what demo shows, and Site.*
+    runs site."""
     name, *arguments = command.split()
     script = source / name
     expect(os.access(script, os.X_OK), f"{name} is not there, or not executable")
@@ -146,6 +147,7 @@ def is_known(word):
         or (word.startswith("/") and os.path.isdir(word))
         or word in [preset["name"] for preset in presets]
         or word in programs
+        or (word.startswith("build/") and word in (source / "scripts/site").read_text(encoding="utf-8"))
         or any(prefix.glob(f"lib*/{word}"))
         or (build / "tools" / word).is_file()
         or (word.startswith("--") and word in run(f"{build}/tools/vosctl --help"))
