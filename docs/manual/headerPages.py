@@ -11,8 +11,11 @@ import sys
 import textwrap
 import time
 
-COMMENT = re.compile(r"/\*\*(?P<text>.*?)\*/(?P<code>.*?)(?=/\*\*|\Z)", re.DOTALL)
+# A comment that belongs to what stands before it on its line, /**< so */, is part of the code.
+COMMENT = re.compile(r"/\*\*(?!<)(?P<text>.*?)\*/(?P<code>.*?)(?=/\*\*(?!<)|\Z)", re.DOTALL)
 FUNCTION = re.compile(r"\b(\w+)\s*\([^;{]*\)\s*;")
+VARIABLES = re.compile(r"\bextern ([^;{(]*);")
+ATTRIBUTE = re.compile(r"\s*__attribute__\(\(\w+\([^)]*\)\)\)\s*;")  # for the compiler, not for the reader
 NOISE = re.compile(r"^\s*(#(?!define\b).*|extern \"C\" \{|\}|)$")
 
 
@@ -32,14 +35,14 @@ def declaration(code):
             continue
         depth += line.count("{") - line.count("}")
         lines.append(line.rstrip())
-    return "\n".join(lines)
+    return ATTRIBUTE.sub(";", "\n".join(lines))
 
 
 class Entry:
     """What one comment says, and the declarations it stands before."""
 
     def __init__(self, text, code):
-        self.code = declaration(code)
+        self.code = declaration(code).replace("/**<", "/*")
         self.body, self.tags = [], []
         for line in comment_lines(text):
             # a short comment has its tags on the line of its text
@@ -58,16 +61,23 @@ class Entry:
         return [name for name in FUNCTION.findall(strip_comments(self.code)) if not self.code.startswith("typedef")]
 
     @property
+    def variables(self):
+        declarators = ",".join(VARIABLES.findall(strip_comments(self.code))).split(",")
+        return [re.search(r"(\w+)(?:\[.*\])?$", each.strip()).group(1) for each in declarators if each]
+
+    @property
     def title(self):
         if self.functions:
             return ", ".join(f"{name}()" for name in self.functions)
+        if self.variables:
+            return ", ".join(self.variables)
         named = re.findall(
-            r"#define (\w+)|typedef .*?\(\*(\w+)\)|\}\s*(\w+);|extern [^;]*?(\w+)(?:\[[^;]*)?;|struct (\w+);"
-            r"|typedef [^;{]* (\w+);",
+            r"#define (\w+)|typedef .*?\(\*(\w+)\)|\}\s*(\w+);|struct (\w+);|typedef [^;{]* (\w+);",
             strip_comments(self.code),
         )
         names = [next(name for name in each if name) for each in named]
-        return ", ".join(names) or "Constants"
+        # constants without a name of their own: what their comment begins with
+        return ", ".join(names) or re.split(r"[.,:;]", " ".join(self.body).strip())[0]
 
 
 def strip_comments(code):
@@ -158,17 +168,17 @@ def tags(entry):
 
 def page(header, entries, about, all_headers):
     name = header.stem
-    functions = [function for entry in entries for function in entry.functions]
+    exported = [each for entry in entries for each in entry.functions + entry.variables]
     date = time.strftime("%B %-d, %Y", time.gmtime(float(os.environ.get("SOURCE_DATE_EPOCH", header.stat().st_mtime))))
     first = re.split(r"(?<=[.:;])\s", " ".join(about).strip())[0].rstrip(".:;")
-    names = [name, *functions]
+    names = [name, *exported]
     out = [f".Dd {date}", f".Dt {name.upper()} 3", ".Os", ".Sh NAME"]
     out += [f".Nm {each} ," for each in names[:-1]] + [f".Nm {names[-1]}", f".Nd {escape(first[0].lower() + first[1:])}"]
     out += [".Sh LIBRARY", "The operating\\-system layer of the device", "(libvos, \\-lvos)"]
     out += [".Sh SYNOPSIS", f".In vos/{header.name}"]
-    prototypes = [entry.code for entry in entries if entry.functions]
-    if prototypes:
-        out += literal("\n".join(prototypes).splitlines())
+    declarations = [entry.code for entry in entries if entry.functions or entry.variables]
+    if declarations:
+        out += literal("\n".join(declarations).splitlines())
     out += [".Sh DESCRIPTION", *prose(about)]
     for entry in entries:
         if not entry.code:
