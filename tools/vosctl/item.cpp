@@ -155,11 +155,11 @@ void addItemCommands(CLI::App &app, Context &context) {
     onRun(group->add_subcommand("list", "List all items with their values"), context, listItems);
 
     CLI::App *const get = group->add_subcommand("get", "Print an item");
-    get->add_option("ITEM", arguments->item, "Name, constant or number of the item")->required();
+    get->add_option("ITEM", arguments->item, kItemDescription)->required();
     onRun(get, context, [arguments](Output &out) { return getItem(out, *arguments); });
 
     CLI::App *const set = group->add_subcommand("set", "Change an item");
-    set->add_option("ITEM", arguments->item, "Name, constant or number of the item")->required();
+    set->add_option("ITEM", arguments->item, kItemDescription)->required();
     CLI::Option *const value = set->add_option("VALUE", arguments->value, "The value, in the item's form");
     CLI::Option *const hex = set->add_flag("--hex", arguments->hex, "VALUE is the bytes in hexadecimal")->needs(value);
     set->add_option("--file", arguments->file, "Take the bytes from a file")->excludes(value)->excludes(hex);
@@ -169,7 +169,7 @@ void addItemCommands(CLI::App &app, Context &context) {
     onRun(set, context, [arguments](Output &out) { return setItem(out, *arguments); });
 
     CLI::App *const dump = group->add_subcommand("dump", "Print the bytes of one item or of all, passwords included");
-    dump->add_option("ITEM", arguments->item, "Name, constant or number of the item");
+    dump->add_option("ITEM", arguments->item, kItemDescription);
     onRun(dump, context, [arguments](Output &out) { return dumpItems(out, *arguments); });
 }
 
