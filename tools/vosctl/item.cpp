@@ -21,10 +21,11 @@ struct Arguments {
 constexpr std::size_t kEncryptOffset = 704; /* of the flag that has no reader, in the system partition's body */
 
 const char *partitionOf(const Item &item) { return item.factory ? "factory" : "system"; }
+const char *pathOf(const Item &item) { return item.factory ? szFactoryData : szSysData; }
 
 [[noreturn]] void unreadable(const Item &item) {
-    throw Failure(std::string("the ") + partitionOf(item) + " partition " + (item.factory ? szFactoryData : szSysData) +
-                      ", which holds " + item.name + ", cannot be read or is not valid",
+    throw Failure(std::string("the ") + partitionOf(item) + " partition " + pathOf(item) + ", which holds " +
+                      item.name + ", cannot be read or is not valid",
                   std::string("see \"vosctl partition check ") + partitionOf(item) + "\"");
 }
 
@@ -45,13 +46,32 @@ std::string stored(const Item &item, std::string bytes) {
     return bytes;
 }
 
-void writeItem(const Item &item, const std::string &bytes) {
-    readItem(item); /* says what is wrong with the partition, if that is it */
+enum class Written { whole, notAtAll, damaged };
+
+/* A device that refuses the bytes, or takes only a part of them, is not reported by the library. */
+Written writtenTo(const Item &item, const std::string &bytes) {
+    const std::string before = readItem(item); /* says what is wrong with the partition, if that is it */
     const std::string value = stored(item, bytes);
     const bool done = vosSysConfigDataSet(item.number, value.data(), lengthOf(value)) == VOS_OK;
-    if (!done || readItem(item) != bytes) /* a device that refuses the bytes is not reported by the library */
-        throw Failure(std::string(item.name) + " could not be written to " + (item.factory ? szFactoryData : szSysData),
+    try {
+        const std::string now = readItem(item);
+        if (done && now == bytes) return Written::whole;
+        return now == before ? Written::notAtAll : Written::damaged;
+    } catch (const Failure &) {
+        return Written::damaged;
+    }
+}
+
+void writeItem(const Item &item, const std::string &bytes) {
+    const Written written = writtenTo(item, bytes);
+    if (written == Written::whole) return;
+    const std::string what = std::string(item.name) + " could not be written to " + pathOf(item);
+    if (written == Written::notAtAll)
+        throw Failure(what + ", and is as it was",
                       "see with --verbose why; the file may be read-only or the flash worn out");
+    throw Failure(what + " whole, and the " + partitionOf(item) + " partition is not valid any more",
+                  std::string("make room, then a fresh one with \"vosctl partition init ") + partitionOf(item) +
+                      "\", and set its items again");
 }
 
 Json describe(const Item &item, const std::string &bytes, bool secrets) {
