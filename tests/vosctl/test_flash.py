@@ -30,7 +30,7 @@ class Flash:
                     filler.write(bytes(4096))
 
     def protect(self):
-        subprocess.run(["mount", "-o", "remount,ro", self.directory], check=True)
+        subprocess.run(["mount", "-o", "remount,bind,ro", self.directory], check=True)
 
     def names(self):
         return set(os.listdir(self.directory)) - {"filler"}
