@@ -77,20 +77,30 @@ boot
 logged 'configured from flash' || fail "nothing was read"
 see 'name kista' olt config
 
-chapter "Upgrade: the image is made and checked, and refused when one bit is flipped"
+chapter "Upgrade: an image is made and checked, and refused when one bit is flipped"
 head -c 300000 /dev/urandom >/tmp/software
-mkimage 2 7 1 /tmp/software /tmp/new.bin
-mkimage 2 7 1 /tmp/software /app/hostImage.bin # what runs since the factory
+see 'CRC-32 matches +yes' vosctl image make /tmp/software /tmp/new.bin --type application --compat 7 1
+cp /tmp/new.bin /app/hostImage.bin # what runs since the factory
 printf '1.0' >/app/hostImage.bin.ver
+see 'fits this device' vosctl image check /tmp/new.bin
 cp /tmp/new.bin /tmp/broken.bin
 byte=$(od -An -tu1 -j5000 -N1 /tmp/broken.bin)
 printf '%b' "\\x$(printf %x $((byte ^ 1)))" | dd of=/tmp/broken.bin bs=1 seek=5000 conv=notrunc status=none
+refused 'does not match its CRC-32' vosctl image check /tmp/broken.bin
 refused 'refused: its checksum is wrong' olt upgrade /tmp/broken.bin 2.0
-mkimage 2 8 1 /tmp/software /tmp/foreign.bin
+vosctl image make /tmp/software /tmp/foreign.bin --type application --compat 8 1 >/dev/null
 refused 'refused: it is for another device' olt upgrade /tmp/foreign.bin 2.0
 see '2.0 is installed' olt upgrade /tmp/new.bin 2.0
 cmp /tmp/new.bin /app/hostImage.bin || fail "that is not the new image"
 see 'the backup is version 1.0' olt backup
+
+chapter "Service: an item is set, and a package brings a file"
+see '192.0.2.10' vosctl item set ip-address 192.0.2.10
+see '^192.0.2.10$' vosctl item get ip-address
+echo 'welcome to kista' >/tmp/welcome
+see '/app/oem/welcome' vosctl package make /tmp/welcome.pkg dir:/app/oem file:/app/oem/welcome=/tmp/welcome
+see 'installed +yes' vosctl package apply /tmp/welcome.pkg --yes
+see 'welcome to kista' cat /app/oem/welcome
 
 chapter "Break a partition: start-up finds it, and makes a fresh one"
 printf 'X' | dd of=/flash/sysdata bs=1 seek=500 conv=notrunc status=none

@@ -51,6 +51,13 @@ def test_an_options_value_is_not_offered_names(words, agent):
     assert words("send", "--timeout", "") == []
 
 
+@pytest.mark.parametrize("command", ["get", "set", "dump"])
+def test_items(words, command):
+    assert words("item", command, "ip-") == ["ip-address", "ip-gate", "ip-mask"]
+    assert len(words("item", command, "")) == 20
+    assert words("item", command, "ztp", "") == []
+
+
 def test_levels_come_behind_the_name(words):
     assert words("debug", "oltd", "e") == ["error", "event"]
     assert words("debug", "oltd", "error", "t") == ["trace"]

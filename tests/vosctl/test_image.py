@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """vosctl image."""
+import os
 import pathlib
 
 import pytest
@@ -49,6 +50,21 @@ def test_refusals_in_words(vosctl, data, arguments, code, reason):
         before = APPLICATION.read_bytes()
         assert reason in vosctl("image", "install", path, "--yes").failed()
         assert APPLICATION.read_bytes() == before
+
+
+@pytest.mark.parametrize("code, reason", [
+    (-5, "there is not enough memory"),
+    (-15, "does not begin with the magic word"),
+    (-16, "length word does not match its length"),
+])
+def test_refusals_of_the_library_in_words(vosctl, code, reason):
+    install_first()
+    refused = {"LD_PRELOAD": os.path.join(os.environ["PROGRAMS"], "refusing.so"), "REFUSAL": str(code),
+               "ASAN_OPTIONS": "verify_asan_link_order=0"}
+    path = write("/tmp/image", image(2, b"second"))
+    told = vosctl("--json", "image", "check", path, env=refused)
+    assert told.status == 1 and told.json["code"] == code and reason in told.json["reason"] and told.json["nextStep"]
+    assert reason in vosctl("image", "install", path, "--yes", env=refused).failed()
 
 
 def test_a_device_without_an_application(vosctl):

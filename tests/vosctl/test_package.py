@@ -75,6 +75,19 @@ def test_faulty_packages(vosctl, data, reason):
     assert reason in line or "does not match its CRC-32" in line
 
 
+@pytest.mark.parametrize("data, code, reason", [
+    (package(magic=1), -15, "its magic word is missing"),
+    (package(entry(1, b"/app/oem\0", magic=1)), -15, "entry 1 of /tmp/package does not begin with the magic word"),
+    (package(entry(1, b"/app/oem\0"), less=1), -16, "not as long as the package's length word says"),
+    (package(entry(0, b"/app/oem/a")), -1, "entry 1 of /tmp/package has no path"),
+])
+def test_the_check_looks_into_packages(vosctl, data, code, reason):
+    install_first()
+    told = vosctl("--json", "image", "check", write("/tmp/package", data))
+    assert told.status == 1 and told.json["accepted"] is False and told.json["code"] == code
+    assert reason in told.json["reason"] and told.json["nextStep"] == "make the package again"
+
+
 @pytest.mark.parametrize("entries, reason", [
     ([entry(7, b"")], "of a kind that the device does not know"),
     ([entry(0, b"/etc/a\0", b"x")], "the device could not do it"),

@@ -64,6 +64,13 @@ def test_init_asks(vosctl, binary, fresh):
     assert vosctl("item", "get", "ztp").ok().stdout == "(erased)\n"
 
 
+def test_init_of_all_erases_nothing_unless_every_answer_is_yes(vosctl, binary, fresh):
+    vosctl("item", "set", "oem-number", "5").ok()
+    status, shown = on_terminal(binary, "partition", "init", "all", answer="y\nn")
+    assert status == 1 and "nothing was changed" in shown and shown.count("[y/N]") == 2
+    assert vosctl("item", "get", "oem-number").ok().stdout == "5\n"
+
+
 def test_init_where_there_is_no_directory(vosctl, tmp_path):
     assert "could not be made" in vosctl("--root", tmp_path, "partition", "init", "system").failed()
 

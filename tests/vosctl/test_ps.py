@@ -100,6 +100,10 @@ def test_what_senders_have_sent_who_are_gone_counts_as_at_least_one(vosctl, agen
     assert (normal["queuedAtLeast"], normal["nextBytes"]) == (1, 99)
 
 
+def test_help_says_that_the_depth_is_a_lower_bound(vosctl):
+    assert "QUEUE is a lower bound" in vosctl("ps", "--help").ok().stdout
+
+
 def test_a_full_queue_is_told(vosctl, agent):
     agent("mute", "mute")
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:

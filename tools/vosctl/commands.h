@@ -33,8 +33,9 @@ inline void onRun(CLI::App *command, Context &context, Action action) {
     command->callback([&context, run = std::move(action)] { context.action = run; });
 }
 
-/* By this the completion knows where names of processes are wanted. */
+/* By these the completion knows where names of processes and of items are wanted. */
 inline constexpr const char *kNameDescription = "Name of the process";
+inline constexpr const char *kItemDescription = "Name, constant or number of the item";
 
 /* The first argument of a command about a process. */
 inline void addName(CLI::App *command, std::string &name) {

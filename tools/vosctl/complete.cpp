@@ -4,6 +4,7 @@
 #include <set>
 
 #include "commands.h"
+#include "itemTable.h"
 #include "socketDirectory.h"
 #include "words.h"
 
@@ -22,6 +23,12 @@ std::set<std::string> reachableNames() {
     } catch (const Failure &) {
         names.clear();
     }
+    return names;
+}
+
+std::set<std::string> itemNames() {
+    std::set<std::string> names;
+    for (const Item &item : items()) names.insert(item.name);
     return names;
 }
 
@@ -75,6 +82,7 @@ void addArguments(std::set<std::string> &candidates, const Place &place) {
         if (!option->get_positional()) continue;
         const bool here = index == place.arguments || (index < place.arguments && option->get_items_expected_max() > 1);
         if (here && option->get_description() == kNameDescription) candidates = reachableNames();
+        if (here && option->get_description() == kItemDescription) candidates = itemNames();
         if (here && option->get_name() == "LEVEL") candidates.merge(levelNames());
         ++index;
     }

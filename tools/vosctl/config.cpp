@@ -2,6 +2,8 @@
 /* vosctl config: the saved configuration. */
 #include <vosFile.h>
 
+#include <optional>
+
 #include "commands.h"
 #include "deviceTree.h"
 #include "payload.h"
@@ -40,15 +42,35 @@ int show(Output &out) {
     return kDone;
 }
 
+/* That the device took only a part is not reported by the library. */
+bool stored(const std::string &content) {
+    if (vosFileCfgWrite(content.data(), lengthOf(content)) != VOS_OK) return false;
+    return saved() == content;
+}
+
+/* After a configuration could not be saved: what was there before is again. Returns what is there now. */
+std::string putBack(const std::optional<std::string> &before) {
+    if (!before) {
+        vosFileDelete(szVosCfgFileName);
+        return vosFileCfgExist() == 1 ? "a part of it is there" : "none is there";
+    }
+    if (saved() == *before || stored(*before)) return "the one before is still there";
+    return "the one before is lost";
+}
+
 int save(Output &out, const Arguments &arguments) {
     const std::string content = loadFile(arguments.file);
-    if (vosFileCfgExist() == 1)
+    std::optional<std::string> before;
+    if (vosFileCfgExist() == 1) {
         confirm(std::string("The saved configuration ") + szVosCfgFileName + " will be overwritten. Go on?",
                 arguments.yes);
-    /* that the device took only a part is not reported by the library */
-    if (vosFileCfgWrite(content.data(), lengthOf(content)) != VOS_OK || saved() != content)
-        throw Failure(std::string("the configuration could not be saved whole to ") + szVosCfgFileName,
+        before = saved();
+    }
+    if (!stored(content)) {
+        throw Failure(std::string("the configuration could not be saved whole to ") + szVosCfgFileName + ", and " +
+                          putBack(before),
                       "see that the flash has room and can be written, and save it again");
+    }
     Record record;
     record.add("path", "saved to", szVosCfgFileName).add("bytes", "bytes", content.size());
     out.report(record);

@@ -46,10 +46,16 @@ int check(Output &out, const Arguments &arguments) {
     const std::string image = loadFile(arguments.file);
     const ImageHeader header = imageHeaderOf(image, arguments.file);
     const uint32_t type = arguments.type.empty() ? header.type : typeNamed(arguments.type);
-    const int32_t code = vosFileImageCheck(type, bytesOf(image), lengthOf(image));
+    int32_t code = vosFileImageCheck(type, bytesOf(image), lengthOf(image));
     Refusal refusal;
     try {
-        if (code != VOS_OK) refusal = refusalOf(code, type, header);
+        if (code != VOS_OK)
+            refusal = refusalOf(code, type, header);
+        else if (type == kPackage)
+            packageEntriesOf(header.payload, arguments.file);
+    } catch (const FaultyPackage &faulty) {
+        code = faulty.code();
+        refusal = {faulty.what(), faulty.nextStep()};
     } catch (const Failure &failure) {
         refusal = {failure.what(), failure.nextStep()};
     }

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "failure.h"
 #include "store.h"
 #include "words.h"
 
@@ -122,25 +121,25 @@ std::string packagePayload(const std::vector<PackageEntry> &entries) {
 }
 
 std::vector<PackageEntry> packageEntriesOf(std::string_view payload, const std::string &file) {
-    const std::string next = "make the package again";
     if (payload.size() < 16 || networkWord(payload, 0) != VOS_PACKAGE_MAGIC)
-        throw Failure(file + " holds no package: its magic word is missing", next);
+        throw FaultyPackage(VOS_ERR_PACKAGE_MAGIC, file + " holds no package: its magic word is missing");
     if (networkWord(payload, 4) != payload.size() - 16)
-        throw Failure(file + " is not as long as the package's length word says", next);
+        throw FaultyPackage(VOS_ERR_PACKAGE_LENGTH, file + " is not as long as the package's length word says");
     std::vector<PackageEntry> entries;
     std::string_view rest = payload.substr(16);
     const uint32_t count = networkWord(payload, 8);
     for (uint32_t index = 1; index <= count; ++index) {
         const std::string where = "entry " + std::to_string(index) + " of " + file;
         if (rest.size() < kEntryBytes || networkWord(rest, 0) != VOS_PACKAGE_MAGIC)
-            throw Failure(where + " does not begin with the magic word", next);
+            throw FaultyPackage(VOS_ERR_PACKAGE_MAGIC, where + " does not begin with the magic word");
         const uint64_t name = networkWord(rest, 12);
         const uint64_t data = networkWord(rest, 16);
-        if (kEntryBytes + name + data > rest.size()) throw Failure(where + " ends beyond the package", next);
+        if (kEntryBytes + name + data > rest.size()) throw FaultyPackage(VOS_ERROR, where + " ends beyond the package");
         PackageEntry entry{networkWord(rest, 4) != 0, networkWord(rest, 8), networkWord(rest, 20),
                            std::string(rest.substr(kEntryBytes, name)),
                            std::string(rest.substr(kEntryBytes + name, data))};
-        if (entry.kind < 2 && (name == 0 || entry.path.back() != '\0')) throw Failure(where + " has no path", next);
+        if (entry.kind < 2 && (name == 0 || entry.path.back() != '\0'))
+            throw FaultyPackage(VOS_ERROR, where + " has no path");
         entry.path.erase(std::min(entry.path.find('\0'), entry.path.size()));
         entries.push_back(std::move(entry));
         rest.remove_prefix(kEntryBytes + name + data);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "failure.h"
 #include "report.h"
 
 namespace vosctl {
@@ -60,7 +61,17 @@ struct PackageEntry {
     std::string data;
 };
 
-/* Throws a Failure that names the entry that is wrong. */
+/* A package that the library's check lets pass, and that it would give up while it applies it. */
+class FaultyPackage : public Failure {
+  public:
+    FaultyPackage(int32_t code, const std::string &what) : Failure(what, "make the package again"), code_(code) {}
+    [[nodiscard]] int32_t code() const noexcept { return code_; } /* with which the library would */
+
+  private:
+    int32_t code_;
+};
+
+/* Throws a FaultyPackage that names the entry that is wrong. */
 std::vector<PackageEntry> packageEntriesOf(std::string_view payload, const std::string &file);
 std::string packagePayload(const std::vector<PackageEntry> &entries);
 

@@ -3,6 +3,7 @@
 #include <vosFile.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "commands.h"
 #include "deviceTree.h"
@@ -32,21 +33,54 @@ void requireReach(const ImageHeader &header, const std::string &file) {
     }
 }
 
-/* Below another root the tool keeps the backup: once the version has moved, the library makes none of its own. */
-void backUpBelow() {
-    const std::string version = std::string(szAppFileName) + ".ver";
-    if (!below() || vosFileExist(version.c_str()) == 0) return;
+std::string versionPath() { return std::string(szAppFileName) + ".ver"; }
+
+/* The tool keeps the backup, which the library would also do, but not below another root and without looking whether it
+ * is whole: once the version has moved, the library makes none of its own. */
+void backUp() {
+    const std::string version = versionPath();
+    if (vosFileExist(version.c_str()) == 0) return;
     const std::string backup = devicePath("/flash/hostImage.bin.last");
-    const std::string next = "see that " + devicePath("/flash") + " exists and has room";
-    if (vosFileCopy(szAppFileName, backup.c_str()) != VOS_OK ||
-        vosFileCopy(version.c_str(), (backup + ".ver").c_str()) != VOS_OK)
-        throw Failure("the installed application could not be kept as " + backup, next);
-    uint32_t kept = 0;
-    uint32_t original = 0;
-    vosFileSizeGet(backup.c_str(), &kept);
-    vosFileSizeGet(szAppFileName, &original);
-    if (kept != original) throw Failure("only a part of the application fitted into " + backup, next);
-    vosFileDelete(version.c_str());
+    if (vosFileCopy(szAppFileName, backup.c_str()) == VOS_OK &&
+        vosFileCopy(version.c_str(), (backup + ".ver").c_str()) == VOS_OK &&
+        loadFile(backup) == loadFile(szAppFileName) && loadFile(backup + ".ver") == loadFile(version)) {
+        vosFileDelete(version.c_str());
+        return;
+    }
+    vosFileDelete(backup.c_str());
+    vosFileDelete((backup + ".ver").c_str());
+    throw Failure(std::string("nothing was installed: ") + szAppFileName + " could not be kept whole as " + backup +
+                      (vosFileExist(backup.c_str()) == 1 ? "" : ", where no backup is now"),
+                  "see that " + devicePath("/flash") + " exists, can be written and has room, or remove " + version +
+                      " to install without a backup");
+}
+
+/* The application that a new one replaces. */
+struct Earlier {
+    std::string image;
+    std::optional<std::string> version;
+};
+
+Earlier earlierApplication() {
+    Earlier earlier{loadFile(szAppFileName), {}};
+    if (vosFileExist(versionPath().c_str()) == 1) earlier.version = loadFile(versionPath());
+    return earlier;
+}
+
+bool holds(const std::string &path, const std::string &content) {
+    return vosFileExist(path.c_str()) == 1 && loadFile(path) == content;
+}
+
+void makeHold(const std::string &path, const std::string &content) {
+    if (!holds(path, content)) vosFileWrite(path.c_str(), content.data(), lengthOf(content));
+}
+
+/* After a new one could not be written: the earlier one is there again. Returns what is there now. */
+std::string putBack(const Earlier &earlier) {
+    makeHold(szAppFileName, earlier.image);
+    if (earlier.version) makeHold(versionPath(), *earlier.version);
+    if (holds(szAppFileName, earlier.image)) return ", and the earlier application is still there";
+    return ", and the earlier application is lost";
 }
 
 void requireAccepted(int32_t code, const ImageHeader &header, const std::string &file, const char *what) {
@@ -55,17 +89,31 @@ void requireAccepted(int32_t code, const ImageHeader &header, const std::string 
     throw Failure(file + what + refusal.reason, refusal.nextStep);
 }
 
-int32_t write(const ImageHeader &header, const std::string &image) {
-    if (header.type == kBoot) return vosFileBootWrite(bytesOf(image), lengthOf(image));
-    return vosFileAppWrite(bytesOf(image), lengthOf(image));
+void writeApplication(const std::string &image, const std::string &file) {
+    const Earlier earlier = earlierApplication();
+    backUp();
+    if (vosFileAppWrite(bytesOf(image), lengthOf(image)) == VOS_OK) return;
+    throw Failure(file + " could not be written whole to " + szAppFileName + putBack(earlier),
+                  "see with --verbose why; if it has room and can be written, install again");
+}
+
+void writeBootLoader(const std::string &image, const std::string &file) {
+    if (vosFileBootWrite(bytesOf(image), lengthOf(image)) == VOS_OK) return;
+    throw Failure(file + " could not be written whole to " + szBootLoaderFileName + ", which may hold a part of it",
+                  "see with --verbose why, and install it again before the device restarts");
+}
+
+void write(const ImageHeader &header, const std::string &image, const std::string &file) {
+    if (header.type == kBoot) return writeBootLoader(image, file);
+    if (header.type == kApplication) return writeApplication(image, file);
+    requireAccepted(vosFileAppWrite(bytesOf(image), lengthOf(image)), header, file, " was not applied to its end: ");
 }
 
 void setVersion(const ImageHeader &header, const std::string &version) {
     if (header.type != kApplication || version.empty()) return;
-    if (vosFileAppVerUpdate(version.c_str()) != VOS_OK) {
-        throw Failure(
-            std::string("the image is installed, but its version could not be written to ") + szAppFileName + ".ver",
-            "make room and write it there");
+    if (vosFileAppVerUpdate(version.c_str()) != VOS_OK || !holds(versionPath(), version + '\0')) {
+        throw Failure("the image is installed, but its version could not be written to " + versionPath(),
+                      "make room and write it there");
     }
 }
 
@@ -85,10 +133,8 @@ int installImage(Output &out, const Installation &wanted) {
     if (header.type == kPackage) packageEntriesOf(header.payload, wanted.file); /* before anything is changed */
     requireReach(header, wanted.file);
     confirm(questionOf(header, wanted.file), wanted.yes);
-    if (header.type == kApplication) backUpBelow();
     progress(out, header.type == kPackage ? "applying the package" : "writing the image");
-    requireAccepted(write(header, image), header, wanted.file,
-                    header.type == kPackage ? " was not applied to its end: " : " could not be installed: ");
+    write(header, image, wanted.file);
     setVersion(header, wanted.version);
     Record record;
     record.add("file", "file", wanted.file)

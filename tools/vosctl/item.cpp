@@ -21,10 +21,11 @@ struct Arguments {
 constexpr std::size_t kEncryptOffset = 704; /* of the flag that has no reader, in the system partition's body */
 
 const char *partitionOf(const Item &item) { return item.factory ? "factory" : "system"; }
+const char *pathOf(const Item &item) { return item.factory ? szFactoryData : szSysData; }
 
 [[noreturn]] void unreadable(const Item &item) {
-    throw Failure(std::string("the ") + partitionOf(item) + " partition " + (item.factory ? szFactoryData : szSysData) +
-                      ", which holds " + item.name + ", cannot be read or is not valid",
+    throw Failure(std::string("the ") + partitionOf(item) + " partition " + pathOf(item) + ", which holds " +
+                      item.name + ", cannot be read or is not valid",
                   std::string("see \"vosctl partition check ") + partitionOf(item) + "\"");
 }
 
@@ -45,13 +46,32 @@ std::string stored(const Item &item, std::string bytes) {
     return bytes;
 }
 
-void writeItem(const Item &item, const std::string &bytes) {
-    readItem(item); /* says what is wrong with the partition, if that is it */
+enum class Written { whole, notAtAll, damaged };
+
+/* A device that refuses the bytes, or takes only a part of them, is not reported by the library. */
+Written writtenTo(const Item &item, const std::string &bytes) {
+    const std::string before = readItem(item); /* says what is wrong with the partition, if that is it */
     const std::string value = stored(item, bytes);
     const bool done = vosSysConfigDataSet(item.number, value.data(), lengthOf(value)) == VOS_OK;
-    if (!done || readItem(item) != bytes) /* a device that refuses the bytes is not reported by the library */
-        throw Failure(std::string(item.name) + " could not be written to " + (item.factory ? szFactoryData : szSysData),
+    try {
+        const std::string now = readItem(item);
+        if (done && now == bytes) return Written::whole;
+        return now == before ? Written::notAtAll : Written::damaged;
+    } catch (const Failure &) {
+        return Written::damaged;
+    }
+}
+
+void writeItem(const Item &item, const std::string &bytes) {
+    const Written written = writtenTo(item, bytes);
+    if (written == Written::whole) return;
+    const std::string what = std::string(item.name) + " could not be written to " + pathOf(item);
+    if (written == Written::notAtAll)
+        throw Failure(what + ", and is as it was",
                       "see with --verbose why; the file may be read-only or the flash worn out");
+    throw Failure(what + " whole, and the " + partitionOf(item) + " partition is not valid any more",
+                  std::string("make room, then a fresh one with \"vosctl partition init ") + partitionOf(item) +
+                      "\", and set its items again");
 }
 
 Json describe(const Item &item, const std::string &bytes, bool secrets) {
@@ -155,11 +175,11 @@ void addItemCommands(CLI::App &app, Context &context) {
     onRun(group->add_subcommand("list", "List all items with their values"), context, listItems);
 
     CLI::App *const get = group->add_subcommand("get", "Print an item");
-    get->add_option("ITEM", arguments->item, "Name, constant or number of the item")->required();
+    get->add_option("ITEM", arguments->item, kItemDescription)->required();
     onRun(get, context, [arguments](Output &out) { return getItem(out, *arguments); });
 
     CLI::App *const set = group->add_subcommand("set", "Change an item");
-    set->add_option("ITEM", arguments->item, "Name, constant or number of the item")->required();
+    set->add_option("ITEM", arguments->item, kItemDescription)->required();
     CLI::Option *const value = set->add_option("VALUE", arguments->value, "The value, in the item's form");
     CLI::Option *const hex = set->add_flag("--hex", arguments->hex, "VALUE is the bytes in hexadecimal")->needs(value);
     set->add_option("--file", arguments->file, "Take the bytes from a file")->excludes(value)->excludes(hex);
@@ -169,7 +189,7 @@ void addItemCommands(CLI::App &app, Context &context) {
     onRun(set, context, [arguments](Output &out) { return setItem(out, *arguments); });
 
     CLI::App *const dump = group->add_subcommand("dump", "Print the bytes of one item or of all, passwords included");
-    dump->add_option("ITEM", arguments->item, "Name, constant or number of the item");
+    dump->add_option("ITEM", arguments->item, kItemDescription);
     onRun(dump, context, [arguments](Output &out) { return dumpItems(out, *arguments); });
 }
 

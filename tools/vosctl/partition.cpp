@@ -1,11 +1,17 @@
 /* SPDX-License-Identifier: MIT */
 /* vosctl partition: the factory and the system partition as a whole. */
+#include <fcntl.h>
+#include <unistd.h>
 #include <vosFile.h>
 #include <vosSysConfig.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "commands.h"
+#include "fd.h"
 #include "payload.h"
 #include "store.h"
 #include "words.h"
@@ -117,36 +123,81 @@ int check(Output &out, const Arguments &arguments, bool bodies) {
     return status;
 }
 
-/* The library makes a fresh partition of what is not valid. The other partition is kept out of its sight. */
-void makeFresh(const Partition &partition) {
-    const char *kept[std::size(kPartitions)];
-    for (std::size_t index = 0; index < std::size(kPartitions); ++index) {
-        kept[index] = *kPartitions[index].path;
-        if (&kPartitions[index] != &partition) *kPartitions[index].path = "/dev/null";
+/* While it lives the library sees one partition, under another path. */
+class Elsewhere {
+  public:
+    Elsewhere(const Partition &partition, const std::string &path) {
+        for (std::size_t index = 0; index < std::size(kPartitions); ++index) {
+            kept_[index] = *kPartitions[index].path;
+            *kPartitions[index].path = &kPartitions[index] == &partition ? path.c_str() : "/dev/null";
+        }
     }
-    vosFileDelete(*partition.path);
+    ~Elsewhere() {
+        for (std::size_t index = 0; index < std::size(kPartitions); ++index) *kPartitions[index].path = kept_[index];
+    }
+    Elsewhere(const Elsewhere &) = delete;
+    Elsewhere &operator=(const Elsewhere &) = delete;
+
+  private:
+    const char *kept_[std::size(kPartitions)];
+};
+
+/* The library makes a partition of a file that is none. Returns what went wrong, nothing when it is whole. */
+std::string makeAt(const Partition &partition, const std::string &path) {
+    storeFile(path, "");
+    const Elsewhere elsewhere{partition, path};
     vosSysConfigDataInit();
-    for (std::size_t index = 0; index < std::size(kPartitions); ++index) *kPartitions[index].path = kept[index];
+    const State state = stateOf(partition);
+    const std::size_t whole = kHeaderBytes + partition.bodyBytes;
+    if (state.bytes.size() < whole)
+        return "only " + std::to_string(state.bytes.size()) + " of " + std::to_string(whole) +
+               " bytes could be written";
+    return state.reason;
+}
+
+/* The fresh partition is made beside the old one and takes its place when it is whole. */
+void makeFresh(const Partition &partition) {
+    const std::string path = *partition.path;
+    const std::string fresh = path + ".new";
+    std::string mistake;
+    try {
+        mistake = makeAt(partition, fresh);
+    } catch (const Failure &failure) {
+        mistake = failure.what();
+    }
+    if (mistake.empty() && rename(fresh.c_str(), path.c_str()) != 0) mistake = strerror(errno);
+    if (!mistake.empty()) {
+        unlink(fresh.c_str());
+        throw Failure(std::string("the ") + partition.name + " partition " + path + " could not be made: " + mistake +
+                          ", and it is as it was",
+                      "see that its directory exists, can be written and has room");
+    }
+    const Fd directory{open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    fsync(directory.get()); /* the name; what is under it has been flushed */
+}
+
+void confirmErasing(const Arguments &arguments) {
+    for (const Partition &partition : kPartitions) {
+        if (!wanted(partition, arguments) || vosFileExist(*partition.path) == 0) continue;
+        confirm(std::string("All items of the ") + partition.name + " partition " + *partition.path +
+                    " will be erased. Go on?",
+                arguments.yes);
+    }
 }
 
 int init(Output &out, const Arguments &arguments) {
+    confirmErasing(arguments);
     Json all = Json::array();
     for (const Partition &partition : kPartitions) {
         if (!wanted(partition, arguments)) continue;
-        if (vosFileExist(*partition.path) == 1) {
-            confirm(std::string("All items of the ") + partition.name + " partition " + *partition.path +
-                        " will be erased. Go on?",
-                    arguments.yes);
-        }
-        makeFresh(partition);
-        const State state = stateOf(partition);
-        if (!state.valid) {
-            throw Failure(std::string("the ") + partition.name + " partition " + *partition.path +
-                              " could not be made: " + state.reason,
-                          "see that its directory exists, can be written and has room");
+        try {
+            makeFresh(partition);
+        } catch (const Failure &failure) {
+            if (all.empty()) throw;
+            throw Failure(std::string(failure.what()) + ", while the factory partition is fresh", failure.nextStep());
         }
         out.line(std::string(partition.name) + " partition " + *partition.path + " is fresh");
-        all.push_back(describe(partition, state));
+        all.push_back(describe(partition, stateOf(partition)));
     }
     out.document(Json{{"partitions", all}});
     return kDone;

@@ -136,6 +136,9 @@ int ps(Output &out, bool all) {
 void addPsCommands(CLI::App &app, Context &context) {
     const auto all = std::make_shared<bool>(false);
     CLI::App *const list = app.add_subcommand("ps", "List the names under which processes are reachable");
+    list->footer(
+        "QUEUE is a lower bound: the datagrams that wait there for certain. There may be more, because the\n"
+        "kernel does not tell how many they are; where it tells nothing, QUEUE is -.");
     list->add_flag("--all", *all, "Also the sockets of requesters that wait for an answer");
     onRun(list, context, [all](Output &out) { return ps(out, *all); });
 }
