@@ -17,6 +17,7 @@ from suite import BUILD, build
 PROGRAM = BUILD / "device/guest/replay"
 CONTENT = 3000  # bytes of a configuration, a syslog, a file of a package, an image
 BLOCK = 256 << 10
+CLEAN_MARKER = 12
 USED = PARTITIONS[-1][1] + PARTITIONS[-1][2]
 MARKS = 1 << 20
 EVENTS = ("pflash_data_write", "pflash_data_write_block", "pflash_write_block_erase")
@@ -90,8 +91,9 @@ def split(names, steps):
 def crosses(part, name):
     """Whether a save wrote its data to the end of one block and the beginning of the next."""
     where = dict((label, (at, size)) for label, at, size in PARTITIONS)["app" if name == "factory" else "flash"]
-    blocks = [at // BLOCK for at, _, size in part if size == 4 and where[0] <= at < where[0] + where[1]]
-    return len(set(blocks)) > 1
+    # An erased block is marked at its beginning; that is no data of a save.
+    data = [at for at, _, size in part if size == 4 and where[0] <= at < where[0] + where[1] and at % BLOCK >= CLEAN_MARKER]
+    return len({at // BLOCK for at in data}) > 1
 
 
 def chosen(names, parts):

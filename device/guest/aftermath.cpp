@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <vos.h>
 
-
 #include "report.h"
 
 namespace stores {
@@ -13,7 +12,13 @@ namespace stores {
 namespace {
 
 /* Places in the list of objects. */
-enum At : std::size_t { kConfigurationFile = 0, kSystemPartition = 2, kFactoryPartition = 3, kApplicationFile = 4, kBackup = 6 };
+enum At : std::size_t {
+    kConfigurationFile = 0,
+    kSystemPartition = 2,
+    kFactoryPartition = 3,
+    kApplicationFile = 4,
+    kBackup = 6
+};
 
 /* Runs a piece of code as a process of its own, and gives back what it printed. */
 template <class Code>
@@ -31,7 +36,8 @@ std::string printed(Code code) {
     }
     close(ends[1]);
     char part[4096];
-    for (ssize_t count = 0; (count = ::read(ends[0], part, sizeof part)) > 0;) text.append(part, static_cast<std::size_t>(count));
+    for (ssize_t count = 0; (count = ::read(ends[0], part, sizeof part)) > 0;)
+        text.append(part, static_cast<std::size_t>(count));
     close(ends[0]);
     int status = -1;
     waitpid(child, &status, 0);
@@ -44,7 +50,8 @@ bool says(const std::string &text, const char *what) { return text.find(what) !=
 /* A partition that cannot be read is made anew, erased; one that can is left alone. */
 void checkPartition(const char *name, bool usable, const std::string &log, const char *line, const std::string &bytes,
                     const std::string &before) {
-    expect(says(log, line) == !usable, "%s: start-up says \"%s\"%s", name, line, usable ? " although it is whole" : " nowhere");
+    expect(says(log, line) == !usable, "%s: start-up says \"%s\"%s", name, line,
+           usable ? " although it is whole" : " nowhere");
     if (usable)
         expect(bytes == before, "%s: start-up has changed it", name);
     else
@@ -63,7 +70,8 @@ void checkConfiguration(bool there, std::size_t length) {
 
 void checkApplication(bool usable) {
     const int32_t result = vosFileImageCheckFile(2, szAppFileName);
-    expect((result == VOS_OK) == usable, "the application is checked with %d, and it is %s", result, usable ? "whole" : "not");
+    expect((result == VOS_OK) == usable, "the application is checked with %d, and it is %s", result,
+           usable ? "whole" : "not");
 }
 
 void restoreItem(int32_t item, const std::string &partition, std::size_t at, uint32_t length) {
@@ -91,8 +99,8 @@ void Aftermath::look() {
         state_ += device ? nameOf(seen.found) : (bytes.there ? '+' : '-') + bytes.bytes;
         const char letter = static_cast<char>(nameOf(seen.found)[0] - 'a' + 'A');
         if (seen.changed())
-            expect(object.allowed.find(letter) != std::string_view::npos, "%s is %s, which no cut may leave", object.name,
-                   nameOf(seen.found));
+            expect(object.allowed.find(letter) != std::string_view::npos, "%s is %s, which no cut may leave",
+                   object.name, nameOf(seen.found));
         else
             expect(seen.found == Found::New, "%s was not being saved, and is %s", object.name, nameOf(seen.found));
     }
@@ -133,7 +141,9 @@ void Aftermath::repair(Store store) const {
     }
     if (!seen_[kApplicationFile].usable())
         expect(vosFileCopy(objects()[kBackup].path, szAppFileName) == VOS_OK, "the backup cannot be put back");
-    const int32_t result = save(store, after_);
+    /* To install again what is in place would back it up, and lose the way back to the application before. */
+    const bool installed = store == kApplication && seen_[kApplicationFile].found == Found::New;
+    const int32_t result = installed ? saveVersion(after_) : save(store, after_);
     expect(result == VOS_OK, "%s cannot be saved after the cut: %d", nameOf(store), result);
     Aftermath healed{after_, after_};
     healed.look();

@@ -22,12 +22,12 @@ class Aftermath {
     /* Everything that was read, to tell one state of the flash from another. */
     [[nodiscard]] const std::string &state() const { return state_; }
 
-    /* Starts up as every process does, and sees that start-up does what it is described to do with what look() found, and
-     * that the calls which read say what they are described to say. */
+    /* Starts up as every process does, and sees that start-up does what it is described to do with what look() found,
+     * and that the calls which read say what they are described to say. */
     void startUp() const;
 
-    /* What an application can do: put right what cannot be used, and save again. Then everything is as if there had been no
-     * cut. */
+    /* What an application can do: put right what cannot be used, and save again. Then everything is as if there had
+     * been no cut. */
     void repair(Store store) const;
 
   private:

@@ -47,7 +47,8 @@ class Notes {
     explicit Notes(const char *path) : file_(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644)) {}
     void add(const char *what, Store store) const {
         const std::string line = std::string(what) + " " + nameOf(store) + "\n";
-        expect(write(file_, line.data(), line.size()) == static_cast<ssize_t>(line.size()), "progress cannot be written");
+        expect(write(file_, line.data(), line.size()) == static_cast<ssize_t>(line.size()),
+               "progress cannot be written");
     }
 
   private:
@@ -103,6 +104,7 @@ int main(int argc, char **argv) {
     }
     contentSize = strtoul(argv[2], nullptr, 10);
     if (strcmp(argv[1], "make") == 0) return make(argv[3]);
-    if (strcmp(argv[1], "hammer") == 0 && argc > 4) hammer(argv[3], static_cast<unsigned>(strtoul(argv[4], nullptr, 10)));
+    if (strcmp(argv[1], "hammer") == 0 && argc > 4)
+        hammer(argv[3], static_cast<unsigned>(strtoul(argv[4], nullptr, 10)));
     return look(argv[3]);
 }

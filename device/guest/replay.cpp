@@ -1,12 +1,12 @@
 /* SPDX-License-Identifier: MIT */
 /* Tries every point at which a save can be cut.
  *
- *     replay save SIZE           makes everything, and saves each store; before and after each save a mark is put on flash
- *     replay cut SIZE DIRECTORY [EVERY]
+ *     replay save SIZE           makes everything, and saves each store; before and after each save a mark is put on
+ * flash replay cut SIZE DIRECTORY [EVERY]
  *
  * DIRECTORY/before is the flash before a save, DIRECTORY/steps what the save did to it: words written, blocks erased.
- * DIRECTORY/save says which save it was: a store, and how often each store had been saved before. The flash is laid out in
- * memory (mtdram); after each step it is mounted and looked at.
+ * DIRECTORY/save says which save it was: a store, and how often each store had been saved before. The flash is laid out
+ * in memory (mtdram); after each step it is mounted and looked at.
  */
 #include <fcntl.h>
 #include <linux/blkpg.h>
@@ -32,7 +32,7 @@ using namespace stores;
 namespace {
 
 constexpr unsigned kFirst = 2;
-constexpr off_t kMarks = 1 << 20;     /* in the boot loader's flash, behind every boot loader */
+constexpr off_t kMarks = 1 << 20;      /* in the boot loader's flash, behind every boot loader */
 constexpr unsigned kSystemSaves = 500; /* more than fit into one block of the flash */
 constexpr unsigned kFactorySaves = 900;
 
@@ -115,7 +115,8 @@ class Flash {
     /* What is mounted and has not been written to since stays mounted. */
     void attachToRead() { attach(MS_RDONLY); }
 
-    /* As start-up does: with a file system that puts itself in order. Takes the flash back afterwards to what it was. */
+    /* As start-up does: with a file system that puts itself in order. Takes the flash back afterwards to what it was.
+     */
     template <class Code>
     void trial(Code code) {
         detachAll();
@@ -158,7 +159,8 @@ class Flash {
         partition.pno = static_cast<int>(&part - kParts);
         strncpy(partition.devname, part.name, sizeof partition.devname - 1);
         blkpg_ioctl_arg order{BLKPG_ADD_PARTITION, 0, sizeof partition, &partition};
-        expect(ioctl(file_, BLKPG, &order) == 0 || errno == EINVAL, "%s cannot be added: %s", part.name, strerror(errno));
+        expect(ioctl(file_, BLKPG, &order) == 0 || errno == EINVAL, "%s cannot be added: %s", part.name,
+               strerror(errno));
     }
 
     std::string bytes_;
@@ -200,7 +202,8 @@ class Trial {
     }
 
     void tell() const {
-        for (const auto &[outcome, count] : points_) printf("%u points of %s: %s\n", count, nameOf(store_), outcome.c_str());
+        for (const auto &[outcome, count] : points_)
+            printf("%u points of %s: %s\n", count, nameOf(store_), outcome.c_str());
         printf("%zu states of %s started up\n", seen_.size(), nameOf(store_));
     }
 
@@ -215,9 +218,7 @@ class Trial {
 
 bool has(const std::string &outcome, const char *kind) { return outcome.find(kind) != std::string::npos; }
 
-bool visible(const Step &step) {
-    return step.at < contentSize + 64 || step.at >= kParts[1].at;
-}
+bool visible(const Step &step) { return step.at < contentSize + 64 || step.at >= kParts[1].at; }
 
 int cut(const std::string &directory, std::size_t every) {
     std::ifstream description(directory + "/save");

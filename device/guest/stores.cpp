@@ -24,9 +24,11 @@ constexpr uint32_t kBootLoaderType = 1;
 constexpr uint32_t kApplicationType = 2;
 constexpr uint32_t kPackageType = 3;
 constexpr uint32_t kPackageMagic = 0x53355335;
-constexpr uint32_t kOemField = 6; /* 128 bytes at offset 464 of the block */
 constexpr std::size_t kOemFieldSize = 128;
-constexpr std::size_t kOemFieldAt = 464;
+/* A package brings one field of the OEM block; an item is set for another, which lies near the partition's end. */
+constexpr uint32_t kPackageField = 6;
+constexpr std::size_t kPackageFieldAt = 464;
+constexpr std::size_t kItemFieldAt = 656;
 
 /* Bytes that no compression shortens, never 0x00 or 0xFF, others for every store and generation. */
 std::string noise(Store store, unsigned generation, std::size_t size) {
@@ -68,13 +70,13 @@ std::string partition(const std::string &body, char unused) {
 std::string configuration(const Generations &now) { return noise(kConfiguration, now[kConfiguration], contentSize); }
 std::string syslog(const Generations &now) { return noise(kSyslog, now[kSyslog], contentSize); }
 std::string user(const Generations &now) { return noise(kSystem, now[kSystem], 476); }
-std::string serialNumber(const Generations &now) { return noise(kFactory, now[kFactory], 32); }
-std::string oemField(const Generations &now) { return noise(kPackage, now[kPackage], kOemFieldSize); }
+std::string packageField(const Generations &now) { return noise(kPackage, now[kPackage], kOemFieldSize); }
 
 std::string oemBlock(const Generations &now) {
     std::string block(1024, '\xFF');
     block.replace(0, 8, std::string("devinfo\0", 8));
-    return block.replace(kOemFieldAt, kOemFieldSize, oemField(now));
+    block.replace(kPackageFieldAt, kOemFieldSize, packageField(now));
+    return block.replace(kItemFieldAt, kOemFieldSize, noise(kFactory, now[kFactory], kOemFieldSize));
 }
 
 std::string system(const Generations &now) {
@@ -84,7 +86,7 @@ std::string system(const Generations &now) {
 std::string factory(const Generations &now) {
     std::string body(1272, '\xFF');
     body.replace(12, 4, nativeWord(1));
-    body.replace(16, 32, serialNumber(now));
+    body.replace(16, 32, noise(kFactory, 0, 32));
     return partition(body.replace(48, 1024, oemBlock(now)), '\0');
 }
 
@@ -123,17 +125,16 @@ std::string entry(uint32_t kind, const std::string &name, const std::string &con
 }
 
 std::string package(const Generations &now) {
-    const std::string value = oemField(now);
-    const std::string entries =
-        entry(0, std::string("/app/oem/feature") + '\0', feature(now)) +
-        entry(2, "", words({kPackageMagic, kOemField, size(value)}) + value);
+    const std::string value = packageField(now);
+    const std::string entries = entry(0, std::string("/app/oem/feature") + '\0', feature(now)) +
+                                entry(2, "", words({kPackageMagic, kPackageField, size(value)}) + value);
     return image(kPackageType, words({kPackageMagic, size(entries), 2, 0}) + entries);
 }
 
 int32_t installApplication(const Generations &now) {
     const std::string bytes = application(now);
     if (const int32_t result = vosFileAppWrite(data(bytes), size(bytes)); result != VOS_OK) return result;
-    return vosFileAppVerUpdate(version(now).c_str());
+    return saveVersion(now);
 }
 
 int32_t setItem(int32_t item, const std::string &value) { return vosSysConfigDataSet(item, value.data(), size(value)); }
@@ -170,6 +171,8 @@ void makeAll(const Generations &generations) {
     expect(save(kBootLoader, generations) == VOS_OK, "the boot loader cannot be written");
 }
 
+int32_t saveVersion(const Generations &now) { return vosFileAppVerUpdate(version(now).c_str()); }
+
 int32_t save(Store store, const Generations &now) {
     switch (store) {
         case kConfiguration: {
@@ -181,9 +184,12 @@ int32_t save(Store store, const Generations &now) {
             const int32_t count = vosFileSyslogWrite(bytes.data(), size(bytes));
             return count == static_cast<int32_t>(bytes.size()) ? VOS_OK : count;
         }
-        case kSystem: return setItem(BSP_USER, user(now));
-        case kFactory: return setItem(BSP_SERIAL_NUMBER, serialNumber(now));
-        case kApplication: return installApplication(now);
+        case kSystem:
+            return setItem(BSP_USER, user(now));
+        case kFactory:
+            return setItem(BSP_OEM_INFO, oemBlock(now));
+        case kApplication:
+            return installApplication(now);
         case kPackage: {
             const std::string bytes = package(now);
             return vosFileAppWrite(data(bytes), size(bytes));
@@ -192,7 +198,8 @@ int32_t save(Store store, const Generations &now) {
             const std::string bytes = bootLoader(now);
             return vosFileBootWrite(data(bytes), size(bytes));
         }
-        default: return VOS_ERR_PARAM;
+        default:
+            return VOS_ERR_PARAM;
     }
 }
 

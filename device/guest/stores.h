@@ -38,6 +38,9 @@ void makeAll(const Generations &generations);
 /* Saves one store with the library's own calls. The result is the library's. */
 int32_t save(Store store, const Generations &now);
 
+/* The rest of an installation whose image is in place: only its version is missing. */
+int32_t saveVersion(const Generations &now);
+
 /* The bytes of an object as they are: none when it is not there. */
 struct Bytes {
     bool there = false;
