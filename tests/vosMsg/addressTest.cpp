@@ -1,6 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 #include <dirent.h>
 #include <pthread.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 
 #include <array>
 #include <thread>
@@ -111,6 +113,59 @@ TEST(Address, TwoThreadsHaveDifferentPaths) {
         std::string other;
         std::thread([&] { other = localFile(); }).join();
         EXPECT_NE(mine.substr(0, mine.rfind('v')), other.substr(0, other.rfind('v')));
+    });
+}
+
+namespace {
+
+/* The path of a child that shares nothing, made by the kernel's own call: no library has a hand in it. */
+std::string pathOfAChild(pid_t &child) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+    if (child == 0) {
+        const std::string path = localFile();
+        _exit(write(ends[1], path.data(), path.size()) == static_cast<ssize_t>(path.size()) ? 0 : 1);
+    }
+    close(ends[1]);
+    std::array<char, 128> path{};
+    EXPECT_GT(read(ends[0], path.data(), path.size() - 1), 0);
+    close(ends[0]);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    return path.data();
+}
+
+void expectOwnPaths() {
+    pid_t child = -1;
+    EXPECT_TRUE(localFile().starts_with("/tmp/vos/clientp" + std::to_string(getpid()) + "t"));
+    const std::string path = pathOfAChild(child);
+    EXPECT_TRUE(path.starts_with("/tmp/vos/clientp" + std::to_string(child) + "t")) << path;
+    EXPECT_TRUE(localFile().starts_with("/tmp/vos/clientp" + std::to_string(getpid()) + "t"));
+}
+
+}  // namespace
+
+TEST(Address, AChildOfAnyKindOfForkHasPathsOfItsOwn) {
+    run([] { expectOwnPaths(); });
+}
+
+TEST(Address, TheKernelIsAskedOnceWhoTheProcessIs) {
+    run([] {
+        EXPECT_THAT(Faults::record([] { localFile(); }), ElementsAre("madvise", "madvise"));
+        EXPECT_THAT(Faults::record([] { localFile(); }), IsEmpty());
+        std::thread([] { EXPECT_THAT(Faults::record([] { localFile(); }), IsEmpty()); }).join();
+    });
+}
+
+TEST(Address, WhereAChildWouldFindItsParentsIdEachPathAsksForIt) {
+    run([] {
+        errno = ENOTTY;
+        Faults::arm({.call = "madvise", .occurrence = 2, .error = EINVAL});
+        localFile();
+        EXPECT_TRUE(Faults::disarm());
+        EXPECT_EQ(errno, ENOTTY);
+        EXPECT_THAT(Faults::record([] { localFile(); }), IsEmpty());
+        expectOwnPaths();
     });
 }
 

@@ -140,6 +140,12 @@ inline void freshWorld() {
     [[maybe_unused]] const int result = system("rm -rf /tmp/vos");
 }
 
+/* As every request but a process's first: the kernel has been asked who the process is. */
+inline void knowProcessId() {
+    std::array<char, 128> path;
+    EXPECT_EQ(vosMsgGetLocalFile(path.data(), path.size()), VOS_OK);
+}
+
 /* Opens the channel without a word: how large the buffers may get is this machine's affair. */
 inline void openChannel(const char *name, uint32_t flags = 1) {
     int reserved = 0;

@@ -290,6 +290,7 @@ TEST(SecondChannel, ARequestIsWrittenFromItsBufferWithoutTheMarkAndTheNoWaitFlag
 TEST(SecondChannel, ARequestMakesExactlyTheseCallsAndGetsBackAsMuchAsItSent) {
     const Outcome outcome = run([] {
         freshWorld();
+        knowProcessId();
         Peer server{"/tmp/vos/server"};
         const pid_t responder = fork();
         if (responder == 0) {

@@ -5,10 +5,12 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstring>
 #include <string_view>
 
 #include "../base/log.h"
+#include "../base/processId.h"
 #include "vosMsg.h"
 
 namespace {
@@ -26,8 +28,39 @@ uint32_t takeSequence() {
 }
 
 std::string_view baseName(std::string_view name) {
-    name.remove_prefix(name.rfind('/') + 1); /* npos + 1 is 0 */
+    const void *const slash = memrchr(name.data(), '/', name.size());
+    if (slash != nullptr)
+        name.remove_prefix(static_cast<std::size_t>(static_cast<const char *>(slash) + 1 - name.data()));
     return name;
+}
+
+/* What all paths of a thread's requests begin with. It is long, and stays the same: writing it is left to the first
+ * request of each thread, and of each child. */
+struct RequesterStem {
+    pid_t process;
+    uint32_t length;
+    std::array<char, sizeof "/tmp/vos/clientp2147483647t18446744073709551615v"> text;
+    /* With a bound that the compiler sees: the room of a path is larger. */
+    [[nodiscard]] std::string_view view() const { return {text.data(), std::min<std::size_t>(length, text.size())}; }
+};
+
+/* In the room that every thread has for such data from its start: the address takes no call. */
+[[gnu::tls_model("initial-exec")]] constinit thread_local RequesterStem g_stem{};
+
+[[gnu::noinline]] void writeStem(pid_t process) {
+    vos::Text<sizeof g_stem.text> stem;
+    stem.append("/tmp/vos/clientp").appendDecimal(process);
+    stem.append("t").appendDecimal(static_cast<uint64_t>(pthread_self())).append("v");
+    memcpy(g_stem.text.data(), stem.get(), stem.length());
+    g_stem.length = static_cast<uint32_t>(stem.length());
+    g_stem.process = process;
+}
+
+std::string_view requesterStem() {
+    const pid_t process = vos::processId();
+    if (g_stem.process != process) [[unlikely]]
+        writeStem(process);
+    return g_stem.view();
 }
 
 /* Family, path, NUL. The length tells the truth also about a path that does not fit, and the kernel refuses it. */
@@ -71,9 +104,7 @@ Path threadPath(const char *processName, int32_t number) {
 
 Text<128> requesterPath() {
     Text<128> path;
-    path.append("/tmp/vos/clientp").appendDecimal(static_cast<uint64_t>(getpid()));
-    path.append("t").appendDecimal(static_cast<uint64_t>(pthread_self()));
-    path.append("v").appendDecimal(uint64_t{takeSequence()});
+    path.append(requesterStem()).appendDecimal(takeSequence());
     return path;
 }
 
