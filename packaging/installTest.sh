@@ -22,16 +22,16 @@ library=$(dirname "$(find "$root/usr/lib" -name libvos.so)")
 export PKG_CONFIG_LIBDIR=$library/pkgconfig
 # shellcheck disable=SC2046  # the flags are words
 cc -std=c17 -o "$packages/consumer" "$here/../tests/install/consumer.c" $(pkg-config --cflags --libs vos) -Wl,-rpath,"$library"
-"$here/../tests/support/sandbox" "$packages/consumer" | grep -q 'linked and running'
-LD_LIBRARY_PATH=$library "$root/usr/bin/vosctl" --version | grep -qx "vosctl $2"
+"$here/../tests/support/sandbox" "$packages/consumer" | grep 'linked and running' >/dev/null
+LD_LIBRARY_PATH=$library "$root/usr/bin/vosctl" --version | grep -x "vosctl $2" >/dev/null
 [ -f "$root/usr/share/man/man1/vosctl.1.gz" ]
-find "$root/usr/share/man/man3" -name 'vosMsg.3.gz' | grep -q .
+find "$root/usr/share/man/man3" -name 'vosMsg.3.gz' | grep . >/dev/null
 for package in vos-tools libvos-dev libvos1; do in_root --purge "$package"; done
 left=$(find "$root" -path "$root/var" -prune -o -type f -print)
 [ -z "$left" ] || { echo "installTest: left behind: $left" >&2; exit 1; }
 for package in libvos1 libvos-dev vos-tools; do
-    dpkg-deb -f "$packages/${package}_$2-1_arm64.deb" Architecture | grep -qx arm64
+    dpkg-deb -f "$packages/${package}_$2-1_arm64.deb" Architecture | grep -x arm64 >/dev/null
 done
 dpkg-deb --fsys-tarfile "$packages/libvos1_$2-1_arm64.deb" | tar -xO --wildcards '*libvos.so.1.*' 2>/dev/null >"$packages/arm64.so"
-readelf -h "$packages/arm64.so" | grep -q AArch64
+readelf -h "$packages/arm64.so" | grep AArch64 >/dev/null
 echo "installed, used and removed"
