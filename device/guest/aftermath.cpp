@@ -98,11 +98,12 @@ void Aftermath::look() {
         /* Start-up does not look at the boot loader: it makes no difference which of its words are missing. */
         state_ += device ? nameOf(seen.found) : (bytes.there ? '+' : '-') + bytes.bytes;
         const char letter = static_cast<char>(nameOf(seen.found)[0] - 'a' + 'A');
-        if (seen.changed())
+        if (seen.changed()) {
             expect(object.allowed.find(letter) != std::string_view::npos, "%s is %s, which no cut may leave",
                    object.name, nameOf(seen.found));
-        else
+        } else {
             expect(seen.found == Found::New, "%s was not being saved, and is %s", object.name, nameOf(seen.found));
+        }
     }
     const std::string &application = seen_[kApplicationFile].before;
     expect(seen_[kApplicationFile].usable() || read(objects()[kBackup], application.size() + 1).bytes == application,

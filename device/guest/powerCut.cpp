@@ -18,7 +18,15 @@
 #include "aftermath.h"
 #include "report.h"
 
-using namespace stores;
+using stores::Aftermath;
+using stores::contentSize;
+using stores::Generations;
+using stores::kStores;
+using stores::makeAll;
+using stores::nameOf;
+using stores::save;
+using stores::Store;
+using stores::storeOf;
 
 namespace {
 

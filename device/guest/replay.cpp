@@ -27,7 +27,17 @@
 #include "aftermath.h"
 #include "report.h"
 
-using namespace stores;
+using stores::Aftermath;
+using stores::contentSize;
+using stores::Generations;
+using stores::kFactory;
+using stores::kStores;
+using stores::kSystem;
+using stores::makeAll;
+using stores::nameOf;
+using stores::save;
+using stores::Store;
+using stores::storeOf;
 
 namespace {
 
@@ -187,11 +197,12 @@ class Trial {
         aftermath_.look();
         outcome_ = aftermath_.outcome();
         ++points_[outcome_];
-        if (seen_.insert(aftermath_.state()).second)
+        if (seen_.insert(aftermath_.state()).second) {
             flash_.trial([this] {
                 aftermath_.startUp();
                 aftermath_.repair(store_);
             });
+        }
         return outcome_;
     }
 

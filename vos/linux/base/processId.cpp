@@ -19,26 +19,25 @@ struct alignas(kPageSize) Page {
 };
 constinit Page g_page{};
 
-enum class Wiped : int { Unknown, Always, Never };
-constinit Wiped g_wiped = Wiped::Unknown;
+enum : int { kUnknown, kAlways, kNever };
+constinit int g_wiped = kUnknown;
 
 /* A kernel of larger pages would wipe what lies beside ours, and an emulator that takes any advice follows none. */
-Wiped adviseWiping() {
+bool adviseWiping() {
     constexpr int kNoAdvice = -1;
-    const bool follows = sysconf(_SC_PAGESIZE) == kPageSize && madvise(&g_page, sizeof g_page, kNoAdvice) != 0 &&
-                         madvise(&g_page, sizeof g_page, MADV_WIPEONFORK) == 0;
-    return follows ? Wiped::Always : Wiped::Never;
+    return sysconf(_SC_PAGESIZE) == kPageSize && madvise(&g_page, sizeof g_page, kNoAdvice) != 0 &&
+           madvise(&g_page, sizeof g_page, MADV_WIPEONFORK) == 0;
 }
 
 /* Whether every child finds zeros in the page. */
 bool wipedInChildren() {
-    Wiped wiped = __atomic_load_n(&g_wiped, __ATOMIC_RELAXED);
-    if (wiped == Wiped::Unknown) {
+    int wiped = __atomic_load_n(&g_wiped, __ATOMIC_RELAXED);
+    if (wiped == kUnknown) {
         const vos::ErrnoKeeper keep;
-        wiped = adviseWiping();
+        wiped = adviseWiping() ? kAlways : kNever;
         __atomic_store_n(&g_wiped, wiped, __ATOMIC_RELAXED);
     }
-    return wiped == Wiped::Always;
+    return wiped == kAlways;
 }
 
 }  // namespace
