@@ -65,9 +65,23 @@ constexpr std::string_view kCannotFail[] = {
 
 #ifdef VOS_COVERAGE
 /* What the coverage run time, which is linked into libvos, calls for itself. */
-constexpr std::string_view kCoverage[] = {"access",  "exit",   "fcntl",  "fdopen", "fprintf", "fread",
-                                          "fseek",   "fwrite", "getenv", "mkdir",  "mmap",    "stderr",
-                                          "sprintf", "strcat", "strchr", "strtol"};
+constexpr std::string_view kCoverage[] = {"__pthread_key_create",
+                                          "access",
+                                          "exit",
+                                          "fcntl",
+                                          "fdopen",
+                                          "fprintf",
+                                          "fread",
+                                          "fseek",
+                                          "fwrite",
+                                          "getenv",
+                                          "mkdir",
+                                          "mmap",
+                                          "stderr",
+                                          "sprintf",
+                                          "strcat",
+                                          "strchr",
+                                          "strtol"};
 #else
 constexpr std::array<std::string_view, 0> kCoverage;
 #endif
