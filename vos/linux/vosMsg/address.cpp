@@ -108,10 +108,13 @@ Text<128> requesterPath() {
     return path;
 }
 
-LocalAddress::LocalAddress(std::string_view path) : room_{}, length_(fillAddress(path, local_)) {}
-
-LocalAddress::LocalAddress(const sockaddr_un &address, uint32_t length) : room_{}, length_(length) {
-    memcpy(&room_, &address, sizeof address);
+/* Behind the path only its NUL is set, unless the whole room will be read. */
+LocalAddress::LocalAddress(std::string_view path) {
+    if (path.size() < sizeof local_.sun_path) [[likely]]
+        local_.sun_path[path.size()] = '\0';
+    else
+        room_ = {};
+    length_ = fillAddress(path, local_);
 }
 
 bool bindTo(int socket, std::string_view path) {

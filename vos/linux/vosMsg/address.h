@@ -25,11 +25,11 @@ Path threadPath(const char *processName, int32_t number);
 /* A path of this process's own, different for each of its threads and of a thread's last 127 requests. */
 Text<128> requesterPath();
 
-/* An address with its length. The kernel may read up to 128 bytes of an address that it then refuses. */
+/* The address of a path, with its length. The kernel may read up to 128 bytes of an address that it then refuses; of
+ * one that it takes it reads no more than the path's. */
 class LocalAddress {
   public:
     explicit LocalAddress(std::string_view path);
-    LocalAddress(const sockaddr_un &address, uint32_t length);
     [[nodiscard]] const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&room_); }
     [[nodiscard]] socklen_t length() const { return length_; }
 

@@ -32,7 +32,31 @@ struct Way {
 constinit const Way kMainWay{255, true, nullptr};
 constinit const Way kSecondWay{0, true, g_vosMsgBufferResp_thread};
 
-ssize_t sendGathered(int fd, const Answer &answer, const vos::LocalAddress &to) {
+/* Where an answer goes: to the peer's address as it stands in its record. The kernel may read up to 128 bytes of an
+ * address that it then refuses, so that one with a nonsensical length gets more room. */
+class Destination {
+  public:
+    explicit Destination(const VOS_MSG_PEER &peer) : length_(peer.ulAddrLen) {
+        if (length_ <= sizeof peer.stAddr) [[likely]] {
+            address_ = reinterpret_cast<const sockaddr *>(&peer.stAddr);
+            return;
+        }
+        room_ = {};
+        memcpy(&room_, &peer.stAddr, sizeof peer.stAddr);
+        address_ = reinterpret_cast<const sockaddr *>(&room_);
+    }
+    Destination(const Destination &) = delete;
+    Destination &operator=(const Destination &) = delete;
+    [[nodiscard]] const sockaddr *get() const { return address_; }
+    [[nodiscard]] socklen_t length() const { return length_; }
+
+  private:
+    const sockaddr *address_;
+    socklen_t length_;
+    sockaddr_storage room_;
+};
+
+ssize_t sendGathered(int fd, const Answer &answer, const Destination &to) {
     /* The system call's record has no const, and sending writes through none of these. */
     iovec pieces[] = {{const_cast<VOS_MSG_HEAD *>(&answer.head), kHeadSize},
                       {const_cast<void *>(answer.payload), answer.size}};
@@ -45,7 +69,7 @@ ssize_t sendGathered(int fd, const Answer &answer, const vos::LocalAddress &to) 
 }
 
 /* Puts the answer together, unless the payload already lies behind the room's header. */
-ssize_t sendFrom(uint8_t *room, int fd, const Answer &answer, const vos::LocalAddress &to) {
+ssize_t sendFrom(uint8_t *room, int fd, const Answer &answer, const Destination &to) {
     memcpy(room, &answer.head, kHeadSize);
     if (answer.payload != room + kHeadSize) memcpy(room + kHeadSize, answer.payload, answer.size);
     return sendto(fd, room, answer.total(), 0, to.get(), to.length());
@@ -70,7 +94,7 @@ int32_t respond(Caller me, const Way &way, uint32_t code, const void *payload, u
                          .ulBufLen = size},
                         payload,
                         size};
-    const vos::LocalAddress to{peer->stAddr, peer->ulAddrLen};
+    const Destination to{*peer};
     const int fd = peer->iSocketFd;
     const ssize_t sent = way.room == nullptr ? sendGathered(fd, answer, to) : sendFrom(way.room, fd, answer, to);
     if (sent < 0)
