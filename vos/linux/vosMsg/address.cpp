@@ -39,9 +39,8 @@ std::string_view baseName(std::string_view name) {
 struct RequesterStem {
     pid_t process;
     uint32_t length;
-    std::array<char, sizeof "/tmp/vos/clientp2147483647t18446744073709551615v"> text;
-    /* With a bound that the compiler sees: the room of a path is larger. */
-    [[nodiscard]] std::string_view view() const { return {text.data(), std::min<std::size_t>(length, text.size())}; }
+    std::array<char, 128> text; /* as a path has, which is more than it needs: the compiler sees that it fits */
+    [[nodiscard]] std::string_view view() const { return {text.data(), length}; }
 };
 
 /* In the room that every thread has for such data from its start: the address takes no call. */
