@@ -6,6 +6,7 @@ import pathlib
 import random
 import re
 import shlex
+import signal
 import subprocess
 import tempfile
 import threading
@@ -46,7 +47,7 @@ def start_and_cut(machine, flash, job, commands, wait):
     if not late.is_alive():
         raise Unavailable("the guest did not come to save within 120 s\n" + "\n".join(output[-20:]))
     late.cancel()
-    if cut is None or not cut.finished.is_set():
+    if cut is None or process.returncode != -signal.SIGKILL:
         raise Unavailable("the guest ended before its power was cut\n" + "\n".join(output[-20:]))
     return output
 
@@ -78,7 +79,6 @@ def powercut(arguments):
         flash = erased_flash(scratch / "flash")
         for cycle in range(arguments.cycles + 1):
             first = words("make" if cycle == 0 else "look", CONTENT, "/job/progress")
-            # A guest that finds something wrong stops there; its power is cut by itself.
             hammer = words("hammer", CONTENT, "/job/progress", chance.randrange(1 << 32))
             wait = chance.uniform(0, LONGEST)
             if cycle < arguments.cycles:
