@@ -22,6 +22,9 @@ using Milliseconds = std::chrono::milliseconds;
  * environment's VOS_TEST_PATIENCE, for emulators. */
 Milliseconds deadline();
 
+/* The directory of the small programs that tests start: tests/<area>/<name>.c. */
+const std::string &testPrograms();
+
 /* What a finished child has left behind. A child that did not simply exit with 0 fails the test, unless the test asks
  * how it ended: a crash that nobody expects is never overlooked. */
 class Outcome {

@@ -16,6 +16,8 @@
 #include <fstream>
 #include <string>
 
+#include "support/child.h"
+
 namespace fs = std::filesystem;
 using testing::IsEmpty;
 
@@ -58,7 +60,7 @@ TEST(Sandbox, FlashAndAppAreEmptyAndWritable) {
 
 TEST(Sandbox, TheTemporaryDirectoryHoldsNothingOfTheMachine) {
     for (const auto &name : entriesOf("/tmp")) /* at most the way to this checkout, when it lies there */
-        EXPECT_TRUE(std::string(TEST_PROGRAMS).starts_with("/tmp/" + name)) << name;
+        EXPECT_TRUE(vostest::testPrograms().starts_with("/tmp/" + name)) << name;
 }
 
 TEST(Sandbox, EtcIsItsOwnAndHasNoLocaltime) {

@@ -216,7 +216,8 @@ TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
 TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
     if (access("/usr/bin/qemu-x86_64", X_OK) != 0) GTEST_SKIP() << "qemu-x86_64 is not installed";
     run([] {
-        execl("/usr/bin/qemu-x86_64", "qemu-x86_64", "-cpu", "qemu64", TEST_PROGRAMS "/oldProcessor", nullptr);
+        execl("/usr/bin/qemu-x86_64", "qemu-x86_64", "-cpu", "qemu64", (testPrograms() + "/oldProcessor").c_str(),
+              nullptr);
         FAIL() << "the emulator did not start";
     });
 }

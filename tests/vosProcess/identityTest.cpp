@@ -21,7 +21,7 @@ const std::string kName32 = "a-name-of-exactly-32-characters!";
 
 /* Runs the program that prints its name, started with that first argument and two more. */
 std::string nameOfProgramStartedAs(const std::string &first) {
-    return run([&] { execl(TEST_PROGRAMS "/whoami", first.c_str(), "second", "third", nullptr); }).output;
+    return run([&] { execl((testPrograms() + "/whoami").c_str(), first.c_str(), "second", "third", nullptr); }).output;
 }
 
 }  // namespace

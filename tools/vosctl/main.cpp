@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "commands.h"
-#include "deviceTree.h"
-#include "interrupts.h"
+#include "base/interrupts.h"
+#include "commands/commands.h"
+#include "flash/deviceTree.h"
 
 namespace {
 

@@ -1,0 +1,70 @@
+/* SPDX-License-Identifier: MIT */
+/* The frame of the tool: what a command gets, and the commands there are. */
+#ifndef VOSCTL_COMMANDS_H
+#define VOSCTL_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+
+#include "../base/failure.h"
+#include "../terminal/report.h"
+
+namespace vosctl {
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1; /* the thing asked about failed */
+constexpr int kUsage = 2;
+
+/* Runs a command whose arguments have been read; returns the exit status. */
+using Action = std::function<int(Output &)>;
+
+/* What the command line says besides the command's own arguments. */
+struct Context {
+    bool json = false;
+    bool verbose = false;
+    std::string color = "auto";
+    std::string root;
+    Action action; /* of the command that was named */
+};
+
+/* Lets a command be run once the whole command line has been read and the globals stand. */
+inline void onRun(CLI::App *command, Context &context, Action action) {
+    command->callback([&context, run = std::move(action)] { context.action = run; });
+}
+
+/* By these the completion knows where names of processes and of items are wanted. */
+inline constexpr const char *kNameDescription = "Name of the process";
+inline constexpr const char *kItemDescription = "Name, constant or number of the item";
+
+/* The first argument of a command about a process. */
+inline void addName(CLI::App *command, std::string &name) {
+    command->add_option("NAME", name, kNameDescription)
+        ->required()
+        ->check(CLI::Validator(
+            [](const std::string &text) {
+                return text.empty() || text.back() == '/' ? std::string("the name is empty") : std::string();
+            },
+            ""));
+}
+
+/* Each adds a group of commands. */
+void addPsCommands(CLI::App &app, Context &context);
+void addSendCommands(CLI::App &app, Context &context);
+void addListenCommand(CLI::App &app, Context &context);
+void addQueryCommands(CLI::App &app, Context &context);
+void addDoctorCommand(CLI::App &app, Context &context);
+void addCompleteCommand(CLI::App &app, Context &context);
+void addLogCommand(CLI::App &app, Context &context);
+void addDebugCommands(CLI::App &app, Context &context);
+void addItemCommands(CLI::App &app, Context &context);
+void addPartitionCommands(CLI::App &app, Context &context);
+void addConfigCommands(CLI::App &app, Context &context);
+void addSyslogCommands(CLI::App &app, Context &context);
+void addImageCommands(CLI::App &app, Context &context);
+void addPackageCommands(CLI::App &app, Context &context);
+void addCrcCommand(CLI::App &app, Context &context);
+
+}  // namespace vosctl
+
+#endif

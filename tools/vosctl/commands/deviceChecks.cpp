@@ -1,0 +1,75 @@
+/* SPDX-License-Identifier: MIT */
+/* What the stores, the terminals and the clock need. */
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vosSys.h>
+#include <vosSysConfig.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "../base/fd.h"
+#include "../flash/deviceTree.h"
+#include "checks.h"
+
+namespace vosctl {
+
+namespace {
+
+Finding checkDirectory(const char *check, const std::string &path, const std::string &use) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) == -1)
+        return {check, Verdict::hinders, path + " cannot be reached: " + strerror(errno),
+                "mount or make it: " + use + " goes there"};
+    if (!S_ISDIR(status.st_mode))
+        return {check, Verdict::hinders, path + " is not a directory", "mount or make one: " + use + " goes there"};
+    if (access(path.c_str(), W_OK | X_OK) == -1)
+        return {check, Verdict::hinders, path + " cannot be written: " + strerror(errno),
+                "mount it writable, or run as a user who may write"};
+    return {check, Verdict::good, path + " can be written", ""};
+}
+
+/* An item of a partition can be read when the partition is valid. */
+Finding checkPartition(const char *check, const std::string &path, int32_t item) {
+    uint32_t word = 0;
+    struct stat status {};
+    if (stat(path.c_str(), &status) == -1 && errno == ENOENT)
+        return {check, Verdict::warning, path + " does not exist", "nothing: the next vosInit() makes a fresh one"};
+    if (access(path.c_str(), R_OK) == -1)
+        return {check, Verdict::hinders, path + " cannot be read: " + strerror(errno), "run as a user who may read it"};
+    if (vosSysConfigDataGet(item, &word, sizeof word) == VOS_OK) return {check, Verdict::good, path + " is valid", ""};
+    return {check, Verdict::hinders, path + " is not a valid partition",
+            "keep a copy of it; the next vosInit() puts a fresh one, all bytes 0xFF, in its place"};
+}
+
+}  // namespace
+
+Finding checkFlash() { return checkDirectory("flash", devicePath("/flash"), "what is saved"); }
+
+Finding checkApp() { return checkDirectory("app", devicePath("/app"), "the application image"); }
+
+Finding checkSystemPartition() { return checkPartition("system-partition", szSysData, BSP_FLASH_DATA_VERSION); }
+
+Finding checkFactoryPartition() { return checkPartition("factory-partition", szFactoryData, BSP_OEM_NUMBER); }
+
+Finding checkTerminals() {
+    constexpr const char *kCheck = "terminals";
+    const Fd fd{open("/dev/ptmx", O_RDWR | O_NOCTTY | O_CLOEXEC)};
+    if (fd) return {kCheck, Verdict::good, "pseudo-terminals can be had", ""};
+    return {kCheck, Verdict::warning,
+            std::string("no pseudo-terminal can be had (") + strerror(errno) + "), so \"vosctl log\" does not work",
+            "mount -t devpts devpts /dev/pts"};
+}
+
+Finding checkUptime() {
+    constexpr const char *kCheck = "uptime";
+    uint64_t seconds = 0;
+    uint64_t hundredths = 0;
+    if (vosUpTime(&seconds, &hundredths) != VOS_OK || (seconds == 0 && hundredths == 0))
+        return {kCheck, Verdict::hinders, "/proc/uptime tells no time, so ticks and up-time stand still",
+                "mount /proc: mount -t proc proc /proc"};
+    return {kCheck, Verdict::good, "the machine is up for " + std::to_string(seconds) + " s", ""};
+}
+
+}  // namespace vosctl

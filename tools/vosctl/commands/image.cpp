@@ -1,0 +1,123 @@
+/* SPDX-License-Identifier: MIT */
+/* vosctl image: upgrade images. */
+#include <vosFile.h>
+
+#include "../base/words.h"
+#include "../flash/imageFile.h"
+#include "../flash/store.h"
+#include "commands.h"
+
+namespace vosctl {
+
+namespace {
+
+struct Arguments {
+    std::string file;
+    std::string target;
+    std::string type;
+    std::vector<std::string> compat;
+    Installation installation;
+};
+
+Cell hexCell(uint32_t word) { return {word, hexWord(word), Style::plain}; }
+
+uint32_t typeNamed(const std::string &name) {
+    return name == "boot" ? kBoot : name == "application" ? kApplication : kPackage;
+}
+
+int showInfo(Output &out, const std::string &file) {
+    const std::string image = loadFile(file);
+    const ImageHeader header = imageHeaderOf(image, file);
+    const bool matches = crc32Of(header.payload) == header.crc;
+    Record record;
+    record.add("file", "file", file)
+        .add("type", "type", imageTypeName(header.type))
+        .add("bytes", "bytes", image.size())
+        .add("payloadBytes", "payload bytes", header.payload.size())
+        .add("compatA", "compatibility A", hexCell(header.compatA))
+        .add("compatB", "compatibility B", hexCell(header.compatB))
+        .add("crc32", "CRC-32", hexCell(header.crc))
+        .add("crcMatches", "CRC-32 matches", Cell{matches, matches ? Style::good : Style::bad});
+    out.report(record);
+    return kDone;
+}
+
+int check(Output &out, const Arguments &arguments) {
+    const std::string image = loadFile(arguments.file);
+    const ImageHeader header = imageHeaderOf(image, arguments.file);
+    const uint32_t type = arguments.type.empty() ? header.type : typeNamed(arguments.type);
+    int32_t code = vosFileImageCheck(type, bytesOf(image), lengthOf(image));
+    Refusal refusal;
+    try {
+        if (code != VOS_OK)
+            refusal = refusalOf(code, type, header);
+        else if (type == kPackage)
+            packageEntriesOf(header.payload, arguments.file);
+    } catch (const FaultyPackage &faulty) {
+        code = faulty.code();
+        refusal = {faulty.what(), faulty.nextStep()};
+    } catch (const Failure &failure) {
+        refusal = {failure.what(), failure.nextStep()};
+    }
+    const bool accepted = code == VOS_OK;
+    out.document(Json{{"file", arguments.file},
+                      {"type", imageTypeName(type)},
+                      {"accepted", accepted},
+                      {"code", code},
+                      {"reason", accepted ? Json(nullptr) : Json(refusal.reason)},
+                      {"nextStep", accepted ? Json(nullptr) : Json(refusal.nextStep)}});
+    out.line(
+        arguments.file + (accepted ? " fits this device" : " is refused: " + refusal.reason + "; " + refusal.nextStep),
+        accepted ? Style::good : Style::bad);
+    return accepted ? kDone : kFailed;
+}
+
+int make(Output &out, const Arguments &arguments) {
+    const uint32_t type = typeNamed(arguments.type);
+    const Compatibility words =
+        arguments.compat.empty() ? installedCompatibility() : compatibilityOf(arguments.compat[0], arguments.compat[1]);
+    const std::string image = makeImage(type, words.a, words.b, loadFile(arguments.file));
+    storeFile(arguments.target, image);
+    return showInfo(out, arguments.target);
+}
+
+void addMake(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
+    CLI::App *const command = group->add_subcommand("make", "Put an image header to a payload");
+    command->add_option("PAYLOAD", arguments->file, "File with the payload; - is standard input")->required();
+    command->add_option("IMAGE", arguments->target, "The file to write")->required();
+    command->add_option("--type", arguments->type, "boot or application")
+        ->required()
+        ->check(CLI::IsMember({"boot", "application"}));
+    command->add_option("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
+        ->expected(2)
+        ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
+    onRun(command, context, [arguments](Output &out) { return make(out, *arguments); });
+}
+
+}  // namespace
+
+void addImageCommands(CLI::App &app, Context &context) {
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App *const group = app.add_subcommand("image", "Look at, check, make and install upgrade images");
+    group->require_subcommand(1);
+
+    CLI::App *const info = group->add_subcommand("info", "Print an image's header");
+    info->add_option("FILE", arguments->file, "The image")->required();
+    onRun(info, context, [arguments](Output &out) { return showInfo(out, arguments->file); });
+
+    CLI::App *const checked = group->add_subcommand("check", "Tell whether the device accepts an image, and why not");
+    checked->add_option("FILE", arguments->file, "The image")->required();
+    checked->add_option("--type", arguments->type, "The type that it must be of; else its own")
+        ->check(CLI::IsMember({"boot", "application", "package"}));
+    onRun(checked, context, [arguments](Output &out) { return check(out, *arguments); });
+
+    addMake(group, context, arguments);
+
+    CLI::App *const install = group->add_subcommand("install", "Install an image");
+    install->add_option("FILE", arguments->installation.file, "The image")->required();
+    install->add_option("--version", arguments->installation.version, "Version text of an application");
+    install->add_flag("--yes", arguments->installation.yes, "Do not ask");
+    onRun(install, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
+}
+
+}  // namespace vosctl

@@ -1,0 +1,146 @@
+/* SPDX-License-Identifier: MIT */
+/* vosctl ps: who is reachable. */
+#include <algorithm>
+#include <tuple>
+
+#include "../processes/socketDirectory.h"
+#include "commands.h"
+
+namespace vosctl {
+
+namespace {
+
+using Kind = SocketEntry::Kind;
+
+std::string kindOf(const SocketEntry &entry) {
+    switch (entry.kind) {
+        case Kind::normal:
+            return "normal";
+        case Kind::high:
+            return "high";
+        case Kind::thread:
+            return "thread";
+        case Kind::threadHigh:
+            return "thread-high";
+        case Kind::requester:
+            break;
+    }
+    return "requester";
+}
+
+Cell stateOf(const SocketEntry &entry) {
+    switch (entry.reach) {
+        case Reach::reachable:
+            return {"reachable", Style::good};
+        case Reach::full:
+            return {"full", Style::bad};
+        case Reach::connected:
+            return {"connected", Style::plain};
+        case Reach::stale:
+            return {"stale", Style::warning};
+        case Reach::forbidden:
+            return {"forbidden", Style::warning};
+        default:
+            return {"unknown", Style::warning};
+    }
+}
+
+/* By name; the normal socket, the high-priority socket, the thread channels by number. */
+bool before(const SocketEntry &left, const SocketEntry &right) {
+    return std::tuple{left.kind == Kind::requester, left.name, left.kind >= Kind::thread, left.thread, left.kind} <
+           std::tuple{right.kind == Kind::requester, right.name, right.kind >= Kind::thread, right.thread, right.kind};
+}
+
+std::vector<SocketEntry> listed(bool all) {
+    std::vector<SocketEntry> entries = readSocketDirectory();
+    std::erase_if(entries,
+                  [&](const SocketEntry &entry) { return !all && entry.kind == Kind::requester && alive(entry); });
+    std::sort(entries.begin(), entries.end(), before);
+    return entries;
+}
+
+std::string socketTitle(const SocketEntry &entry) {
+    switch (entry.kind) {
+        case Kind::thread:
+            return "thread " + std::to_string(entry.thread);
+        case Kind::threadHigh:
+            return "thread " + std::to_string(entry.thread) + " high";
+        default:
+            return kindOf(entry);
+    }
+}
+
+Cell queueCell(const SocketEntry &entry) {
+    if (!entry.queue) return nullptr;
+    const uint32_t count = entry.queue->atLeast;
+    return {count, std::to_string(count) + (count > 0 ? "+" : ""), count > 0 ? Style::heading : Style::plain};
+}
+
+Table tableOf(const std::vector<SocketEntry> &entries, const Json &limit) {
+    Table table{{{"name", "NAME"},
+                 {"socket", "SOCKET"},
+                 {"pid", "PID", Align::right},
+                 {"program", "PROGRAM"},
+                 {"queued", "QUEUE", Align::right},
+                 {"limit", "LIMIT", Align::right},
+                 {"state", "STATE"}}};
+    for (const SocketEntry &entry : entries) {
+        const bool known = !entry.owners.empty();
+        table.add({entry.name, socketTitle(entry), known ? Json(entry.owners.front().pid) : Json(nullptr),
+                   known ? Json(entry.owners.front().program) : Json(nullptr), queueCell(entry),
+                   alive(entry) ? limit : Json(nullptr), stateOf(entry)});
+    }
+    return table;
+}
+
+Json socketJson(const SocketEntry &entry, const Json &limit) {
+    Json socket{{"kind", kindOf(entry)}, {"path", entry.path}, {"state", stateOf(entry).value}};
+    if (entry.kind == Kind::thread || entry.kind == Kind::threadHigh) socket["thread"] = entry.thread;
+    socket["pids"] = Json::array();
+    for (const Owner &owner : entry.owners) socket["pids"].push_back(owner.pid);
+    socket["queuedAtLeast"] = entry.queue ? Json(entry.queue->atLeast) : Json(nullptr);
+    socket["nextBytes"] = entry.queue ? Json(entry.queue->nextBytes) : Json(nullptr);
+    socket["limit"] = alive(entry) ? limit : Json(nullptr);
+    return socket;
+}
+
+Json documentOf(const std::vector<SocketEntry> &entries, const Json &limit) {
+    Json names = Json::array();
+    for (const SocketEntry &entry : entries) {
+        if (names.empty() || names.back()["name"] != entry.name)
+            names.push_back({{"name", entry.name}, {"pid", nullptr}, {"program", nullptr}, {"sockets", Json::array()}});
+        Json &name = names.back();
+        name["sockets"].push_back(socketJson(entry, limit));
+        if (name["pid"].is_null() && !entry.owners.empty()) {
+            name["pid"] = entry.owners.front().pid;
+            name["program"] = entry.owners.front().program;
+        }
+    }
+    return {{"names", std::move(names)}};
+}
+
+int ps(Output &out, bool all) {
+    const std::vector<SocketEntry> entries = listed(all);
+    const auto number = queueLimit();
+    const Json limit = number ? Json(*number) : Json(nullptr);
+    out.document(documentOf(entries, limit));
+    if (entries.empty())
+        out.line("No process is reachable.");
+    else
+        out.text(tableOf(entries, limit));
+    return kDone;
+}
+
+}  // namespace
+
+void addPsCommands(CLI::App &app, Context &context) {
+    const auto all = std::make_shared<bool>(false);
+    CLI::App *const list = app.add_subcommand("ps", "List the names under which processes are reachable");
+    list->footer(
+        "QUEUE is a lower bound: the datagrams that wait there for certain. There may be more, because the\n"
+        "kernel does not tell how many they are; where it tells nothing, QUEUE is -.");
+    list->add_flag("--all", *all, "Also the sockets of requesters that wait for an answer");
+    onRun(list, context, [all](Output &out) { return ps(out, *all); });
+}
+
+}  // namespace vosctl

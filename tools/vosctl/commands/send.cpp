@@ -1,0 +1,155 @@
+/* SPDX-License-Identifier: MIT */
+/* vosctl send, vosctl ping: application messages and their round-trip times. */
+#include <algorithm>
+#include <iomanip>
+#include <numeric>
+#include <sstream>
+
+#include "../processes/exchange.h"
+#include "../terminal/payload.h"
+#include "commands.h"
+
+namespace vosctl {
+
+namespace {
+
+struct Arguments {
+    std::string name;
+    bool high = false;
+    uint32_t timeoutMs = 3000;
+    /* send */
+    bool noWait = false;
+    bool hex = false;
+    bool nul = false;
+    std::string file;
+    std::string text;
+    /* ping */
+    uint32_t count = 10;
+    uint32_t size = 0;
+
+    [[nodiscard]] Pair which() const { return high ? Pair::high : Pair::normal; }
+};
+
+double milliseconds(std::chrono::nanoseconds time) {
+    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(time); /* finer is noise */
+    return static_cast<double>(us.count()) / 1000;
+}
+
+Cell timeCell(double ms) {
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(3) << ms << " ms";
+    return {ms, text.str(), Style::plain};
+}
+
+std::string payloadOf(const Arguments &arguments) {
+    if (!arguments.file.empty()) return readWhole(arguments.file);
+    const std::string end(arguments.nul ? 1 : 0, '\0');
+    return (arguments.hex ? *bytesOfHex(arguments.text) : arguments.text) + end;
+}
+
+Record sentRecord(const Arguments &arguments, std::size_t bytes) {
+    Record record;
+    record.add("name", "name", arguments.name)
+        .add("socket", "socket", arguments.high ? "high" : "normal")
+        .add("sentBytes", "sent", Cell{bytes, std::to_string(bytes) + " bytes", Style::plain});
+    return record;
+}
+
+int send(Output &out, const Arguments &arguments) {
+    const std::string payload = payloadOf(arguments);
+    Requester requester{arguments.name, arguments.which(), arguments.timeoutMs};
+    Record record = sentRecord(arguments, payload.size());
+    if (arguments.noWait) {
+        requester.send(payload, false);
+        out.report(record);
+        return kDone;
+    }
+    const auto answer = requester.ask(payload);
+    if (!answer)
+        throw Failure(noAnswerFrom(arguments.name, arguments.timeoutMs),
+                      "see with \"vosctl ps\" whether the message waits in its queue, or wait longer with --timeout");
+    record.add("code", "answer's code", answer->code)
+        .add("roundTripMs", "round trip", timeCell(milliseconds(answer->roundTrip)));
+    Json document = record.json();
+    addPayload(document, answer->payload);
+    out.document(document);
+    record.add("bytes", "answer", Cell{nullptr, std::to_string(answer->payload.size()) + " bytes", Style::plain});
+    out.text(record);
+    if (!out.json()) printPayload(out, answer->payload);
+    return kDone;
+}
+
+/* Of sorted times, the one below which so many percent of them lie, or that reaches it. */
+double percentile(const std::vector<double> &sorted, std::size_t percent) {
+    const std::size_t rank = (sorted.size() * percent + 99) / 100;
+    return sorted[std::max<std::size_t>(rank, 1) - 1];
+}
+
+/* Stops at the first answer that does not come: each of the others would wait as long. */
+int ping(Output &out, const Arguments &arguments) {
+    const std::string payload(arguments.size, '\0');
+    std::vector<double> times;
+    uint32_t sent = 0;
+    while (sent < arguments.count && times.size() == sent) {
+        ++sent;
+        Requester requester{arguments.name, arguments.which(), arguments.timeoutMs};
+        if (const auto answer = requester.ask(payload)) times.push_back(milliseconds(answer->roundTrip));
+    }
+    if (times.empty())
+        throw Failure(noAnswerFrom(arguments.name, arguments.timeoutMs),
+                      "see with \"vosctl ps\" whether the message waits in its queue");
+    std::sort(times.begin(), times.end());
+    Record record;
+    record.add("name", "name", arguments.name)
+        .add("sent", "sent", sent)
+        .add("answered", "answered", times.size())
+        .add("minMs", "min", timeCell(times.front()))
+        .add("medianMs", "median", timeCell(percentile(times, 50)))
+        .add("p99Ms", "p99", timeCell(percentile(times, 99)))
+        .add("maxMs", "max", timeCell(times.back()));
+    out.report(record);
+    if (times.size() == sent) return kDone;
+    fprintf(stderr, "vosctl: %s; run it again with another --timeout\n",
+            printable(noAnswerFrom(arguments.name, arguments.timeoutMs)).c_str());
+    return kFailed;
+}
+
+void addShared(CLI::App *command, const std::shared_ptr<Arguments> &arguments) {
+    addName(command, arguments->name);
+    command->add_flag("--high", arguments->high, "To the high-priority socket");
+    command->add_option("--timeout", arguments->timeoutMs, "Milliseconds to wait; 0 waits for ever")
+        ->capture_default_str();
+}
+
+}  // namespace
+
+void addSendCommands(CLI::App &app, Context &context) {
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App *const one = app.add_subcommand("send", "Send an application message and show the answer");
+    addShared(one, arguments);
+    one->add_flag("--no-wait", arguments->noWait, "Ask for no answer");
+    CLI::Option *const text = one->add_option("TEXT", arguments->text, "The message; without one it is empty");
+    CLI::Option *const file =
+        one->add_option("--file", arguments->file, "Take the message from a file; - is standard input");
+    file->type_name("FILE")->excludes(text);
+    one->add_flag("--hex", arguments->hex, "TEXT is pairs of hexadecimal digits")->needs(text);
+    one->add_flag("-0,--nul", arguments->nul, "Put a NUL behind TEXT, as C programs expect it")->needs(text);
+    onRun(one, context, [arguments](Output &out) { return send(out, *arguments); });
+    one->parse_complete_callback([arguments] {
+        if (arguments->hex && !bytesOfHex(arguments->text))
+            throw CLI::ValidationError("TEXT", "\"" + arguments->text + "\" is not pairs of hexadecimal digits");
+    });
+
+    CLI::App *const many = app.add_subcommand(
+        "ping", "Measure the time until empty application messages are answered; the application does see them");
+    addShared(many, arguments);
+    many->add_option("-c,--count", arguments->count, "How many messages")
+        ->check(CLI::Range(1, 1000000))
+        ->capture_default_str();
+    many->add_option("--size", arguments->size, "Bytes of each message, all zero")
+        ->check(CLI::Range(std::size_t{0}, kLargestPayload))
+        ->capture_default_str();
+    onRun(many, context, [arguments](Output &out) { return ping(out, *arguments); });
+}
+
+}  // namespace vosctl

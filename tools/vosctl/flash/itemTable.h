@@ -1,0 +1,47 @@
+/* SPDX-License-Identifier: MIT */
+/* The items of the data partitions, and their human forms. */
+#ifndef VOSCTL_ITEM_TABLE_H
+#define VOSCTL_ITEM_TABLE_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "../terminal/report.h"
+
+namespace vosctl {
+
+enum class Form { mac, ipv4, mask, number, byte, text, bytes };
+
+struct Item {
+    int32_t number;
+    const char *name;
+    const char *constant;
+    bool factory; /* in the factory partition, else in the system partition */
+    Form form;
+    std::size_t size; /* bytes that a person sees and gives */
+    bool secret = false;
+};
+
+std::span<const Item> items();
+
+/* By name, constant or number. Throws a Failure when there is none. */
+const Item &itemOf(const std::string &text);
+
+const char *nameOf(Form form);
+
+/* What fits the item, in words. */
+std::string limitOf(const Item &item);
+
+/* The value for people: as JSON, and as text. */
+Cell shownValue(const Item &item, std::string_view bytes);
+
+/* The bytes of a human form. Throws a Failure that names the limit. */
+std::string parseValue(const Item &item, const std::string &text);
+
+bool erased(std::string_view bytes);
+
+}  // namespace vosctl
+
+#endif

@@ -1,0 +1,110 @@
+/* SPDX-License-Identifier: MIT */
+#include "exchange.h"
+
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <vosMsg.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "../base/failure.h"
+
+namespace vosctl {
+
+namespace {
+
+constexpr uint32_t kRequestMark = 254; /* the first argument of an application's request */
+
+struct Address {
+    explicit Address(const std::string &path) { vosMsgLocalAddrInit(path.c_str(), &address, &length); }
+    [[nodiscard]] const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&address); }
+    sockaddr_un address{};
+    uint32_t length = 0;
+};
+
+Failure systemFailure(const std::string &what) {
+    return {what + ": " + strerror(errno), "look for the cause with \"vosctl doctor\""};
+}
+
+}  // namespace
+
+Requester::Requester(std::string name, Pair which, uint32_t timeoutMs)
+    : name_(std::move(name)), which_(which), timeoutMs_(timeoutMs) {
+    requireReachable(name_, which_);
+    socket_ = Fd{vosMsgLocalSocket(timeoutMs_)};
+    if (!socket_) throw systemFailure("a socket cannot be created");
+    bindSocket();
+    try {
+        connectSocket();
+    } catch (const Failure &) {
+        unlink(path_.c_str());
+        throw;
+    }
+}
+
+Requester::~Requester() { unlink(path_.c_str()); }
+
+void Requester::bindSocket() {
+    std::array<char, sizeof(sockaddr_un::sun_path)> path{};
+    vosMsgGetLocalFile(path.data(), path.size());
+    path_ = path.data();
+    unlink(path_.c_str());
+    const Address own{path_};
+    if (bind(socket_.get(), own.get(), own.length) == -1) throw systemFailure(path_ + " cannot be made");
+    vosMsgSocketOptmize(socket_.get(), 0);
+}
+
+void Requester::connectSocket() {
+    const std::string path = socketPath(name_, which_);
+    const Address to{path};
+    if (connect(socket_.get(), to.get(), to.length) == -1) {
+        const Failure failure = systemFailure(path + " cannot be reached");
+        explainSilence(name_, which_, failure.what(), failure.nextStep());
+    }
+}
+
+void Requester::send(const std::string &payload, bool answerWanted) {
+    if (payload.size() > kLargestPayload) {
+        throw Failure("the message has " + std::to_string(payload.size()) + " bytes and " +
+                          std::to_string(kLargestPayload) + " fit",
+                      "send less at a time");
+    }
+    VOS_MSG_HEAD head{};
+    head.ulType = VOS_MSG_TYPE_SELF;
+    head.ulNoReturn = answerWanted ? 0 : 1;
+    head.ulValue1 = kRequestMark;
+    head.ulBufLen = static_cast<uint32_t>(payload.size());
+    std::vector<char> datagram(sizeof head + payload.size());
+    memcpy(datagram.data(), &head, sizeof head);
+    memcpy(datagram.data() + sizeof head, payload.data(), payload.size());
+    if (vosMsgSendStream(socket_.get(), datagram.data(), static_cast<uint32_t>(datagram.size()), nullptr, 0) < 0) {
+        const Failure failure = systemFailure("the message could not be sent to " + name_);
+        explainSilence(name_, which_, failure.what(), failure.nextStep());
+    }
+}
+
+std::optional<Answer> Requester::ask(const std::string &payload) {
+    const auto begin = std::chrono::steady_clock::now();
+    send(payload, true);
+    std::vector<char> datagram(VOS_MSG_BUFFER_LEN);
+    const ssize_t length = recv(socket_.get(), datagram.data(), datagram.size(), 0);
+    const auto roundTrip = std::chrono::steady_clock::now() - begin;
+    if (length < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return {};
+    if (length < 0) throw systemFailure("the answer of " + name_ + " could not be received");
+    VOS_MSG_HEAD head{};
+    if (static_cast<std::size_t>(length) < sizeof head)
+        throw Failure(name_ + " answered with " + std::to_string(length) + " bytes, which are no message",
+                      "see what the process is");
+    memcpy(&head, datagram.data(), sizeof head);
+    const std::size_t size = std::min<std::size_t>(head.ulBufLen, static_cast<std::size_t>(length) - sizeof head);
+    return Answer{static_cast<int32_t>(head.ulRetCode), std::string(datagram.data() + sizeof head, size), roundTrip};
+}
+
+std::string noAnswerFrom(const std::string &name, uint32_t timeoutMs) {
+    return "no answer from " + name + " within " + std::to_string(timeoutMs) + " ms";
+}
+
+}  // namespace vosctl

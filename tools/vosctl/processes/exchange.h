@@ -1,0 +1,54 @@
+/* SPDX-License-Identifier: MIT */
+/* One application message to a process, and its answer with the length it has. */
+#ifndef VOSCTL_EXCHANGE_H
+#define VOSCTL_EXCHANGE_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "../base/fd.h"
+#include "names.h"
+
+namespace vosctl {
+
+inline constexpr std::size_t kLargestPayload = 64568;
+
+struct Answer {
+    int32_t code = 0;
+    std::string payload;
+    std::chrono::nanoseconds roundTrip{};
+};
+
+/* A requester's socket, connected to a process. Its path is gone when it is. */
+class Requester {
+  public:
+    /* A time-out of 0 is none. Throws a Failure when nobody receives under the name. */
+    Requester(std::string name, Pair which, uint32_t timeoutMs);
+    ~Requester();
+    Requester(const Requester &) = delete;
+    Requester &operator=(const Requester &) = delete;
+
+    /* Throws a Failure when it cannot be sent in time. */
+    void send(const std::string &payload, bool answerWanted);
+    /* Sends and waits; nothing when the time is over. Throws a Failure for everything else. */
+    std::optional<Answer> ask(const std::string &payload);
+
+  private:
+    void bindSocket();
+    void connectSocket();
+
+    std::string name_;
+    Pair which_;
+    uint32_t timeoutMs_;
+    Fd socket_;
+    std::string path_;
+};
+
+/* What a process that does not answer is told of. */
+std::string noAnswerFrom(const std::string &name, uint32_t timeoutMs);
+
+}  // namespace vosctl
+
+#endif

@@ -1,0 +1,107 @@
+/* SPDX-License-Identifier: MIT */
+#include "payload.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+
+#include "../base/failure.h"
+#include "../base/fd.h"
+
+namespace vosctl {
+
+namespace {
+
+constexpr std::size_t kLineBytes = 16;
+
+int digitOf(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+std::string dumpLine(std::size_t offset, std::string_view bytes) {
+    char head[32];
+    snprintf(head, sizeof head, "%06zx", offset);
+    std::string line = head;
+    std::string shown;
+    for (const char byte : bytes) {
+        line += " " + hexOf({&byte, 1});
+        shown += byte >= 0x20 && byte < 0x7F ? byte : '.';
+    }
+    return line + std::string(3 * (kLineBytes - bytes.size()), ' ') + "  " + shown;
+}
+
+}  // namespace
+
+std::optional<std::string> bytesOfHex(std::string_view text) {
+    std::string bytes;
+    for (std::size_t at = 0; at < text.size();) {
+        if (text[at] == ' ' || text[at] == ':') {
+            ++at;
+            continue;
+        }
+        if (at + 1 == text.size() || digitOf(text[at]) < 0 || digitOf(text[at + 1]) < 0) return {};
+        bytes += static_cast<char>(digitOf(text[at]) * 16 + digitOf(text[at + 1]));
+        at += 2;
+    }
+    return bytes;
+}
+
+std::string hexOf(std::string_view bytes) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
+    }
+    return text;
+}
+
+std::string readWhole(const std::string &path) {
+    const Fd opened{path == "-" ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+    if (path != "-" && !opened)
+        throw Failure(path + " cannot be opened: " + strerror(errno), "name a file that can be read");
+    std::string content;
+    std::array<char, 65536> part;
+    for (;;) {
+        const ssize_t count = read(path == "-" ? STDIN_FILENO : opened.get(), part.data(), part.size());
+        if (count < 0) throw Failure(path + " cannot be read: " + strerror(errno), "name a file that can be read");
+        if (count == 0) return content;
+        content.append(part.data(), static_cast<std::size_t>(count));
+    }
+}
+
+std::optional<std::string> textOf(std::string_view bytes) {
+    while (!bytes.empty() && bytes.back() == '\0') bytes.remove_suffix(1);
+    std::string bare;
+    std::copy_if(bytes.begin(), bytes.end(), std::back_inserter(bare),
+                 [](char c) { return c != '\t' && c != '\n' && c != '\r'; });
+    if (printable(bare) != bare) return {};
+    return std::string(bytes);
+}
+
+void addPayload(Json &object, std::string_view bytes) {
+    const auto text = textOf(bytes);
+    object["bytes"] = bytes.size();
+    object["text"] = text ? Json(*text) : Json(nullptr);
+    object["hex"] = hexOf(bytes);
+}
+
+void printPayload(Output &out, std::string_view bytes) {
+    if (const auto text = textOf(bytes)) {
+        if (!text->empty()) out.line(text->ends_with('\n') ? text->substr(0, text->size() - 1) : *text);
+        return;
+    }
+    for (std::size_t offset = 0; offset < bytes.size(); offset += kLineBytes)
+        out.line(dumpLine(offset, bytes.substr(offset, kLineBytes)));
+}
+
+}  // namespace vosctl
