@@ -29,24 +29,31 @@ void addGlobals(CLI::App &app, Context &context) {
     app.fallthrough(); /* these options are understood behind a command too */
 }
 
-/* The groups of commands, in the order of the help. */
-constexpr void (*kGroups[])(CLI::App &, Context &) = {
-    addPsCommands,         //
-    addSendCommands,       //
-    addListenCommand,      //
-    addQueryCommands,      //
-    addDebugCommands,      //
-    addLogCommand,         //
-    addItemCommands,       //
-    addPartitionCommands,  //
-    addConfigCommands,     //
-    addSyslogCommands,     //
-    addImageCommands,      //
-    addPackageCommands,    //
-    addCrcCommand,         //
-    addDoctorCommand,      //
-    addCompleteCommand,    //
+/* The commands in the order of the help, and the heading under which it lists them. */
+struct Commands {
+    const char *heading;
+    void (*add)(CLI::App &, Context &);
 };
+constexpr const char *kProcesses = "Running processes";
+constexpr const char *kFlash = "What is saved on flash";
+constexpr const char *kImages = "Images and packages";
+constexpr const char *kMachine = "This machine and vosctl itself";
+constexpr Commands kCommands[] = {
+    {kProcesses, addPsCommands},    {kProcesses, addSendCommands},  {kProcesses, addListenCommand},
+    {kProcesses, addQueryCommands}, {kProcesses, addDebugCommands}, {kProcesses, addLogCommand},
+    {kFlash, addItemCommands},      {kFlash, addPartitionCommands}, {kFlash, addConfigCommands},
+    {kFlash, addSyslogCommands},    {kImages, addImageCommands},    {kImages, addPackageCommands},
+    {kImages, addCrcCommand},       {kMachine, addDoctorCommand},   {kMachine, addHelpCommand},
+    {kMachine, addCompleteCommand},
+};
+
+void addCommands(CLI::App &app, Context &context) {
+    for (const Commands &each : kCommands) {
+        each.add(app, context);
+        for (CLI::App *const command : app.get_subcommands([](CLI::App *) { return true; }))
+            if (command->get_group() == "Subcommands") command->group(each.heading); /* the parser's own heading */
+    }
+}
 
 bool wantsColor(const Context &context) {
     if (context.color != "auto") return context.color == "always";
@@ -122,8 +129,9 @@ int main(int argc, char **argv) {
     try {
         CLI::App app{"Sees and changes what a running process or a flash of the device holds.", "vosctl"};
         Context context;
+        useHelp(app);
         addGlobals(app, context);
-        for (const auto add : kGroups) add(app, context);
+        addCommands(app, context);
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError &error) {

@@ -3,9 +3,11 @@
 
 #include <vosDebug.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <string_view>
+#include <limits>
+#include <utility>
 
 namespace vosctl {
 
@@ -25,6 +27,26 @@ std::optional<uint32_t> levelOf(const std::string &text) {
     for (const Level &level : kLevels)
         if (level.name == text) return level.word;
     return wordOf(text);
+}
+
+constexpr std::size_t kLongestGuess = 64; /* longer words are no slips of the finger, and would take long to compare */
+
+/* Edits that turn one word into the other: a letter more, less or other, or two neighbours exchanged. */
+std::size_t editsBetween(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> before(other.size() + 1);
+    std::vector<std::size_t> last(other.size() + 1);
+    for (std::size_t column = 0; column <= other.size(); ++column) last[column] = column;
+    for (std::size_t row = 1; row <= one.size(); ++row) {
+        std::vector<std::size_t> now(other.size() + 1, row);
+        for (std::size_t column = 1; column <= other.size(); ++column) {
+            const bool same = one[row - 1] == other[column - 1];
+            now[column] = std::min({last[column] + 1, now[column - 1] + 1, last[column - 1] + (same ? 0 : 1)});
+            if (row > 1 && column > 1 && one[row - 1] == other[column - 2] && one[row - 2] == other[column - 1])
+                now[column] = std::min(now[column], before[column - 2] + 1);
+        }
+        before = std::exchange(last, std::move(now));
+    }
+    return last[other.size()];
 }
 
 }  // namespace
@@ -67,6 +89,25 @@ std::string wordMistake(const std::string &text) {
 
 std::string levelMistake(const std::string &text) {
     return levelOf(text) ? "" : "\"" + text + "\" is neither error, trace, event, no-timeouts, none nor a 32-bit word";
+}
+
+std::string nearest(std::string_view word, const std::set<std::string> &known) {
+    std::string best;
+    std::size_t fewest = std::numeric_limits<std::size_t>::max();
+    if (word.empty() || word.size() > kLongestGuess) return best;
+    for (const std::string &each : known) {
+        if (each.size() > kLongestGuess) continue;
+        const std::size_t edits = editsBetween(word, each);
+        if (edits >= fewest) continue;
+        fewest = edits;
+        best = each;
+    }
+    return fewest <= (word.size() < 4 ? 1U : 2U) ? best : std::string();
+}
+
+std::string didYouMean(std::string_view word, const std::set<std::string> &known) {
+    const std::string meant = nearest(word, known);
+    return meant.empty() ? meant : "did you mean " + meant + "? ";
 }
 
 }  // namespace vosctl

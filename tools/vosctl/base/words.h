@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* 32-bit words on the command line, and the levels of the debug flag word. */
+/* Words of the command line: 32-bit numbers, the levels of the debug flag word, and what was mistyped. */
 #ifndef VOSCTL_WORDS_H
 #define VOSCTL_WORDS_H
 
@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vosctl {
@@ -26,6 +27,11 @@ std::set<std::string> levelNames();
 /* What is wrong with the text, empty when nothing is: for the checks of the command line. */
 std::string wordMistake(const std::string &text);
 std::string levelMistake(const std::string &text);
+
+/* The one of the known words that was probably meant; empty when none is close. */
+std::string nearest(std::string_view word, const std::set<std::string> &known);
+/* The same as the begin of a next step: "did you mean X? ", empty when none is close. */
+std::string didYouMean(std::string_view word, const std::set<std::string> &known);
 
 }  // namespace vosctl
 

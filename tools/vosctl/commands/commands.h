@@ -33,7 +33,12 @@ inline void onRun(CLI::App *command, Context &context, Action action) {
     command->callback([&context, run = std::move(action)] { context.action = run; });
 }
 
-/* By these the completion knows where names of processes and of items are wanted. */
+/* A command line for the help of a command and for its manual page. Every command that runs has at least one. */
+void addExample(CLI::App *command, const std::string &line);
+
+/* Help and completion know an argument by its name, and the value of an option by its type_name(): NAME is a process,
+ * ITEM an item, LEVEL a debug level, FILE, PAYLOAD and IMAGE are files, DIR is a directory. The values of a check by
+ * CLI::IsMember are known too. */
 inline constexpr const char *kNameDescription = "Name of the process";
 inline constexpr const char *kItemDescription = "Name, constant or number of the item";
 
@@ -48,7 +53,11 @@ inline void addName(CLI::App *command, std::string &name) {
             ""));
 }
 
+/* Lets --help print what this tool's help says, in place of the parser's own. Before any command is added. */
+void useHelp(CLI::App &app);
+
 /* Each adds a group of commands. */
+void addHelpCommand(CLI::App &app, Context &context);
 void addPsCommands(CLI::App &app, Context &context);
 void addSendCommands(CLI::App &app, Context &context);
 void addListenCommand(CLI::App &app, Context &context);
