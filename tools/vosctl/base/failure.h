@@ -26,6 +26,12 @@ class Misuse : public Failure {
     using Failure::Failure;
 };
 
+/* Nobody reads standard output any more. */
+class ClosedPipe : public Failure {
+  public:
+    using Failure::Failure;
+};
+
 }  // namespace vosctl
 
 #endif

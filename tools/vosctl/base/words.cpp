@@ -13,15 +13,13 @@ namespace vosctl {
 
 namespace {
 
-struct Level {
-    std::string_view name;
-    uint32_t word;
-};
-constexpr Level kLevels[] = {{"none", 0},
-                             {"error", VOS_DEBUG_ERROR},
-                             {"trace", VOS_DEBUG_TRACE},
-                             {"event", VOS_DEBUG_EVENT},
-                             {"no-timeouts", VOS_DEBUG_NO_TIMEOUTS}};
+constexpr std::string_view kNone = "none";
+constexpr Level kLevels[] = {
+    {kNone, 0, "nothing at all, not even failures"},
+    {"error", VOS_DEBUG_ERROR, "failures; printed beside every other level"},
+    {"trace", VOS_DEBUG_TRACE, "begin and end of operations, internal messages"},
+    {"event", VOS_DEBUG_EVENT, "a line per packet, link or MAC-address event"},
+    {"no-timeouts", VOS_DEBUG_NO_TIMEOUTS, "no level: new message sockets wait without a time-out"}};
 
 std::optional<uint32_t> levelOf(const std::string &text) {
     for (const Level &level : kLevels)
@@ -64,6 +62,14 @@ std::optional<uint32_t> wordOf(const std::string &text) {
     return word;
 }
 
+std::optional<int32_t> signedOf(const std::string &text) {
+    const bool negative = text.starts_with('-');
+    const auto word = wordOf(negative ? text.substr(1) : text);
+    const uint32_t most = negative ? 0x80000000 : 0x7FFFFFFF;
+    if (!word || *word > most) return {};
+    return static_cast<int32_t>(negative ? 0 - *word : *word);
+}
+
 std::string hexWord(uint32_t word) {
     char text[11];
     snprintf(text, sizeof text, "0x%08X", word);
@@ -71,11 +77,16 @@ std::string hexWord(uint32_t word) {
 }
 
 uint32_t levelsOf(const std::vector<std::string> &levels) {
-    if (levels.empty()) return VOS_DEBUG_ERROR;
     uint32_t word = 0;
-    for (const std::string &level : levels) word |= levelOf(level).value_or(0);
-    return word;
+    bool exact = false;
+    for (const std::string &level : levels) {
+        word |= levelOf(level).value_or(0);
+        exact = exact || level == kNone || wordOf(level);
+    }
+    return exact ? word : word | VOS_DEBUG_ERROR;
 }
+
+std::span<const Level> levels() { return kLevels; }
 
 std::set<std::string> levelNames() {
     std::set<std::string> names;
@@ -84,11 +95,35 @@ std::set<std::string> levelNames() {
 }
 
 std::string wordMistake(const std::string &text) {
-    return wordOf(text) ? "" : "\"" + text + "\" is not a 32-bit word, decimal or hexadecimal with 0x";
+    return wordOf(text) ? "" : "\"" + shortened(text) + "\" is not a 32-bit word, decimal or hexadecimal with 0x";
 }
 
 std::string levelMistake(const std::string &text) {
-    return levelOf(text) ? "" : "\"" + text + "\" is neither error, trace, event, no-timeouts, none nor a 32-bit word";
+    return levelOf(text) ? "" : "\"" + shortened(text) + "\" is neither error, trace, event, no-timeouts, none nor a 32-bit word";
+}
+
+std::string shellWord(std::string_view word) {
+    constexpr std::string_view kPlain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./,:@%+";
+    if (!word.empty() && word.find_first_not_of(kPlain) == std::string_view::npos) return std::string(word);
+    const bool printing = std::all_of(word.begin(), word.end(), [](char c) { return c >= ' ' && c <= '~'; });
+    std::string quoted = printing ? "'" : "$'";
+    for (const char c : word) {
+        char escape[5];
+        snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+        if (printing)
+            quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        else
+            quoted += c < ' ' || c > '~' || c == '\'' || c == '\\' ? std::string(escape) : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+std::string shortened(std::string_view word) {
+    constexpr std::size_t kLongest = 128;
+    constexpr std::size_t kShown = 48;
+    if (word.size() <= kLongest) return std::string(word);
+    return std::string(word.substr(0, kShown)) + "... (" + std::to_string(word.size()) + " characters)";
 }
 
 std::string nearest(std::string_view word, const std::set<std::string> &known) {
