@@ -22,13 +22,13 @@ namespace {
 
 using namespace vosctl;  // NOLINT(google-build-using-namespace): this is vosctl
 
-/* The version is asked for alone: behind a command it would keep the command from being run, and nobody would notice. */
+/* The version is asked for alone: behind a command it would keep the command from being run, and nobody would notice.
+ */
 void addVersion(CLI::App &app) {
     app.add_flag_callback(
         "-V,--version",
         [&app] {
-            if (!app.get_subcommands().empty())
-                throw CLI::ValidationError("--version is asked for without a command");
+            if (!app.get_subcommands().empty()) throw CLI::ValidationError("--version is asked for without a command");
             throw CLI::CallForVersion("vosctl " VOSCTL_VERSION, 0);
         },
         "Print the version of vosctl");
@@ -60,12 +60,12 @@ constexpr const char *kFlash = "What is saved on flash";
 constexpr const char *kImages = "Images and packages";
 constexpr const char *kMachine = "This machine and vosctl itself";
 constexpr Commands kCommands[] = {
-    {kProcesses, addPsCommands}, {kProcesses, addWaitCommand},    {kProcesses, addSendCommands},  {kProcesses, addListenCommand},
-    {kProcesses, addQueryCommands}, {kProcesses, addDebugCommands}, {kProcesses, addLogCommand},
-    {kFlash, addItemCommands},      {kFlash, addPartitionCommands}, {kFlash, addConfigCommands},
-    {kFlash, addSyslogCommands},    {kImages, addImageCommands},    {kImages, addPackageCommands},
-    {kImages, addCrcCommand},       {kMachine, addDoctorCommand},   {kMachine, addHelpCommand},
-    {kMachine, addCompleteCommand},
+    {kProcesses, addPsCommands},    {kProcesses, addWaitCommand},   {kProcesses, addSendCommands},
+    {kProcesses, addListenCommand}, {kProcesses, addQueryCommands}, {kProcesses, addDebugCommands},
+    {kProcesses, addLogCommand},    {kFlash, addItemCommands},      {kFlash, addPartitionCommands},
+    {kFlash, addConfigCommands},    {kFlash, addSyslogCommands},    {kImages, addImageCommands},
+    {kImages, addPackageCommands},  {kImages, addCrcCommand},       {kMachine, addDoctorCommand},
+    {kMachine, addHelpCommand},     {kMachine, addCompleteCommand},
 };
 
 void addCommands(CLI::App &app, Context &context) {
@@ -140,8 +140,9 @@ int run(const Context &context, bool pipesWereIgnored) {
     } catch (const Failure &failure) {
         return explain(failure, context, out.get());
     } catch (const std::bad_alloc &) {
-        return explain({"there is not enough memory", "end other programs, or raise the limit of this shell: ulimit -v"},
-                       context, out.get());
+        return explain(
+            {"there is not enough memory", "end other programs, or raise the limit of this shell: ulimit -v"}, context,
+            out.get());
     } catch (const std::exception &error) {
         return explain({std::string("unexpected: ") + error.what(), "report this as a fault of vosctl"}, context,
                        out.get());
@@ -188,7 +189,8 @@ int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
     std::string what = error.what();
     std::string guess;
     if (unexpected && !unknown.empty() && (isOption || noCommand)) {
-        what = std::string("there is no ") + (isOption ? "option" : "command") + " \"" + shortened(unknown.front()) + "\"";
+        what =
+            std::string("there is no ") + (isOption ? "option" : "command") + " \"" + shortened(unknown.front()) + "\"";
         guess = didYouMean(unknown.front(), knownWords(named, isOption));
     } else if (unexpected && !unknown.empty()) {
         what = "\"" + shortened(unknown.front()) + "\" is one argument too many";

@@ -99,12 +99,13 @@ std::string wordMistake(const std::string &text) {
 }
 
 std::string levelMistake(const std::string &text) {
-    return levelOf(text) ? "" : "\"" + shortened(text) + "\" is neither error, trace, event, no-timeouts, none nor a 32-bit word";
+    return levelOf(text)
+               ? ""
+               : "\"" + shortened(text) + "\" is neither error, trace, event, no-timeouts, none nor a 32-bit word";
 }
 
 std::string shellWord(std::string_view word) {
-    constexpr std::string_view kPlain =
-        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./,:@%+";
+    constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./,:@%+";
     if (!word.empty() && word.find_first_not_of(kPlain) == std::string_view::npos) return std::string(word);
     const bool printing = std::all_of(word.begin(), word.end(), [](char c) { return c >= ' ' && c <= '~'; });
     std::string quoted = printing ? "'" : "$'";

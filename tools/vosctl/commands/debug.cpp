@@ -33,10 +33,12 @@ int showLevels(Output &out, const std::string &name) {
     requireReachable(name);
     Table table{{{"level", "LEVEL"}, {"word", "WORD"}, {"meaning", "WHAT THE PROCESS PRINTS"}}};
     for (const Level &level : levels())
-        table.add({std::string(level.name), Cell{level.word, hexWord(level.word), Style::plain}, std::string(level.meaning)});
+        table.add(
+            {std::string(level.name), Cell{level.word, hexWord(level.word), Style::plain}, std::string(level.meaning)});
     out.document(Json{{"name", name}, {"levels", table.json()}});
     out.text(table);
-    out.line("Nothing is changed. \"vosctl debug " + name + " LEVEL...\" sets the word; it cannot be read from outside.");
+    out.line("Nothing is changed. \"vosctl debug " + name +
+             " LEVEL...\" sets the word; it cannot be read from outside.");
     return kDone;
 }
 
@@ -67,9 +69,8 @@ void addDebugCommands(CLI::App &app, Context &context) {
         ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
     addTimeout(smd, arguments->timeoutMs);
     addExample(smd, "vosctl smd oltd 0x805");
-    onRun(smd, context, [arguments](Output &out) {
-        return sendWord(out, *arguments, VOS_MSG_SMD_DEBUG, *wordOf(arguments->word));
-    });
+    onRun(smd, context,
+          [arguments](Output &out) { return sendWord(out, *arguments, VOS_MSG_SMD_DEBUG, *wordOf(arguments->word)); });
 }
 
 }  // namespace vosctl

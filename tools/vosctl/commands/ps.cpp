@@ -147,7 +147,9 @@ void addPsCommands(CLI::App &app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App *const list =
         app.add_subcommand("ps", "List the names under which processes are reachable, or tell whether one is");
-    addName(list, arguments->name)->required(false)->description("Only this name; exit status 1 when it is not reachable");
+    addName(list, arguments->name)
+        ->required(false)
+        ->description("Only this name; exit status 1 when it is not reachable");
     list->add_flag("--all", arguments->all, "Also the sockets of requesters that wait for an answer");
     list->footer(
         "QUEUE is a lower bound: the datagrams that wait there for certain. There may be\n"

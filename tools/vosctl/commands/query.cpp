@@ -152,8 +152,12 @@ void addQueryCommands(CLI::App &app, Context &context) {
     forConfig->timeoutMs = kConfigTimeoutMs;
     CLI::App *const config = app.add_subcommand("config-of", "Show the running configuration of a process");
     addName(config, forConfig->name);
-    addNumber(config, "--arg1", forConfig->value1, "First argument of its builder")->type_name("WORD")->default_str("0");
-    addNumber(config, "--arg2", forConfig->value2, "Second argument of its builder")->type_name("WORD")->default_str("0");
+    addNumber(config, "--arg1", forConfig->value1, "First argument of its builder")
+        ->type_name("WORD")
+        ->default_str("0");
+    addNumber(config, "--arg2", forConfig->value2, "Second argument of its builder")
+        ->type_name("WORD")
+        ->default_str("0");
     addTimeout(config, forConfig->timeoutMs);
     addExample(config, "vosctl config-of oltd");
     onRun(config, context, [forConfig](Output &out) { return configOf(out, *forConfig); });

@@ -122,8 +122,9 @@ int ping(Output &out, const Arguments &arguments) {
             if (const auto answer = requester.ask(payload))
                 times.push_back(milliseconds(answer->roundTrip));
             else
-                failure.emplace(noAnswerFrom(arguments.name, arguments.timeoutMs),
-                                "see with \"vosctl ps\" whether the message waits in its queue, or give it more --timeout");
+                failure.emplace(
+                    noAnswerFrom(arguments.name, arguments.timeoutMs),
+                    "see with \"vosctl ps\" whether the message waits in its queue, or give it more --timeout");
         } catch (const Failure &met) {
             failure.emplace(met);
         }
@@ -144,7 +145,8 @@ void addSend(CLI::App &app, Context &context) {
     CLI::App *const one = app.add_subcommand("send", "Send an application message and show the answer");
     addShared(one, arguments);
     one->add_flag("--no-wait", arguments->noWait, "Ask for no answer");
-    one->add_flag("--status", arguments->status, "Exit status 1 when the answer's code is not 0")->excludes("--no-wait");
+    one->add_flag("--status", arguments->status, "Exit status 1 when the answer's code is not 0")
+        ->excludes("--no-wait");
     CLI::Option *const text = one->add_option("TEXT", arguments->text, "The message; without one it is empty");
     CLI::Option *const file =
         one->add_option("--file", arguments->file, "Take the message from a file; - is standard input");

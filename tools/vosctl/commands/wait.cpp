@@ -41,7 +41,9 @@ int wait(Output &out, const Arguments &arguments) {
     const Pair which = arguments.high ? Pair::high : Pair::normal;
     const std::string path = socketPath(arguments.name, which);
     const auto begin = Clock::now();
-    const auto waited = [&] { return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count(); };
+    const auto waited = [&] {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
+    };
     for (Reach reach = reachOf(path); arguments.gone ? !isGone(reach) : !isReachable(reach); reach = reachOf(path)) {
         if (reach == Reach::tooLong) requireReachable(arguments.name, which); /* says so */
         if (arguments.timeoutMs != 0 && waited() >= arguments.timeoutMs) explainEnd(arguments, which);

@@ -21,7 +21,7 @@ namespace vosctl {
 
 namespace {
 
-constexpr int kSilentMs = 1000; /* somebody who waits longer is told what for */
+constexpr int kSilentMs = 1000;        /* somebody who waits longer is told what for */
 constexpr uint32_t kRequestMark = 254; /* the first argument of an application's request */
 
 struct Address {
@@ -37,9 +37,9 @@ Failure systemFailure(const std::string &what) {
 
 void requireFitting(const std::string &payload) {
     if (payload.size() <= kLargestPayload) return;
-    throw Failure("the message has " + std::to_string(payload.size()) + " bytes and " +
-                      std::to_string(kLargestPayload) + " fit",
-                  "send less at a time");
+    throw Failure(
+        "the message has " + std::to_string(payload.size()) + " bytes and " + std::to_string(kLargestPayload) + " fit",
+        "send less at a time");
 }
 
 VOS_MSG_HEAD applicationHead(const std::string &payload, bool answerWanted) {

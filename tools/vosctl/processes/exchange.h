@@ -33,7 +33,8 @@ struct Reply {
 /* A requester's socket, connected to a process. Its path is gone when it is. */
 class Requester {
   public:
-    /* A time-out of 0 is none. A wait of more than a second is told on a terminal. Throws a Failure when nobody receives under the name. */
+    /* A time-out of 0 is none. A wait of more than a second is told on a terminal. Throws a Failure when nobody
+     * receives under the name. */
     Requester(std::string name, Pair which, uint32_t timeoutMs);
     ~Requester();
     Requester(const Requester &) = delete;

@@ -32,7 +32,8 @@ constexpr std::size_t kPartBytes = 65536;
 constexpr const char *kNameAFile = "name a file that can be read";
 
 Failure tooLong(const std::string &path, const std::string &size, uint64_t limit) {
-    return {path + " has " + size + " bytes, and at most " + std::to_string(limit) + " are taken", "name a shorter file"};
+    return {path + " has " + size + " bytes, and at most " + std::to_string(limit) + " are taken",
+            "name a shorter file"};
 }
 
 /* Before a byte is read. */

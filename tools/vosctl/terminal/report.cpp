@@ -122,7 +122,8 @@ std::string withoutControls(const std::string &json) {
                 return;
             }
             char escape[7];
-            snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(static_cast<unsigned char>(character.back())));
+            snprintf(escape, sizeof escape, "\\u%04x",
+                     static_cast<unsigned>(static_cast<unsigned char>(character.back())));
             result += escape;
         },
         [&](char) {});
@@ -228,7 +229,8 @@ void Output::text(const Table &table) {
     };
     for (std::size_t index = 0; index < columns.size(); ++index) putCell(index, columns[index].title, Style::heading);
     for (const auto &row : table.rows())
-        for (std::size_t index = 0; index < row.size(); ++index) putCell(index, printable(row[index].text), row[index].style);
+        for (std::size_t index = 0; index < row.size(); ++index)
+            putCell(index, printable(row[index].text), row[index].style);
 }
 
 void Output::text(const Record &record) {

@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /* Results: tables and records that are printed as aligned text or as one JSON document, and where they are printed.
  *
- * What comes from outside may hold any bytes. It reaches a terminal through printable() and JSON through jsonOf(), which
- * Output does for every command. Neither loses anything: what printable() escapes can be told from its \xHH, and JSON has
- * the bytes of what is not UTF-8 in hexadecimal beside it. */
+ * What comes from outside may hold any bytes. It reaches a terminal through printable() and JSON through jsonOf(),
+ * which Output does for every command. Neither loses anything: what printable() escapes can be told from its \xHH, and
+ * JSON has the bytes of what is not UTF-8 in hexadecimal beside it. */
 #ifndef VOSCTL_REPORT_H
 #define VOSCTL_REPORT_H
 
