@@ -17,9 +17,10 @@ with tempfile.TemporaryDirectory() as directory:
     subprocess.run([sys.executable, "-B", generators / "headerPages.py", source / "include", pages], check=True)
     subprocess.run([sys.executable, "-B", generators / "toolPage.py", source / "docs/vosctl.md", tool], check=True)
 
-    wanted = {f"{header.stem}.3" for header in (source / "include").glob("*.h")} | {tool.name}
+    wanted = {f"{header.stem}.3" for header in (source / "include").glob("*.h")} | {tool.name} | {
+        f"vosctl-{group}.1" for group in ("processes", "flash", "images", "machine")}
     found = {page.name for page in pages.iterdir()}
-    failures += [f"there should be one page for every header and vosctl.1: {name}" for name in sorted(wanted ^ found)]
+    failures += [f"there should be one page for every header, vosctl and each group of its commands: {name}" for name in sorted(wanted ^ found)]
 
     command = [mandoc, "-T", "lint", "-W", "warning", *sorted(pages.iterdir())]
     lint = subprocess.run(command, capture_output=True, text=True)
@@ -36,6 +37,12 @@ with tempfile.TemporaryDirectory() as directory:
         for code in re.findall(r"^\.Bd -literal[^\n]*\n(.*?)^\.Ed", text, flags=re.M | re.S):
             if code.count("{") != code.count("}"):
                 failures.append(f"{page.name}: this declaration is torn apart:\n{code}")
+
+    sections = ["NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "FILES", "ENVIRONMENT", "EXAMPLES", "SEE ALSO"]
+    for page in sorted(pages.glob("*.1")):
+        has = re.findall(r'^\.SH "?([A-Z ]+?)"?$', page.read_text(encoding="utf-8"), flags=re.M)
+        if has != [each for each in sections if page == tool or each not in ("FILES", "ENVIRONMENT")]:
+            failures.append(f"{page.name} has the sections {has}")
 
 exported = re.findall(r"^\s+(\w+);", (source / "vos/vos.map").read_text(encoding="utf-8"), flags=re.M)
 if not exported:
