@@ -19,6 +19,9 @@ using namespace vosctl;  // NOLINT(google-build-using-namespace): this is vosctl
 void addGlobals(CLI::App &app, Context &context) {
     app.add_flag("--json", context.json, "Print results as one JSON document");
     app.add_option("--root", context.root, "Work on the device tree below this directory instead of /")
+        ->check(CLI::Validator(
+            [](const std::string &text) { return text.empty() ? std::string("the directory is empty") : text.substr(0, 0); },
+            "")) /* an empty variable must not mean this machine */
         ->type_name("DIR");
     app.add_option("--color", context.color, "Colours: auto (on a terminal), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))

@@ -28,7 +28,7 @@ namespace {
 
 void writeAll(const Fd &file, const std::string &path, std::string_view rest) {
     while (!rest.empty()) {
-        const ssize_t count = write(file.get(), rest.data(), rest.size());
+        const ssize_t count = ::write(file.get(), rest.data(), rest.size());
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) cannot(path, "written");
         rest.remove_prefix(static_cast<std::size_t>(count));
@@ -42,52 +42,51 @@ unsigned umaskNow() {
     return mask;
 }
 
-/* A file beside another one. It is removed unless it has taken that one's place. */
-class Beside {
-  public:
-    explicit Beside(const std::string &target) : target_(target), path_(target + ".XXXXXX") {
-        file_ = Fd{mkostemp(path_.data(), O_CLOEXEC)};
-        if (!file_) cannot(target, "created");
-    }
-    ~Beside() {
-        if (!path_.empty()) unlink(path_.c_str());
-    }
-    Beside(const Beside &) = delete;
-    Beside &operator=(const Beside &) = delete;
+void storeRegular(const std::string &path, std::string_view bytes, unsigned mode) {
+    const HeldSignals held{printable(path) + " was being written"};
+    Beside beside{path, mode & ~umaskNow(), Beside::Name::random};
+    beside.write(bytes);
+    beside.takePlace();
+}
 
-    [[nodiscard]] const Fd &file() const { return file_; }
+}  // namespace
 
-    void takePlace() {
-        if (rename(path_.c_str(), target_.c_str()) != 0) cannot(target_, "written");
-        path_.clear();
-        const std::string parent = std::filesystem::path(target_).parent_path();
-        const Fd directory{open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-        fsync(directory.get()); /* the name; what is under it has been flushed */
-    }
-
-  private:
-    std::string target_;
-    std::string path_;
-    Fd file_;
-};
-
-/* Where a link leads to; the path itself when it is none. */
 std::string resolved(const std::string &path) {
     const std::unique_ptr<char, decltype(&free)> real{realpath(path.c_str(), nullptr), &free};
     return real ? real.get() : path;
 }
 
-void storeRegular(const std::string &path, std::string_view bytes, unsigned mode, const struct stat *earlier) {
-    const HeldSignals held{printable(path) + " was being written"};
-    Beside beside{earlier != nullptr ? resolved(path) : path};
-    fchmod(beside.file().get(), earlier != nullptr ? earlier->st_mode & 07777 : mode & ~umaskNow());
-    if (earlier != nullptr && fchown(beside.file().get(), earlier->st_uid, earlier->st_gid) != 0 && errno != EPERM)
-        cannot(path, "written");
-    writeAll(beside.file(), path, bytes);
-    beside.takePlace();
+Beside::Beside(const std::string &target, unsigned mode, Name name) : shown_(target), target_(resolved(target)) {
+    struct stat earlier {};
+    const bool there = stat(target_.c_str(), &earlier) == 0;
+    path_ = target_ + (name == Name::fixed ? ".new" : ".XXXXXX");
+    if (name == Name::fixed) unlink(path_.c_str()); /* what an earlier attempt has left */
+    file_ = Fd{name == Name::fixed ? open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)
+                                   : mkostemp(path_.data(), O_CLOEXEC)};
+    if (!file_) {
+        path_.clear();
+        cannot(shown_, "created");
+    }
+    if (there && fchown(file_.get(), earlier.st_uid, earlier.st_gid) != 0 && errno != EPERM) {
+        unlink(path_.c_str());
+        cannot(shown_, "written");
+    }
+    fchmod(file_.get(), there ? earlier.st_mode & 07777 : mode);
 }
 
-}  // namespace
+Beside::~Beside() {
+    if (!path_.empty()) unlink(path_.c_str());
+}
+
+void Beside::write(std::string_view bytes) const { writeAll(file_, shown_, bytes); }
+
+void Beside::takePlace() {
+    if (rename(path_.c_str(), target_.c_str()) != 0) cannot(shown_, "written");
+    path_.clear();
+    const std::string parent = std::filesystem::path(target_).parent_path();
+    const Fd directory{open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    fsync(directory.get()); /* the name; what is under it has been flushed */
+}
 
 bool isStandardOutput(const std::string &path) { return path == "-" || path == "/dev/stdout"; }
 
@@ -99,7 +98,7 @@ void storeFile(Output &out, const std::string &path, std::string_view bytes, uns
     struct stat status {};
     const bool there = stat(path.c_str(), &status) == 0;
     if (there && S_ISDIR(status.st_mode)) throw Failure(path + " is a directory", "name a file");
-    if (!there || S_ISREG(status.st_mode)) return storeRegular(path, bytes, mode, there ? &status : nullptr);
+    if (!there || S_ISREG(status.st_mode)) return storeRegular(path, bytes, mode);
     const Fd file{open(path.c_str(), O_WRONLY | O_CLOEXEC)};
     if (!file) cannot(path, "opened");
     writeAll(file, path, bytes);
