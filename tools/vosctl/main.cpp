@@ -20,7 +20,7 @@ void addGlobals(CLI::App &app, Context &context) {
     app.add_flag("--json", context.json, "Print results as one JSON document");
     app.add_option("--root", context.root, "Work on the device tree below this directory instead of /")
         ->check(CLI::Validator(
-            [](const std::string &text) { return text.empty() ? std::string("the directory is empty") : text.substr(0, 0); },
+            [](const std::string &text) { return text.empty() ? std::string("the directory is empty") : std::string(); },
             "")) /* an empty variable must not mean this machine */
         ->type_name("DIR");
     app.add_option("--color", context.color, "Colours: auto (on a terminal), always or never")
