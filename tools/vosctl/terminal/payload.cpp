@@ -32,7 +32,8 @@ constexpr std::size_t kPartBytes = 65536;
 constexpr const char *kNameAFile = "name a file that can be read";
 
 Failure tooLong(const std::string &path, const std::string &size, uint64_t limit) {
-    return {path + " has " + size + " bytes, and at most " + std::to_string(limit) + " are taken", "name a shorter file"};
+    return {path + " has " + size + " bytes, and at most " + std::to_string(limit) + " are taken",
+            "name a shorter file"};
 }
 
 /* Before a byte is read. */
@@ -128,11 +129,18 @@ void addPayload(Json &object, std::string_view bytes) {
 
 void printPayload(Output &out, std::string_view bytes) {
     if (const auto text = textOf(bytes)) {
-        if (!text->empty()) out.line(text->ends_with('\n') ? text->substr(0, text->size() - 1) : *text);
+        if (!text->empty()) out.lines(text->ends_with('\n') ? text->substr(0, text->size() - 1) : *text);
         return;
     }
-    for (std::size_t offset = 0; offset < bytes.size(); offset += kLineBytes)
-        out.line(dumpLine(offset, bytes.substr(offset, kLineBytes)));
+    bool folded = false;
+    for (std::size_t offset = 0; offset < bytes.size(); offset += kLineBytes) {
+        const std::string_view part = bytes.substr(offset, kLineBytes);
+        const bool last = offset + kLineBytes >= bytes.size();
+        const bool repeated = !last && offset > 0 && part == bytes.substr(offset - kLineBytes, kLineBytes);
+        if (repeated && !folded) out.line("*");
+        if (!repeated) out.line(dumpLine(offset, part));
+        folded = repeated;
+    }
 }
 
 }  // namespace vosctl
