@@ -71,7 +71,7 @@ Json describe(const std::vector<LineChange> &changes) {
         lines.push_back({{"where", change.added ? "running" : "saved"},
                          {"savedLine", change.firstLine},
                          {"runningLine", change.secondLine},
-                         {"text", printable(change.text)}});
+                         {"text", change.text}});
     return lines;
 }
 
@@ -137,7 +137,9 @@ void addConfigCommands(CLI::App &app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App *const group = app.add_subcommand("config", "Show, save, compare and delete the saved configuration");
     group->require_subcommand(1);
-    onRun(group->add_subcommand("show", "Print the saved configuration byte for byte"), context, show);
+    CLI::App *const showing = group->add_subcommand("show", "Print the saved configuration byte for byte");
+    addExample(showing, "vosctl config show");
+    onRun(showing, context, show);
 
     CLI::App *const saving = group->add_subcommand("save", "Make a file, or what a process runs with, the saved one");
     CLI::Option *const file = saving->add_option("FILE", arguments->file, "The file; - is standard input");
@@ -154,14 +156,18 @@ void addConfigCommands(CLI::App &app, Context &context) {
     saving->parse_complete_callback([saving] {
         if (saving->count("FILE") == 0 && saving->count("--from") == 0) throw CLI::RequiredError("FILE or --from");
     });
+    addExample(saving, "vosctl config save new.cfg");
+    addExample(saving, "vosctl config save --from oltd");
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
 
     CLI::App *const comparing = group->add_subcommand("diff", "Compare the saved one with what a process runs with");
     addName(comparing, arguments->from);
+    addExample(comparing, "vosctl config diff oltd");
     onRun(comparing, context, [arguments](Output &out) { return diff(out, *arguments); });
 
     CLI::App *const deleting = group->add_subcommand("delete", "Delete it: back to the defaults");
     deleting->add_flag("--yes", arguments->yes, "Do not ask");
+    addExample(deleting, "vosctl config delete");
     onRun(deleting, context, [arguments](Output &out) { return remove(out, *arguments); });
 }
 

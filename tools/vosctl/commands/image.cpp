@@ -97,6 +97,7 @@ void addMake(CLI::App *group, Context &context, const std::shared_ptr<Arguments>
     command->add_option("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
         ->expected(2)
         ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
+    addExample(command, "vosctl image make app.bin new.img --type application");
     onRun(command, context, [arguments](Output &out) { return make(out, *arguments); });
 }
 
@@ -108,12 +109,16 @@ void addInstall(CLI::App *group, Context &context, const std::shared_ptr<Argumen
         ->type_name("TEXT");
     install->add_flag("--yes", arguments->installation.yes, "Do not ask");
     install->add_flag("--outside", arguments->installation.outside, "Apply a package's paths with \"..\" too");
+    addExample(install, "vosctl image install new.img --version 2.0");
     onRun(install, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
 
-    onRun(group->add_subcommand("status", "Tell what is installed, and what the backup is"), context, showInstalled);
+    CLI::App *const status = group->add_subcommand("status", "Tell what is installed, and what the backup is");
+    addExample(status, "vosctl image status");
+    onRun(status, context, showInstalled);
 
     CLI::App *const restore = group->add_subcommand("restore", "Make the backup the application again");
     restore->add_flag("--yes", arguments->installation.yes, "Do not ask");
+    addExample(restore, "vosctl image restore");
     onRun(restore, context, [arguments](Output &out) { return restoreBackup(out, arguments->installation.yes); });
 }
 
@@ -126,6 +131,7 @@ void addImageCommands(CLI::App &app, Context &context) {
 
     CLI::App *const info = group->add_subcommand("info", "Print an image's header");
     info->add_option("FILE", arguments->file, "The image; - is standard input")->required();
+    addExample(info, "vosctl image info new.img");
     onRun(info, context, [arguments](Output &out) {
         return report(out, arguments->file, readImage(arguments->file));
     });
@@ -134,6 +140,7 @@ void addImageCommands(CLI::App &app, Context &context) {
     checked->add_option("FILE", arguments->file, "The image; - is standard input")->required();
     checked->add_option("--type", arguments->type, "The type that it must be of; else its own")
         ->check(CLI::IsMember({"boot", "application", "package"}));
+    addExample(checked, "vosctl image check new.img");
     onRun(checked, context, [arguments](Output &out) { return check(out, *arguments); });
 
     addMake(group, context, arguments);

@@ -77,8 +77,8 @@ int getItems(Output &out, const Arguments &arguments) {
             out.line(alone ? shownValue(item, bytes).text : exportLine(item, bytes));
     }
     out.document(alone ? all[0] : Json{{"items", all}});
-    if (missing.empty() || out.json()) return missing.empty() ? kDone : kFailed;
-    throw Failure("nothing is set for " + missing + ": erased", "set a value with \"vosctl item set\"");
+    if (missing.empty()) return kDone;
+    return failedAfterResults("nothing is set for " + missing + ": erased", "set a value with \"vosctl item set\"");
 }
 
 std::string givenValue(const Item &item, const Arguments &arguments) {
@@ -172,6 +172,8 @@ void addSet(CLI::App *group, Context &context, const std::shared_ptr<Arguments> 
     input->excludes(file);
     set->add_flag("--hex", arguments->hex, "The value is the bytes in hexadecimal")->excludes(file);
     set->parse_complete_callback([set, arguments] { checkSetting(set, *arguments); });
+    addExample(set, "vosctl item set ip-address 192.0.2.10");
+    addExample(set, "vosctl item set admin-password");
     onRun(set, context, [arguments](Output &out) { return setItem(out, *arguments); });
 }
 
@@ -179,6 +181,7 @@ void addErase(CLI::App *group, Context &context, const std::shared_ptr<Arguments
     CLI::App *const erase = group->add_subcommand("erase", "Erase items: all their bytes become 0xFF");
     erase->add_option("ITEM", arguments->several, kItemDescription)->required()->check(isItem());
     erase->add_flag("--yes", arguments->yes, "Do not ask");
+    addExample(erase, "vosctl item erase ztp softflag");
     onRun(erase, context, [arguments](Output &out) { return eraseItems(out, *arguments); });
 }
 
@@ -188,10 +191,14 @@ void addItemCommands(CLI::App &app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App *const group = app.add_subcommand("item", "See and change the items of the data partitions");
     group->require_subcommand(1);
-    onRun(group->add_subcommand("list", "List all items with their values"), context, listItems);
+    CLI::App *const list = group->add_subcommand("list", "List all items with their values");
+    addExample(list, "vosctl item list");
+    onRun(list, context, listItems);
 
     CLI::App *const get = group->add_subcommand("get", "Print items");
     get->add_option("ITEM", arguments->several, kItemDescription)->required()->check(isItem());
+    addExample(get, "vosctl item get ip-address");
+    addExample(get, "vosctl item get ip-address ip-mask");
     onRun(get, context, [arguments](Output &out) { return getItems(out, *arguments); });
 
     addSet(group, context, arguments);
@@ -199,6 +206,7 @@ void addItemCommands(CLI::App &app, Context &context) {
 
     CLI::App *const dump = group->add_subcommand("dump", "Print the bytes of one item or of all, passwords included");
     dump->add_option("ITEM", arguments->item, kItemDescription)->check(isItem());
+    addExample(dump, "vosctl item dump stack");
     onRun(dump, context, [arguments](Output &out) { return dumpItems(out, *arguments); });
 
     addItemFileCommands(group, context);

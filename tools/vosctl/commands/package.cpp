@@ -49,17 +49,16 @@ int list(Output &out, const std::string &file, const std::string &image) {
         const bool permitted = entry.kind == kOemEntry || packagePathPermitted(entry.path);
         const bool outside = climbs(entry.path);
         const char *const operation = entry.remove ? "delete" : "add";
-        const std::string path = printable(entry.path);
         table.add({operation, entryKindName(entry.kind), modeText(entry.mode), entry.data.size(),
-                   Cell{permissionOf(permitted, outside), permitted && !outside ? Style::plain : Style::bad}, path});
+                   Cell{permissionOf(permitted, outside), permitted && !outside ? Style::plain : Style::bad},
+                   entry.path});
         all.push_back({{"operation", operation},
                        {"kind", entryKindName(entry.kind)},
                        {"mode", modeText(entry.mode)},
                        {"bytes", entry.data.size()},
                        {"permitted", permitted},
-                       {"path", path},
-                       {"climbs", outside},
-                       {"hex", hexOf(entry.path)}});
+                       {"path", entry.path},
+                       {"climbs", outside}});
     }
     out.text(table);
     out.document(Json{{"entries", all}});
@@ -145,6 +144,7 @@ void addPackageCommands(CLI::App &app, Context &context) {
 
     CLI::App *const listing = group->add_subcommand("list", "List a package's entries");
     listing->add_option("FILE", arguments->file, "The package; - is standard input")->required();
+    addExample(listing, "vosctl package list new.pkg");
     onRun(listing, context, [arguments](Output &out) {
         return list(out, arguments->file, readImage(arguments->file));
     });
@@ -155,6 +155,7 @@ void addPackageCommands(CLI::App &app, Context &context) {
     making->add_option("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
         ->expected(2)
         ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
+    addExample(making, "vosctl package make new.pkg dir:/app/oem file:/app/oem/logo.png=logo.png oem:1=SN");
     onRun(making, context, [arguments](Output &out) { return make(out, *arguments); });
 
     arguments->installation.packageOnly = true;
@@ -162,6 +163,7 @@ void addPackageCommands(CLI::App &app, Context &context) {
     apply->add_option("FILE", arguments->installation.file, "The package; - is standard input")->required();
     apply->add_flag("--yes", arguments->installation.yes, "Do not ask");
     apply->add_flag("--outside", arguments->installation.outside, "Apply paths with \"..\" too");
+    addExample(apply, "vosctl package apply new.pkg");
     onRun(apply, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
 }
 

@@ -144,11 +144,14 @@ void addCopies(CLI::App *group, Context &context, const std::shared_ptr<Argument
     saving->parse_complete_callback([saving, arguments] {
         if (saving->count("PARTITION") == 0) arguments->partition = "factory";
     });
+    addExample(saving, "vosctl partition save /flash/factory.copy");
+    addExample(saving, "vosctl partition save system.copy system");
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
 
     CLI::App *const restoring = group->add_subcommand("restore", "Put a copy back");
     restoring->add_option("FILE", arguments->file, "A copy; - is standard input")->required();
     restoring->add_flag("--yes", arguments->yes, "Do not ask");
+    addExample(restoring, "vosctl partition restore /flash/factory.copy");
     onRun(restoring, context, [arguments](Output &out) { return restore(out, *arguments); });
 }
 
@@ -161,15 +164,18 @@ void addPartitionCommands(CLI::App &app, Context &context) {
 
     CLI::App *const checked = group->add_subcommand("check", "Tell whether the partitions are valid, and why not");
     addPartition(checked, arguments);
+    addExample(checked, "vosctl partition check");
     onRun(checked, context, [arguments](Output &out) { return check(out, *arguments, false); });
 
     CLI::App *const show = group->add_subcommand("show", "Print the partitions' bytes");
     addPartition(show, arguments);
+    addExample(show, "vosctl partition show system");
     onRun(show, context, [arguments](Output &out) { return check(out, *arguments, true); });
 
     CLI::App *const fresh = group->add_subcommand("init", "Make a fresh partition: all items erased");
     addPartition(fresh, arguments)->required();
     fresh->add_flag("--yes", arguments->yes, "Do not ask");
+    addExample(fresh, "vosctl partition init system");
     onRun(fresh, context, [arguments](Output &out) { return init(out, *arguments); });
 
     addCopies(group, context, arguments);

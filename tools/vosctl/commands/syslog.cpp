@@ -61,10 +61,13 @@ void addSyslogCommands(CLI::App &app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App *const group = app.add_subcommand("syslog", "Show and save the saved syslog");
     group->require_subcommand(1);
-    onRun(group->add_subcommand("show", "Print the saved syslog byte for byte"), context, show);
+    CLI::App *const showing = group->add_subcommand("show", "Print the saved syslog byte for byte");
+    addExample(showing, "vosctl syslog show");
+    onRun(showing, context, show);
     CLI::App *const saving = group->add_subcommand("save", "Make a file the saved syslog");
     saving->add_option("FILE", arguments->file, "The file; - is standard input")->required();
     saving->add_flag("--yes", arguments->yes, "Do not ask");
+    addExample(saving, "vosctl syslog save log.txt");
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
 }
 
