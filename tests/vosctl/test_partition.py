@@ -135,3 +135,14 @@ def test_a_partition_that_is_not_valid_is_not_copied(vosctl, fresh):
     copy = write("/tmp/copy", b"earlier")
     assert "is not valid" in vosctl("partition", "save", copy, "system").failed()
     assert copy.read_bytes() == b"earlier"
+
+
+def test_doctor_says_when_there_is_no_copy_of_the_factory_partition(vosctl, fresh):
+    def told():
+        return next(each for each in vosctl("--json", "doctor").json["checks"] if each["check"] == "factory-copy")
+
+    assert told()["verdict"] == "warning" and "vosctl partition save /flash/factory.copy" in told()["remedy"]
+    vosctl("partition", "save", "/flash/factory.copy").ok()
+    assert told()["verdict"] == "good"
+    write("/flash/factory.copy", b"damaged")
+    assert told()["verdict"] == "warning"
