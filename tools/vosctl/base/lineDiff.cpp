@@ -27,7 +27,7 @@ struct Range {
     [[nodiscard]] bool empty() const { return begin == end; }
 };
 
-using Pair = std::pair<std::size_t, std::size_t>; /* equal lines: index in the first text, and in the second */
+using Match = std::pair<std::size_t, std::size_t>; /* equal lines: index in the first text, and in the second */
 
 class Comparison {
   public:
@@ -42,7 +42,7 @@ class Comparison {
     void compare(Range a, Range b) {
         for (; !a.empty() && !b.empty() && first_[a.begin] == second_[b.begin]; ++a.begin) ++b.begin;
         for (; !a.empty() && !b.empty() && first_[a.end - 1] == second_[b.end - 1]; --a.end) --b.end;
-        const std::vector<Pair> matched = a.empty() || b.empty() ? std::vector<Pair>() : inOrder(uniqueLines(a, b));
+        const std::vector<Match> matched = a.empty() || b.empty() ? std::vector<Match>() : inOrder(uniqueLines(a, b));
         if (matched.empty()) return report(a, b);
         for (const auto &[left, right] : matched) {
             compare({a.begin, left}, {b.begin, right});
@@ -53,7 +53,7 @@ class Comparison {
     }
 
     /* Lines that each range has exactly once, in the order of the first. */
-    [[nodiscard]] std::vector<Pair> uniqueLines(Range a, Range b) const {
+    [[nodiscard]] std::vector<Match> uniqueLines(Range a, Range b) const {
         struct Places {
             std::size_t inFirst = 0, inSecond = 0, first = 0, second = 0;
         };
@@ -68,7 +68,7 @@ class Comparison {
             ++found.inSecond;
             found.second = at;
         }
-        std::vector<Pair> unique;
+        std::vector<Match> unique;
         for (const auto &[line, found] : places)
             if (found.inFirst == 1 && found.inSecond == 1) unique.emplace_back(found.first, found.second);
         std::sort(unique.begin(), unique.end());
@@ -76,7 +76,7 @@ class Comparison {
     }
 
     /* The longest part of the pairs that is in order in the second text too. */
-    static std::vector<Pair> inOrder(const std::vector<Pair> &pairs) {
+    static std::vector<Match> inOrder(const std::vector<Match> &pairs) {
         std::vector<std::size_t> tails; /* of the chains of each length, the pair that ends it the earliest */
         std::vector<std::size_t> before(pairs.size(), pairs.size());
         for (std::size_t at = 0; at < pairs.size(); ++at) {
@@ -88,7 +88,7 @@ class Comparison {
             else
                 *place = at;
         }
-        std::vector<Pair> chain;
+        std::vector<Match> chain;
         for (std::size_t at = tails.empty() ? pairs.size() : tails.back(); at < pairs.size(); at = before[at])
             chain.push_back(pairs[at]);
         std::reverse(chain.begin(), chain.end());

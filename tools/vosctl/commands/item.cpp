@@ -145,7 +145,7 @@ void checkSetting(const CLI::App *set, Arguments &arguments) {
     const bool given = set->count("VALUE") > 0;
     const Item &item = itemOf(arguments.item);
     const bool password = item.secret && item.form == Form::text;
-    arguments.fromInput = set->count("--stdin") > 0 || (password && !given && !arguments.fromFile);
+    arguments.fromInput = arguments.fromInput || (password && !given && !arguments.fromFile);
     if (!given && !arguments.fromFile && !arguments.fromInput) throw CLI::RequiredError("VALUE, --file or --stdin");
     if (!given) return;
     try {
@@ -168,7 +168,7 @@ void addSet(CLI::App *group, Context &context, const std::shared_ptr<Arguments> 
         set->add_option("--file", arguments->file, "Take the bytes from a file; - is standard input")->excludes(value);
     file->type_name("FILE");
     CLI::Option *const input =
-        set->add_flag("--stdin", "Take the value from standard input; a terminal does not show it")->excludes(value);
+        set->add_flag("--stdin", arguments->fromInput, "Take the value from standard input; a terminal does not show it")->excludes(value);
     input->excludes(file);
     set->add_flag("--hex", arguments->hex, "The value is the bytes in hexadecimal")->excludes(file);
     set->parse_complete_callback([set, arguments] { checkSetting(set, *arguments); });
