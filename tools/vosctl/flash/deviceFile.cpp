@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <limits>
 #include <map>
@@ -81,6 +82,17 @@ std::string readAll(const Fd &file, const std::string &path, uint64_t size) {
     return content;
 }
 
+/* Another program holds a lock for the moment of a read or write; that is not worth a word. */
+bool isFreeSoon(const Fd &file, int how) {
+    constexpr timespec kPause{0, 20'000'000};
+    constexpr int kTries = 25; /* half a second */
+    for (int tries = 0; tries < kTries; ++tries) {
+        if (flock(file.get(), how | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
+        nanosleep(&kPause, nullptr);
+    }
+    return false;
+}
+
 bool writeAll(const Fd &file, std::string_view rest) {
     while (!rest.empty()) {
         const ssize_t count = write(file.get(), rest.data(), rest.size());
@@ -102,7 +114,7 @@ void requireRegularFile(const std::string &path) {
 
 void awaitLock(const std::string &path, int how) {
     const Fd file{open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
-    if (!file || flock(file.get(), how | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;
+    if (!file || isFreeSoon(file, how)) return;
     fprintf(stderr, "vosctl: waiting for %s, which another program has locked; Ctrl-C ends the waiting\n",
             printable(path).c_str());
     while (flock(file.get(), how) != 0 && errno == EINTR) continue;
