@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Loaded before the library. With REFUSAL set, the check of an image answers with that code. With SIGNAL set, the process
- * gets that signal at the moment at which a file it writes is empty. */
+/* Loaded before the library. With REFUSAL set, the check of an image answers with that code. With SIGNAL set, the
+ * process gets that signal at the moment at which a file it writes is empty. */
 #define _GNU_SOURCE /* NOLINT(bugprone-reserved-identifier): for RTLD_NEXT */
 #include <dlfcn.h>
 #include <signal.h>

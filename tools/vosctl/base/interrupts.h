@@ -30,8 +30,9 @@ class Interrupts {
 };
 
 /* While it lives no signal ends or stops the tool, except those that no program can hold: what a command has begun to
- * write it finishes or puts back. A signal that came meanwhile is named on standard error at the end, and then acts. When a
- * Failure ends the block, the signals stay held: the tool ends by that failure, and its message and status come first. */
+ * write it finishes or puts back. A signal that came meanwhile is named on standard error at the end, and then acts.
+ * When a Failure ends the block, the signals stay held: the tool ends by that failure, and its message and status come
+ * first. */
 class HeldSignals {
   public:
     /* What is being done, as "the configuration was being saved". */

@@ -80,8 +80,9 @@ class Comparison {
         std::vector<std::size_t> tails; /* of the chains of each length, the pair that ends it the earliest */
         std::vector<std::size_t> before(pairs.size(), pairs.size());
         for (std::size_t at = 0; at < pairs.size(); ++at) {
-            const auto place = std::lower_bound(tails.begin(), tails.end(), pairs[at].second,
-                                                [&](std::size_t tail, std::size_t line) { return pairs[tail].second < line; });
+            const auto place =
+                std::lower_bound(tails.begin(), tails.end(), pairs[at].second,
+                                 [&](std::size_t tail, std::size_t line) { return pairs[tail].second < line; });
             if (place != tails.begin()) before[at] = *(place - 1);
             if (place == tails.end())
                 tails.push_back(at);

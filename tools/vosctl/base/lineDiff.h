@@ -17,8 +17,8 @@ struct LineChange {
 };
 
 /* Empty when the texts are equal. Lines that are in each text once are matched first, then what is between them; so the
- * result is right for every input, and short for texts that people write. A missing line end at the end of a text counts
- * as a difference of its last line. */
+ * result is right for every input, and short for texts that people write. A missing line end at the end of a text
+ * counts as a difference of its last line. */
 std::vector<LineChange> changedLines(std::string_view first, std::string_view second);
 
 }  // namespace vosctl

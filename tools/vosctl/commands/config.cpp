@@ -44,14 +44,16 @@ int show(Output &out) {
 void requireContent(const std::string &content, const Arguments &arguments) {
     if (!content.empty() || arguments.empty) return;
     const std::string from = arguments.from.empty() ? arguments.file : arguments.from;
-    throw Failure("the configuration of " + (from == "-" ? "standard input" : from) + " is empty, and nothing was changed",
-                  "see where it comes from, or say --empty if an empty one is wanted");
+    throw Failure(
+        "the configuration of " + (from == "-" ? "standard input" : from) + " is empty, and nothing was changed",
+        "see where it comes from, or say --empty if an empty one is wanted");
 }
 
 int save(Output &out, const Arguments &arguments) {
     const DeviceFile before{szVosCfgFileName};
-    const std::string content =
-        arguments.from.empty() ? readWhole(arguments.file, std::min(before.room(), kLongestFile)) : runningConfiguration(arguments.from);
+    const std::string content = arguments.from.empty()
+                                    ? readWhole(arguments.file, std::min(before.room(), kLongestFile))
+                                    : runningConfiguration(arguments.from);
     requireContent(content, arguments);
     before.requireTakes(content.size());
     if (before.content())
@@ -79,8 +81,8 @@ Json describe(const std::vector<LineChange> &changes) {
 void print(Output &out, const std::vector<LineChange> &changes) {
     const LineChange *last = nullptr;
     for (const LineChange &change : changes) {
-        const bool adjoins = last != nullptr && change.firstLine - last->firstLine <= 1 &&
-                             change.secondLine - last->secondLine <= 1;
+        const bool adjoins =
+            last != nullptr && change.firstLine - last->firstLine <= 1 && change.secondLine - last->secondLine <= 1;
         if (!adjoins)
             out.line("@@ saved line " + std::to_string(change.firstLine) + ", running line " +
                          std::to_string(change.secondLine) + " @@",
@@ -94,7 +96,8 @@ int diff(Output &out, const Arguments &arguments) {
     const std::string before = saved();
     const std::string running = runningConfiguration(arguments.from);
     const std::vector<LineChange> changes = changedLines(before, running);
-    out.document(Json{{"name", arguments.from}, {"path", szVosCfgFileName}, {"same", changes.empty()}, {"lines", describe(changes)}});
+    out.document(Json{
+        {"name", arguments.from}, {"path", szVosCfgFileName}, {"same", changes.empty()}, {"lines", describe(changes)}});
     if (!changes.empty()) {
         out.line(std::string("--- ") + szVosCfgFileName + " (saved)", Style::heading);
         out.line("+++ " + printable(arguments.from) + " (running)", Style::heading);

@@ -25,8 +25,8 @@ constexpr std::array<uint16_t, 256> effects() {
 }
 constexpr auto kEffects = effects();
 
-/* The library computes the checksum of the partitions over bytes that are all in memory. This goes on part by part, with
- * the same 32-bit register, whose upper half holds what was shifted out. */
+/* The library computes the checksum of the partitions over bytes that are all in memory. This goes on part by part,
+ * with the same 32-bit register, whose upper half holds what was shifted out. */
 uint32_t partitionChecksum(uint32_t sum, std::string_view part) {
     for (const char byte : part) sum = (sum << 8) ^ kEffects[static_cast<unsigned char>(byte) ^ (sum >> 8 & 0xFF)];
     return sum;

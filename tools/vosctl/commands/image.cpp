@@ -72,7 +72,8 @@ int check(Output &out, const Arguments &arguments) {
                       {"reason", accepted ? Json(nullptr) : Json(refusal.reason)},
                       {"nextStep", accepted ? Json(nullptr) : Json(refusal.nextStep)}});
     out.line(
-        printable(arguments.file) + (accepted ? " fits this device" : " is refused: " + printable(refusal.reason + "; " + refusal.nextStep)),
+        printable(arguments.file) +
+            (accepted ? " fits this device" : " is refused: " + printable(refusal.reason + "; " + refusal.nextStep)),
         accepted ? Style::good : Style::bad);
     return accepted ? kDone : kFailed;
 }
@@ -132,9 +133,7 @@ void addImageCommands(CLI::App &app, Context &context) {
     CLI::App *const info = group->add_subcommand("info", "Print an image's header");
     info->add_option("FILE", arguments->file, "The image; - is standard input")->required();
     addExample(info, "vosctl image info new.img");
-    onRun(info, context, [arguments](Output &out) {
-        return report(out, arguments->file, readImage(arguments->file));
-    });
+    onRun(info, context, [arguments](Output &out) { return report(out, arguments->file, readImage(arguments->file)); });
 
     CLI::App *const checked = group->add_subcommand("check", "Tell whether the device accepts an image, and why not");
     checked->add_option("FILE", arguments->file, "The image; - is standard input")->required();

@@ -23,7 +23,8 @@ bool below() { return !devicePath("").empty(); }
 /* The library names files of a package from the machine's root. */
 void requireReach(const std::vector<PackageEntry> &entries, const std::string &file) {
     if (!below()) return;
-    if (std::any_of(entries.begin(), entries.end(), [](const PackageEntry &entry) { return entry.kind != kOemEntry; })) {
+    if (std::any_of(entries.begin(), entries.end(),
+                    [](const PackageEntry &entry) { return entry.kind != kOemEntry; })) {
         throw Failure(
             "the files of " + file + " have absolute paths and would change this machine, not " + devicePath(""),
             "apply it on the device itself");

@@ -92,10 +92,9 @@ int setItem(Output &out, const Arguments &arguments) {
     const Item &item = itemOf(arguments.item);
     const std::string bytes = givenValue(item, arguments);
     if (bytes.size() != item.size)
-        throw Failure("the value does not fit " + std::string(item.name) + ": it has " + std::to_string(bytes.size()) +
-                          " bytes",
-                      "give exactly " + std::to_string(item.size) + " bytes" +
-                          (arguments.hex ? " in hexadecimal" : ""));
+        throw Failure(
+            "the value does not fit " + std::string(item.name) + ": it has " + std::to_string(bytes.size()) + " bytes",
+            "give exactly " + std::to_string(item.size) + " bytes" + (arguments.hex ? " in hexadecimal" : ""));
     writeItems({{&item, bytes}}, item.name);
     out.line(std::string(item.name) + (item.secret ? " is set" : " is " + shownValue(item, bytes).text));
     out.document(describe(item, bytes, !item.secret));
@@ -108,7 +107,8 @@ int eraseItems(Output &out, const Arguments &arguments) {
     Json all = Json::array();
     for (const std::string &name : arguments.several) {
         const Item &item = itemOf(name);
-        if (std::any_of(values.begin(), values.end(), [&](const ItemValue &one) { return one.item == &item; })) continue;
+        if (std::any_of(values.begin(), values.end(), [&](const ItemValue &one) { return one.item == &item; }))
+            continue;
         values.push_back({&item, std::string(item.size, '\xFF')});
         names += (names.empty() ? "" : " and ") + std::string(item.name);
         all.push_back(item.name);
@@ -167,8 +167,9 @@ void addSet(CLI::App *group, Context &context, const std::shared_ptr<Arguments> 
     CLI::Option *const file =
         set->add_option("--file", arguments->file, "Take the bytes from a file; - is standard input")->excludes(value);
     file->type_name("FILE");
-    CLI::Option *const input =
-        set->add_flag("--stdin", arguments->fromInput, "Take the value from standard input; a terminal does not show it")->excludes(value);
+    CLI::Option *const input = set->add_flag("--stdin", arguments->fromInput,
+                                             "Take the value from standard input; a terminal does not show it")
+                                   ->excludes(value);
     input->excludes(file);
     set->add_flag("--hex", arguments->hex, "The value is the bytes in hexadecimal")->excludes(file);
     set->parse_complete_callback([set, arguments] { checkSetting(set, *arguments); });

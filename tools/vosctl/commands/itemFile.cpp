@@ -45,9 +45,10 @@ int importItems(Output &out, const Arguments &arguments) {
 }  // namespace
 
 Json describe(const Item &item, const std::string &bytes, bool secrets) {
-    Json object{{"number", item.number},           {"name", item.name},         {"constant", item.constant},
-                {"partition", partitionName(item)}, {"form", nameOf(item.form)}, {"size", item.size},
-                {"limit", limitOf(item)},          {"erased", erased(bytes)}};
+    Json object{{"number", item.number},     {"name", item.name},
+                {"constant", item.constant}, {"partition", partitionName(item)},
+                {"form", nameOf(item.form)}, {"size", item.size},
+                {"limit", limitOf(item)},    {"erased", erased(bytes)}};
     const bool shown = secrets || !item.secret;
     object["value"] = shown && !erased(bytes) ? shownValue(item, bytes).value : Json(nullptr);
     object["hex"] = shown ? Json(hexOf(bytes)) : Json(nullptr);

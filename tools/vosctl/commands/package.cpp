@@ -43,7 +43,12 @@ int list(Output &out, const std::string &file, const std::string &image) {
     if (header.type != kPackage)
         throw Failure(file + " is no package but an image of type " + imageTypeName(header.type),
                       "see it with \"vosctl image info\"");
-    Table table({{"operation", "OPERATION"}, {"kind", "KIND"}, {"mode", "MODE"}, {"bytes", "BYTES", Align::right}, {"permitted", "PERMITTED"}, {"path", "PATH"}});
+    Table table({{"operation", "OPERATION"},
+                 {"kind", "KIND"},
+                 {"mode", "MODE"},
+                 {"bytes", "BYTES", Align::right},
+                 {"permitted", "PERMITTED"},
+                 {"path", "PATH"}});
     Json all = Json::array();
     for (const PackageEntry &entry : packageEntriesOf(header.payload, file)) {
         const bool permitted = entry.kind == kOemEntry || packagePathPermitted(entry.path);
@@ -145,9 +150,8 @@ void addPackageCommands(CLI::App &app, Context &context) {
     CLI::App *const listing = group->add_subcommand("list", "List a package's entries");
     listing->add_option("FILE", arguments->file, "The package; - is standard input")->required();
     addExample(listing, "vosctl package list new.pkg");
-    onRun(listing, context, [arguments](Output &out) {
-        return list(out, arguments->file, readImage(arguments->file));
-    });
+    onRun(listing, context,
+          [arguments](Output &out) { return list(out, arguments->file, readImage(arguments->file)); });
 
     CLI::App *const making = group->add_subcommand("make", "Make a package");
     making->add_option("FILE", arguments->file, "The file to write; - is standard output")->required();

@@ -123,8 +123,8 @@ const Partition &partitionOfCopy(const std::string &bytes, const std::string &fi
 int restore(Output &out, const Arguments &arguments) {
     const std::string bytes = readWhole(arguments.file, partitionOf(true).bytes());
     const Partition &partition = partitionOfCopy(bytes, arguments.file);
-    confirm(std::string("The ") + partition.name + " partition " + *partition.path + " will be what " +
-                arguments.file + " holds. Go on?",
+    confirm(std::string("The ") + partition.name + " partition " + *partition.path + " will be what " + arguments.file +
+                " holds. Go on?",
             arguments.yes);
     replacePartition(partition, bytes);
     requireValid(partition);

@@ -37,8 +37,7 @@ void keepBackup(const ApplicationFiles &before) {
     const std::string now = before.putBack();
     throw Failure("nothing was installed: " + before.application().path() + " could not be kept whole as " +
                       backupPath() + ": " + why + now,
-                  "see that its directory can be written, or remove " + versionPath() +
-                      " to install without a backup");
+                  "see that its directory can be written, or remove " + versionPath() + " to install without a backup");
 }
 
 void writeApplication(const ApplicationFiles &before, const NewApplication &wanted) {

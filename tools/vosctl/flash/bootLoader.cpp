@@ -25,9 +25,9 @@ namespace {
 Fd openDevice() {
     Fd device{open(szBootLoaderFileName, O_RDWR | O_NONBLOCK | O_CLOEXEC)};
     if (!device)
-        throw Failure(std::string(szBootLoaderFileName) + " cannot be written: " + strerror(errno) +
-                          ", and nothing was changed",
-                      "see that the board has this device, and run it as root");
+        throw Failure(
+            std::string(szBootLoaderFileName) + " cannot be written: " + strerror(errno) + ", and nothing was changed",
+            "see that the board has this device, and run it as root");
     struct stat status {};
     fstat(device.get(), &status);
     if (!S_ISBLK(status.st_mode) && !S_ISREG(status.st_mode))

@@ -14,8 +14,8 @@
 
 namespace vosctl {
 
-/* Throws a Failure when the path names something that is not a regular file: a FIFO would be waited for, a device has no
- * end. A path under which nothing is found is fine. */
+/* Throws a Failure when the path names something that is not a regular file: a FIFO would be waited for, a device has
+ * no end. A path under which nothing is found is fine. */
 void requireRegularFile(const std::string &path);
 
 /* The whole file, read under a shared lock; nothing when there is none. Throws a Failure when it cannot be read or has
@@ -32,8 +32,8 @@ struct Need {
     uint64_t bytes = 0;
 };
 
-/* Throws a Failure when the files have no room on their file systems, all of them together. What the files at these paths
- * occupy now counts as free. Where a file system does not tell, nothing is refused. */
+/* Throws a Failure when the files have no room on their file systems, all of them together. What the files at these
+ * paths occupy now counts as free. Where a file system does not tell, nothing is refused. */
 void requireRoomFor(const std::vector<Need> &needs);
 
 /* Throws a Failure when the file cannot be written, or could not be created. Nothing is changed. */

@@ -102,8 +102,9 @@ Compatibility installedCompatibility() {
     std::string header(kImageHeaderBytes, '\0');
     const int32_t count = vosFileRead(szAppFileName, header.data(), lengthOf(header));
     if (count != static_cast<int32_t>(header.size()))
-        throw Failure(std::string("there is no application image at ") + szAppFileName + " to compare with",
-                      "put the backup back with \"vosctl image restore\", or the first image there by hand, made with --compat");
+        throw Failure(
+            std::string("there is no application image at ") + szAppFileName + " to compare with",
+            "put the backup back with \"vosctl image restore\", or the first image there by hand, made with --compat");
     return {networkWord(header, 4), networkWord(header, 8)};
 }
 

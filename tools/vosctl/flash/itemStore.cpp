@@ -15,15 +15,16 @@ namespace vosctl {
 
 namespace {
 
-/* What the partition holds for a value: of the stacking settings the validity word too, and of the flags an upper half of
- * zeros. An erased item is erased to its end. */
+/* What the partition holds for a value: of the stacking settings the validity word too, and of the flags an upper half
+ * of zeros. An erased item is erased to its end. */
 std::string stored(const ItemValue &value) {
     constexpr uint32_t kValid = VOS_STACK_VALID_MAGIC;
     const bool isErased = erased(value.bytes);
     std::string bytes = value.bytes;
     if (value.item->number == BSP_SOFTFLAG) bytes.append(4, isErased ? '\xFF' : '\0');
     if (value.item->number == BSP_STACK && isErased) bytes.append(4, '\xFF');
-    if (value.item->number == BSP_STACK && !isErased) bytes.append(reinterpret_cast<const char *>(&kValid), sizeof kValid);
+    if (value.item->number == BSP_STACK && !isErased)
+        bytes.append(reinterpret_cast<const char *>(&kValid), sizeof kValid);
     return bytes;
 }
 
@@ -77,8 +78,9 @@ void writeItems(const std::vector<ItemValue> &values, const std::string &what) {
         const std::string name = rewrite.partition.name;
         throw Failure(what + " could not be written to " + *rewrite.partition.path + ": " + why + ", and " +
                           (lost.empty() ? "all is as it was" : lost),
-                      lost.empty() ? "see that the flash can be written and is not worn out"
-                                   : "see \"vosctl partition check\"; put a copy back with \"vosctl partition restore FILE\"");
+                      lost.empty()
+                          ? "see that the flash can be written and is not worn out"
+                          : "see \"vosctl partition check\"; put a copy back with \"vosctl partition restore FILE\"");
     }
 }
 

@@ -39,8 +39,8 @@ const char *nameOf(Form form);
 /* What fits the item, in words. */
 std::string limitOf(const Item &item);
 
-/* The value for people: as JSON, and as text. A text item with bytes that cannot be printed has none: JSON gets null, and
- * the text shows those bytes as \xHH. */
+/* The value for people: as JSON, and as text. A text item with bytes that cannot be printed has none: JSON gets null,
+ * and the text shows those bytes as \xHH. */
 Cell shownValue(const Item &item, std::string_view bytes);
 
 /* The bytes of a human form. Throws a Failure that names the limit. */
@@ -57,8 +57,8 @@ struct ItemValue {
     std::string bytes;
 };
 
-/* The items of such lines; empty ones and those that begin with # are left out. Throws a Failure that names the first line
- * that is wrong. */
+/* The items of such lines; empty ones and those that begin with # are left out. Throws a Failure that names the first
+ * line that is wrong. */
 std::vector<ItemValue> parseItemLines(std::string_view text, const std::string &file);
 
 }  // namespace vosctl

@@ -23,7 +23,7 @@ namespace {
     const int error = errno;
     throw Failure(path + " cannot be " + what + ": " + strerror(error),
                   error == ENOSPC || error == EFBIG || error == EDQUOT ? "make room and run it again"
-                                                                      : "name a file that can be written");
+                                                                       : "name a file that can be written");
 }
 
 void writeAll(const Fd &file, const std::string &path, std::string_view rest) {

@@ -14,16 +14,17 @@ namespace vosctl {
 /* Whether the path means standard output: "-" or /dev/stdout. */
 bool isStandardOutput(const std::string &path);
 
-/* Makes the bytes the content of a file: written beside it and renamed, so that the earlier file is whole until the new one
- * is. An earlier file keeps its permissions, and a link is followed; a new file gets the mode, less the umask. What is no
- * regular file, such as a device, is written to. "-" is standard output. Throws a Failure; then nothing was changed. */
+/* Makes the bytes the content of a file: written beside it and renamed, so that the earlier file is whole until the new
+ * one is. An earlier file keeps its permissions, and a link is followed; a new file gets the mode, less the umask. What
+ * is no regular file, such as a device, is written to. "-" is standard output. Throws a Failure; then nothing was
+ * changed. */
 void storeFile(Output &out, const std::string &path, std::string_view bytes, unsigned mode = 0666);
 
 /* Where a link leads to; the path itself when it is none. */
 std::string resolved(const std::string &path);
 
-/* A file beside another one, empty, with that one's permissions and owner, or the mode when there is no such file. It is
- * removed unless it has taken that one's place. Throws a Failure. */
+/* A file beside another one, empty, with that one's permissions and owner, or the mode when there is no such file. It
+ * is removed unless it has taken that one's place. Throws a Failure. */
 class Beside {
   public:
     /* The name ends with .new, or with six characters of its own where others may write to the directory. */

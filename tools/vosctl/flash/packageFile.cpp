@@ -66,8 +66,8 @@ void requireApplicable(const std::vector<PackageEntry> &entries, const std::stri
         const PackageEntry &entry = entries[index];
         const std::string where = entryName(entries, index, file);
         if (entry.kind > kOemEntry)
-            throw FaultyPackage(VOS_ERR_ENTRY_KIND, where + " is of a kind that the device does not know: " +
-                                                        std::to_string(entry.kind));
+            throw FaultyPackage(VOS_ERR_ENTRY_KIND,
+                                where + " is of a kind that the device does not know: " + std::to_string(entry.kind));
         if (entry.kind != kOemEntry && !packagePathPermitted(entry.path))
             throw FaultyPackage(VOS_ERROR, where + " has a path that the device refuses");
         if (entry.kind == kOemEntry && oemRecordsOf(entry).empty())
@@ -112,8 +112,6 @@ bool packagePathPermitted(const std::string &path) {
     return path.starts_with("/app/preZEB.sh") || path.starts_with("/app/oem");
 }
 
-bool climbs(const std::string &path) {
-    return ("/" + path + "/").find("/../") != std::string::npos;
-}
+bool climbs(const std::string &path) { return ("/" + path + "/").find("/../") != std::string::npos; }
 
 }  // namespace vosctl

@@ -63,11 +63,12 @@ struct BodyChange {
 /* A partition that is being changed: locked against every other program, and whole. */
 class PartitionChange {
   public:
-    /* Waits for the lock. Throws a Failure when the partition cannot be written or is not valid; nothing was changed. */
+    /* Waits for the lock. Throws a Failure when the partition cannot be written or is not valid; nothing was changed.
+     */
     explicit PartitionChange(const Partition &partition);
 
-    /* Rewrites the partition in place, once, flushes it and reads it back. Returns why that was not possible; empty when
-     * it was. */
+    /* Rewrites the partition in place, once, flushes it and reads it back. Returns why that was not possible; empty
+     * when it was. */
     [[nodiscard]] std::string write(const std::vector<BodyChange> &changes) const;
 
     /* Makes it what it was. Returns false when that was not possible. */
@@ -81,8 +82,8 @@ class PartitionChange {
     std::string before_;
 };
 
-/* Makes a fresh partition beside the old one; it takes its place when it is whole. Throws a Failure; then the old one is as
- * it was. */
+/* Makes a fresh partition beside the old one; it takes its place when it is whole. Throws a Failure; then the old one
+ * is as it was. */
 void makeFresh(const Partition &partition);
 
 /* Makes these bytes the partition in the same way. */

@@ -45,9 +45,10 @@ Fd openLocked(const char *path) {
         Fd file{open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC)};
         if (!file)
             throw Failure(std::string(path) + " cannot be written: " + strerror(errno) + ", and nothing was changed",
-                          errno == ENOENT ? "make the partition with \"vosctl partition init\""
-                                          : "see that the file system is mounted writable, and run it as a user who may "
-                                            "write there, such as root");
+                          errno == ENOENT
+                              ? "make the partition with \"vosctl partition init\""
+                              : "see that the file system is mounted writable, and run it as a user who may "
+                                "write there, such as root");
         awaitLock(path, LOCK_EX);
         while (flock(file.get(), LOCK_EX) != 0 && errno == EINTR) continue;
         if (isStillAt(file, path)) return file;
@@ -96,9 +97,7 @@ std::string makeAt(const Partition &partition, const std::string &path) {
 }  // namespace
 
 PartitionChange::PartitionChange(const Partition &partition)
-    : partition_(partition),
-      file_(openLocked(*partition.path)),
-      before_(readWholePartition(file_, partition.bytes())) {
+    : partition_(partition), file_(openLocked(*partition.path)), before_(readWholePartition(file_, partition.bytes())) {
     const PartitionState state = stateOfBytes(partition, before_);
     if (state.valid()) return;
     throw Failure(std::string("the ") + partition.name + " partition " + *partition.path +
