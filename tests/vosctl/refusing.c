@@ -5,16 +5,23 @@
 #include <dlfcn.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vosFile.h>
 
+/* Copied, because C knows no cast from an object's address to a function's. */
+static void find(const char *name, void *function) {
+    void *const found = dlsym(RTLD_NEXT, name);
+    memcpy(function, &found, sizeof found);
+}
+
 int32_t vosFileImageCheck(uint32_t ulType, const uint8_t *pBuf, uint32_t ulBufLen) {
     const char *const code = getenv("REFUSAL");
     if (code != NULL) return (int32_t)strtol(code, NULL, 10);
-    int32_t (*const real)(uint32_t, const uint8_t *, uint32_t) =
-        (int32_t(*)(uint32_t, const uint8_t *, uint32_t))dlsym(RTLD_NEXT, "vosFileImageCheck");
+    int32_t (*real)(uint32_t, const uint8_t *, uint32_t) = NULL;
+    find("vosFileImageCheck", &real);
     return real(ulType, pBuf, ulBufLen);
 }
 
@@ -26,13 +33,15 @@ static void signalWhereEmpty(int fd) {
 }
 
 int flock(int fd, int operation) {
-    int (*const real)(int, int) = (int (*)(int, int))dlsym(RTLD_NEXT, "flock");
+    int (*real)(int, int) = NULL;
+    find("flock", &real);
     if (operation == LOCK_EX) signalWhereEmpty(fd);
     return real(fd, operation);
 }
 
 int ftruncate(int fd, off_t length) {
-    int (*const real)(int, off_t) = (int (*)(int, off_t))dlsym(RTLD_NEXT, "ftruncate");
+    int (*real)(int, off_t) = NULL;
+    find("ftruncate", &real);
     const int result = real(fd, length);
     signalWhereEmpty(fd);
     return result;
