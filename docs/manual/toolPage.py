@@ -19,7 +19,7 @@ PAGES = {"Running processes": ("vosctl-processes", "see, ask and control running
          "What is saved on flash": ("vosctl-flash", "see and change what is saved on flash"),
          "Images and packages": ("vosctl-images", "make, check and install images and packages"),
          "This machine and vosctl itself": ("vosctl-machine", "look at this machine, and at vosctl itself")}
-GENERAL = ["What is shown", "Limits", "Completion"]  # of the description of vosctl(1)
+GENERAL = ["What is shown", "Limits", "What is written", "Completion"]  # of the description of vosctl(1)
 
 
 def plain(text):

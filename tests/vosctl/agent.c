@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* A process for vosctl to look at: agent NAME [MODE]. Modes: mute (never receives), plain (no handlers), silent
- * (receives and does not answer). Messages to thread channel 3 are answered with "thread". It prints "ready" when it can be
- * reached. */
+ * (receives and does not answer). Messages to thread channel 3 are answered with "thread". It prints "ready" when it
+ * can be reached. */
 #include <errno.h>
 #include <pthread.h>
 #include <stdio.h>

@@ -30,6 +30,7 @@ Finding checkFlash();
 Finding checkApp();
 Finding checkSystemPartition();
 Finding checkFactoryPartition();
+Finding checkFactoryCopy();
 Finding checkTerminals();
 Finding checkUptime();
 

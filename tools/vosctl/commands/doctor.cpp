@@ -30,6 +30,7 @@ constexpr Check kChecks[] = {
     {checkApp, Matters::onDevice, true},
     {checkSystemPartition},
     {checkFactoryPartition},
+    {checkFactoryCopy},
     {checkTerminals},
     {checkUptime},
 };
