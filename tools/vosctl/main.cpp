@@ -177,12 +177,16 @@ std::set<std::string> knownWords(const CLI::App &command, bool options) {
     return known;
 }
 
+bool isUnexpected(const CLI::ParseError &error) {
+    return error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+}
+
 /* What the parser did not expect. Behind a command it tells that in its message alone. */
 std::vector<std::string> unknownWords(const CLI::App &app, const CLI::ParseError &error) {
     std::vector<std::string> unknown = app.remaining(true);
     const std::string text = error.what();
     const std::size_t colon = text.find(": ");
-    if (!unknown.empty() || error.get_name() != "ExtrasError" || colon == std::string::npos) return unknown;
+    if (!unknown.empty() || !isUnexpected(error) || colon == std::string::npos) return unknown;
     const std::string words = text.substr(colon + 2);
     return {words.starts_with('-') ? words.substr(0, words.find(' ')) : words};
 }
@@ -194,7 +198,7 @@ int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
     const CLI::App &named = deepest(app);
     const std::vector<std::string> unknown = unknownWords(app, error);
     const bool noCommand = error.get_name() == "RequiredError" && named.get_require_subcommand_min() > 0;
-    const bool unexpected = error.get_name() == "ExtrasError" || (noCommand && !unknown.empty());
+    const bool unexpected = isUnexpected(error) || (noCommand && !unknown.empty());
     const bool isOption = !unknown.empty() && unknown.front().starts_with('-');
     std::string what = error.what();
     std::string guess;
