@@ -8,6 +8,7 @@ set -euo pipefail
 expect() { # WANTED GOT
     [ "$1" = "$2" ] || { echo "wanted \"$1\", got \"$2\"" >&2; exit 1; }
 }
+trap 'kill "$greeter" 2>/dev/null || true' EXIT
 ask() { vosctl send greeter "$@" | sed -n 's/^text  *//p'; }
 start() {
     tutorial-5 >>/tmp/greeter.log &
