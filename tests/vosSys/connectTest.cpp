@@ -4,9 +4,11 @@
 #include <net/route.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 #include <array>
+#include <csignal>
 #include <cstring>
 
 #include "sockets.h"
@@ -125,19 +127,84 @@ TEST(ConnectWithTimeout, AnUnreachableAddressIsGivenUpAfterItsTimeNonBlocking) {
     EXPECT_EQ(outcome.output, "");
 }
 
-TEST(ConnectWithTimeout, ADescriptorThatNoSetHoldsIsNotWaitedFor) {
+TEST(ConnectWithTimeout, ADescriptorOfAnyNumberIsWaitedFor) {
     run([] {
         const rlimit many{4096, 4096};
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
         Address server;
         listeningOn(server);
-        for (const int fd : {FD_SETSIZE - 1, FD_SETSIZE, 4095}) {
+        Address nobody = closedPort();
+        for (const int fd : {FD_SETSIZE - 1, FD_SETSIZE, FD_SETSIZE + 63, FD_SETSIZE + 64, 4095}) {
             ASSERT_EQ(dup2(socket(AF_INET, SOCK_STREAM, 0), fd), fd);
             timeval timeout{5, 0};
-            const bool fits = fd < FD_SETSIZE;
-            EXPECT_EQ(vosConnectWithTimeout(fd, server.get(), Address::size, &timeout), fits ? 0 : -1);
-            EXPECT_EQ(nonBlocking(fd), !fits);
+            EXPECT_EQ(vosConnectWithTimeout(fd, server.get(), Address::size, &timeout), 0) << fd;
+            EXPECT_FALSE(nonBlocking(fd));
+            ASSERT_EQ(dup2(socket(AF_INET, SOCK_STREAM, 0), fd), fd);
+            EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+            EXPECT_EQ(errno, ECONNREFUSED);
         }
+        EXPECT_EQ(Faults::liveBlocks(), 0);
+    });
+}
+
+TEST(ConnectWithTimeout, ALargeDescriptorWithoutMemoryForItsSetIsAFailure) {
+    run([] {
+        const rlimit many{4096, 4096};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
+        Address server;
+        listeningOn(server);
+        ASSERT_EQ(dup2(socket(AF_INET, SOCK_STREAM, 0), 4000), 4000);
+        Faults::arm({.call = "calloc"});
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(4000, server.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, ENOMEM);
+        EXPECT_TRUE(Faults::disarm());
+        EXPECT_TRUE(nonBlocking(4000));
+    });
+}
+
+TEST(ConnectWithTimeout, ErrnoTellsWhyItFailed) {
+    run([] {
+        Address nobody = closedPort();
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, ECONNREFUSED);
+
+        Address silent = unreachable();
+        timeval shortly{0, 1000};
+        EXPECT_EQ(vosConnectWithTimeout(socket(AF_INET, SOCK_STREAM, 0), silent.get(), Address::size, &shortly), -1);
+        EXPECT_EQ(errno, ETIMEDOUT);
+
+        EXPECT_EQ(vosConnectWithTimeout(-1, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, EBADF);
+    });
+}
+
+TEST(ConnectWithTimeout, ASignalHandlerEndsTheWait) {
+    run([] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval again{{0, 50'000}, {0, 50'000}};
+        Address silent = unreachable();
+        setitimer(ITIMER_REAL, &again, nullptr);
+        timeval timeout{60, 0};
+        EXPECT_EQ(vosConnectWithTimeout(socket(AF_INET, SOCK_STREAM, 0), silent.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, EINTR);
+    });
+}
+
+TEST(ConnectWithTimeout, TheReasonOfAFailedQuerySurvivesTheLine) {
+    run([] {
+        Address server;
+        listeningOn(server);
+        close(STDOUT_FILENO);
+        Faults::arm({.call = "getsockopt", .error = ENOBUFS});
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(socket(AF_INET, SOCK_STREAM, 0), server.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, ENOBUFS);
+        EXPECT_TRUE(Faults::disarm());
     });
 }
 

@@ -158,6 +158,18 @@ bool inBackgroundOf(const StandardInputTerminal &terminal, const std::function<v
     _exit(waited && status == 0 ? 0 : 1);
 }
 
+/* In place of a shell, which would change its own mask. SIGUSR2 is to be blocked and SIGUSR1 ignored; a handler of
+ * SIGALRM must be gone. */
+int exitThreeWhenSignalsAreRight(const char * /*path*/, const char * /*first*/, ...) {
+    sigset_t inherited;
+    sigemptyset(&inherited);
+    pthread_sigmask(SIG_SETMASK, nullptr, &inherited);
+    const bool right = sigismember(&inherited, SIGUSR2) == 1 && sigismember(&inherited, SIGTERM) == 0 &&
+                       dispositionOf(SIGUSR1).sa_handler == SIG_IGN && dispositionOf(SIGALRM).sa_handler == SIG_DFL &&
+                       dispositionOf(SIGCHLD).sa_handler == SIG_DFL;
+    _exit(right ? 3 : 4);
+}
+
 /* A program named "reboot", first in the path, that only counts how often it was started. */
 void harmlessReboot() {
     std::filesystem::create_directory("/tmp/bin");
@@ -432,18 +444,7 @@ TEST(Shell, TheCommandInheritsTheCallersSignalMaskAndItsIgnoredSignals) {
         sigemptyset(&mask);
         sigaddset(&mask, SIGUSR2);
         pthread_sigmask(SIG_SETMASK, &mask, nullptr);
-        const auto lookAround = +[](const char *, const char *, ...) {
-            sigset_t inherited;
-            sigemptyset(&inherited);
-            pthread_sigmask(SIG_SETMASK, nullptr, &inherited);
-            const bool right = sigismember(&inherited, SIGUSR2) == 1 && sigismember(&inherited, SIGTERM) == 0 &&
-                               dispositionOf(SIGUSR1).sa_handler == SIG_IGN &&
-                               dispositionOf(SIGALRM).sa_handler == SIG_DFL &&
-                               dispositionOf(SIGCHLD).sa_handler == SIG_DFL;
-            _exit(right ? 3 : 4);
-            return -1;
-        };
-        substitute("execl", lookAround);
+        substitute("execl", exitThreeWhenSignalsAreRight);
         EXPECT_EQ(statusOf("true"), 768);
         sigset_t now;
         pthread_sigmask(SIG_SETMASK, nullptr, &now);
