@@ -199,10 +199,11 @@ TEST(ConnectWithTimeout, TheReasonOfAFailedQuerySurvivesTheLine) {
     run([] {
         Address server;
         listeningOn(server);
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
         close(STDOUT_FILENO);
         Faults::arm({.call = "getsockopt", .error = ENOBUFS});
         timeval timeout{5, 0};
-        EXPECT_EQ(vosConnectWithTimeout(socket(AF_INET, SOCK_STREAM, 0), server.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(vosConnectWithTimeout(fd, server.get(), Address::size, &timeout), -1);
         EXPECT_EQ(errno, ENOBUFS);
         EXPECT_TRUE(Faults::disarm());
     });

@@ -340,14 +340,23 @@ TEST(Shell, CommandsOfSeveralThreadsEachGetTheirOwnStatusAndLeaveNoZombie) {
 TEST(Shell, TheLastOfSeveralCommandsPutsTheDispositionsBack) {
     run([] {
         for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) handle(number);
-        ASSERT_EQ(mkfifo("/tmp/gate", 0600), 0);
-        std::thread first([] { EXPECT_EQ(statusOf("read line < /tmp/gate; exit 3"), 768); });
-        EXPECT_TRUE(eventually(shellRuns));
-        EXPECT_EQ(statusOf("exit 4"), 1024);
-        EXPECT_EQ(dispositionOf(SIGINT).sa_handler, SIG_IGN) << "the first command still runs";
-        EXPECT_EQ(dispositionOf(SIGCHLD).sa_handler, SIG_DFL);
-        std::ofstream{"/tmp/gate"} << "go\n";
+        for (const char *const gate : {"/tmp/first", "/tmp/second"}) ASSERT_EQ(mkfifo(gate, 0600), 0);
+        const auto runUntil = [](const std::string &gate) {
+            return std::thread([gate] {
+                const std::string command = "echo > " + gate + "Runs; read line < " + gate + "; exit 3";
+                EXPECT_EQ(statusOf(command.c_str()), 768);
+            });
+        };
+        std::thread first = runUntil("/tmp/first");
+        EXPECT_TRUE(eventually([] { return contents("/tmp/firstRuns") == "\n"; }));
+        std::thread second = runUntil("/tmp/second");
+        EXPECT_TRUE(eventually([] { return contents("/tmp/secondRuns") == "\n"; }));
+        std::ofstream{"/tmp/first"} << "go\n";
         first.join();
+        EXPECT_EQ(dispositionOf(SIGINT).sa_handler, SIG_IGN) << "the second command still runs";
+        EXPECT_EQ(dispositionOf(SIGCHLD).sa_handler, SIG_DFL);
+        std::ofstream{"/tmp/second"} << "go\n";
+        second.join();
         for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) expectHandlerStillThere(number);
     });
 }

@@ -64,7 +64,7 @@ void lstAdd(LST_LIST *pList, LST_NODE *pNode) {
     insert(pList, pList->tail, pNode);
 }
 
-/* Behind the head, never in front of it: applications keep the entry in service at the head. */
+/* Behind the head, never in front of it: applications keep at the head the entry that they are working on. */
 void lstAddUrgent(LST_LIST *pList, LST_NODE *pNode) {
     if (refuseNull(__func__, pList, pNode)) return;
     insert(pList, pList->head, pNode);
