@@ -24,14 +24,14 @@ namespace {
 
 bool nonBlocking(int fd) { return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0; }
 
-/* A port of this machine where nobody listens. */
+/* A port of this machine on which no socket listens. */
 Address closedPort() {
     Address address;
     close(boundTo(address, SOCK_STREAM));
     return address;
 }
 
-/* An address behind the loopback interface that is nobody's: packets to it are sent, and no answer ever comes. */
+/* An address that the loopback interface sends to and that no machine has: no answer ever comes. */
 Address unreachable() {
     const Address network{0, 0xC0000200}; /* 192.0.2.0/24 is for examples */
     const Address mask{0, 0xFFFFFF00};
@@ -92,13 +92,13 @@ TEST(ConnectWithTimeout, AConnectionThatStandsAtOnceLeavesTheDescriptorNonBlocki
 
 TEST(ConnectWithTimeout, AClosedPortFailsAndTheFlagsAreRestored) {
     run([] {
-        Address nobody = closedPort();
+        Address closed = closedPort();
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
         timeval timeout{5, 0};
-        EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(vosConnectWithTimeout(fd, closed.get(), Address::size, &timeout), -1);
         EXPECT_FALSE(nonBlocking(fd));
         vosSetNonblocking(fd, 1);
-        EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(vosConnectWithTimeout(fd, closed.get(), Address::size, &timeout), -1);
         EXPECT_TRUE(nonBlocking(fd)) << "it was so before";
     });
 }
@@ -117,11 +117,11 @@ TEST(ConnectWithTimeout, ARefusalAtOnceLeavesTheDescriptorNonBlocking) {
 
 TEST(ConnectWithTimeout, AnUnreachableAddressIsGivenUpAfterItsTimeNonBlocking) {
     const Outcome outcome = run([] {
-        Address nobody = unreachable();
+        Address silent = unreachable();
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
         timeval timeout{1, 0};
         expectAbout(Milliseconds(1000),
-                    duration([&] { EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1); }));
+                    duration([&] { EXPECT_EQ(vosConnectWithTimeout(fd, silent.get(), Address::size, &timeout), -1); }));
         EXPECT_TRUE(nonBlocking(fd));
     });
     EXPECT_EQ(outcome.output, "");
@@ -133,14 +133,14 @@ TEST(ConnectWithTimeout, ADescriptorOfAnyNumberIsWaitedFor) {
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
         Address server;
         listeningOn(server);
-        Address nobody = closedPort();
+        Address closed = closedPort();
         for (const int fd : {FD_SETSIZE - 1, FD_SETSIZE, FD_SETSIZE + 63, FD_SETSIZE + 64, 4095}) {
             ASSERT_EQ(dup2(socket(AF_INET, SOCK_STREAM, 0), fd), fd);
             timeval timeout{5, 0};
             EXPECT_EQ(vosConnectWithTimeout(fd, server.get(), Address::size, &timeout), 0) << fd;
             EXPECT_FALSE(nonBlocking(fd));
             ASSERT_EQ(dup2(socket(AF_INET, SOCK_STREAM, 0), fd), fd);
-            EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+            EXPECT_EQ(vosConnectWithTimeout(fd, closed.get(), Address::size, &timeout), -1);
             EXPECT_EQ(errno, ECONNREFUSED);
         }
         EXPECT_EQ(Faults::liveBlocks(), 0);
@@ -165,10 +165,10 @@ TEST(ConnectWithTimeout, ALargeDescriptorWithoutMemoryForItsSetIsAFailure) {
 
 TEST(ConnectWithTimeout, ErrnoTellsWhyItFailed) {
     run([] {
-        Address nobody = closedPort();
+        Address closed = closedPort();
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
         timeval timeout{5, 0};
-        EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(vosConnectWithTimeout(fd, closed.get(), Address::size, &timeout), -1);
         EXPECT_EQ(errno, ECONNREFUSED);
 
         Address silent = unreachable();
@@ -176,7 +176,7 @@ TEST(ConnectWithTimeout, ErrnoTellsWhyItFailed) {
         EXPECT_EQ(vosConnectWithTimeout(socket(AF_INET, SOCK_STREAM, 0), silent.get(), Address::size, &shortly), -1);
         EXPECT_EQ(errno, ETIMEDOUT);
 
-        EXPECT_EQ(vosConnectWithTimeout(-1, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(vosConnectWithTimeout(-1, closed.get(), Address::size, &timeout), -1);
         EXPECT_EQ(errno, EBADF);
     });
 }

@@ -152,6 +152,33 @@ TEST(Wait, NullIsRefused) {
     });
 }
 
+TEST(Wait, AnObjectWithAWaiterIsNotDeleted) {
+    run([] {
+        VOS_WAIT *const wait = vosWaitCreate();
+        std::atomic<pid_t> waiter = 0;
+        std::thread thread([&] {
+            waiter = gettid();
+            EXPECT_EQ(vosWaitTake(wait, VOS_WAIT_FOREVER), VOS_OK);
+        });
+        EXPECT_TRUE(eventually([&] { return waiter != 0 && sleeps(waiter); }));
+        EXPECT_EQ(vosWaitDelete(wait), VOS_ERROR);
+        EXPECT_EQ(vosWaitGive(wait), VOS_OK) << "it is still usable";
+        thread.join();
+        EXPECT_EQ(vosWaitDelete(wait), VOS_OK);
+    });
+}
+
+TEST(Wait, ATimeOutOfMoreThan2147SecondsIsOver) {
+    run([] {
+        VOS_WAIT *const wait = vosWaitCreate();
+        EXPECT_EQ(vosWaitTake(wait, 3'600'000'000U), VOS_ERR_TIMEOUT);
+        EXPECT_EQ(vosWaitDelete(wait), VOS_OK);
+        VOS_SEM *const sem = vosSemBCreate(0);
+        EXPECT_EQ(vosSemTake(sem, 3'600'000'000U), VOS_ERR_TIMEOUT);
+        EXPECT_EQ(vosSemDelete(sem), VOS_OK);
+    });
+}
+
 TEST(Wait, AFailedDeletionKeepsTheRecord) {
     static VOS_WAIT *volatile kept; /* still reachable, so that it counts as kept and not as lost */
     const auto deleteOne = [] {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Wait objects: events that are counted until somebody waits for them. Nothing here logs. */
+/* Wait objects: events that are counted until a thread takes them. Nothing here logs. */
 #include <pthread.h>
 
 #include <cerrno>
