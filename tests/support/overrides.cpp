@@ -288,6 +288,13 @@ int strerrorPortable(int error, char *to, size_t size) {
     return __xpg_strerror_r(error, to, size);
 }
 
+/* The mutex is released even when the call reports a failure: else whoever takes it next would wait for ever. */
+int pthread_mutex_unlock(pthread_mutex_t *mutex) {
+    const Verdict verdict = enter("pthread_mutex_unlock", Kind::Listed);
+    const int result = ::pthread_mutex_unlock(mutex);
+    return verdict == Verdict::Fail ? CODE::failed<int>() : result;
+}
+
 /* A sleep fails by ending early. */
 unsigned sleep(unsigned seconds) {
     if (enter("sleep", Kind::Listed) != Verdict::Fail) return ::sleep(seconds);
@@ -408,6 +415,7 @@ const std::vector<Override> &overrides() {
         entry("vfork", over::vostestVfork),
         entry("__cxa_atexit", over::cxaAtexit),
         entry("__xpg_strerror_r", over::strerrorPortable),
+        entry("pthread_mutex_unlock", over::pthread_mutex_unlock),
         entry("sleep", over::sleep),
         entry("malloc", over::malloc),
         entry("calloc", over::calloc),
