@@ -41,12 +41,6 @@ long run(uint32_t timeoutMs) {
 /* A sanitizer keeps freed memory back, so that a late access is found. */
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kFreedMemoryComesBack = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kFreedMemoryComesBack = false;
-#else
-constexpr bool kFreedMemoryComesBack = true;
-#endif
 #else
 constexpr bool kFreedMemoryComesBack = true;
 #endif
