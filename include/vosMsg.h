@@ -114,8 +114,8 @@ typedef int32_t (*VOS_LINKTRAP_PROC)(uint32_t ulValue2, uint32_t ulValue3);
 /** A VLAN interface's link changed; the three words of the event. The result is ignored. */
 typedef int32_t (*VOS_VLANINTF_LINKTRAP_PROC)(uint32_t ulValue2, uint32_t ulValue3, uint32_t ulValue4);
 /** A MAC-address event: its words, and the address of the payload. The result is ignored. The payload's length is not
- *  known here and may be 0. Behind the bytes that came lie bytes of earlier messages or, on a thread channel, the memory
- *  behind the caller's buffer. */
+ *  known here and may be 0. Behind the bytes that came lie bytes of earlier messages or, on a thread channel, the
+ *  memory behind the caller's buffer. */
 typedef int32_t (*VOS_MAC_TRAP_PROC)(uint32_t ulValue1, uint32_t ulValue2, uint32_t ulValue3, void *pPayload);
 /**
  * Writes the running configuration as text.
@@ -183,7 +183,8 @@ extern int32_t g_vosFdProc, g_vosFdProcHigh, g_vosFdNLUni;
 extern uint8_t g_vosMsgBufferRecv[VOS_MSG_BUFFER_LEN];
 /** The buffer in which a receive loop builds answers about configuration objects. 8-byte aligned. All loops of a
  *  process use it, without a lock. When two loops answer at the same time, the two answers may be mixed. The requester
- *  chooses the loop by the socket that it sends to. So with several loops such requests should go to one of them only. */
+ *  chooses the loop by the socket that it sends to, so with several loops all such requests should go to one of them.
+ */
 extern uint8_t g_vosMsgBufferSend[VOS_MSG_BUFFER_LEN];
 
 /** The registered handlers, null when there is none: packets; links of the two kinds of ports and of VLAN interfaces;

@@ -210,8 +210,8 @@ int32_t vosTimerRegister2(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TI
 int32_t vosMsgSockAdd(int32_t iFd, VOS_MSG_SOCK_PROC pProc, void *pArg);
 
 /**
- * Removes a descriptor that was added with vosMsgSockAdd(), and frees its node. Never call it for a node of the caller's
- * own: it would free that one too.
+ * Removes a descriptor that was added with vosMsgSockAdd(), and frees its node. Never call it for a node of the
+ * caller's own: it would free that one too.
  *
  * @param iFd  descriptor
  * @return VOS_OK; VOS_ERROR when it is not registered
