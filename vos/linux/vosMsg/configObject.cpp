@@ -45,9 +45,14 @@ std::optional<Request> parse(Caller me, const vos::Arrival &arrival) {
     /* A thread's own buffer may be larger than a message; the answer may not. */
     const std::size_t end = std::min<std::size_t>(arrival.room, VOS_MSG_BUFFER_LEN);
     const auto room = static_cast<uint32_t>(end - in.offset());
-    return Request{*indexes,  reinterpret_cast<char *>(arrival.message.data() + nameAt),
-                   *nameSize, value,
-                   room,      std::min(*valueSize, room)};
+    return Request{
+        .indexes = *indexes,
+        .name = reinterpret_cast<char *>(arrival.message.data() + nameAt),
+        .nameSize = *nameSize,
+        .value = value,
+        .valueRoom = room,
+        .valueSize = std::min(*valueSize, room),
+    };
 }
 
 /* A requester may announce more bytes than it has sent. The buffer behind those holds parts of earlier messages, which
