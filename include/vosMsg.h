@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file vosMsg.h
- * Message core: the channel through which processes reach each other by name.
+ * Message core: processes send messages to each other by name.
  *
  * Every message is one datagram: the 32-byte header VOS_MSG_HEAD, then the payload. All words are in the machine's
  * own byte order, since a message never leaves the device.
@@ -12,9 +12,12 @@
  *     int reserved;
  *     VOS_MSG_PEER peer;
  *     vosProcessInit("server");
- *     vosMsgInit("server", 1, &reserved);
- *     while (vosMsgRecv(0, word, sizeof word, 0xFFFFFFFF, &peer) >= 0)
- *         vosMsgResp(0, 7, "pong", 4, &peer);
+ *     if (vosMsgInit("server", 1, &reserved) != VOS_OK) return 1;
+ *     for (;;)
+ *         if (vosMsgRecv(0, word, sizeof word, 0xFFFFFFFF, &peer) >= 0)
+ *             vosMsgResp(0, 7, "pong", 4, &peer);
+ *
+ * The loop goes on after a failed receive, because any signal and any other process can make one fail.
  *
  * and any other process, or thread, asks it by its name:
  *
@@ -22,8 +25,16 @@
  *     uint32_t code;
  *     int32_t result = vosMsgSend("server", word, sizeof word, 0, &code, 3000, 0);
  *
- * Any local process may send anything to a message socket. What does not fit its type's layout is dropped with one
- * error line.
+ * Any local process may send anything to a message socket. A message that does not fit its type's layout is dropped
+ * with one error line. These are the exceptions:
+ *
+ * - An empty datagram on the normal socket, and one of 1 to 31 bytes on the high-priority socket, end the receive call
+ *   with VOS_ERROR.
+ * - An empty datagram on the high-priority socket has the last message in the receive buffer served once more, with the
+ *   sender of the empty datagram as the requester; see vosMsgRecv().
+ * - A request for a configuration object whose value does not lie on an 8-byte boundary, or that has no byte left for a
+ *   value in the largest message, ends the process with an assertion line. So does a request for a description whose
+ *   name fills the largest message. This holds only while the handler of such requests is registered.
  */
 #ifndef VOS_MSG_H
 #define VOS_MSG_H
@@ -61,7 +72,9 @@ enum {
 /** The header of every message: 32 bytes, eight words in the machine's byte order. */
 typedef struct VOS_MSG_HEAD {
     uint32_t ulType;     /**< Message type. */
-    uint32_t ulNoReturn; /**< Request: 1 when the requester wants no answer; any other value lets one be sent. */
+    uint32_t ulNoReturn; /**< Application request: 1 when the requester wants no answer, and any other value lets one
+                              be sent. VOS_MSG_TYPE_CCD: any value but 0 suppresses the answer. Requests of the other
+                              types are answered whatever it holds. */
     uint32_t ulRetCode;  /**< Answer: the responder's return code, a signed value carried in the word. */
     uint32_t ulValue1;   /**< First argument of the type. Application request: 254, answer: 255. */
     uint32_t ulValue2;   /**< Second argument. */
@@ -89,8 +102,9 @@ typedef struct VOS_PKT_EXT {
 } VOS_PKT_EXT;
 
 /*
- * Handlers. They run inside the receive call, in its thread, and must not call a receive function themselves. What
- * they are handed by address belongs to the library and is valid until they return.
+ * Handlers. They run inside the receive call, in its thread, and must not call a receive function themselves. Memory
+ * that they get by address belongs to the library and is valid until they return. Any local process can send the
+ * message that makes a handler run, with any values in it.
  */
 
 /** A trapped packet of iLen bytes. The result is ignored. */
@@ -99,28 +113,34 @@ typedef int32_t (*VOS_PKT_PROC)(uint8_t *pData, int32_t iLen, VOS_PKT_INFO stInf
 typedef int32_t (*VOS_LINKTRAP_PROC)(uint32_t ulValue2, uint32_t ulValue3);
 /** A VLAN interface's link changed; the three words of the event. The result is ignored. */
 typedef int32_t (*VOS_VLANINTF_LINKTRAP_PROC)(uint32_t ulValue2, uint32_t ulValue3, uint32_t ulValue4);
-/** A MAC-address event: its words, and the address of whatever payload came with it. The result is ignored. */
+/** A MAC-address event: its words, and the address of the payload. The result is ignored. The payload's length is not
+ *  known here and may be 0. Behind the bytes that came lie bytes of earlier messages or, on a thread channel, the
+ *  memory behind the caller's buffer. */
 typedef int32_t (*VOS_MAC_TRAP_PROC)(uint32_t ulValue1, uint32_t ulValue2, uint32_t ulValue3, void *pPayload);
 /**
  * Writes the running configuration as text.
  *
- * @param pBuf  zeroed; *pLen bytes
- * @param pLen  in: the buffer's capacity in bytes; out: the bytes still free, from 0 to the capacity
+ * @param pBuf  zeroed; *pLen bytes. Bytes written behind them overwrite the heap.
+ * @param pLen  in: the buffer's capacity in bytes, which the requester chose: any number from 0 to 4 MiB; out: the
+ *              bytes still free, from 0 to the capacity
  * @param ulValue1  the requester's first argument
  * @param ulValue2  the requester's second argument
  * @return 0 when the text is complete; anything else is the requester's result and no text is sent
  */
 typedef int32_t (*VOS_BLDRUN_PROC)(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_t ulValue2);
 /**
- * Reads or writes a configuration object.
+ * Reads or writes a configuration object. The library needs 64 KiB of stack for the index words while this handler
+ * runs; see vosMsgRecv().
  *
  * @param ulValue1   the requester's operation
  * @param pName      the object's name
  * @param pIndexes   index words, in and out; room for 16142
  * @param pIndexNum  their number, in and out
  * @param pValueBuf  the value, in and out; 8-byte aligned
- * @param pValueLen  in: the value's length, or a reader's room for it; out: the length to send back, which must fit
- *                   the buffer or the process is aborted with an assertion line
+ * @param pValueLen  in: the length that the requester announced for the value or for its own room, but at most the room
+ *                   that pValueBuf has; announced bytes that did not come are zero. Write at most that many bytes: the
+ *                   library checks only afterwards. out: the length to send back. A length beyond the end of the buffer
+ *                   with the result 0 aborts the process with an assertion line.
  * @param pusValue   a further argument, in and out
  * @return 0 on success; anything else is carried back and no value is sent. errno is carried back too.
  */
@@ -140,11 +160,12 @@ typedef int32_t (*VOS_CCD_OBJ_INFO_GET_PROC)(char *pName, uint32_t ulValue1, uin
                                              uint32_t *pOut3, uint32_t *pOut4, uint32_t *pOut5, uint32_t *pOut6,
                                              uint32_t *pTable, uint32_t *pCount, uint32_t *pOut8, uint32_t *pOut9,
                                              uint32_t *pOut10);
-/** A message-loop timer has expired: how many milliseconds ago, and the argument given at registration. It may cancel,
- *  stop or restart any timer of its loop, its own included. */
+/** A message-loop timer has expired: how many milliseconds ago, and the argument given at registration. A callback of
+ *  the main channel may cancel, stop or restart any timer of that channel, its own included. A timer that fires once is
+ *  freed after its callback in any case: restarting it there returns VOS_OK and has no effect. */
 typedef void (*VOS_MSG_TIMER_PROC)(uint32_t ulLateMs, uint64_t ulUserArg);
 
-/** A message-loop timer. Allocated and freed by the library; its address is the timer's handle. */
+/** A message-loop timer. The library allocates and frees it. Its address is the timer's handle. */
 typedef struct VOS_MSG_TIMER {
     struct VOS_MSG_TIMER *pNext; /**< The next timer, in the order of registration. */
     uint32_t ulSerial;           /**< Number of the registration. */
@@ -160,7 +181,10 @@ typedef struct VOS_MSG_TIMER {
 extern int32_t g_vosFdProc, g_vosFdProcHigh, g_vosFdNLUni;
 /** The receive loop's buffer: every datagram of the main channel is received into it. 8-byte aligned. */
 extern uint8_t g_vosMsgBufferRecv[VOS_MSG_BUFFER_LEN];
-/** The buffer in which the receive loop builds answers about configuration objects. 8-byte aligned. */
+/** The buffer in which a receive loop builds answers about configuration objects. 8-byte aligned. All loops of a
+ *  process use it, without a lock. When two loops answer at the same time, the two answers may be mixed. The requester
+ *  chooses the loop by the socket that it sends to, so with several loops all such requests should go to one of them.
+ */
 extern uint8_t g_vosMsgBufferSend[VOS_MSG_BUFFER_LEN];
 
 /** The registered handlers, null when there is none: packets; links of the two kinds of ports and of VLAN interfaces;
@@ -291,20 +315,30 @@ int32_t vosMsgResp(int32_t iReserved, uint32_t ulRetCode, const void *pMsgBuf, u
                    const VOS_MSG_PEER *pPeer);
 
 /**
- * Waits for an application message. On its way it fires timers, handles every other kind of message and calls the
+ * Waits for an application message. While it waits it fires timers, handles every other kind of message and calls the
  * handlers of the application's own descriptors. In one wake-up it serves one message of the kernel, the
  * high-priority socket until that is empty, one message of the normal socket, then the application's descriptors.
  *
+ * The call needs up to 80 KiB of stack, and the handlers' own need comes on top. Every message socket, and the netlink
+ * socket, must be below descriptor 1024.
+ *
+ * An empty datagram on the high-priority socket has the last message in the receive buffer served once more. An
+ * application message is then returned again: the count is ulMsgSize, and the peer is the sender of the empty datagram.
+ *
  * @param ulReserved   not used
- * @param pMsgBuf      buffer for the payload
- * @param ulMsgSize    its size in bytes, up to 64568
- * @param ulTimeoutMs  milliseconds to wait, 0xFFFFFFFF for ever; starts again whenever a timer has fired
+ * @param pMsgBuf      buffer for the payload; may be null when the size is 0
+ * @param ulMsgSize    its size in bytes, up to 64568; what does not fit is discarded
+ * @param ulTimeoutMs  milliseconds to wait, 0 to look without waiting, 0xFFFFFFFF for ever. The time starts again after
+ *                     every wake-up that served a message or a descriptor and after every timer, so it does not limit
+ *                     the length of the call.
  * @param pPeer        receives whom to answer
  * @return the number of bytes copied. For a message of the high-priority socket that is its payload, cut to the
  *         buffer; for one of the normal socket it is the message with its 32-byte header, cut to the buffer: up to 32
  *         bytes behind the payload are then to be ignored.
  *         VOS_ERR_TIMEOUT; VOS_ERR_PARAM for a null pointer or a buffer size above 64568; VOS_ERR_NOT_INIT before
- *         vosMsgInit(); VOS_ERROR when waiting or receiving fails, a signal or an empty datagram included
+ *         vosMsgInit(); VOS_ERROR when waiting or receiving fails. A handled signal makes the wait fail, also when
+ *         its handler was installed with SA_RESTART. An empty datagram on the normal socket and one of 1 to 31 bytes on
+ *         the high-priority socket are VOS_ERROR, too.
  * @threads one thread of the process
  */
 int32_t vosMsgRecv(uint32_t ulReserved, void *pMsgBuf, uint32_t ulMsgSize, uint32_t ulTimeoutMs, VOS_MSG_PEER *pPeer);
@@ -474,8 +508,12 @@ int32_t vosMsgDebugSmdSet(uint32_t ulFlags);
 int32_t vosMsgDebugStdRedirect(uint32_t ulAction, uint32_t ulTty);
 
 /**
- * Registers a timer that fires in the receive loop, and starts it. It runs by the wall clock; a periodic timer's next
- * interval begins when it has been handled.
+ * Registers a timer that fires in the receive loop, and starts it. The next interval of a periodic timer begins when
+ * its callback has returned.
+ *
+ * Timers use the clock of gettimeofday(). When that is set forward they fire early. When it is set back to before the
+ * timer's start the timer fires at once, and its callback gets a lateness near 2^32 ms. When it is set back by less the
+ * timer fires later.
  *
  * @param ulPeriodic    0: fire once, after which the timer is freed; otherwise again and again
  * @param ulIntervalMs  interval in milliseconds
@@ -488,7 +526,16 @@ int32_t vosMsgDebugStdRedirect(uint32_t ulAction, uint32_t ulTty);
 int32_t vosTimerRegister(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TIMER_PROC pProc, VOS_MSG_TIMER **ppTimer,
                          uint64_t ulUserArg);
 
-/** Removes and frees a timer. @return VOS_OK; VOS_ERR_PARAM for null; VOS_ERROR when there is no such timer */
+/**
+ * Removes and frees a timer.
+ *
+ * For this call and the two below: a timer that fires once is freed after its callback, and a later timer may get the
+ * same address. Its old handle then names the new timer, and VOS_ERROR is not certain. So forget the handle when the
+ * timer fires. Timers of the second channel are not known here.
+ *
+ * @param pTimer  handle
+ * @return VOS_OK; VOS_ERR_PARAM for null; VOS_ERROR when the main channel has no such timer
+ */
 int32_t vosTimerCancel(VOS_MSG_TIMER *pTimer);
 
 /**
@@ -496,7 +543,7 @@ int32_t vosTimerCancel(VOS_MSG_TIMER *pTimer);
  *
  * @param pTimer        handle
  * @param ulIntervalMs  interval in milliseconds
- * @return VOS_OK; VOS_ERROR when there is no such timer or the clock cannot be read
+ * @return VOS_OK; VOS_ERROR, without a line, when there is no such timer or the clock cannot be read
  */
 int32_t vosTimerStart(VOS_MSG_TIMER *pTimer, uint32_t ulIntervalMs);
 
