@@ -5,6 +5,9 @@
 #ifndef TESTS_SUPPORT_FAULTS_H
 #define TESTS_SUPPORT_FAULTS_H
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <string>
@@ -37,6 +40,9 @@ bool disarm();
 
 /* The calls that libvos makes while `action` runs, in order, without those that only format or print. */
 std::vector<std::string> record(const std::function<void()> &action);
+
+/* From here on the thread that enters the chosen call stores its id; an occurrence of 0 ends that. */
+void watch(const std::string &call, int occurrence, std::atomic<pid_t> *caller);
 
 /* Heap blocks that libvos has allocated and nobody has released through it. */
 int liveBlocks();

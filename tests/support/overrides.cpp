@@ -59,6 +59,13 @@ struct Armed {
     std::atomic<bool> struck = false;
 } armed;
 
+/* The call whose caller is wanted; written and read as `armed` is. */
+struct Watched {
+    std::array<char, 32> call{};
+    std::atomic<pid_t> *caller = nullptr;
+    std::atomic<int> left = 0;
+} watched;
+
 std::atomic<bool> recording = false;
 std::mutex recordMutex;
 std::vector<std::string> recorded;
@@ -71,6 +78,9 @@ Verdict enter(const char *call, Kind kind) {
         const std::lock_guard lock(recordMutex);
         if (recording) recorded.emplace_back(call); /* another thread may have come to its end meanwhile */
     }
+    if (watched.left.load(std::memory_order_relaxed) != 0 && strcmp(watched.call.data(), call) == 0 &&
+        watched.left.fetch_sub(1) == 1)
+        *watched.caller = gettid();
     if (armed.left.load(std::memory_order_relaxed) == 0 || strcmp(armed.call.data(), call) != 0) return Verdict::Pass;
     if (armed.left.fetch_sub(1) != 1) return Verdict::Pass;
     armed.struck = true;
@@ -445,6 +455,14 @@ void Faults::arm(const FaultPoint &point) {
 bool Faults::disarm() {
     armed.left = 0;
     return armed.struck;
+}
+
+void Faults::watch(const std::string &call, int occurrence, std::atomic<pid_t> *caller) {
+    watched.left = 0;
+    watched.call = {};
+    call.copy(watched.call.data(), watched.call.size() - 1);
+    watched.caller = caller;
+    watched.left = occurrence;
 }
 
 std::vector<std::string> Faults::record(const std::function<void()> &action) {
