@@ -58,6 +58,30 @@ enum {
     VOS_MSG_TYPE_MAC = 9               /**< Event: a MAC address. */
 };
 
+/** Which sockets vosMsgInit() opens; the values may be combined. */
+enum {
+    VOS_MSG_OPEN_LOCAL = 1,  /**< The normal and the high-priority socket. */
+    VOS_MSG_OPEN_NETLINK = 2 /**< The kernel's netlink socket. */
+};
+
+/** Values of ulNoReturn in the send functions. Any other value does not wait, though the receiver still answers. */
+enum {
+    VOS_MSG_WAIT_ANSWER = 0, /**< Wait for the answer. */
+    VOS_MSG_NO_ANSWER = 1    /**< The receiver shall not answer. */
+};
+
+/** Flags of the send functions; the values may be combined. */
+enum {
+    VOS_MSG_TO_HIGH = 1, /**< Send to the receiver's high-priority socket. */
+    VOS_MSG_NO_WAIT = 2  /**< Do not wait for the answer, though the receiver sends one. vosMsgSend() alone knows it. */
+};
+
+/** Actions of vosMsgDebugStdRedirect(). */
+enum {
+    VOS_MSG_STDOUT_RESTORE = 0, /**< Put standard output back. */
+    VOS_MSG_STDOUT_TERMINAL = 1 /**< Redirect it to a terminal. */
+};
+
 /** The header of every message: 32 bytes, eight words in the machine's byte order. */
 typedef struct VOS_MSG_HEAD {
     uint32_t ulType;     /**< Message type. */

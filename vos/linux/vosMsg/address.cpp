@@ -18,12 +18,19 @@ namespace {
 constexpr uint32_t kLastSequence = 127;
 constexpr std::size_t kPathRoom = 128; /* what callers of vosMsgNLChangePath() provide */
 
-/* Plain data of all threads: two that meet here may take the same number, and their thread ids keep them apart. */
+/* The number that the next requester of this process gets, whichever thread it runs in. */
 constinit uint32_t g_vosMsgClientSeq = 1;
 
+constexpr uint32_t after(uint32_t sequence) { return sequence >= kLastSequence ? 1 : sequence + 1; }
+
+/* One atomic step: no two threads take the same number, and none sets the counter back. A number then returns only
+ * after 126 others, so that a late answer to the path that had it before meets a new requester as seldom as possible.
+ */
 uint32_t takeSequence() {
-    const uint32_t taken = __atomic_load_n(&g_vosMsgClientSeq, __ATOMIC_RELAXED);
-    __atomic_store_n(&g_vosMsgClientSeq, taken >= kLastSequence ? 1 : taken + 1, __ATOMIC_RELAXED);
+    uint32_t taken = __atomic_load_n(&g_vosMsgClientSeq, __ATOMIC_RELAXED);
+    while (!__atomic_compare_exchange_n(&g_vosMsgClientSeq, &taken, after(taken), true, __ATOMIC_RELAXED,
+                                        __ATOMIC_RELAXED))
+        continue;
     return taken;
 }
 

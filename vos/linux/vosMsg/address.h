@@ -13,6 +13,10 @@
 
 namespace vos {
 
+/* The type of every message socket. A program that this process starts does not inherit it: it would keep the socket's
+ * name in use after this process has ended, and senders would wait for answers instead of being refused. */
+inline constexpr int kDatagram = SOCK_DGRAM | SOCK_CLOEXEC;
+
 /* A path too long for an address is refused by the kernel, and one that does not fit here ends in a component too long
  * for any file: a name that is cut off never becomes another process's. */
 inline constexpr std::size_t kLongestComponent = 255;

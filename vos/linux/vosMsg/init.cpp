@@ -23,8 +23,6 @@ namespace {
 using vos::Caller;
 using vos::UniqueFd;
 
-constexpr uint32_t kOpenLocal = 1;
-constexpr uint32_t kOpenNetlink = 2;
 constexpr uint32_t kTimeoutMs = 3000;
 /* The private protocol of the device's kernel module. */
 constexpr int kNetlinkUnicast = 30;
@@ -86,7 +84,7 @@ int32_t openPair(Caller me, const Sockets &sockets, const char *name) {
 
 int32_t openNetlink(Caller me, int32_t *owner) {
     if (*owner != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdNLUni %d exist.", *owner);
-    UniqueFd fd{socket(AF_NETLINK, SOCK_RAW, kNetlinkUnicast)};
+    UniqueFd fd{socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, kNetlinkUnicast)};
     if (!fd) return vos::failed(me, VOS_ERROR, "%s:netlink unicast socket failed.");
     vos::trace(me, "%s:create netlink unicast socket %d.", fd.get());
     sockaddr_nl address{};
@@ -104,8 +102,8 @@ int32_t openChannel(Caller me, const Sockets &sockets, const char *name, uint32_
     vos::trace(me, "%s:start.");
     if (name == nullptr || reserved == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     int32_t result = VOS_OK;
-    if ((flags & kOpenLocal) != 0) result = openPair(me, sockets, name);
-    if (result == VOS_OK && sockets.netlink != nullptr && (flags & kOpenNetlink) != 0)
+    if ((flags & VOS_MSG_OPEN_LOCAL) != 0) result = openPair(me, sockets, name);
+    if (result == VOS_OK && sockets.netlink != nullptr && (flags & VOS_MSG_OPEN_NETLINK) != 0)
         result = openNetlink(me, sockets.netlink);
     return result == VOS_OK ? vos::ended(me, VOS_OK) : result;
 }
