@@ -27,6 +27,7 @@ class Terminal {
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
     ~Terminal() { close(master_); }
+    [[nodiscard]] int master() const { return master_; }
     /* The argument of vosMsgDebugStdRedirect(). */
     [[nodiscard]] uint32_t number() const { return number_ + 1; }
     [[nodiscard]] std::string read() const {
@@ -50,13 +51,20 @@ class Program {
         close(ends_[0]);
         close(ends_[1]);
     }
-    void startFrom(const std::function<void()> &prepare) const {
-        prepare();
-        if (fork() != 0) return;
-        dup2(ends_[0], STDIN_FILENO);
-        dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
-        execl("/bin/cat", "cat", nullptr);
-        _exit(127);
+    /* Returns when the program runs: until then it is a copy of its parent. */
+    void start() const {
+        int running[2] = {-1, -1};
+        EXPECT_EQ(pipe2(running, O_CLOEXEC), 0);
+        if (fork() == 0) {
+            dup2(ends_[0], STDIN_FILENO);
+            dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+            execl("/bin/cat", "cat", nullptr);
+            _exit(127);
+        }
+        close(running[1]);
+        char byte = 0;
+        EXPECT_EQ(read(running[0], &byte, 1), 0);
+        close(running[0]);
     }
 
   private:
@@ -79,7 +87,8 @@ TEST(Inheritance, TheNamesOfADeadProcessAreFreeWhileAProgramThatItStartedRuns) {
     const Program program;
     Process server = start([&] {
         freshWorld();
-        program.startFrom(openEverything);
+        openEverything();
+        program.start();
         ready();
         pause();
     });
@@ -124,7 +133,7 @@ TEST(Inheritance, ARedirectedStandardOutputIsInheritedAndTheCopiesAreNot) {
         EXPECT_FALSE(closesOnExec(STDOUT_FILENO));
         int kept = 0;
         for (int fd = 3; fd < 64; ++fd)
-            if (fcntl(fd, F_GETFD) != -1 && isatty(fd) == 1 && ttyname(fd) != nullptr &&
+            if (fd != terminal.master() && fcntl(fd, F_GETFD) != -1 && isatty(fd) == 1 && ttyname(fd) != nullptr &&
                 strcmp(ttyname(fd), ttyname(STDOUT_FILENO)) == 0) {
                 EXPECT_TRUE(closesOnExec(fd)) << fd;
                 ++kept;

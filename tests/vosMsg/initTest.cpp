@@ -125,6 +125,7 @@ TEST(Init, ASecondCallFindsEachSocketOpen) {
 
 TEST(Init, ANullNameOrThirdArgumentIsRefusedAndNothingIsCreated) {
     const Outcome outcome = run([] {
+        freshWorld();
         EXPECT_EQ(vosMsgInit("app", 1, nullptr), VOS_ERR_PARAM);
         EXPECT_EQ(vosMsgInit(nullptr, 1, &reserved), VOS_ERR_PARAM);
         EXPECT_FALSE(exists("/tmp/vos"));
@@ -135,6 +136,7 @@ TEST(Init, ANullNameOrThirdArgumentIsRefusedAndNothingIsCreated) {
 
 TEST(Init, WithoutFlagsNothingIsOpened) {
     run([] {
+        freshWorld();
         EXPECT_EQ(init(0), VOS_OK);
         EXPECT_EQ(g_vosFdProc, -1);
         EXPECT_EQ(g_vosFdProcHigh, -1);
