@@ -294,7 +294,7 @@ int32_t vosMsgSocketOptmize(int32_t iSocketFd, int32_t iVerify);
 /**
  * Opens the process's channel: the sockets "/tmp/vos/<name>" and "/tmp/vos/<name>High", and the kernel's netlink
  * socket. There is no call that closes them. A program that the process starts does not inherit them (close-on-exec),
- * so the names are free when the process has ended.
+ * so the names are free when the process has ended. A child of fork() holds them until it executes a program.
  *
  * The paths are taken over from whoever has them: from an ended process, and also from one that still runs, which then
  * receives nothing more and is not told. All names share one directory: "app" with "High" or a number behind it is also
@@ -336,8 +336,8 @@ int32_t vosMsgInit(const char *pProcName, uint32_t ulFlags, void *pReserved);
  * A signal that is handled ends the wait with VOS_ERROR and errno EINTR, also under SA_RESTART; the receiver may serve
  * the request all the same. Only without a time-out does the wait go on after a handler with SA_RESTART.
  *
- * On VOS_ERROR errno is that of the failed call: ENOENT when nobody ever used the name, ECONNREFUSED when its process
- * has ended, EAGAIN after the time-out, EINTR after a signal, EMFILE without a free descriptor. On VOS_OK errno has no
+ * On VOS_ERROR errno is that of the failed call: ENOENT when there is no such name, ECONNREFUSED when its process has
+ * ended, EAGAIN after the time-out, EINTR after a signal, EMFILE without a free descriptor. On VOS_OK errno has no
  * meaning.
  *
  * An answer that comes after the time-out is lost. In two cases it can reach a later request; an application that
