@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Diagnostics of a running process, changed from outside. */
+/* Changes the debug output of another process: its flag words, and where its standard output goes. */
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -21,7 +21,7 @@ constexpr uint32_t kTimeoutMs = 3000;
 /* Standard output as it was before the first redirection. */
 constinit int32_t g_vosStdoutSaveFd = -1;
 
-/* The socket has no name: nobody is meant to answer. */
+/* The socket is not bound, so that nobody can answer. */
 int32_t sendControl(Caller me, const char *name, uint32_t type, uint32_t value1, uint32_t value2) {
     if (name == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     VOS_MSG_HEAD head{};

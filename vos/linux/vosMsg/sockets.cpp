@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Message sockets: time-outs and buffer sizes. What cannot be tuned is reported, and the socket is used as it is. */
+/* Time-outs and buffer sizes of message sockets. What cannot be set is logged, and the socket is used as it is. */
 #include <sys/socket.h>
 #include <sys/time.h>
 
