@@ -146,8 +146,9 @@ typedef int32_t (*VOS_MAC_TRAP_PROC)(uint32_t ulValue1, uint32_t ulValue2, uint3
 /**
  * Writes the running configuration as text.
  *
- * @param pBuf  zeroed; *pLen bytes
- * @param pLen  in: the buffer's capacity in bytes; out: the bytes still free, from 0 to the capacity
+ * @param pBuf  zeroed; *pLen bytes. Bytes written behind them overwrite the heap.
+ * @param pLen  in: the buffer's capacity in bytes, which the requester chose: any number from 0 to 4 MiB; out: the
+ * bytes still free, from 0 to the capacity
  * @param ulValue1  the requester's first argument
  * @param ulValue2  the requester's second argument
  * @return 0 when the text is complete; anything else is the requester's result and no text is sent
