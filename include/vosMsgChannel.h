@@ -104,8 +104,8 @@ int32_t vosMsgThreadResp(int32_t iReserved, void *pMsgBuf, uint32_t ulRetCode, u
  * @param pMsgBuf      payload, in and out
  * @param ulMsgSize    its size in bytes, up to 64568
  * @param ulNoReturn   0: wait for the answer; 1: the receiver shall not answer; others: do not wait
- * @param pRetCode     receives the answer's code; needed only when an answer is awaited
- * @param ulTimeoutMs  time-out for sending and for the answer in milliseconds; 0 for none
+ * @param pRetCode     receives the answer's code; null: the code is dropped
+ * @param ulTimeoutMs  time-out for sending and for the answer in milliseconds; 0: wait for ever
  * @param ulReserved   not used
  * @return as vosMsgSend()
  */
@@ -173,8 +173,8 @@ int32_t vosMsgResp2(int32_t iReserved, uint32_t ulRetCode, const void *pMsgBuf, 
  * @param pMsgBuf      payload, in and out
  * @param ulMsgSize    its size in bytes, up to 64568
  * @param ulNoReturn   0: wait for the answer; 1: the receiver shall not answer; others: do not wait
- * @param pRetCode     receives the answer's code; needed only when an answer is awaited
- * @param ulTimeoutMs  time-out for sending and for the answer in milliseconds; 0 for none
+ * @param pRetCode     receives the answer's code; null: the code is dropped
+ * @param ulTimeoutMs  time-out for sending and for the answer in milliseconds; 0: wait for ever
  * @param ulFlags      1: to the receiver's high-priority socket; other bits are ignored
  * @return as vosMsgSend()
  * @threads the second channel's thread

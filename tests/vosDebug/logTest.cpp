@@ -104,6 +104,20 @@ TEST(DebugPrintf, AMessageOf300CharactersIsPrintedWithItsFirst255) {
     EXPECT_THAT(outcome.messages(), ElementsAre(std::string(255, 'a')));
 }
 
+TEST(DebugPrintf, APairOfPercentSignsThatTheCutWouldDivideIsLeftOut) {
+    const Outcome outcome = run([] {
+        asProcess("app");
+        const int header = vosDebugPrintf(VOS_DEBUG_ERROR, "%s", "");
+        for (const int before : {252, 253, 254, 255}) {
+            const std::string text = std::string(static_cast<std::size_t>(before), 'x') + "%%%%%%";
+            EXPECT_EQ(vosDebugPrintf(VOS_DEBUG_ERROR, "%s", text.c_str()),
+                      header + std::min(before + (255 - before) / 2, 255));
+        }
+    });
+    const auto x = [](std::size_t count) { return std::string(count, 'x'); };
+    EXPECT_THAT(outcome.messages(), ElementsAre("", x(252) + "%", x(253) + "%", x(254), x(255)));
+}
+
 TEST(DebugPrintf, TheFinishedLineIsFormattedOnceMore) {
     const Outcome outcome = run([] { vosDebugPrintf(VOS_DEBUG_ERROR, "%s", "100%% done"); });
     EXPECT_THAT(outcome.messages(), ElementsAre("100% done"));
