@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "../base/log.h"
+#include "../base/signalsBlocked.h"
 #include "roundRobin.h"
 #include "vosProcess.h"
 
@@ -88,24 +89,32 @@ void reportProgramNotExecuted(vos::Caller me, const char *path) {
     vos::errorErrno(me, "%s:name %s execl failed errno:%d(%s).", vos::outside(path));
 }
 
-/* Runs in the child of vfork(): its memory, its stack too, is the creator's, whose calling thread stands still until
- * the program runs or the child ends. So the child never returns into the frame that called vfork() and leaves the
- * caller's variables alone. When there is no program to run, what it does is done to the creator: the line goes through
- * the creator's standard output, and the normal exit flushes that and runs the creator's exit hooks on the creator's
- * own variables. Descriptors and dispositions are copies. */
-[[noreturn]] void becomeProgram(vos::Caller me, const char *path, const char *name, char *const *vector) {
+void execute(const char *path, const char *name, char *const *vector) {
     if (vector != nullptr)
         execv(path, vector);
     else
         execl(path, name, nullptr);
+}
+
+/* Runs in the child of vfork(). The child uses the creator's memory, its stack too, and the creator's calling thread
+ * waits until the program runs or the child has ended. So the child never returns into the frame that called vfork(),
+ * works in a frame of its own (noinline) and does not change the caller's variables. When there is no program to run,
+ * the child's log line and its exit() act on the creator's streams, exit hooks and variables. Signals are blocked again
+ * for that: a child that is killed in the middle would leave the locks of the creator's streams locked for ever. */
+[[noreturn, gnu::noinline]] void becomeProgram(vos::Caller me, const vos::SignalsBlocked &blocked, const char *path,
+                                               const char *name, char *const *vector) {
+    blocked.restoreInChild();
+    execute(path, name, vector);
+    const vos::SignalsBlocked blockedAgain;
     reportProgramNotExecuted(me, path);
     exit(1);
 }
 
 /* vfork(), because the creator may be large and the kernel strict about memory. */
 pid_t startSuspended(vos::Caller me, const char *path, const char *name, char *const *vector) {
+    const vos::SignalsBlocked blocked;
     const pid_t child = vfork(); /* NOLINT(clang-analyzer-security.insecureAPI.vfork): see becomeProgram() */
-    if (child == 0) becomeProgram(me, path, name, vector); /* NOLINT(clang-analyzer-unix.Vfork): see there */
+    if (child == 0) becomeProgram(me, blocked, path, name, vector); /* NOLINT(clang-analyzer-unix.Vfork): see there */
     return child;
 }
 
@@ -114,9 +123,11 @@ pid_t startCopy(vos::Caller me, const char *path, const std::array<int, 3> &stan
     std::array<char, PATH_MAX> copy{}; /* basename() writes; a longer path has no program */
     std::copy_n(path, std::min(strlen(path), copy.size() - 1), copy.begin());
     const char *const name = basename(copy.data());
+    const vos::SignalsBlocked blocked;
     const pid_t child = fork();
     if (child != 0) return child;
     for (int fd = 0; fd < 3; ++fd) dup2(standardFds[static_cast<std::size_t>(fd)], fd);
+    blocked.restoreInChild();
     execl(path, name, nullptr);
     reportProgramNotExecuted(me, path);
     return child;
