@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t kBodySize = 256; /* 255 characters and the NUL */
 
-/* Room for the line: a header in which every percent sign of the process name may be doubled, and the body. */
+/* The line: a header in which each percent sign of the process name may be doubled, and the body. */
 using Line = std::array<char, 2 * VOS_PRINTF_HEAD_LEN + kBodySize>;
 
 /* Writes the header and returns its length in the line, or 0 when it would show more than VOS_PRINTF_HEAD_LEN
