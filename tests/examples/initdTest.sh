@@ -26,6 +26,7 @@ begin() { # NAME: a directory with both programs
     case=$1
     directory=/tmp/$1
     mkdir "$directory"
+    : >"/tmp/$1.log"
     ln -s "$programs/oltd" "$programs/mgmtd" "$directory"
 }
 ends_with() { # STATUS: initd has ended with it, and so have its processes

@@ -325,8 +325,7 @@ TEST(ProcessDestroy, AHandledSignalDoesNotEndTheWait) {
         setitimer(ITIMER_REAL, &never, nullptr);
         EXPECT_EQ(kill(child, 0), -1) << "the child has ended and is reaped";
     });
-    caller.awaitOutput("[asked to end]");
-    const std::string output = caller.awaitOutput(".....");
+    const std::string output = caller.awaitOutput("[asked to end].....");
     ASSERT_EQ(kill(std::stoi(output), SIGKILL), 0);
     EXPECT_TRUE(caller.finish().exited(0));
 }
