@@ -36,7 +36,7 @@ TEST(Creation, TheArgumentStringIsSplitAtItsBlanks) {
     });
 }
 
-TEST(Creation, TwoBlanksInARowStandAroundAnEmptyArgument) {
+TEST(Creation, BetweenTwoBlanksInARowIsAnEmptyArgument) {
     NEEDS(kOwnProgram);
     NEEDS(kRealTime);
     run([] {
@@ -198,7 +198,7 @@ TEST(Creation, TheTraceNamesThePathAndTheId) {
     EXPECT_EQ(messages[1], "vosProcessCreate:end name /app/bin/demo return " + messages[2] + ".");
 }
 
-TEST(Creation, TheCallsAreTheseAndSuccessGivesTheBlocksBack) {
+TEST(Creation, TheCallsAreTheseAndSuccessReleasesTheBlocks) {
     NEEDS(kOwnProgram);
     NEEDS(kRealTime);
     NEEDS(kSharedMemory); /* the child's calls are recorded in the creator's memory */

@@ -48,13 +48,13 @@ void sayWhoEnds(int32_t /*iReserved*/) {
 
 std::string endedBy(pid_t pid) { return "[ended by " + std::to_string(pid) + "]"; }
 
-/* Stands for sched_setscheduler(): the program has ended, and is reaped, before its policy is set. */
+/* Replaces sched_setscheduler(): the program has ended, and is reaped, before its policy is set. */
 int setWhenGone(pid_t pid, int policy, const sched_param *parameter) {
     EXPECT_TRUE(eventually([pid] { return kill(pid, 0) == -1; }));
     return sched_setscheduler(pid, policy, parameter);
 }
 
-/* Stands for vprintf(): SIGTERM arrives in the child while it holds the stream's lock. */
+/* Replaces vprintf(): SIGTERM arrives in the child while it holds the stream's lock. */
 pid_t creator = 0;
 int printWithSignal(const char *format, va_list list) {
     flockfile(stdout);

@@ -51,7 +51,7 @@ void sayWhoHandles(int /*number*/) {
 
 void terminate(int32_t /*iReserved*/) { sayWhoHandles(SIGTERM); }
 
-/* Stands for the two exec calls: SIGTERM arrives in the child as late as it can. */
+/* Replaces the two exec calls: SIGTERM arrives in the child as late as it can. */
 [[noreturn]] void signalInsteadOfProgram() {
     raise(SIGTERM);
     dprintf(STDOUT_FILENO, "\nsurvived\n");
@@ -60,7 +60,7 @@ void terminate(int32_t /*iReserved*/) { sayWhoHandles(SIGTERM); }
 int signalInsteadOfExecl(const char * /*path*/, const char * /*name*/, ...) { signalInsteadOfProgram(); }
 int signalInsteadOfExecv(const char * /*path*/, char *const * /*vector*/) { signalInsteadOfProgram(); }
 
-/* Stands for sigaction(): SIGTERM arrives in the child before the library has set its first disposition. */
+/* Replaces sigaction(): SIGTERM arrives in the child before the library has set its first disposition. */
 pid_t creator = 0;
 int signalFirst(int number, const struct sigaction *to, struct sigaction *from) {
     if (getpid() != creator && number == 1) raise(SIGTERM);
