@@ -1,5 +1,7 @@
 /* SPDX-License-Identifier: MIT */
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "support/faults.h"
@@ -148,6 +150,15 @@ TEST(DebugPrintf, AnOutputErrorIsPassedBack) {
     EXPECT_EQ(attempt.outcome.output, "");
 }
 
+TEST(DebugPrintf, WithNoDescriptorLeftTheNameIsEmptyAndTheLineIsPrinted) {
+    const Outcome outcome = run([] {
+        const rlimit none{0, 0};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        vosDebugPrintf(VOS_DEBUG_ERROR, "f:line.");
+    });
+    EXPECT_EQ(outcome.output, header("", outcome) + "f:line.");
+}
+
 TEST(DebugPrintf, AMessageThatCannotBeFormattedLeavesTheHeader) {
     const Attempt attempt = failCall(
         {.call = "vsnprintf"}, [] { asProcess("oltd"); }, [] { return vosDebugPrintf(VOS_DEBUG_ERROR, "f:line."); });
@@ -169,6 +180,14 @@ TEST(Printf, IsFlushedAtOnce) {
         _exit(0); /* buffered output would be lost */
     });
     EXPECT_EQ(outcome.output, "seen");
+}
+
+TEST(Printf, TheResultIsTheNumberOfCharactersEvenIfTheyCannotBeWritten) {
+    run([] {
+        ASSERT_EQ(dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO), STDOUT_FILENO);
+        EXPECT_EQ(vosPrintf("text"), 4);
+        EXPECT_GT(vosDebugPrintf(VOS_DEBUG_ERROR, "f:line."), 7);
+    });
 }
 
 TEST(Printf, AnOutputErrorIsPassedBackAndAFailedFlushIsNot) {

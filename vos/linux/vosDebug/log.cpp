@@ -18,7 +18,7 @@ constinit uint32_t g_ulVosDebugFlags = VOS_DEBUG_ERROR;
 
 namespace {
 
-/* Room for the line: a header in which every percent sign of the process name may be doubled, and the body. */
+/* The line: a header in which each percent sign of the process name may be doubled, and the body. */
 using Line = std::array<char, 2 * VOS_PRINTF_HEAD_LEN + vos::kLineBody>;
 
 /* Writes the header and returns its length in the line, or 0 when it would show more than VOS_PRINTF_HEAD_LEN

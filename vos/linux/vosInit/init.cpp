@@ -8,7 +8,7 @@ int32_t vosInit(const char *pProcName) {
     const vos::Caller me;
     vos::trace(me, "%s:start.");
     if (vosLinuxOOMInit() != VOS_OK) vos::error(me, "%s:vosLinuxOOMInit failed.");
-    /* The same text on purpose: it is what those who watch the log know for either step. */
+    /* The same text on purpose: those who read the log know it for both steps. */
     if (vosLinuxCoreDumpInit(pProcName) != VOS_OK) vos::error(me, "%s:vosLinuxOOMInit failed.");
     if (vosLinuxNetInit() != VOS_OK) vos::error(me, "%s:vosLinuxNetInit failed.");
     vosSysConfigDataInit();

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* Starting programs as processes of their own. */
-#undef NDEBUG /* the assertion below reports in every build type */
+#undef NDEBUG /* <assert.h> declares __assert_fail() only without it */
 #include <libgen.h>
 #include <unistd.h>
 
@@ -37,8 +37,8 @@ std::size_t countBlanks(const char *text) {
     return static_cast<std::size_t>(std::count(text, text + strlen(text), ' '));
 }
 
-/* A program's arguments as execv() takes them: the vector, and the text that its pointers point into. The two blocks
- * are given back by discard() and by nothing else: a creation that fails keeps them, as it always has. */
+/* A program's arguments as execv() takes them: the vector, and the text that its pointers point into. Only discard()
+ * frees the two blocks: a creation that fails keeps them, as it always has. */
 struct Arguments {
     char **vector = nullptr;
     char *text = nullptr;
@@ -56,7 +56,7 @@ struct Arguments {
         memcpy(text + nameLength + 1, arguments, strlen(arguments) + 1);
     }
 
-    /* Every single blank separates: two in a row stand around an empty argument. */
+    /* Each blank separates two arguments, so there is an empty argument between two blanks in a row. */
     void split() const {
         char **slot = vector;
         *slot++ = text;
@@ -73,8 +73,8 @@ struct Arguments {
     }
 };
 
-/* Takes the argument string apart. False when there is no memory. A blank in the program's name makes more arguments
- * than there are slots; that ends the process before the first one is stored. */
+/* Splits the argument string. False when there is no memory. A blank in the program's name makes more arguments than
+ * there are slots; that aborts the process before the first one is stored. */
 bool parse(const char *path, const char *name, const char *argumentString, Arguments &arguments) {
     const std::size_t slots = countBlanks(argumentString) + 3; /* the name, one more than blanks, the null pointer */
     if (!arguments.obtain(slots, strlen(path) + strlen(argumentString) + 16)) return false;
@@ -133,8 +133,9 @@ pid_t startCopy(vos::Caller me, const char *path, const std::array<int, 3> &stan
     return child;
 }
 
-/* The creator's part, once the child runs: the child's id, or what has failed. */
-int32_t schedule(vos::Caller me, const char *path, pid_t child, int32_t priority) {
+/* The creator's part, after the start: gives the child its policy. Returns the child's id, or the result code of what
+ * has failed: the fork, too. */
+int32_t finishStart(vos::Caller me, const char *path, pid_t child, int32_t priority) {
     if (child == -1) return vos::failed(me, VOS_ERR_FORK, "%s:name %s fork failed.", vos::outside(path));
     if (!vos::setRoundRobin(child, priority))
         return vos::failedErrno(me, VOS_ERROR, "%s:name %s sched_setscheduler failed errno:%d(%s).",
@@ -158,7 +159,8 @@ int32_t vosProcessCreate(const char *pPath, int32_t iPriority, uint32_t /*ulRese
     /* NOLINTBEGIN(clang-analyzer-unix.Malloc): the failing paths keep the blocks, see Arguments */
     if (pArgs != nullptr && !parse(pPath, name, pArgs, arguments))
         return vos::failed(me, VOS_ERR_MEMORY, "%s:name %s malloc failed.", vos::outside(pPath));
-    const int32_t result = schedule(me, pPath, startSuspended(me, pPath, name, arguments.vector), iPriority);
+    const pid_t child = startSuspended(me, pPath, name, arguments.vector);
+    const int32_t result = finishStart(me, pPath, child, iPriority);
     if (result < 0) return result;
     /* NOLINTEND(clang-analyzer-unix.Malloc) */
     arguments.discard();
@@ -171,7 +173,7 @@ int32_t vosProcessCreateWithNewFd(const char *pPath, int32_t iPriority, uint32_t
     vos::trace(me, "%s:start.");
     if (const int32_t refused = checkRequest(me, pPath, iPriority); refused != VOS_OK) return refused;
     const pid_t child = startCopy(me, pPath, {iStdinFd, iStdoutFd, iStderrFd});
-    if (child == 0) return endedWithId(me, pPath, 0); /* the caller goes on in two processes and tells them by this */
-    const int32_t result = schedule(me, pPath, child, iPriority);
+    if (child == 0) return endedWithId(me, pPath, 0); /* the caller's code goes on in two processes: 0 is the child */
+    const int32_t result = finishStart(me, pPath, child, iPriority);
     return result < 0 ? result : endedWithId(me, pPath, result);
 }
