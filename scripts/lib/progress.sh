@@ -73,3 +73,12 @@ show_installation() {
     done
     erase_passing_line
 }
+
+# Reads the output of a build of packages: on a terminal a line that changes, in a log nothing.
+show_package_build() {
+    local line
+    while IFS= read -r line; do
+        [ ! -t 1 ] || passing_line "${line//$'\t'/ }"
+    done
+    erase_passing_line
+}
