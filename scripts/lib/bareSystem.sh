@@ -9,24 +9,24 @@ RELEASE=bookworm
 # sudo for the user who has it, locales for the German one; a compiler cache, because compilers are not what is tried.
 IN_THE_BASE=ca-certificates,ccache,locales,sudo
 
-# Where this machine gets Debian from: the base and its systems use the same. The names in the format are apt's.
-debian_sources() { # FORMAT
-    apt-get indextargets --format "$1" 'Origin: Debian' "Codename: $RELEASE*" 'Created-By: Packages' | sort -u
+# Where this machine gets Debian from, a line "SITE RELEASE COMPONENT" each: the base and its systems use the same.
+debian_sources() {
+    # shellcheck disable=SC2016  # the names are expanded by apt
+    apt-get indextargets --format '$(ORIGIN) $(SITE) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' |
+        sed -n "s/^Debian \(.* $RELEASE.*\)/\1/p" | sort -u
 }
 
 make_base() {
     [ ! -e "$cache/base.complete" ] || return 0
     local mirror
-    # shellcheck disable=SC2016
-    mirror=$(debian_sources '$(SITE) $(RELEASE)' | sed -n "s/ $RELEASE\$//p" | head -n 1)
+    mirror=$(debian_sources | awk -v release="$RELEASE" '$2 == release { print $1; exit }')
     [ -n "$mirror" ] || { echo "surroundings: apt knows no archive of Debian's $RELEASE; run apt-get update" >&2; return 1; }
     echo "making a bare Debian, about 40 seconds (once)"
     rm -rf "$cache/base"
     mkdir -p "$cache/archives/partial" "$cache/ccache"
-    debootstrap --variant=minbase --include="$IN_THE_BASE" "$RELEASE" "$cache/base" "$mirror" >"$cache/debootstrap.log" ||
+    debootstrap --variant=minbase --cache-dir="$cache/archives" --include="$IN_THE_BASE" "$RELEASE" "$cache/base" "$mirror" >"$cache/debootstrap.log" ||
         { tail -n 20 "$cache/debootstrap.log" >&2; return 1; }
-    # shellcheck disable=SC2016
-    debian_sources 'deb $(SITE) $(RELEASE) $(COMPONENT)' >"$cache/base/etc/apt/sources.list"
+    debian_sources | sed 's/^/deb /' >"$cache/base/etc/apt/sources.list"
     # Proxies and the like; what is fetched is kept in the cache, where the next system finds it.
     { apt-config dump | grep '^Acquire::' || true; echo 'APT::Keep-Downloaded-Packages "true";'; } \
         >"$cache/base/etc/apt/apt.conf.d/99machine"
