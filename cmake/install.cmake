@@ -24,7 +24,7 @@ if(VOS_BUILD_TOOLS)
   install(FILES ${completion}/vosctl.fish DESTINATION ${VOS_FISH_COMPLETIONS})
   install(CODE "
     set(zsh \"${VOS_ZSH_COMPLETIONS}\")
-    if(NOT zsh AND CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+    if(NOT zsh AND CMAKE_INSTALL_PREFIX MATCHES \"^/usr/?$\")
       set(zsh ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
     elseif(NOT zsh)
       set(zsh ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
