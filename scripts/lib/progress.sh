@@ -14,11 +14,11 @@ length_in_words() { # SECONDS
     fi
 }
 
-# A line that the next one replaces.
+# A line that the next one replaces; only for a terminal.
+terminal_width=80
+[ ! -t 1 ] || terminal_width=$(tput cols 2>/dev/null) || terminal_width=80
 passing_line() { # TEXT
-    local width
-    width=$(tput cols 2>/dev/null) || width=80
-    printf '\r%.*s\e[K' "$((width - 1))" "$1"
+    printf '\r%.*s\e[K' "$((terminal_width - 1))" "$1"
 }
 erase_passing_line() { [ ! -t 1 ] || printf '\r\e[K'; }
 
