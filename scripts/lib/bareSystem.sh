@@ -81,9 +81,9 @@ in_system() { # SYSTEM USER COMMAND
         hostname bare
         echo "127.0.0.1 localhost bare" >/etc/hosts
         # The cache of compiled objects is shared by all users.
-        exec env -i TERM=dumb CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_DIR=/var/cache/ccache \
-            CCACHE_NOHASHDIR=1 CCACHE_UMASK=000 CCACHE_SLOPPINESS=pch_defines,time_macros \
-            ${http_proxy:+http_proxy="$http_proxy"} \
+        exec env -i TERM=dumb PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+            CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_DIR=/var/cache/ccache CCACHE_NOHASHDIR=1 \
+            CCACHE_UMASK=000 CCACHE_SLOPPINESS=pch_defines,time_macros ${http_proxy:+http_proxy="$http_proxy"} \
             su "$user" -c "cd && umask 022 && export CCACHE_BASEDIR=\$HOME && $command"
     ' in_system "$system" "$cache" "$@" </dev/null
 }
