@@ -55,6 +55,7 @@ struct Armed {
     std::array<char, 32> call{};
     int error = 0;
     long shortTo = -1;
+    bool ends = false;
     std::atomic<int> left = 0;  // 1: the next such call fails
     std::atomic<bool> struck = false;
 } armed;
@@ -74,6 +75,7 @@ Verdict enter(const char *call, Kind kind) {
     if (armed.left.load(std::memory_order_relaxed) == 0 || strcmp(armed.call.data(), call) != 0) return Verdict::Pass;
     if (armed.left.fetch_sub(1) != 1) return Verdict::Pass;
     armed.struck = true;
+    if (armed.ends && armed.shortTo < 0) raise(SIGKILL);
     return armed.shortTo >= 0 ? Verdict::Shorten : Verdict::Fail;
 }
 
@@ -133,7 +135,9 @@ namespace over {
         const Verdict verdict = enter(#name, Kind::Listed);                                             \
         if (verdict == Verdict::Fail) return ERRNO::failed<result>();                                   \
         if (verdict == Verdict::Shorten) length = std::min(length, static_cast<size_t>(armed.shortTo)); \
-        return ::name arguments;                                                                        \
+        const result moved = ::name arguments;                                                          \
+        if (verdict == Verdict::Shorten && armed.ends) raise(SIGKILL);                                  \
+        return moved;                                                                                   \
     }
 #define GIVES(name, parameters, arguments)                               \
     int name parameters {                                                \
@@ -438,6 +442,7 @@ void Faults::arm(const FaultPoint &point) {
     point.call.copy(armed.call.data(), armed.call.size() - 1);
     armed.error = point.error;
     armed.shortTo = point.shortTo;
+    armed.ends = point.ends;
     armed.struck = false;
     armed.left = point.occurrence;
 }

@@ -2,7 +2,10 @@
 /* The two partitions as files: initialised, validated, rewritten, and every failing call. */
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/time.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "vosSysConfig/partitions.h"
 
@@ -282,6 +285,43 @@ TEST_P(EachPartition, EachFailingCallOfAnInitialisation) {
     ASSERT_THAT(shortened.messages, SizeIs(3));
     EXPECT_EQ(shortened.messages.at(1), partition.data(init, "write") + partition.blanks + "need " +
                                             std::to_string(partition.size()) + " but only write 100.");
+}
+
+TEST_P(EachPartition, AFailedSetLeavesTheNewItemInTheCopyInMemory) {
+    run([&] {
+        putErased();
+        Faults::arm({.call = "open", .occurrence = 2, .error = EROFS});
+        EXPECT_EQ(setWord(partition.item, 77), VOS_ERROR);
+        const bool factory = partition.word == "factory";
+        EXPECT_EQ((factory ? flashConfig + 12 : flashData + 16)[0], 77);
+        uint32_t value = 0;
+        EXPECT_EQ(get(), VOS_OK);
+        EXPECT_EQ(getWord(partition.item, value), VOS_OK);
+        EXPECT_EQ(value, 0xFFFFFFFFu);
+    });
+}
+
+/* The lock of another process is ignored once a signal without SA_RESTART has interrupted the wait. */
+TEST_P(EachPartition, ASignalWithoutRestartEndsTheWaitForTheLock) {
+    putErased();
+    Process holder = start([&] {
+        const int fd = open(partition.path, O_RDWR);
+        ASSERT_EQ(flock(fd, LOCK_EX), 0);
+        ready();
+        pause();
+    });
+    holder.awaitReady();
+    const Outcome outcome = run([&] {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        ASSERT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
+        const itimerval often{{0, 5000}, {0, 5000}};
+        ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+        EXPECT_EQ(setWord(partition.item, 7), VOS_OK);
+    });
+    EXPECT_THAT(outcome.messages(), ElementsAre(failedLine(partition.data(partition.reader, "lock"), EINTR),
+                                                failedLine(partition.data(partition.writer, "lock"), EINTR)));
+    EXPECT_NE(bodyOf(partition), erasedBody(partition));
 }
 
 TEST_P(EachPartition, StartUpRepairsWhateverCannotBeRead) {

@@ -56,9 +56,9 @@ int32_t deleteChildren(vos::Caller me, const char *path) {
 
 }  // namespace
 
-/* Every single removal is followed by a sync of the whole system: flash file systems on a device whose power may go at
- * any moment, at the price of speed on large trees. The recursion is as deep as the tree, which the longest path and
- * the number of descriptors bound. */
+/* Every single removal is followed by a sync of the whole system, because the power can fail at any moment; large trees
+ * are slow therefore. The recursion is as deep as the tree. The longest path and the limit of open descriptors bound
+ * it. */
 int32_t vosDirDelete(const char *pPath) {
     const vos::Caller me;
     if (pPath == nullptr) return VOS_ERROR;

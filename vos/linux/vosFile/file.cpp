@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "../base/log.h"
+#include "image.h"
 #include "vosFile.h"
 
 int32_t vosFileExist(const char *pPath) {
@@ -23,15 +24,23 @@ int32_t vosFileDelete(const char *pPath) {
     return vos::ended(me, VOS_OK);
 }
 
+namespace vos {
+
+std::optional<uint64_t> vosFileSizeGet(const char *path) {
+    trace(Caller{}, "%s:start name %s.", outside(path));
+    struct stat state;
+    if (!named(path) || stat(path, &state) != 0) return std::nullopt;
+    return static_cast<uint64_t>(state.st_size);
+}
+
+}  // namespace vos
+
 int32_t vosFileSizeGet(const char *pPath, uint32_t *pSize) {
     const vos::Caller me;
-    vos::trace(me, "%s:start name %s.", vos::outside(pPath));
+    const auto size = vos::vosFileSizeGet(pPath);
     if (pSize == nullptr) return vos::failed(me, VOS_ERROR, "%s:parameter error.");
-    *pSize = 0;
-    struct stat state;
-    if (!vos::named(pPath) || stat(pPath, &state) != 0) return VOS_ERROR;
-    *pSize = static_cast<uint32_t>(state.st_size);
-    return VOS_OK;
+    *pSize = static_cast<uint32_t>(size.value_or(0));
+    return size ? VOS_OK : VOS_ERROR;
 }
 
 int32_t vosFileSize(const char *pPath) {

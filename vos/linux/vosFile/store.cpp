@@ -9,7 +9,7 @@ namespace vos {
 
 namespace {
 
-/* A store at work: who speaks, how, and about which file. */
+/* One operation on one file of a store. */
 struct Work {
     Caller me;
     const Store &store;
@@ -33,25 +33,34 @@ struct Work {
     }
     void failed(const FailureText &text) const { failed(VOS_DEBUG_ERROR, text); }
 
-    /* A lock that cannot be had stops nothing: a device that cannot lock still has to start. */
+    /* A failed lock or unlock is only logged: a device whose file system cannot lock must still start. */
     void lock(const UniqueFd &file, int how) const {
         if (flock(file.get(), how) != 0) failed(store.lock);
     }
     void unlock(const UniqueFd &file) const {
+        const ErrnoKeeper keep;
         if (flock(file.get(), LOCK_UN) != 0) failed(store.unlock);
     }
 };
 
 int32_t readFailed(const Work &work, UniqueFd file) {
-    const FailedRead way = work.store.failedRead;
-    if (way == FailedRead::LogsThenEnds) work.failed(work.store.read);
-    {
-        const ErrnoKeeper keep;
-        if (way != FailedRead::ClosesThenLogs) work.unlock(file);
-        file.reset();
+    const FailureText &text = work.store.read;
+    switch (work.store.failedRead) {
+        case FailedRead::CloseAndLog:
+            file.reset();
+            work.failed(text);
+            break;
+        case FailedRead::UnlockCloseAndLog:
+            work.unlock(file);
+            file.reset();
+            work.failed(text);
+            break;
+        case FailedRead::LogUnlockCloseAndEnd:
+            work.failed(text);
+            work.unlock(file);
+            file.reset();
+            return ended(work.me, VOS_ERROR);
     }
-    if (way == FailedRead::LogsThenEnds) return ended(work.me, VOS_ERROR);
-    work.failed(work.store.read);
     return VOS_ERROR;
 }
 
@@ -64,7 +73,7 @@ int32_t writeFailed(const Work &work, UniqueFd &file, const FailureText &text) {
 int32_t writeAll(const Work &work, UniqueFd &file, std::span<const uint8_t> from) {
     const Store &store = work.store;
     if (ftruncate(file.get(), 0) != 0 && store.truncate) return writeFailed(work, file, store.truncate);
-    /* One call never moves more than a signed 32-bit count. */
+    /* The kernel writes at most 0x7FFFF000 bytes in one call, so the count fits. */
     const auto count = static_cast<int32_t>(write(file.get(), from.data(), from.size()));
     if (count < 0) return writeFailed(work, file, store.write);
     if (static_cast<uint32_t>(count) < from.size())
@@ -98,9 +107,9 @@ int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uin
     return count;
 }
 
-/* After a failed write to any file the descriptor is closed already, and the calls that follow are made on none (-1):
- * they fail as they would on the closed number and log the same line, but cannot hit a file that another thread has
- * opened under that number meanwhile. */
+/* vosFileWrite() closes the file when a truncation or a write fails, and then still unlocks and flushes. These calls
+ * are made on descriptor -1: they fail and log as on the closed number, and never reach a file that another thread has
+ * opened meanwhile under that number. */
 int32_t replaceWhole(Caller me, const Store &store, const char *path, std::span<const uint8_t> from, mode_t mode) {
     const Work work{me, store, path};
     UniqueFd file = openFile(path, O_RDWR | O_CREAT, mode);
@@ -110,7 +119,7 @@ int32_t replaceWhole(Caller me, const Store &store, const char *path, std::span<
     }
     work.lock(file, LOCK_EX);
     const int32_t result = writeAll(work, file, from);
-    const ErrnoKeeper keep; /* of the failed call, for those who asked for the write */
+    const ErrnoKeeper keep; /* vosFileAppWrite() logs errno of the failed call */
     work.unlock(file);
     if (store.flushed) {
         fsync(file.get());

@@ -12,8 +12,8 @@
 
 namespace vos {
 
-/* A text of one of the stores: those of any file name the path first, those of the others do not. Without a text the
- * store does not look at what the text would tell. */
+/* A log text of a store. vosFileRead() and vosFileWrite() show the path in their texts, the others do not; which it is
+ * follows from the number of conversions. Where a store has no text for an event, the event is not examined. */
 template <class... Args>
 struct StoreText {
     const char *text = nullptr;
@@ -29,7 +29,8 @@ using FailureText = StoreText<int, const char *>; /* errno and its text */
 using ReadCounts = StoreText<int32_t, int32_t>;   /* wanted, got */
 using WriteCounts = StoreText<uint32_t, int32_t>; /* wanted, got */
 
-enum class FailedRead { ClosesThenLogs, UnlocksThenLogs, LogsThenEnds };
+/* What follows a failed read, in this order. "End" is the trace line at the end of the call. */
+enum class FailedRead { CloseAndLog, UnlockCloseAndLog, LogUnlockCloseAndEnd };
 enum class Result { Zero, Count };
 
 struct Store {
@@ -40,14 +41,14 @@ struct Store {
 
     FailureText read;
     FailedRead failedRead;
-    ReadCounts shortRead; /* without: a short read is no event */
+    ReadCounts shortRead; /* null: a short read is not logged */
 
-    FailureText truncate; /* without: a failed truncation goes unnoticed, and the write goes ahead */
+    FailureText truncate; /* null: a failed truncation is ignored, and the write follows */
     FailureText write;
-    bool failedWriteCloses; /* at once, before the lock would be released */
+    bool failedWriteCloses; /* the file is closed before the failure is logged */
     WriteCounts shortWrite;
     bool flushed;
-    Result result; /* what the end lines show and a write returns; a read always returns the count */
+    Result result; /* shown in the end lines and returned by a write; a read always returns the count */
 };
 
 inline constexpr Store kAnyFile{
@@ -56,7 +57,7 @@ inline constexpr Store kAnyFile{
     .lock = "%s:lock file %s failed errno:%d(%s).",
     .unlock = "%s:unlock file %s failed errno:%d(%s).",
     .read = "%s:read file %s failed errno:%d(%s).",
-    .failedRead = FailedRead::ClosesThenLogs,
+    .failedRead = FailedRead::CloseAndLog,
     .shortRead = nullptr,
     .truncate = "%s:ftruncate file %s failed errno:%d(%s).",
     .write = "%s:write file %s failed errno:%d(%s).",
@@ -72,7 +73,7 @@ inline constexpr Store kConfigurationFile{
     .lock = "%s:lock cfg file failed errno:%d(%s).",
     .unlock = "%s:unlock cfg file failed errno:%d(%s).",
     .read = "%s:read cfg file failed errno:%d(%s).",
-    .failedRead = FailedRead::UnlocksThenLogs,
+    .failedRead = FailedRead::UnlockCloseAndLog,
     .shortRead = "%s:read cfg file need %d but only read %d.",
     .truncate = nullptr,
     .write = "%s:write cfg file failed errno:%d(%s).",
@@ -82,14 +83,15 @@ inline constexpr Store kConfigurationFile{
     .result = Result::Zero,
 };
 
-/* Not flushed: a log is saved often, and losing its end in a power cut is cheaper than wearing out the flash. */
+/* Not flushed, because a log is saved often and each flush wears out the flash. A power cut soon after a save can leave
+ * an empty file, since the file is truncated first. */
 inline constexpr Store kSyslogFile{
     .missing = "%s:syslog file does not exist errno:%d(%s).",
     .open = "%s:open syslog file failed errno:%d(%s).",
     .lock = "%s:lock syslog file failed errno:%d(%s).",
     .unlock = "%s:unlock syslog file failed errno:%d(%s).",
     .read = "%s:read syslog file failed errno:%d(%s).",
-    .failedRead = FailedRead::LogsThenEnds,
+    .failedRead = FailedRead::LogUnlockCloseAndEnd,
     .shortRead = nullptr,
     .truncate = nullptr,
     .write = "%s:write syslog file failed errno:%d(%s).",
@@ -99,13 +101,13 @@ inline constexpr Store kSyslogFile{
     .result = Result::Count,
 };
 
-/* VOS_OK, or VOS_ERR_NO_FILE after the store's trace line. */
+/* Returns VOS_OK if the path can be reached. Else writes the store's trace line and returns VOS_ERR_NO_FILE. */
 int32_t findFile(Caller me, const Store &store, const char *path);
 
 /* Reads at most the buffer's size, from the file's start. Returns the number of bytes, or VOS_ERROR. */
 int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uint8_t> to);
 
-/* Makes the bytes the file's content. Returns the store's result, or VOS_ERROR. */
+/* Replaces the file's content by the bytes. Returns the store's result, or VOS_ERROR with errno of the failed call. */
 int32_t replaceWhole(Caller me, const Store &store, const char *path, std::span<const uint8_t> from,
                      mode_t mode = kFileMode);
 

@@ -10,7 +10,8 @@ namespace {
 
 constexpr uint32_t kCopyBuffer = 0x200000;
 
-/* The result of a write is not looked at: the copy is as complete as the destination allows. */
+/* The result of a write is not examined: after a short write the next piece follows directly, so the copy can be cut
+ * short and can also lack bytes in the middle. */
 void copyBytes(const vos::UniqueFd &from, const vos::UniqueFd &to, uint8_t *buffer) {
     for (ssize_t count = 0; (count = read(from.get(), buffer, kCopyBuffer)) > 0;) {
         [[maybe_unused]] const ssize_t written = write(to.get(), buffer, static_cast<std::size_t>(count));

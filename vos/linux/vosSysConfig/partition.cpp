@@ -25,7 +25,7 @@ namespace {
 using FailureText = LogText<int, const char *>;
 using CountsText = LogText<int32_t, int32_t>;
 
-/* What the partitions differ in. */
+/* The differences between the two partitions. */
 struct PartitionSpec {
     const char *const *path;
     uint32_t bodySize;
@@ -45,7 +45,7 @@ struct PartitionSpec {
     [[nodiscard]] uint32_t size() const { return static_cast<uint32_t>(sizeof(PartitionHeader)) + bodySize; }
 };
 
-/* Writing to a missing factory partition leaves an empty file, which the next start-up finds and replaces. */
+/* A write to a missing factory partition fails and leaves an empty file. The next start-up replaces it. */
 constexpr PartitionSpec kFactory{
     .path = &szFactoryData,
     .bodySize = sizeof flashConfig,
@@ -62,7 +62,7 @@ constexpr PartitionSpec kFactory{
     .shortWrite = "%s:write factory data need %d but only write %d.",
 };
 
-/* Writing to a missing system partition fails and creates nothing: only an initialised one can be changed. */
+/* A write to a missing system partition fails and creates nothing. */
 constexpr PartitionSpec kSystem{
     .path = &szSysData,
     .bodySize = sizeof flashData,
@@ -120,7 +120,7 @@ void unlockFile(Caller me, const FailureText &text, const UniqueFd &file) {
     if (flock(file.get(), LOCK_UN) != 0) errorErrno(me, text);
 }
 
-/* A write that fails or is short shows in the log only. */
+/* A failed or short write is only logged. */
 void writeImage(Caller me, const PartitionSpec &spec, const UniqueFd &file, const Image &image) {
     const auto wanted = static_cast<int32_t>(spec.size());
     const auto count = static_cast<int32_t>(write(file.get(), image.bytes().data(), spec.size()));
@@ -137,13 +137,13 @@ int32_t readImage(const UniqueFd &file, const Image &image) {
     return static_cast<int32_t>(read(file.get(), image.bytes().data(), image.bytes().size()));
 }
 
-/* What a read of fewer bytes than the partition has means. */
+/* Logs a failed or short read. */
 int32_t shortOf(Caller me, const PartitionSpec &spec, int32_t count) {
     if (count < 0) return failedErrno(me, VOS_ERROR, spec.read);
     return failed(me, VOS_ERROR, spec.shortRead, static_cast<int32_t>(spec.size()), count);
 }
 
-/* 0xFFFFFFFF is erased flash, whatever the body's checksum may be. */
+/* A stored checksum of 0xFFFFFFFF means erased flash. It is never valid, also when it is the body's checksum. */
 int32_t validate(Caller me, const Image &image) {
     const PartitionHeader header = image.header();
     if (header.magic != VOS_PARTITION_MAGIC) return failed(me, VOS_ERR_MAGIC, "%s:invalid magic.");
@@ -186,7 +186,7 @@ int32_t readPartition(Caller me, const PartitionSpec &spec, uint8_t *body) {
     return VOS_OK;
 }
 
-/* The magic and the checksum of what is rewritten are not examined, and its reserved bytes stay. */
+/* Magic and checksum of the old content are not examined, and its reserved bytes are kept. */
 int32_t writePartition(Caller me, const PartitionSpec &spec, const uint8_t *body) {
     trace(me, "%s:start.");
     if (body == nullptr) return failed(me, VOS_ERROR, "%s:paramters error.");
