@@ -22,7 +22,7 @@ constexpr uint32_t kTrace = VOS_DEBUG_ERROR | VOS_DEBUG_TRACE;
 int32_t saveConfiguration(const std::string &bytes) { return vosFileCfgWrite(bytes.data(), size32(bytes)); }
 int32_t saveSyslog(const std::string &bytes) { return vosFileSyslogWrite(bytes.data(), size32(bytes)); }
 
-/* Loads and releases; the result only. */
+/* Loads the configuration and releases it. Returns the result. */
 long loadConfiguration() {
     char *buffer = nullptr;
     uint32_t length = 0;

@@ -201,7 +201,7 @@ TEST(DirectoryDelete, EachFailingCall) {
     expectLines(attempts, "rmdir#2", VOS_ERROR, {failedLine("vosDirDelete:rmdir dir /flash/tree")});
     for (const char *const call : {"sync#1", "sync#2", "sync#3", "closedir#1", "closedir#2"})
         expectLines(attempts, call, VOS_OK, {});
-    /* A directory that cannot be read further is taken as read: what is left in it stops its removal. */
+    /* A failed readdir() looks like the end of the directory. The entries that remain make the removal fail. */
     expectLines(attempts, "readdir#1", VOS_ERROR, {failedLine("vosDirDelete:rmdir dir /flash/tree", ENOTEMPTY)});
 }
 

@@ -167,7 +167,7 @@ TEST(AppWrite, TheVersionIsGoneAlsoWhenTheInstallationFailsAfterTheBackup) {
     EXPECT_EQ(fileContent(kApplication), applicationImage("old")) << "not opened, so unchanged";
 }
 
-/* Nothing tells that the backup is cut short; a check of the backup does, as long as the application can be read. */
+/* No result and no line tells that the backup is cut short. A check of the backup tells it. */
 TEST(AppWrite, AFullFlashCutsTheBackupShortWithoutALine) {
     const Outcome outcome = run([] {
         ASSERT_EQ(mount("none", "/flash", "tmpfs", 0, "size=64k"), 0) << strerror(errno);

@@ -16,7 +16,7 @@ struct Item {
     bool lengthIsSigned;
 };
 
-/* Written down once more, so that a slip in the library's table shows. */
+/* A second copy of the library's table, so that an error in it is found. */
 const Item kItems[] = {
     {0, "BSP_SYS_MAC", true, 0, 6, true},
     {1, "BSP_DEFAULT_MAC", true, 6, 6, true},

@@ -43,8 +43,8 @@ std::string initLine(const Partition &partition) { return "Initialize " + partit
 
 const Partition *vanishing = nullptr;
 
-/* Takes the place of standard output: the log is kept, and the moment it says that the rewriting has begun, the
- * partition is removed. */
+/* Receives standard output in place of the terminal: keeps the log, and removes the partition when the line comes that
+ * the rewriting starts. */
 ssize_t removeWhenTheWriterStarts(void *, const char *text, size_t length) {
     const std::string line(text, length);
     std::ofstream{"/tmp/log", std::ios::app} << line;
@@ -226,7 +226,7 @@ TEST_P(EachPartition, EachFailingCallOfAWrite) {
     expectLines(attempts, "open#2", VOS_ERROR, setLines(failedLine(partition.data(writer, "open"))));
     expectLines(attempts, "flock#3", VOS_OK, {failedLine(partition.data(writer, "lock"))});
     expectLines(attempts, "read#2", VOS_ERROR, setLines(failedLine(partition.data(writer, "read"))));
-    /* A write that goes to the end of what was read leaves the partition as it was. */
+    /* Without the seek the write goes behind the partition, which stays as it was. */
     expectLines(attempts, "lseek#1", VOS_OK, {failedLine(partition.data(writer, "lseek"))});
     expectLines(attempts, "write#1", VOS_OK, {failedLine(partition.data(writer, "write") + blank)});
     expectLines(attempts, "flock#4", VOS_OK, {failedLine(partition.data(writer, "unlock") + blank)});
@@ -260,7 +260,7 @@ TEST_P(EachPartition, EachFailingCallOfAnInitialisation) {
         },
         [] { return vosSysConfigDataInit(); });
     expectNothingKept(attempts);
-    /* The read of the partition that is not there, in its place before or after the read of the other. */
+    /* The factory partition is read first, so the numbers of the calls depend on which partition is missing. */
     const bool first = partition.word == "factory";
     const std::string open = first ? "open#2" : "open#3";
     const std::string malloc = first ? "malloc#2" : "malloc#3";
