@@ -46,6 +46,35 @@ extern const char *szAppFileName;
 extern const char *szBootLoaderFileName;
 
 /**
+ * Directory of the journal, by which a save survives a power cut, a kill and a full flash. Null at load, unless the
+ * library was built with VOS_JOURNAL_DIR: then there is no journal, and nothing is different. A directory that does not
+ * exist is made with mode 0700 by the first save. It should lie on flash; its entries have the size of what is saved.
+ *
+ * With the journal every save of a whole file (vosFileWrite(), vosFileCfgWrite(), vosFileSyslogWrite(),
+ * vosFileAppVerUpdate(), the files of a package) and of a partition is first written to an entry of the journal, which
+ * is flushed. Then the file is written as without the journal, and flushed, the syslog as well. Then the entry is
+ * removed. The next call that reads or writes a file with an entry completes it from the entry and logs one line.
+ * Reading then takes the exclusive lock.
+ *
+ * - An entry that cannot be written, for example on a full flash: the save is refused with VOS_ERROR and one line, and
+ * the file is untouched.
+ * - A save that fails after that gives the result that it has without the journal. The entry stays, and the next call
+ *   completes the file with the new content, also where the result was VOS_ERROR.
+ * - A file that cannot be completed is not read: VOS_ERROR and one line, and the entry stays. This is also the result
+ * for a process that may not search the directory or may not write the file. vosInit() does not make a partition anew
+ *   that has such an entry.
+ * - An entry never replaces a later save, also of a program without the journal, with two exceptions. A file is
+ * completed when it is empty or holds the beginning of the entry's content; bytes that are 0 count as not written. A
+ * partition is completed when it is short or its checksum is wrong, or when it holds exactly what it held before the
+ * interrupted save. In all other cases the entry is removed with one line.
+ *
+ * All programs of a device should have the same directory, and name a file by the same path: an entry belongs to the
+ * text of the absolute path. A path has at most 1023 characters, the directory's path at most 255. Applications and
+ * boot loaders are not saved by way of the journal, nor is what vosFileCopy() writes.
+ */
+extern const char *szVosJournalDir;
+
+/**
  * Continues a CRC-32 over more bytes. Start with 0xFFFFFFFF and invert the last result: that is the CRC-32 of zlib.
  *
  *     crc = ~vosFileCrc32(vosFileCrc32(0xFFFFFFFF, head, headLen), tail, tailLen);

@@ -22,6 +22,7 @@
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
+#include <sys/uio.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -159,6 +160,25 @@ int open(const char *path, int flags, ...) {
     va_end(list);
     if (enter("open", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
     return ::open(path, flags, mode);
+}
+
+int openat(int at, const char *path, int flags, ...) {
+    va_list list;
+    va_start(list, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(list, mode_t) : 0;
+    va_end(list);
+    if (enter("openat", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
+    return ::openat(at, path, flags, mode);
+}
+
+/* A short transfer of pieces is one of a shorter first piece. */
+ssize_t writev(int fd, const iovec *pieces, int count) {
+    const Verdict verdict = enter("writev", Kind::Listed);
+    if (verdict == Verdict::Fail) return ERRNO::failed<ssize_t>();
+    if (verdict == Verdict::Pass) return ::writev(fd, pieces, count);
+    const ssize_t moved = ::write(fd, pieces->iov_base, std::min(pieces->iov_len, static_cast<size_t>(armed.shortTo)));
+    if (armed.ends) raise(SIGKILL);
+    return moved;
 }
 
 /* Has no result: a failure is a sync that does not happen. */
@@ -398,6 +418,8 @@ const std::vector<Override> &overrides() {
 #undef MOVES
 #undef GIVES
         entry("open", over::open),
+        entry("openat", over::openat),
+        entry("writev", over::writev),
         entry("sync", over::sync),
         entry("fcntl", over::fcntl),
         entry("fcntl64", over::fcntl),

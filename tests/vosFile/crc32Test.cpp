@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* Every implementation of the CRC-32 gives the value of the definition, which goes byte by byte over the table. */
-#include "vosFile/crc32.h"
+#include "base/crc32.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

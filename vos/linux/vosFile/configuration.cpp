@@ -32,6 +32,8 @@ int32_t vosFileCfgRead(char **ppBuf, uint32_t *pLen) {
     *pLen = 0;
     const char *const path = szVosCfgFileName;
     if (const int32_t found = vos::findFile(me, vos::kConfigurationFile, path); found != VOS_OK) return found;
+    const vos::SteadyFile steady{me, path}; /* with the journal the size below is that of a whole configuration */
+    if (!steady) return VOS_ERROR;
     struct stat state;
     if (stat(path, &state) != 0) return vos::failedErrno(me, VOS_ERROR, "%s:stat cfg file failed errno:%d(%s).");
     vos::Block buffer = allocateFor(state.st_size);
@@ -66,6 +68,8 @@ int32_t vosFileCfgDelete(void) {
     const char *const path = szVosCfgFileName;
     if ((!vos::named(path) || remove(path) != 0) && errno != ENOENT)
         vos::errorErrno(me, "%s:remove cfg file failed errno:%d(%s).");
+    else
+        vos::forgetSave(me, path);
     remove(kCoreDumpSettings);
     return vos::ended(me, VOS_OK);
 }

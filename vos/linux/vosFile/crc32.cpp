@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* The CRC-32 of images. They have tens of megabytes, and an installation waits for the checksum, so it has to be fast.
  */
-#include "crc32.h"
+#include "../base/crc32.h"
 
 #include <cstring>
 

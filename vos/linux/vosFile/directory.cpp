@@ -11,6 +11,7 @@
 #include "../base/block.h"
 #include "../base/errnoKeeper.h"
 #include "../base/log.h"
+#include "store.h"
 #include "vosFile.h"
 
 namespace {
@@ -70,6 +71,7 @@ int32_t vosDirDelete(const char *pPath) {
     if (!S_ISDIR(state.st_mode)) {
         if (unlink(pPath) != 0)
             return vos::failedErrno(me, VOS_ERROR, "%s:unlink file %s failed errno:%d(%s).", vos::outside(pPath));
+        vos::forgetSave(me, pPath);
     } else {
         if (deleteChildren(me, pPath) != VOS_OK) return VOS_ERROR;
         if (rmdir(pPath) != 0)

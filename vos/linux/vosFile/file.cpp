@@ -8,6 +8,7 @@
 
 #include "../base/log.h"
 #include "image.h"
+#include "store.h"
 #include "vosFile.h"
 
 int32_t vosFileExist(const char *pPath) {
@@ -19,7 +20,9 @@ int32_t vosFileDelete(const char *pPath) {
     const vos::Caller me;
     if (pPath == nullptr)
         vos::error(me, "%s:parameter error.");
-    else if (remove(pPath) != 0 && errno != ENOENT)
+    else if (remove(pPath) == 0 || errno == ENOENT)
+        vos::forgetSave(me, pPath);
+    else
         vos::errorErrno(me, "%s:remove file %s failed errno:%d(%s).", vos::outside(pPath));
     return vos::ended(me, VOS_OK);
 }
@@ -27,9 +30,10 @@ int32_t vosFileDelete(const char *pPath) {
 namespace vos {
 
 std::optional<uint64_t> vosFileSizeGet(const char *path) {
-    trace(Caller{}, "%s:start name %s.", outside(path));
+    const Caller me;
+    trace(me, "%s:start name %s.", outside(path));
     struct stat state;
-    if (!named(path) || stat(path, &state) != 0) return std::nullopt;
+    if (!named(path) || settle(me, path) != VOS_OK || stat(path, &state) != 0) return std::nullopt;
     return static_cast<uint64_t>(state.st_size);
 }
 
@@ -44,7 +48,8 @@ int32_t vosFileSizeGet(const char *pPath, uint32_t *pSize) {
 }
 
 int32_t vosFileSize(const char *pPath) {
-    FILE *const stream = vos::named(pPath) ? fopen(pPath, "re") : nullptr;
+    const vos::Caller me;
+    FILE *const stream = vos::named(pPath) && vos::settle(me, pPath) == VOS_OK ? fopen(pPath, "re") : nullptr;
     if (stream == nullptr) return VOS_ERROR;
     const long size = fseek(stream, 0, SEEK_END) == 0 ? ftell(stream) : -1;
     fclose(stream);

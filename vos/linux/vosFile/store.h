@@ -5,10 +5,13 @@
 #define VOS_FILE_STORE_H
 
 #include <cstddef>
+#include <optional>
 #include <span>
 
 #include "../base/file.h"
+#include "../base/journal.h"
 #include "../base/log.h"
+#include "vosFile.h"
 
 namespace vos {
 
@@ -103,6 +106,27 @@ inline constexpr Store kSyslogFile{
 
 /* Returns VOS_OK if the path can be reached. Else writes the store's trace line and returns VOS_ERR_NO_FILE. */
 int32_t findFile(Caller me, const Store &store, const char *path);
+
+/* Completes a file whose save was interrupted, for readers that do not lock it. VOS_ERROR when that failed, which has
+ * been logged: the file may be torn. Without the journal nothing happens. */
+int32_t settle(Caller me, const char *path);
+
+/* With the journal: keeps the file from being saved, and complete. Without it: nothing. False when the file may be
+ * torn. */
+class SteadyFile {
+  public:
+    SteadyFile(Caller me, const char *path) {
+        const journal::Target target{me, szVosJournalDir, path};
+        if (target.on()) hold_.emplace(target);
+    }
+    explicit operator bool() const { return !hold_ || !hold_->failed(); }
+
+  private:
+    std::optional<journal::Hold> hold_;
+};
+
+/* A file that was removed is not to be completed any more. */
+void forgetSave(Caller me, const char *path);
 
 /* Reads at most the buffer's size, from the file's start. Returns the number of bytes, or VOS_ERROR. */
 int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uint8_t> to);

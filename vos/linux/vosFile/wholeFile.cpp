@@ -50,6 +50,7 @@ int32_t vosFileCopy(const char *pSource, const char *pDestination) {
     vos::trace(me, "%s:start name %s name2 %s.", vos::outside(pSource), vos::outside(pDestination));
     if (pSource == nullptr || pDestination == nullptr) return vos::failed(me, VOS_ERROR, "%s:parameter error.");
     if (const int32_t found = vos::findFile(me, vos::kAnyFile, pSource); found != VOS_OK) return found;
+    if (vos::settle(me, pSource) != VOS_OK) return VOS_ERROR;
     const vos::Block buffer = vos::allocate(kCopyBuffer);
     if (buffer == nullptr) return vos::failed(me, VOS_ERR_MEMORY, "%s:vosMalloc failed.");
     const vos::UniqueFd from = openLogged(me, pSource, O_RDONLY);

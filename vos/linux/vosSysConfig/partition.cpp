@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <span>
 
 #include "../base/block.h"
 #include "../base/file.h"
+#include "../base/journal.h"
 #include "../base/log.h"
 #include "vosFile.h"
 
@@ -120,17 +122,22 @@ void unlockFile(Caller me, const FailureText &text, const UniqueFd &file) {
     if (flock(file.get(), LOCK_UN) != 0) errorErrno(me, text);
 }
 
-/* A failed or short write is only logged. */
-void writeImage(Caller me, const PartitionSpec &spec, const UniqueFd &file, const Image &image) {
+/* A failed or short write is only logged. With the journal the lock is kept until the entry is removed: another process
+ * would take the entry of a save at work for that of an interrupted one. */
+void writeImage(Caller me, const PartitionSpec &spec, const UniqueFd &file, const Image &image,
+                std::optional<journal::Save> &save) {
     const auto wanted = static_cast<int32_t>(spec.size());
     const auto count = static_cast<int32_t>(write(file.get(), image.bytes().data(), spec.size()));
     if (count < 0)
         errorErrno(me, spec.write);
     else if (count < wanted)
         error(me, spec.shortWrite, wanted, count);
+    if (!save) unlockFile(me, spec.unlock, file);
+    const bool synced = fsync(file.get()) == 0;
+    const bool flushed = syncfs(file.get()) == 0 && synced;
+    if (!save) return;
+    save->finish(count == wanted && flushed);
     unlockFile(me, spec.unlock, file);
-    fsync(file.get());
-    syncfs(file.get());
 }
 
 int32_t readImage(const UniqueFd &file, const Image &image) {
@@ -152,16 +159,52 @@ int32_t validate(Caller me, const Image &image) {
     return VOS_OK;
 }
 
+/* As validate(), for the journal. */
+bool valid(std::span<const uint8_t> bytes) {
+    PartitionHeader header;
+    memcpy(&header, bytes.data(), sizeof header);
+    const auto body = bytes.subspan(sizeof header);
+    return header.magic == VOS_PARTITION_MAGIC && header.checksum != 0xFFFFFFFFu &&
+           header.checksum == Cal_CRC(body.data(), static_cast<uint32_t>(body.size()));
+}
+
+journal::Target targetOf(Caller me, const PartitionSpec &spec) {
+    return {me, szVosJournalDir, *spec.path, spec.size(), valid};
+}
+
+/* Completes a partition whose save was interrupted. False when that failed: the partition may be torn. */
+bool complete(const journal::Target &target, const UniqueFd &file) {
+    return !target.on() || journal::settle(target, file) != journal::Settled::Failed;
+}
+
+/* Whether a partition that could not be read can be read now, because its save has been completed meanwhile. */
+bool isWhole(const PartitionSpec &spec, const journal::Target &target, const UniqueFd &file) {
+    if (journal::settle(target, file) != journal::Settled::Changed) return false;
+    const Image image{spec};
+    return image && readImage(file, image) == static_cast<int32_t>(spec.size()) && valid(image.bytes());
+}
+
+using MaybeSave = std::optional<journal::Save>;
+
+MaybeSave saveOf(const journal::Target &target, const Image &image) {
+    if (!target.on()) return std::nullopt;
+    return MaybeSave{std::in_place, target, image.bytes()};
+}
+
 int32_t initialise(Caller me, const PartitionSpec &spec) {
     trace(me, "%s:start.");
     const Image image{spec};
     if (!image) return failed(me, VOS_ERROR, "%s:paramters error.");
     std::ranges::fill(image.body(), 0xFF);
     image.setHeader(freshHeader(spec, image.checksum()));
-    const UniqueFd file = openFile(*spec.path, O_RDWR | O_CREAT);
-    if (!file) return failedErrno(me, VOS_ERROR, spec.open);
+    const auto target = targetOf(me, spec);
+    MaybeSave save = saveOf(target, image);
+    const UniqueFd file = save ? save->open(kFileMode) : openFile(*spec.path, O_RDWR | O_CREAT);
+    if (!file) return save && save->refused() ? VOS_ERROR : failedErrno(me, VOS_ERROR, spec.open);
     lockFile(me, spec, file, LOCK_EX);
-    writeImage(me, spec, file, image);
+    if (save && isWhole(spec, target, file)) return VOS_OK;
+    if (save && !save->protect(file)) return VOS_ERROR;
+    writeImage(me, spec, file, image, save);
     return VOS_OK;
 }
 
@@ -173,6 +216,7 @@ int32_t readPartition(Caller me, const PartitionSpec &spec, uint8_t *body) {
     UniqueFd file = openFile(*spec.path, O_RDONLY);
     if (!file) return failedErrno(me, VOS_ERROR, spec.open);
     lockFile(me, spec, file, LOCK_SH);
+    if (!complete(targetOf(me, spec), file)) return VOS_ERROR;
     const int32_t count = readImage(file, image);
     {
         const ErrnoKeeper keep;
@@ -195,15 +239,20 @@ int32_t writePartition(Caller me, const PartitionSpec &spec, const uint8_t *body
     const UniqueFd file = openFile(*spec.path, spec.writeFlags);
     if (!file) return failedErrno(me, VOS_ERROR, spec.open);
     lockFile(me, spec, file, LOCK_EX);
+    const auto target = targetOf(me, spec);
+    if (!complete(target, file)) return VOS_ERROR;
     const int32_t count = readImage(file, image);
     if (count < static_cast<int32_t>(spec.size())) return shortOf(me, spec, count);
+    const uint32_t previous = target.on() ? journal::checksum(0, image.bytes()) : 0;
     std::copy_n(body, spec.bodySize, image.body().data());
     PartitionHeader header = image.header();
     header.bodyLength = spec.bodySize;
     header.checksum = image.checksum();
     image.setHeader(header);
+    MaybeSave save = saveOf(target, image);
+    if (save && !save->protect(file, previous)) return VOS_ERROR;
     if (lseek(file.get(), 0, SEEK_SET) < 0) errorErrno(me, spec.seek);
-    writeImage(me, spec, file, image);
+    writeImage(me, spec, file, image, save);
     return VOS_OK;
 }
 

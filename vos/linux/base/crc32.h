@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* The CRC-32: byte by byte over any table, and, for the standard table, eight bytes at a time or by the processor. */
-#ifndef VOS_FILE_CRC32_H
-#define VOS_FILE_CRC32_H
+#ifndef VOS_BASE_CRC32_H
+#define VOS_BASE_CRC32_H
 
 #include <algorithm>
 #include <array>
