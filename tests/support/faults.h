@@ -23,6 +23,7 @@ struct FaultPoint {
     int occurrence = 1;  // which of these calls: 1 is the first after arming
     int error = 0;       // errno that it reports; 0 takes the usual one (EIO, or ENOMEM for an allocation)
     long shortTo = -1;   // not -1: the call succeeds, but moves only that many bytes
+    bool ends = false;   // the process is killed at the call, or behind it when it is shortened
 };
 
 namespace Faults {
