@@ -118,7 +118,8 @@ class Site:
                 self.manual_pages[file.stem] = f"manual/{name.group(1) if name else file.stem}.3.html"
                 if not name:
                     self.manual_page(file)
-            self.manual_page(man / "vosctl.1")
+            for file in sorted(man.glob("*.1"), key=lambda file: (file.stem != "vosctl", file.stem)):
+                self.manual_page(file)
         for page in self.pages:
             page.body = re.sub(r"<b>([\w\-\\]+)</b>\s*\((\d)\)", lambda found: self.reference(page, *found.group(1, 2, 0)), page.body)
             # a call in the text; not in a heading, a declaration or the markup
@@ -136,7 +137,7 @@ class Site:
 
     def reference(self, page, name, section, text):
         """A reference of the manual, such as name(3), leads to its page."""
-        target = "manual/vosctl.1.html" if (name, section) == ("vosctl", "1") else self.manual_pages.get(name)
+        target = f"manual/{name}.1.html" if section == "1" and name.startswith("vosctl") else self.manual_pages.get(name)
         return f'<a href="{html.escape(page.to(target))}">{text}</a>' if target and target != page.path else text
 
     def named(self, page, name, text):

@@ -39,9 +39,13 @@ with tempfile.TemporaryDirectory() as directory:
         target = man / alias.read_text(encoding="utf-8").removeprefix(".so ").strip()
         if not target.is_file() or target in aliases:
             failures.append(f"{alias.name} leads to {target.name}, which is no page")
+    tools = sorted(man.glob("*.1"))
+    wanted = {tool.name} | {f"vosctl-{group}.1" for group in ("processes", "flash", "images", "machine")}
+    if {page.name for page in tools} != wanted:
+        failures.append(f"the pages of vosctl are {[page.name for page in tools]}")
 
     written = [page for page in found if page not in aliases]
-    lint = subprocess.run([mandoc, "-T", "lint", "-W", "warning", *written, tool], capture_output=True, text=True)
+    lint = subprocess.run([mandoc, "-T", "lint", "-W", "warning", *written, *tools], capture_output=True, text=True)
     failures += (lint.stdout + lint.stderr).splitlines()
     if lint.returncode != 0 and not failures:
         failures.append(f"{mandoc} ended with {lint.returncode} and said nothing")
@@ -70,6 +74,12 @@ with tempfile.TemporaryDirectory() as directory:
             failures.append(f"{page.name}: its synopsis does not compile:\n{code}{compiled.stderr}")
 
     existing = {page.stem for page in found}
+
+    sections = ["NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "FILES", "ENVIRONMENT", "EXAMPLES", "SEE ALSO"]
+    for page in tools:
+        has = re.findall(r'^\.SH "?([A-Z ]+?)"?$', page.read_text(encoding="utf-8"), flags=re.M)
+        if has != [each for each in sections if page == tool or each not in ("FILES", "ENVIRONMENT")]:
+            failures.append(f"{page.name} has the sections {has}")
 
 exported = re.findall(r"^\s+(\w+);", (source / "vos/vos.map").read_text(encoding="utf-8"), flags=re.M)
 types = re.findall(r"^\} (VOS_\w+);", "\n".join(each.read_text(encoding="utf-8") for each in (source / "include").glob("*.h")), flags=re.M)

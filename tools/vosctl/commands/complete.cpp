@@ -131,9 +131,9 @@ Completion argumentAt(const Place &place) {
 /* Behind "help" stand the words of a command. */
 Completion commandWords(const CLI::App &app, const Words &words) {
     const CLI::App *command = &app;
-    const auto help = std::find(words.begin(), words.end(), "help");
-    for (auto word = help + 1; word + 1 < words.end() && command != nullptr; ++word)
-        command = commandOf(command, *word);
+    const auto help = static_cast<std::size_t>(std::find(words.begin(), words.end(), "help") - words.begin());
+    for (std::size_t index = help + 1; index + 1 < words.size() && command != nullptr; ++index)
+        command = commandOf(command, words[index]);
     Completion completion;
     if (command != nullptr) addCommands(completion.candidates, *command);
     return completion;

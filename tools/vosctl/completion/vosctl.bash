@@ -22,7 +22,9 @@ _vosctl() {
         /files) compopt -o default ;;
         /directories) compopt -o dirnames ;;
         *)
-            printf -v candidate %q "${candidate#"$before"}"
+            candidate=${candidate#"$before"}
+            [[ $candidate ]] || continue
+            printf -v candidate %q "$candidate"
             COMPREPLY+=("$candidate")
             [[ $candidate == *: ]] && compopt -o nospace
             ;;
