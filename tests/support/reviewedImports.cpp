@@ -17,6 +17,7 @@ constexpr std::string_view kCannotFail[] = {
     // memory only
     "bcmp",
     "__memcpy_chk",
+    "__memmove_chk",
     "__memset_chk",
     "__xpg_basename",
     "memchr",
