@@ -477,11 +477,11 @@ int32_t vosTerminalCtrlClear(void);
  * binary semaphore. Nothing here logs.
  *
  * Time-outs are microseconds, VOS_WAIT_FOREVER or VOS_NO_WAIT. The longest one is 2147483647, which is 2147 seconds: a
- * larger value (but VOS_WAIT_FOREVER) is taken as a negative number, and the take fails at once with the result of a
- * time-out. For longer waits take again. Time-outs become an instant of the time of day, so a clock that is set
- * meanwhile makes them shorter or longer. An instant whose nanoseconds come to exactly 10^9 is refused by the C
- * library: the take then fails with VOS_ERROR. The time-outs of the message calls are another matter: vosMsg.h tells
- * their units and special values.
+ * larger value (but VOS_WAIT_FOREVER) is taken as a negative number, and a take that would have to wait fails at once,
+ * with VOS_ERROR or VOS_ERR_TIMEOUT. For longer waits take again. Time-outs become an instant of the time of day, so a
+ * clock that is set meanwhile makes them shorter or longer. An instant whose nanoseconds come to exactly 10^9 is
+ * refused by the C library: the take then fails with VOS_ERROR. The time-outs of the message calls have other units and
+ * special values: see vosMsg.h.
  */
 
 /**
