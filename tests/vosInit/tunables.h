@@ -72,7 +72,9 @@ inline std::vector<std::string> commands() {
 inline void giveUpRights() {
     for (const char *const directory : {"/proc/sys", "/flash", "/app"})
         for (const auto &entry : std::filesystem::recursive_directory_iterator(directory))
-            if (entry.is_regular_file()) ASSERT_EQ(chmod(entry.path().c_str(), 0444), 0);
+            if (entry.is_regular_file()) {
+                ASSERT_EQ(chmod(entry.path().c_str(), 0444), 0);
+            }
     ASSERT_EQ(prctl(PR_SET_SECUREBITS, SECBIT_NOROOT | SECBIT_NOROOT_LOCKED), 0);
     __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
     std::array<__user_cap_data_struct, 2> none{};
