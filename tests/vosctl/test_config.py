@@ -97,7 +97,7 @@ def test_a_file_that_has_no_room_is_refused_before_it_is_read(vosctl):
 
 def test_an_empty_root_is_a_mistake_and_not_this_machine(vosctl):
     SAVED.write_bytes(b"before")
-    assert "the directory is empty" in vosctl("--root", "", "config", "delete", "--yes").failed(2)
+    assert "DIR is empty" in vosctl("--root", "", "config", "delete", "--yes").failed(2)
     assert vosctl("--root=", "config", "delete", "--yes").failed(2)
     assert SAVED.read_bytes() == b"before"
 

@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: MIT
 """vosctl crc."""
 import binascii
+import pathlib
 import subprocess
 import zlib
 
+import pytest
 from stores import write
 
 
@@ -28,12 +30,13 @@ def test_a_file_is_taken_part_by_part(vosctl, binary):
 
 
 def test_a_long_file_takes_no_memory_of_its_length(binary):
+    if any(name in pathlib.Path(binary).read_bytes() for name in (b"__asan_init", b"__tsan_init")):
+        pytest.skip("a sanitizer needs more address space than the limit")
     with open("/tmp/sparse", "wb") as sparse:
-        sparse.truncate(1 << 30)
-    for command in (["crc", "/tmp/sparse"], ["image", "info", "/tmp/sparse"]):
+        sparse.truncate(1 << 29)
+    for command, status in ((["crc", "/tmp/sparse"], 0), (["image", "info", "/tmp/sparse"], 1)):
         done = subprocess.run(["sh", "-c", "ulimit -v 300000; exec \"$@\"", "sh", binary, *command], capture_output=True, check=False)
-        assert b"please report" not in done.stderr, done
-        assert done.returncode == (0 if command[0] == "crc" else 1), done
+        assert done.returncode == status and b"unexpected" not in done.stderr and b"memory" not in done.stderr, done
 
 
 def test_a_file_that_is_too_long_is_refused_before_it_is_read(vosctl):

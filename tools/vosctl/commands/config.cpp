@@ -19,7 +19,8 @@ namespace {
 
 struct Arguments {
     std::string file;
-    std::string from; /* name of a process */
+    std::string from;            /* name of a process */
+    uint32_t timeoutMs = 90'000; /* as the library waits */
     bool empty = false;
     bool yes = false;
 };
@@ -53,7 +54,7 @@ int save(Output &out, const Arguments &arguments) {
     const DeviceFile before{szVosCfgFileName};
     const std::string content = arguments.from.empty()
                                     ? readWhole(arguments.file, std::min(before.room(), kLongestFile))
-                                    : runningConfiguration(arguments.from);
+                                    : runningConfiguration(arguments.from, arguments.timeoutMs);
     requireContent(content, arguments);
     before.requireTakes(content.size());
     if (before.content())
@@ -94,7 +95,7 @@ void print(Output &out, const std::vector<LineChange> &changes) {
 
 int diff(Output &out, const Arguments &arguments) {
     const std::string before = saved();
-    const std::string running = runningConfiguration(arguments.from);
+    const std::string running = runningConfiguration(arguments.from, arguments.timeoutMs);
     const std::vector<LineChange> changes = changedLines(before, running);
     out.document(Json{
         {"name", arguments.from}, {"path", szVosCfgFileName}, {"same", changes.empty()}, {"lines", describe(changes)}});
@@ -154,6 +155,7 @@ void addConfigCommands(CLI::App &app, Context &context) {
             ""))
         ->type_name("NAME")
         ->excludes(file);
+    addTimeout(saving, arguments->timeoutMs);
     saving->add_flag("--empty", arguments->empty, "Save it also when it is empty");
     saving->add_flag("--yes", arguments->yes, "Do not ask");
     saving->parse_complete_callback([saving] {
@@ -165,6 +167,7 @@ void addConfigCommands(CLI::App &app, Context &context) {
 
     CLI::App *const comparing = group->add_subcommand("diff", "Compare the saved one with what a process runs with");
     addName(comparing, arguments->from);
+    addTimeout(comparing, arguments->timeoutMs);
     addExample(comparing, "vosctl config diff oltd");
     onRun(comparing, context, [arguments](Output &out) { return diff(out, *arguments); });
 

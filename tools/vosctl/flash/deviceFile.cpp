@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <new>
@@ -91,6 +92,12 @@ bool isFreeSoon(const Fd &file, int how) {
         nanosleep(&kPause, nullptr);
     }
     return false;
+}
+
+/* An errno may be left from a step that was allowed to fail, such as a look for a version that is not there. */
+bool isOfWriting(int error) {
+    constexpr int kErrors[] = {ENOSPC, EDQUOT, EFBIG, EIO, EROFS, EACCES, EPERM, ENOMEM};
+    return std::find(std::begin(kErrors), std::end(kErrors), error) != std::end(kErrors);
 }
 
 bool writeAll(const Fd &file, std::string_view rest) {
@@ -211,7 +218,7 @@ bool DeviceFile::putBack() const {
 }
 
 std::string shortfall(bool done, int error, const std::string &path, uint64_t wanted) {
-    if (!done && error != 0) return strerror(error);
+    if (!done && isOfWriting(error)) return strerror(error);
     struct stat status {};
     const auto size = isThere(path, status) ? static_cast<uint64_t>(status.st_size) : 0;
     if (size == wanted) return "its bytes are not those that were written";

@@ -3,11 +3,8 @@
 
 #include <vosMsg.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <vector>
-
 #include "../base/failure.h"
+#include "exchange.h"
 #include "names.h"
 
 namespace vosctl {
@@ -19,25 +16,25 @@ constexpr uint32_t kLargest = 4 * 1024 * 1024; /* what the library takes */
 [[noreturn]] void explain(const std::string &name, int32_t code) {
     if (code == VOS_ERR_NO_HANDLER)
         throw Failure(name + " has no running configuration to tell", "ask a process that has registered a builder");
-    if (code == VOS_ERROR)
-        explainSilence(name, Pair::high, "the running configuration of " + name + " could not be had",
-                       "run it again with --verbose");
     throw Failure(name + " refused to tell its running configuration with code " + std::to_string(code),
                   "look into the log of that process, as with \"vosctl log " + name + "\"");
 }
 
 }  // namespace
 
-std::string runningConfiguration(const std::string &name) {
-    requireReachable(name, Pair::high);
-    std::vector<char> buffer(kLargest);
-    uint32_t left = kLargest;
-    const int32_t code = vosMsgBldrunSend(name.c_str(), buffer.data(), &left, 0, 0);
-    if (code != VOS_OK) explain(name, code);
-    if (left == 0)
-        throw Failure("the running configuration of " + name + " fills all of the 4 MiB that it may have",
-                      "it may have been cut; get it from the process another way");
-    return {buffer.data(), kLargest - std::min(left, kLargest)};
+std::string runningConfiguration(const std::string &name, uint32_t timeoutMs) {
+    VOS_MSG_HEAD head{};
+    head.ulType = VOS_MSG_TYPE_BLDRUN;
+    head.ulBufLen = kLargest;
+    const auto reply = Requester{name, Pair::high, timeoutMs}.ask(head, "", kLargest);
+    if (!reply)
+        explainSilence(name, Pair::high, noAnswerFrom(name, timeoutMs),
+                       "see with \"vosctl ps\" whether it is busy, or give it more --timeout");
+    if (reply->head.ulRetCode != VOS_OK) explain(name, static_cast<int32_t>(reply->head.ulRetCode));
+    if (reply->head.ulBufLen >= kLargest || reply->payload.size() < reply->head.ulBufLen)
+        throw Failure("the running configuration of " + name + " may have been cut, and nothing was changed",
+                      "get it from the process another way");
+    return reply->payload.substr(0, reply->head.ulBufLen);
 }
 
 }  // namespace vosctl

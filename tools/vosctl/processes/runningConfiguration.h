@@ -3,13 +3,14 @@
 #ifndef VOSCTL_RUNNING_CONFIGURATION_H
 #define VOSCTL_RUNNING_CONFIGURATION_H
 
+#include <cstdint>
 #include <string>
 
 namespace vosctl {
 
-/* Asks a process for its running configuration, with both arguments of its builder 0. The library waits for up to 90
- * seconds. Throws a Failure when it cannot be had, or when it may have been cut. */
-std::string runningConfiguration(const std::string &name);
+/* Asks a process for its running configuration, with both arguments of its builder 0. A time-out of 0 is none. Throws a
+ * Failure when it cannot be had in time, or when it may have been cut. */
+std::string runningConfiguration(const std::string &name, uint32_t timeoutMs);
 
 }  // namespace vosctl
 
