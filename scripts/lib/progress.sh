@@ -8,7 +8,7 @@ TENTHS_PER_STEP=13
 
 length_in_words() { # SECONDS
     if [ "$1" -lt 100 ]; then
-        echo "about $((($1 + 9) / 10 * 10)) seconds"
+        echo "about $((($1 + 10) / 10 * 10)) seconds"
     else
         echo "about $((($1 + 30) / 60)) minutes"
     fi
