@@ -44,4 +44,9 @@ for package in libvos1 libvos-dev vos-tools; do
 done
 dpkg-deb --fsys-tarfile "$packages/libvos1_$2-1_arm64.deb" | tar -xO --wildcards '*libvos.so.1.*' 2>/dev/null >"$packages/arm64.so"
 readelf -h "$packages/arm64.so" | grep AArch64 >/dev/null
+hardened() { # LIBRARY PROCESSOR
+    python3 -B "$here/../tests/abi/hardeningTest.py" library "$1" "$2" readelf objdump >&2
+}
+hardened "$library/libvos.so" "$(uname -m)"
+hardened "$packages/arm64.so" aarch64
 echo "installed, used and removed"

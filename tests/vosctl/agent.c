@@ -1,7 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /* A process for vosctl to look at: agent NAME [MODE]. Modes: mute (never receives), plain (no handlers), silent
- * (receives and does not answer). It prints "ready" when it can be reached. */
+ * (receives and does not answer). Messages to thread channel 3 are answered with "thread". It prints "ready" when it
+ * can be reached. */
 #include <errno.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -9,6 +11,11 @@
 
 static int32_t printConfig(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_t ulValue2) {
     if (ulValue1 == 42) return 42;
+    if (ulValue1 == 43) { /* neither UTF-8 nor harmless on a terminal */
+        memcpy(pBuf, "pw \xff\xfe\x1b[m", 8);
+        *pLen -= 8;
+        return VOS_OK;
+    }
     const int length = snprintf(pBuf, (size_t)*pLen, "first %u\nsecond %u\n", ulValue1, ulValue2);
     *pLen -= length;
     return VOS_OK;
@@ -29,7 +36,8 @@ static int32_t describe(char *pName, uint32_t ulValue1, uint32_t *pOut1, uint32_
     return VOS_OK;
 }
 
-/* Application messages: "words" is answered with the debug words, "stop" ends, others come back with code -3. */
+/* Application messages: "words" is answered with the debug words, "stop" ends, others come back with code -3;
+ * "say" prints a line without its end before. */
 static void serve(int silent) {
     static char text[64568];
     VOS_MSG_PEER peer;
@@ -38,6 +46,7 @@ static void serve(int silent) {
         const int32_t length = peer.iSocketFd == g_vosFdProcHigh ? count : count - 32;
         if (count < 0 || silent) continue;
         if (strncmp(text, "stop", 4) == 0) return;
+        if (strncmp(text, "say", 3) == 0) vosPrintf("\r\nsaid");
         if (strncmp(text, "words", 5) == 0) {
             char words[64];
             snprintf(words, sizeof words, "%u %u", g_ulVosDebugFlags, vosMsgDebugSmdGet());
@@ -48,10 +57,20 @@ static void serve(int silent) {
     }
 }
 
+static void *serveThread(void *pSocket) {
+    static char buffer[64600] __attribute__((aligned(8)));
+    VOS_MSG_PEER peer;
+    for (;;)
+        if (vosMsgThreadRecv(*(int32_t *)pSocket, buffer, sizeof buffer, 0, &peer) >= 0)
+            vosMsgThreadResp(0, "thread", 5, 6, &peer);
+    return NULL;
+}
+
 int main(int argc, char **argv) {
     const char *const name = argc > 1 ? argv[1] : "agent";
     const char *const mode = argc > 2 ? argv[2] : "";
-    int32_t sockets[3];
+    static int32_t sockets[3];
+    pthread_t thread;
     VOS_MSG_PEER peer;
     if (vosProcessInit(name) != VOS_OK || vosMsgInit(name, 1, &peer) != VOS_OK) return 1;
     if (strcmp(mode, "plain") != 0) {
@@ -61,6 +80,7 @@ int main(int argc, char **argv) {
     if (vosMsgThreadInit(name, 3, &sockets[0], 0) != VOS_OK || vosMsgThreadInit(name, 3, &sockets[1], 1) != VOS_OK ||
         vosMsgThreadInit(name, 12, &sockets[2], 0) != VOS_OK)
         return 1;
+    if (strcmp(mode, "mute") != 0 && pthread_create(&thread, NULL, serveThread, &sockets[0]) != 0) return 1;
     vosPrintf("\nready\n");
     while (strcmp(mode, "mute") == 0) pause();
     serve(strcmp(mode, "silent") == 0);

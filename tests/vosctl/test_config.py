@@ -43,11 +43,63 @@ def test_nothing_saved_and_nothing_to_save(vosctl):
     assert "is a directory" in vosctl("config", "save", "/tmp").failed()
 
 
-def test_a_full_flash(vosctl, tmp_path):
-    (tmp_path / "flash").mkdir()
-    os.symlink("/dev/full", tmp_path / "flash" / "zebcfg")
-    assert "could not be saved whole" in vosctl(
-        "--root", tmp_path, "config", "save", write("/tmp/new", b"new"), "--yes").failed()
+def test_a_store_that_is_no_file_is_not_waited_for(vosctl, tmp_path):
+    os.mkfifo(SAVED)
+    for command in (("show",), ("save", write("/tmp/new", b"new"), "--yes"), ("diff", "nobody")):
+        assert "/flash/zebcfg is no regular file" in vosctl("config", *command).failed()
+    (tmp_path / "flash/zebcfg").mkdir(parents=True)
+    assert "zebcfg is a directory" in vosctl("--root", tmp_path, "config", "show").failed()
+
+
+def test_an_empty_pipe_does_not_empty_what_is_saved(vosctl):
+    SAVED.write_bytes(b"before")
+    assert "the configuration of standard input is empty, and nothing was changed" in vosctl(
+        "config", "save", "-", "--yes", stdin="").failed()
+    assert "is empty" in vosctl("config", "save", write("/tmp/new", b""), "--yes").failed()
+    assert SAVED.read_bytes() == b"before"
+    vosctl("config", "save", "-", "--yes", "--empty", stdin="").ok()
+    assert SAVED.read_bytes() == b""
+
+
+def test_what_a_process_runs_with_is_saved_and_compared(vosctl, example):
+    example("oltd")
+    running = vosctl("config-of", "oltd").ok().stdout
+    assert vosctl("config", "save", "--from", "oltd").ok()
+    assert SAVED.read_text() == running
+    assert vosctl("--json", "config", "diff", "oltd").ok().json == {
+        "name": "oltd", "path": "/flash/zebcfg", "same": True, "lines": []}
+    first, second = running.splitlines()[:2]
+    SAVED.write_text(f"before\n{running}".replace(f"{second}\n", "changed\x1b\n"))
+    told = vosctl("config", "diff", "oltd")
+    assert told.status == 1 and told.stdout.splitlines() == [
+        "--- /flash/zebcfg (saved)", "+++ oltd (running)", "@@ saved line 1, running line 1 @@", "-before",
+        "@@ saved line 3, running line 2 @@", "-changed\\x1B", f"+{second}"], first
+    told = vosctl("--json", "config", "diff", "oltd")
+    assert told.status == 1 and told.json["same"] is False and told.json["lines"][0] == {
+        "where": "saved", "savedLine": 1, "runningLine": 1, "text": "before"}
+
+
+def test_nothing_is_saved_from_a_process_that_tells_nothing(vosctl):
+    SAVED.write_bytes(b"before")
+    assert vosctl("config", "save", "--from", "nobody", "--yes").failed()
+    assert SAVED.read_bytes() == b"before"
+    assert vosctl("config", "save", "--from", "").failed(2) and vosctl("config", "save").failed(2)
+    assert vosctl("config", "save", "/tmp/new", "--from", "oltd").failed(2)
+
+
+def test_a_file_that_has_no_room_is_refused_before_it_is_read(vosctl):
+    with open("/tmp/huge", "wb") as huge:
+        huge.truncate(1 << 50)
+    SAVED.write_bytes(b"before")
+    assert "bytes, and at most" in vosctl("config", "save", "/tmp/huge", "--yes").failed()
+    assert SAVED.read_bytes() == b"before"
+
+
+def test_an_empty_root_is_a_mistake_and_not_this_machine(vosctl):
+    SAVED.write_bytes(b"before")
+    assert "the directory is empty" in vosctl("--root", "", "config", "delete", "--yes").failed(2)
+    assert vosctl("--root=", "config", "delete", "--yes").failed(2)
+    assert SAVED.read_bytes() == b"before"
 
 
 def test_a_tree_elsewhere_leaves_this_machine_alone(vosctl, tmp_path):

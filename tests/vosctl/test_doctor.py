@@ -23,12 +23,13 @@ def ceilings():
         path.write_text(text)
 
 
-def checks(vosctl, *arguments):
-    outcome = vosctl("--json", *arguments, "doctor")
+def checks(vosctl, *arguments, device=True):
+    outcome = vosctl("--json", *arguments, "doctor", *(["--device"] if device else []))
     assert outcome.stderr == ""
     found = {each["check"]: each for each in outcome.json["checks"]}
     hindering = sum(each["verdict"] == "hinders" for each in found.values())
     assert outcome.json["hindering"] == hindering
+    assert outcome.json["onDevice"] == sum(each["verdict"] == "device" for each in found.values())
     assert outcome.status == (1 if hindering else 0)
     assert all((each["remedy"] is None) == (each["verdict"] == "good") for each in found.values())
     return found
@@ -48,7 +49,7 @@ def warns(vosctl, check, text):
 
 def test_each_check_is_made_once_and_in_order(vosctl):
     assert list(checks(vosctl)) == ["socket-directory", "stale-sockets", "send-ceiling", "receive-ceiling", "queue-length",
-                                    "netlink", "flash", "app", "system-partition", "factory-partition", "terminals",
+                                    "netlink", "flash", "app", "system-partition", "factory-partition", "factory-copy", "terminals",
                                     "uptime"]
 
 
@@ -58,6 +59,29 @@ def test_what_is_as_it_should_be_is_good(vosctl, agent):
     assert {name for name, each in found.items() if each["verdict"] == "good"} >= {
         "socket-directory", "stale-sockets", "send-ceiling", "receive-ceiling", "queue-length", "flash", "app", "terminals",
         "uptime"}
+
+
+def test_a_development_machine_can_do_without_what_only_a_device_has(vosctl, agent):
+    agent()
+    for name in CEILINGS:
+        (pathlib.Path("/proc/sys") / name).write_text("4096\n" if "qlen" not in name else "10\n")
+    found = checks(vosctl, device=False)
+    assert {name for name, each in found.items() if each["verdict"] == "device"} == {
+        "send-ceiling", "receive-ceiling", "queue-length", "netlink"}
+    assert not any(each["verdict"] == "hinders" for each in found.values())
+    assert {name for name, each in checks(vosctl).items() if each["verdict"] == "hinders"} == {
+        "send-ceiling", "receive-ceiling", "queue-length", "netlink"}
+
+
+def test_what_hinders_everywhere_hinders_a_development_machine_too(vosctl):
+    SOCKETS.write_text("")
+    assert checks(vosctl, device=False)["socket-directory"]["verdict"] == "hinders"
+
+
+def test_the_directories_of_a_tree_that_is_named_matter(vosctl, tmp_path):
+    (tmp_path / "flash").mkdir()
+    found = checks(vosctl, "--root", str(tmp_path), device=False)
+    assert (found["flash"]["verdict"], found["app"]["verdict"]) == ("good", "hinders")
 
 
 @pytest.mark.parametrize("name", CEILINGS)
@@ -100,7 +124,9 @@ def as_nobody(binary, *arguments):
 def test_a_socket_directory_that_cannot_be_written(binary):
     SOCKETS.mkdir()
     SOCKETS.chmod(0o555)
-    assert "hinders  socket-directory: /tmp/vos cannot be written by this user" in as_nobody(binary, "doctor")
+    told = as_nobody(binary, "doctor")
+    assert "hinders  socket-directory: /tmp/vos cannot be written by this user" in told
+    assert "chmod 1777 /tmp/vos" in told
 
 
 def test_a_temporary_directory_that_cannot_be_written(binary):
@@ -116,7 +142,20 @@ def test_stale_sockets_are_listed(vosctl, stale):
     stale("old")
     stale("clientp1t2v3")
     warns(vosctl, "stale-sockets", "2 paths were left behind by processes that have ended: /tmp/vos/clientp1t2v3 /tmp/vos/old")
-    assert "rm /tmp/vos/clientp1t2v3 /tmp/vos/old" in checks(vosctl)["stale-sockets"]["remedy"]
+    assert "rm -- /tmp/vos/clientp1t2v3 /tmp/vos/old" in checks(vosctl)["stale-sockets"]["remedy"]
+
+
+def test_the_advice_on_stale_sockets_can_be_pasted_whatever_their_names_are(vosctl, agent, stale):
+    agent("a")  # what "*" would take along
+    hostile = ["$(touch pwned)", "*", ";touch pwned", "a b", "it's", "`touch pwned`", "-rf", "new\nline", "x\udcff", "\\"]
+    for name in hostile:
+        stale(name)
+    for text in (checks(vosctl)["stale-sockets"]["remedy"], vosctl("doctor").stdout.split("paths over; otherwise ")[1].split("\n")[0]):
+        assert "\n" not in text
+        command = text.rpartition("otherwise ")[2]
+    subprocess.run(["bash", "-c", command], cwd=SOCKETS, check=True)
+    assert not any((SOCKETS / name).exists() for name in hostile + ["pwned"])
+    vosctl("send", "a", "x").ok()
 
 
 def test_one_stale_socket_is_told_in_the_singular(vosctl, stale):
@@ -153,15 +192,15 @@ def test_a_device_tree_elsewhere(vosctl, tmp_path):
 
 
 def test_as_text(vosctl):
-    outcome = vosctl("doctor")
+    outcome = vosctl("doctor", "--device")
     lines = outcome.stdout.splitlines()
     assert outcome.status == 1
     assert lines[0] == "warning  socket-directory: /tmp/vos does not exist"
     assert lines[1].startswith("         -> nothing while no process of vos has run")
-    assert lines[-1] == "1 of 12 checks found something that hinders vos."
+    assert lines[-1] == "1 of 13 checks found something that hinders vos."
 
 
 def test_colours_only_when_wanted(vosctl):
     assert "\033" not in vosctl("doctor").stdout
-    assert "\033[31m" in vosctl("--color", "always", "doctor").stdout
+    assert "\033[31m" in vosctl("--color", "always", "doctor", "--device").stdout
     assert "\033" not in vosctl("--color", "always", "--json", "doctor").stdout

@@ -79,21 +79,30 @@ def test_an_item_on_a_protected_flash(vosctl, flash):
     vosctl("partition", "init", "system").ok()
     before = SYSTEM.read_bytes()
     flash.protect()
-    assert "ztp could not be written to /flash/sysdata, and is as it was; " in vosctl("item", "set", "ztp", "5").failed()
+    assert "/flash/sysdata cannot be written: Read-only file system, and nothing was changed; " in vosctl(
+        "item", "set", "ztp", "5").failed()
     assert SYSTEM.read_bytes() == before
 
 
 def test_an_item_of_which_a_part_is_taken(vosctl, cut):
     vosctl("partition", "init", "system").ok()
+    before = SYSTEM.read_bytes()
     line = cut(100, "item", "set", "ztp", "5")
-    assert "ztp could not be written to /flash/sysdata whole, and the system partition is not valid any more; " in line
-    assert "vosctl partition init system" in line
-    assert vosctl("partition", "check", "system").status == 1
+    assert "ztp could not be written to /flash/sysdata: only 100 of 984 bytes were taken, and all is as it was; " in line
+    assert SYSTEM.read_bytes() == before
+
+
+def test_an_import_of_which_a_part_is_taken_changes_neither_partition(vosctl, cut):
+    vosctl("partition", "init", "all").ok()
+    before = FACTORY.read_bytes(), SYSTEM.read_bytes()
+    line = cut(900, "item", "import", write("/tmp/items", b"ztp=5\noem-number=5\n"), "--yes")
+    assert "2 items could not be written to /app/factory: only 900 of 1400 bytes were taken, and all is as it was; " in line
+    assert (FACTORY.read_bytes(), SYSTEM.read_bytes()) == before
 
 
 @pytest.mark.parametrize("there", [False, True])
 @pytest.mark.parametrize("trouble, reason", [
-    ("full", "only 0 of 984 bytes could be written"), ("protected", "/flash/sysdata.new cannot be created: Read-only file system")])
+    ("full", "only 0 of 984 bytes could be written"), ("protected", "/flash/sysdata cannot be created: Read-only file system")])
 def test_a_partition_that_cannot_be_made_anew(vosctl, flash, trouble, reason, there):
     if there:
         vosctl("partition", "init", "system").ok()
@@ -126,20 +135,48 @@ def test_what_an_earlier_attempt_has_left_is_no_hindrance(vosctl):
     assert SYSTEM.stat().st_size == 984 and os.listdir("/flash") == ["sysdata"]
 
 
-@pytest.mark.parametrize("trouble", ["full", "protected"])
-@pytest.mark.parametrize("before, told", [(None, "none is there"), (b"before", "the one before is still there")])
-def test_a_configuration_that_cannot_be_saved(vosctl, flash, trouble, before, told):
+STORES = [("config", SAVED, "the configuration"), ("syslog", pathlib.Path("/flash/syslog"), "the syslog")]
+
+
+@pytest.mark.parametrize("command, path, what", STORES)
+@pytest.mark.parametrize("trouble, reason", [
+    ("full", "and at most {room} are taken"),
+    ("protected", "{path} cannot be written: Read-only file system, and nothing was changed; see that")])
+@pytest.mark.parametrize("before, room", [(None, 0), (b"before", 4096)])
+def test_what_has_no_room_is_refused_before_anything_is_changed(vosctl, flash, command, path, what, trouble, reason, before, room):
     if before:
-        SAVED.write_bytes(before)
+        path.write_bytes(before)
     flash.fill() if trouble == "full" else flash.protect()
-    line = vosctl("config", "save", write("/tmp/new", b"n" * 9000), "--yes").failed()
-    assert f"the configuration could not be saved whole to /flash/zebcfg, and {told}; see that" in line
-    assert (SAVED.read_bytes() if SAVED.exists() else None) == before
+    line = vosctl(command, "save", write("/tmp/new", b"n" * 9000), "--yes").failed()
+    assert reason.format(path=path, room=room) in line
+    assert (path.read_bytes() if path.exists() else None) == before
 
 
-def test_a_configuration_that_is_lost_is_told(cut):
-    SAVED.write_bytes(b"before")
-    assert "the one before is lost; " in cut(3, "config", "save", write("/tmp/new", b"after"), "--yes")
+@pytest.mark.parametrize("command, path, what", STORES)
+def test_a_pipe_that_has_no_room_is_refused_before_anything_is_changed(vosctl, flash, command, path, what):
+    path.write_bytes(b"before")
+    assert "more than" in vosctl(command, "save", "-", "--yes", stdin=bytes(70000)).failed()
+    assert path.read_bytes() == b"before"
+
+
+@pytest.mark.parametrize("command, path, what", STORES)
+def test_what_was_there_is_put_back_when_a_part_is_taken(cut, command, path, what):
+    path.write_bytes(b"before")
+    line = cut(6, command, "save", write("/tmp/new", b"n" * 100), "--yes")
+    assert f"{what} could not be saved whole to {path}: only 6 of 100 bytes arrived, and the one before is still there; " in line
+    assert path.read_bytes() == b"before"
+
+
+@pytest.mark.parametrize("command, path, what", STORES)
+def test_a_part_of_what_was_not_there_before_is_removed(cut, command, path, what):
+    assert "and none is there; " in cut(6, command, "save", write("/tmp/new", b"n" * 100), "--yes")
+    assert not path.exists()
+
+
+@pytest.mark.parametrize("command, path, what", STORES)
+def test_what_is_lost_is_told(cut, command, path, what):
+    path.write_bytes(b"before")
+    assert "the one before is lost; " in cut(3, command, "save", write("/tmp/new", b"after"), "--yes")
 
 
 @pytest.fixture
@@ -153,39 +190,95 @@ def released(app):
 SECOND = image(2, b"second" * 2000)
 
 
-@pytest.mark.parametrize("trouble", ["full", "protected"])
-def test_an_application_that_cannot_be_written(vosctl, released, trouble):
+def install(path):
+    return "image", "install", path, "--yes", "--version", "2.0"
+
+
+@pytest.mark.parametrize("trouble, reason", [
+    ("full", "/app has room for 4096 bytes, and 16384 are needed; nothing was changed; make room there"),
+    ("protected", "/app/hostImage.bin cannot be written: Read-only file system, and nothing was changed; ")])
+def test_an_application_that_has_no_room_is_refused_before_anything_is_changed(vosctl, released, trouble, reason):
+    BACKUP.write_bytes(b"backup")
     released.fill() if trouble == "full" else released.protect()
-    line = vosctl("image", "install", write("/tmp/image", SECOND), "--yes", "--version", "2.0").failed()
-    assert ("/tmp/image could not be written whole to /app/hostImage.bin, and the earlier application is still there; see with"
-            in line)
-    assert APPLICATION.read_bytes() == image(2, b"first") and VERSION.read_bytes() == b"1.0\0"
-    assert released.names() == {"hostImage.bin", "hostImage.bin.ver"}
-
-
-@pytest.mark.parametrize("trouble, left", [("full", ", where no backup is now"), ("protected", "")])
-def test_an_application_of_which_no_backup_can_be_made(vosctl, released, flash, trouble, left):
-    APPLICATION.write_bytes(SECOND)
+    line = vosctl(*install(write("/tmp/image", SECOND))).failed()
     if trouble == "protected":
-        BACKUP.write_bytes(b"backup")
+        assert reason in line
+    else:
+        assert "/app has room for " in line and "; nothing was changed; make room there" in line
+    assert APPLICATION.read_bytes() == image(2, b"first") and VERSION.read_bytes() == b"1.0\0"
+    assert released.names() == {"hostImage.bin", "hostImage.bin.ver"} and BACKUP.read_bytes() == b"backup"
+
+
+@pytest.mark.parametrize("trouble", ["full", "protected"])
+def test_an_application_of_which_no_backup_can_be_made_leaves_the_earlier_backup(vosctl, released, flash, trouble):
+    APPLICATION.write_bytes(SECOND)
+    BACKUP.write_bytes(b"backup")
+    BACKUP_VERSION.write_bytes(b"0.9\0")
     flash.fill() if trouble == "full" else flash.protect()
-    line = vosctl("image", "install", write("/tmp/image", image(2, b"third")), "--yes").failed()
-    assert f"nothing was installed: /app/hostImage.bin could not be kept whole as {BACKUP}{left}; see that /flash" in line
-    assert "remove /app/hostImage.bin.ver to install without a backup" in line
+    line = vosctl(*install(write("/tmp/image", image(2, b"third")))).failed()
+    assert "nothing was changed; " in line and "/flash" in line
+    if trouble == "full":
+        assert "or remove /app/hostImage.bin.ver to install without a backup" in line
     assert APPLICATION.read_bytes() == SECOND and VERSION.read_bytes() == b"1.0\0"
-    assert flash.names() == (set() if left else {"hostImage.bin.last"})
-    if left:
-        VERSION.unlink()
-        vosctl("image", "install", "/tmp/image", "--yes").ok()
+    assert BACKUP.read_bytes() == b"backup" and BACKUP_VERSION.read_bytes() == b"0.9\0"
+    VERSION.unlink()
+    vosctl(*install("/tmp/image")).ok()
+    assert BACKUP.read_bytes() == b"backup"
+
+
+def test_an_application_of_which_a_part_is_taken_is_put_back_with_version_and_backup(vosctl, cut):
+    APPLICATION.write_bytes(image(2, b"first"))
+    VERSION.write_bytes(b"1.0\0")
+    BACKUP.write_bytes(b"backup")
+    line = cut(100, *install(write("/tmp/image", SECOND)))
+    assert "only 100 of 12016 bytes arrived, and the earlier application is still there; " in line
+    assert APPLICATION.read_bytes() == image(2, b"first") and VERSION.read_bytes() == b"1.0\0"
+    assert BACKUP.read_bytes() == b"backup" and not BACKUP_VERSION.exists()
 
 
 def test_an_application_that_is_lost_is_told(cut):
     APPLICATION.write_bytes(image(2, b"first"))
-    assert "and the earlier application is lost; " in cut(18, "image", "install", write("/tmp/image", SECOND), "--yes")
+    assert "and the earlier application is lost; " in cut(18, *install(write("/tmp/image", SECOND)))
 
 
-def test_a_version_that_cannot_be_written(vosctl, app):
+def test_a_restored_application_of_which_a_part_is_taken_is_put_back(cut):
     APPLICATION.write_bytes(image(2, b"first"))
+    VERSION.write_bytes(b"1.0\0")
+    BACKUP.write_bytes(SECOND)
+    line = cut(100, "image", "restore", "--yes")
+    assert "only 100 of 12016 bytes arrived, and the earlier application is still there; " in line
+    assert APPLICATION.read_bytes() == image(2, b"first") and VERSION.read_bytes() == b"1.0\0"
+
+
+def test_a_version_that_cannot_be_written(cut):
+    APPLICATION.write_bytes(image(2, b"first"))
+    assert "the image is installed, but its version could not be written to /app/hostImage.bin.ver; " in cut(
+        30, "image", "install", write("/tmp/image", image(2, b"second")), "--yes", "--version", "v" * 31)
+
+
+def test_a_package_file_that_has_no_room_leaves_the_earlier_one(vosctl, app):
+    APPLICATION.write_bytes(image(2, b"first"))
+    vosctl("package", "make", "/tmp/package", "file:/app/oem.txt=" + str(write("/tmp/local", b"x" * 9000))).ok()
+    target = write("/app/oem.txt", b"earlier")
     app.fill()
-    assert "the image is installed, but its version could not be written to /app/hostImage.bin.ver; " in vosctl(
-        "image", "install", write("/tmp/image", image(2, b"second")), "--yes", "--version", "2.0").failed()
+    assert "nothing was changed" in vosctl("package", "apply", "/tmp/package", "--yes").failed()
+    assert target.read_bytes() == b"earlier"
+
+
+def test_a_package_file_of_which_a_part_is_taken_is_put_back(vosctl, cut):
+    APPLICATION.write_bytes(image(2, b"first"))
+    vosctl("package", "make", "/tmp/package", "file:/app/oem.txt=" + str(write("/tmp/local", b"x" * 9000))).ok()
+    target = write("/app/oem.txt", b"earlier")
+    line = cut(100, "package", "apply", "/tmp/package", "--yes")
+    assert "entry 1 of /tmp/package (/app/oem.txt)" in line and "; 0 of 1 entries were applied; " in line
+    assert target.read_bytes() == b"earlier"
+
+
+def test_an_output_file_that_has_no_room_leaves_the_earlier_one(vosctl, flash):
+    target = write("/flash/made", b"earlier")
+    flash.fill()
+    payload = write("/tmp/payload", b"x" * 9000)
+    for command in (("image", "make", payload, target, "--type", "boot"), ("package", "make", target, f"file:/app/oem={payload}")):
+        line = vosctl(*command, "--compat", "1", "2").failed()
+        assert "/flash/made cannot be" in line and "No space left on device; make room" in line
+        assert target.read_bytes() == b"earlier" and flash.names() == {"made"}

@@ -3,6 +3,11 @@
 import json
 import os
 import re
+import signal
+import subprocess
+
+import pytest
+from conftest import PATIENCE
 
 
 def test_without_a_command_it_is_a_usage_error(vosctl):
@@ -11,6 +16,31 @@ def test_without_a_command_it_is_a_usage_error(vosctl):
 
 def test_an_unknown_command_is_a_usage_error_that_names_it(vosctl):
     assert "frobnicate" in vosctl("frobnicate").failed(2)
+
+
+def test_without_a_command_it_says_so(vosctl):
+    assert 'no command is given; see "vosctl --help"' in vosctl().failed(2)
+    assert 'no command is given; see "vosctl item --help"' in vosctl("item").failed(2)
+
+
+@pytest.mark.parametrize("words, guess", [(["sned"], "send"), (["item", "lits"], "list"), (["--jsn", "ps"], "--json"),
+                                          (["help", "sedn"], "send"), (["send", "agent", "--timout", "1"], "--timeout")])
+def test_what_was_mistyped_is_guessed(vosctl, words, guess):
+    assert f"; did you mean {guess}? see " in vosctl(*words).failed(2)
+
+
+def test_a_word_that_resembles_nothing_is_not_guessed_at(vosctl):
+    assert "did you mean" not in vosctl("frobnicate").failed(2)
+    assert "did you mean" not in vosctl("p" * 100000).failed(2)
+
+
+def test_a_very_long_word_is_named_by_its_begin(vosctl):
+    for words in (["send", "n" * 5000, "x"], ["n" * 5000], ["smd", "agent", "9" * 5000]):
+        assert len(vosctl(*words).stderr) < 500
+
+
+def test_an_argument_too_many_is_named(vosctl):
+    assert '"more" is one argument too many' in vosctl("ps", "name", "more").failed(2)
 
 
 def test_an_unknown_option_is_a_usage_error_that_names_the_commands_help(vosctl):
@@ -30,10 +60,66 @@ def test_an_unknown_colour_choice_is_a_usage_error(vosctl):
 def test_help_goes_to_standard_output(vosctl):
     outcome = vosctl("--help").ok()
     assert "debug" in outcome.stdout
+    assert vosctl("help").ok().stdout == outcome.stdout
+
+
+def test_help_lists_the_commands_under_headings(vosctl):
+    lines = vosctl("--help").ok().stdout.splitlines()
+    headings = [line for line in lines if line.endswith(":") and not line.startswith(" ")]
+    assert headings == ["Running processes:", "What is saved on flash:", "Images and packages:",
+                        "This machine and vosctl itself:", "Options:"]
+
+
+@pytest.fixture
+def tree(vosctl):
+    """All commands that are listed, with what their help says."""
+    commands = json.loads(vosctl("complete", "tree").ok().stdout)
+    assert len(commands) > 30
+    return commands
+
+
+def test_every_command_has_an_example_that_the_command_line_takes(vosctl, tree):
+    for command in tree:
+        usage = command["usage"]
+        if command["words"] and "COMMAND" not in usage.replace("[COMMAND", ""):
+            assert command["examples"], command["words"]
+        for example in command["examples"]:
+            assert f"vosctl {command['words']}".strip() in example.replace("--json ", ""), example
+
+
+def test_help_fits_a_terminal_and_names_the_options_of_every_command(vosctl, tree):
+    for command in tree:
+        words = command["words"].split()
+        text = vosctl("help", *words).ok().stdout
+        assert text == vosctl(*words, "--help").ok().stdout
+        assert all(len(line) <= 80 for line in text.splitlines() if not line.startswith("  vosctl ")), text
+        assert "--json[=indented|short]" in text and "--root DIR" in text
+        for jargon in ("SUBCOMMAND", "REQUIRED", "UINT", "INT", ":{", "TEXT:"):
+            assert jargon not in text, text
+
+
+@pytest.mark.parametrize("option", ["--help", "--version", "-V"])
+def test_help_and_version_that_cannot_be_written_are_a_failure(vosctl, option):
+    with open("/dev/full", "w") as full:
+        outcome = vosctl(option, stdout=full)
+    assert "standard output cannot be written: No space left on device" in outcome.failed()
 
 
 def test_the_version_is_a_number(vosctl):
     assert vosctl("--version").ok().stdout == "vosctl 1.0.0\n"
+    assert vosctl("-V").ok().stdout == "vosctl 1.0.0\n"
+
+
+@pytest.mark.parametrize("words", [["package", "apply", "p", "--yes", "--version"], ["config", "delete", "--yes", "--version"],
+                                   ["ps", "--version"], ["--version", "ps"]])
+def test_the_version_behind_a_command_is_a_usage_error(vosctl, words):
+    outcome = vosctl(*words)
+    outcome.failed(2)
+    assert outcome.stdout == ""
+
+
+def test_an_empty_device_tree_is_a_usage_error(vosctl):
+    assert "DIR is empty" in vosctl("--root", "", "doctor").failed(2)
 
 
 def test_a_device_tree_that_is_not_a_directory_is_refused(vosctl):
@@ -47,6 +133,32 @@ def test_a_failure_is_a_json_object_too(vosctl):
     assert line == f"vosctl: {error['what']}; {error['nextStep']}\n"
 
 
+def test_a_document_on_one_line(vosctl):
+    assert vosctl("--json=short", "ps").ok().stdout == '{"names":[]}\n'
+    assert vosctl("--json", "ps").ok().stdout == vosctl("ps", "--json=indented").ok().stdout == '{\n  "names": []\n}\n'
+
+
+@pytest.mark.parametrize("form", ["5", "true", "false", "", "SHORT"])
+def test_another_form_of_json_is_a_usage_error(vosctl, form):
+    vosctl(f"--json={form}", "ps").failed(2)
+
+
+@pytest.mark.parametrize("words", [["config-of", "agent"], ["object", "agent", "x"]])
+def test_too_little_memory_is_a_failure_in_json_too(binary, agent, words):
+    with open(binary, "rb") as program:
+        if b"__asan_init" in (code := program.read()) or b"__tsan_init" in code:
+            pytest.skip("a sanitizer needs more address space than any limit leaves")
+    agent()
+    for limit in range(20000, 60000, 200):
+        command = f"ulimit -v {limit}; exec '{binary}' --json {' '.join(words)} --timeout 500"
+        done = subprocess.run(["bash", "-c", command], stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+        if b"not enough memory" in done.stderr:
+            assert done.returncode == 1
+            assert json.loads(done.stdout)["error"]["what"] == "there is not enough memory"
+            return
+    raise AssertionError("no limit was met")
+
+
 def test_the_global_options_are_understood_behind_the_command(vosctl):
     assert "error" in vosctl("debug", "nobody", "--json").json
 
@@ -54,7 +166,7 @@ def test_the_global_options_are_understood_behind_the_command(vosctl):
 def test_results_that_cannot_be_written_are_a_failure(vosctl, example):
     example("server")
     with open("/dev/full", "w") as full:
-        outcome = vosctl("debug", "server", stdout=full)
+        outcome = vosctl("debug", "server", "error", stdout=full)
     assert "standard output cannot be written: No space left on device" in outcome.failed()
 
 
@@ -62,6 +174,37 @@ def test_a_closed_standard_output_is_a_failure(binary):
     assert os.WEXITSTATUS(os.system(f"'{binary}' debug nobody >&- 2>/tmp/stderr")) == 1
     with open("/tmp/stderr") as stderr:
         assert stderr.read().startswith("vosctl: there is no standard output")
+
+
+def test_a_closed_standard_error_keeps_nothing_from_being_done(binary, agent, tmp_path):
+    agent()
+    for option in ("", "-v"):
+        assert os.WEXITSTATUS(os.system(f"'{binary}' {option} --json send agent x 2>&- >{tmp_path}/out")) == 0
+        assert json.loads((tmp_path / "out").read_text())["text"] == "x"
+
+
+def test_a_closed_standard_input_is_not_taken_for_an_empty_one(binary, agent):
+    agent()
+    assert os.WEXITSTATUS(os.system(f"'{binary}' send agent --file - <&- 2>/tmp/stderr")) == 1
+    with open("/tmp/stderr") as stderr:
+        assert "- cannot be read: Bad file descriptor" in stderr.read()
+
+
+def test_a_reader_that_has_gone_ends_it_without_a_word(binary):
+    process = subprocess.Popen([binary, "help"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    process.stdout.close()
+    ended = process.wait(PATIENCE)
+    assert (ended, process.stderr.read()) in ((-signal.SIGPIPE, b""), (0, b""))  # 0: it was faster
+    process.stderr.close()
+    closed = f"exec 3> >(exec <&-; exit); wait $!; '{binary}' help >&3"
+    assert subprocess.run(["bash", "-c", closed], stderr=subprocess.PIPE, check=False).stderr == b""
+
+
+def test_a_document_on_a_terminal_has_no_control_characters(vosctl, stale):
+    stale("x\u009b31m\x7f")
+    text = vosctl("--json", "ps").ok().stdout
+    assert "\\u009b31m\\u007f" in text
+    assert json.loads(text)["names"][0]["name"] == "x\u009b31m\x7f"
 
 
 def test_text_from_outside_cannot_steer_the_terminal(vosctl):
@@ -81,4 +224,4 @@ def test_the_librarys_log_lines_appear_on_demand_on_standard_error(vosctl):
 
 def test_the_librarys_log_lines_are_not_among_the_results(vosctl, example):
     example("server")
-    assert json.loads(vosctl("--json", "debug", "server", "trace").ok().stdout)["word"] == 4
+    assert json.loads(vosctl("--json", "debug", "server", "trace").ok().stdout)["word"] == 6

@@ -3,9 +3,10 @@
 import json
 import os
 import signal
+import subprocess
 
 import pytest
-from conftest import SOCKETS
+from conftest import PATIENCE, SOCKETS
 
 
 @pytest.fixture
@@ -47,6 +48,21 @@ def test_the_length_of_a_large_message_is_right(vosctl, listen, size):
     assert vosctl("--json", "send", "box", "--file", "-", stdin=b"x" * size).ok().json["bytes"] == size
     process.await_output("\n")
     assert messages(process)[0]["bytes"] == size
+
+
+def test_a_closed_pipe_takes_both_paths_along(vosctl, binary):
+    listening = subprocess.Popen([binary, "listen", "box"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    listening.stdout.readline()
+    listening.stdout.close()
+    vosctl("send", "box", "x").ok()
+    listening.wait(PATIENCE)
+    listening.stderr.close()
+    assert os.listdir(SOCKETS) == []
+
+
+@pytest.mark.parametrize("code", ["2147483648", "-2147483649", "x", ""])
+def test_a_bad_code_is_a_usage_error(vosctl, code):
+    vosctl("listen", "box", "--code", code).failed(2)
 
 
 def test_code_and_text_of_the_answer_can_be_given(vosctl, background, binary):

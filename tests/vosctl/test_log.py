@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import pty
+import re
 import signal
 import subprocess
 
@@ -126,6 +127,35 @@ def test_lines_as_json(vosctl, agent, log):
     assert f"agent({process.pid}) vosMsgRecv:receive VOS_MSG_TYPE_SELF." in lines
 
 
+def test_the_open_line_is_shown_after_a_pause(vosctl, agent, log):
+    process = agent()
+    logging = log(process, "--json", "log", "agent", "event")
+    eventually(lambda: words(vosctl) == f"34 {0x805}")
+    vosctl("send", "agent", "say").ok()  # one line, which only the next one would end
+    logging.await_output('"said"}')
+    assert logging.signal(signal.SIGINT).finish() == 0
+
+
+def test_lines_with_their_time(vosctl, agent, log):
+    process = agent()
+    logging = log(process, "log", "agent", "--time")
+    vosctl("send", "agent", "say").ok()
+    logging.await_output("said")
+    assert re.search(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d{4} said$", logging.output, re.M)
+    assert logging.signal(signal.SIGINT).finish() == 0
+
+
+def test_it_says_on_a_terminal_that_it_listens_and_how_it_ends(agent, binary):
+    agent()
+    child, terminal = pty.fork()
+    if child == 0:
+        os.execv(binary, [binary, "log", "agent"])
+    assert os.read(terminal, 4096).startswith(b"Showing what agent prints from now on; Ctrl-C ends it.")
+    os.kill(child, signal.SIGINT)
+    assert os.waitpid(child, 0)[1] == 0
+    os.close(terminal)
+
+
 def test_the_end_of_the_process_ends_it(vosctl, agent, log):
     process = agent()
     logging = log(process, "log", "agent")
@@ -154,7 +184,7 @@ def test_a_container_with_terminals_of_its_own_is_told(vosctl, background):
     program = pathlib.Path(os.environ["PROGRAMS"]) / "agent"
     background("unshare", "--mount", "sh", "-c", f"mount -t devpts devpts /dev/pts && exec '{program}' boxed", ready="ready")
     vosctl("debug", "boxed", "event").ok()
-    assert "boxed lives in a container with terminals of its own" in vosctl("log", "boxed", "trace").failed()
+    assert "boxed is in a container with terminals of its own" in vosctl("log", "boxed", "trace").failed()
     assert vosctl("--json", "send", "boxed", "words").ok().json["text"] == f"32 {0x805}"  # nothing was changed
 
 

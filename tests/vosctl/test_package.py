@@ -37,9 +37,11 @@ def test_what_is_made_is_the_documented_format(made):
 
 def test_list(vosctl, made):
     assert vosctl("--json", "package", "list", made).ok().json == {"entries": [
-        {"operation": "add", "kind": "directory", "mode": "0755", "bytes": 0, "permitted": True, "path": "/app/oem"},
-        {"operation": "add", "kind": "file", "mode": "0640", "bytes": 2, "permitted": True, "path": "/app/oem/a"},
-        {"operation": "add", "kind": "oem", "mode": "0644", "bytes": 14, "permitted": True, "path": ""}]}
+        {"operation": "add", "kind": "directory", "mode": "0755", "bytes": 0, "permitted": True, "path": "/app/oem",
+         "climbs": False},
+        {"operation": "add", "kind": "file", "mode": "0640", "bytes": 2, "permitted": True, "path": "/app/oem/a",
+         "climbs": False},
+        {"operation": "add", "kind": "oem", "mode": "0644", "bytes": 14, "permitted": True, "path": "", "climbs": False}]}
 
 
 def test_apply(vosctl, made):
@@ -88,19 +90,78 @@ def test_the_check_looks_into_packages(vosctl, data, code, reason):
     assert reason in told.json["reason"] and told.json["nextStep"] == "make the package again"
 
 
-@pytest.mark.parametrize("entries, reason", [
-    ([entry(7, b"")], "of a kind that the device does not know"),
-    ([entry(0, b"/etc/a\0", b"x")], "the device could not do it"),
+def record(field, value, magic=MAGIC, length=None):
+    return struct.pack(">3I", magic, field, len(value) if length is None else length) + value
+
+
+@pytest.mark.parametrize("bad, code, reason", [
+    (entry(7, b""), -3, "of a kind that the device does not know: 7"),
+    (entry(0, b"/etc/evil\0", b"x"), -1, "(/etc/evil) has a path that the device refuses"),
+    (entry(1, b"/app\0"), -1, "(/app) has a path that the device refuses"),
+    (entry(0, b"\0"), -1, "has a path that the device refuses"),
+    (entry(2, b"", record(9, b"x")), -1, "has OEM records that the device refuses"),
+    (entry(2, b"", record(1, b"x" * 33)), -1, "has OEM records"),
+    (entry(2, b"", record(1, b"x", magic=1)), -1, "has OEM records"),
+    (entry(2, b"", record(1, b"x", length=2)), -1, "has OEM records"),
+    (entry(2, b"", record(1, b"x") + b"y"), -1, "has OEM records"),
+    (entry(2, b"", b""), -1, "has OEM records"),
+    (entry(2, b"", record(1, b"x") * 10), -1, "has OEM records"),
 ])
-def test_what_the_device_refuses_while_it_applies(vosctl, entries, reason):
+def test_what_the_device_would_refuse_is_found_before_anything_is_applied(vosctl, bad, code, reason):
     install_first()
-    line = vosctl("package", "apply", write("/tmp/package", package(*entries)), "--yes").failed()
-    assert "was not applied to its end" in line and reason in line
-    assert not pathlib.Path("/etc/a").exists()
+    vosctl("partition", "init", "factory").ok()
+    path = write("/tmp/package", package(entry(1, b"/app/oem\0", mode=0o755), entry(0, b"/app/oem/a\0", b"x"), bad))
+    told = vosctl("--json", "image", "check", path)
+    assert told.status == 1 and told.json["accepted"] is False and told.json["code"] == code, told
+    assert "entry 3 of /tmp/package" in told.json["reason"] and reason in told.json["reason"]
+    assert reason in vosctl("package", "apply", path, "--yes").failed()
+    assert not TARGET.parent.exists()
+
+
+def test_oem_records_without_a_valid_partition_are_refused_before_anything_is_applied(vosctl):
+    install_first()
+    path = write("/tmp/package", package(entry(1, b"/app/oem\0", mode=0o755), entry(2, b"", record(1, b"x"))))
+    assert "the factory partition /app/factory, which is to hold them, is not valid; nothing was changed" in vosctl(
+        "package", "apply", path, "--yes").failed()
+    assert not TARGET.parent.exists()
+
+
+def test_an_entry_that_fails_is_named_and_those_before_it_are_counted(vosctl):
+    install_first()
+    path = write("/tmp/package", package(
+        entry(1, b"/app/oem\0", mode=0o755), entry(0, b"/app/oem/a\0", b"x"), entry(0, b"/app/oem/none/b\0", b"y")))
+    line = vosctl("package", "apply", path, "--yes").failed()
+    assert ("was not applied to its end: entry 3 of /tmp/package (/app/oem/none/b): No such file or directory; "
+            "2 of 3 entries were applied") in line
+    assert TARGET.read_bytes() == b"x"
+
+
+def test_a_directory_that_cannot_be_made_is_told(vosctl):
+    install_first()
+    TARGET.parent.write_bytes(b"a file")
+    line = vosctl("package", "apply", write("/tmp/package", package(entry(1, b"/app/oem\0", mode=0o755))), "--yes").failed()
+    assert "0 of 1 entries were applied" in line and TARGET.parent.read_bytes() == b"a file"
+
+
+CLIMBING = package(entry(1, b"/app/oem\0", mode=0o755), entry(0, b"/app/oem/../evil\0", b"x"))
+EVIL = pathlib.Path("/app/evil")
+
+
+def test_a_path_that_climbs_is_marked_and_asked_about_separately(vosctl, binary):
+    install_first()
+    path = write("/tmp/package", CLIMBING)
+    assert 'yes, but ".."' in vosctl("package", "list", path).ok().stdout
+    assert [each["climbs"] for each in vosctl("--json", "package", "list", path).ok().json["entries"]] == [False, True]
+    assert 'has a path with "..", which can lead to any file; nothing was changed' in vosctl(
+        "package", "apply", path, "--yes").failed()
+    assert on_terminal(binary, "package", "apply", path, answer="y\nn")[0] == 1
+    assert not EVIL.exists() and not TARGET.parent.exists()
+    vosctl("package", "apply", path, "--yes", "--outside").ok()
+    assert EVIL.read_bytes() == b"x"
 
 
 @pytest.mark.parametrize("word, reason", [
-    ("dir:/etc", "the device refuses the path"), ("nothing", "cannot be understood"), ("link:/app/oem", "cannot be"),
+    ("dir:/etc", "the device refuses the path"), ("dir:/app/oem/../x", 'has a part ".."'), ("nothing", "cannot be understood"), ("link:/app/oem", "cannot be"),
     ("oem:9=x", "from 0 to 8"), ("oem:1=" + "x" * 33, "at most 32"), ("file:/app/oem/a=/tmp/none", "cannot be opened"),
     ("file:/app/oem/a", "cannot be understood")])
 def test_entries_that_cannot_be_made(vosctl, word, reason):

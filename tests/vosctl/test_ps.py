@@ -3,6 +3,7 @@
 import ctypes
 import errno
 import json
+import os
 import pathlib
 import platform
 import socket
@@ -98,6 +99,25 @@ def test_what_senders_have_sent_who_are_gone_counts_as_at_least_one(vosctl, agen
             sender.sendto(bytes(99), "/tmp/vos/mute")
     normal = names(vosctl)["mute"]["sockets"][0]
     assert (normal["queuedAtLeast"], normal["nextBytes"]) == (1, 99)
+
+
+def test_a_name_that_is_asked_for_decides_the_exit_status(vosctl, agent, stale):
+    agent("oltd")
+    agent("mgmtd")
+    stale("old")
+    assert set(names(vosctl, "oltd")) == {"oltd"}
+    assert len(names(vosctl, "oltd")["oltd"]["sockets"]) == 5
+    assert [each["kind"] for each in names(vosctl, "oltd3")["oltd"]["sockets"]] == ["thread"]
+    assert "no process is reachable as nobody" in vosctl("ps", "nobody").failed()
+    assert "nobody receives under old" in vosctl("ps", "old").failed()
+
+
+def test_names_that_are_not_utf8_are_told_apart(vosctl, stale):
+    for name in (b"x\xff", b"x\xfe"):
+        stale(os.fsdecode(name))
+    found = [(name["name"], name["nameHex"]) for name in vosctl("--json", "ps").ok().json["names"]]
+    assert found == [("x\\xFE", "78fe"), ("x\\xFF", "78ff")]
+    assert "x\\xFE" in vosctl("ps").ok().stdout
 
 
 def test_help_says_that_the_depth_is_a_lower_bound(vosctl):

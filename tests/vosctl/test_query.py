@@ -1,6 +1,10 @@
 # SPDX-License-Identifier: MIT
 """vosctl config-of, object, debug and smd."""
+import os
+import pty
 import signal
+import socket
+import subprocess
 
 import pytest
 from conftest import SOCKETS, eventually
@@ -14,7 +18,7 @@ def test_the_running_configuration(vosctl, agent):
     agent()
     assert vosctl("config-of", "agent").ok().stdout == "first 0\nsecond 0\n"
     assert vosctl("--json", "config-of", "agent", "--arg1", "7", "--arg2", "0x10").ok().json == {
-        "name": "agent", "bytes": 18, "text": "first 7\nsecond 16\n"}
+        "name": "agent", "bytes": 18, "text": "first 7\nsecond 16\n", "hex": b"first 7\nsecond 16\n".hex()}
 
 
 def test_a_builder_that_refuses(vosctl, agent):
@@ -71,12 +75,75 @@ def test_nobody_describes(vosctl, agent, background, binary):
 
 
 @pytest.mark.parametrize("levels, word", [
-    ([], 2), (["error"], 2), (["trace"], 4), (["event", "error"], 34), (["no-timeouts"], 1), (["none"], 0),
+    (["error"], 2), (["trace"], 6), (["event", "error"], 34), (["no-timeouts"], 3), (["none"], 0), (["4"], 4),
     (["0xFFFFFFFF"], 0xFFFFFFFF), (["38"], 38), (["none", "0x40", "trace"], 0x44)])
 def test_the_debug_word_arrives(vosctl, agent, levels, word):
     agent()
     assert vosctl("--json", "debug", "agent", *levels).ok().json == {"name": "agent", "word": word}
     assert words(vosctl) == f"{word} {0x805}"
+
+
+def test_a_name_alone_changes_nothing_and_says_what_can_be_set(vosctl, agent):
+    agent()
+    vosctl("debug", "agent", "event").ok()
+    document = vosctl("--json", "debug", "agent").ok().json
+    assert {level["level"]: level["word"] for level in document["levels"]} == {
+        "none": 0, "error": 2, "trace": 4, "event": 32, "no-timeouts": 1}
+    text = vosctl("debug", "agent").ok().stdout
+    assert "Nothing is changed." in text and "0x00000020  a line per packet" in text
+    assert words(vosctl) == f"34 {0x805}"
+
+
+@pytest.mark.parametrize("command", [["config-of", "agent"], ["object", "agent", "short"]])
+def test_a_process_that_stands_still_is_waited_for_as_long_as_told(vosctl, agent, command):
+    process = agent().signal(signal.SIGSTOP)
+    try:
+        assert "no answer from agent within 50 ms" in vosctl(*command, "--timeout", "50").failed()
+    finally:
+        process.signal(signal.SIGCONT)
+    assert list(SOCKETS.glob("client*")) == []
+
+
+def test_a_full_queue_is_waited_for_as_long_as_told(vosctl, agent):
+    agent("mute", "mute")
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+        sender.setblocking(False)
+        with pytest.raises(BlockingIOError):
+            while True:
+                sender.sendto(b"x", "/tmp/vos/mute")
+        assert "the queue of mute is full" in vosctl("debug", "mute", "trace", "--timeout", "50").failed()
+
+
+def test_a_wait_is_told_on_a_terminal(binary, agent):
+    process = agent().signal(signal.SIGSTOP)
+    child, terminal = pty.fork()
+    if child == 0:
+        os.execv(binary, [binary, "config-of", "agent", "--timeout", "60000"])
+    shown = b""
+    while b"\n" not in shown:
+        shown += os.read(terminal, 4096)
+    process.signal(signal.SIGCONT)
+    assert shown.startswith(b"Waiting for the answer of agent, at most 60000 ms; Ctrl-C ends it")
+    os.waitpid(child, 0)
+    os.close(terminal)
+
+
+def test_a_configuration_that_is_not_utf8_is_told_without_loss(vosctl, agent):
+    agent()
+    document = vosctl("--json", "config-of", "agent", "--arg1", "43").ok().json
+    assert document == {"name": "agent", "bytes": 8, "text": "pw \\xFF\\xFE\x1b[m", "hex": b"pw \xff\xfe\x1b[m".hex()}
+
+
+def test_a_configuration_cannot_steer_the_terminal_and_is_passed_on_as_it_is_elsewhere(binary, agent):
+    agent()
+    piped = subprocess.run([binary, "config-of", "agent", "--arg1", "43"], stdout=subprocess.PIPE, check=True)
+    assert piped.stdout == b"pw \xff\xfe\x1b[m"
+    child, terminal = pty.fork()
+    if child == 0:
+        os.execv(binary, [binary, "config-of", "agent", "--arg1", "43"])
+    assert os.read(terminal, 4096) == b"pw \\xFF\\xFE\\x1B[m"
+    os.waitpid(child, 0)
+    os.close(terminal)
 
 
 @pytest.mark.parametrize("level", ["loud", "0x100000000", "-1", "0x", "", "2 "])

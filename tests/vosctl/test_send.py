@@ -3,9 +3,10 @@
 import re
 import signal
 import socket
+import subprocess
 
 import pytest
-from conftest import SOCKETS, eventually
+from conftest import PATIENCE, SOCKETS, eventually
 
 
 def answer(vosctl, *arguments, **options):
@@ -23,9 +24,32 @@ def test_the_answer_is_shown_with_its_code_and_its_time(vosctl, agent):
 def test_as_text_too(vosctl, agent):
     agent()
     lines = vosctl("send", "agent", "hello").ok().stdout.splitlines()
-    assert lines[:4] == ["name           agent", "socket         normal", "sent           5 bytes", "answer's code  -3"]
-    assert re.fullmatch(r"round trip     \d+\.\d{3} ms", lines[4])
-    assert lines[5:] == ["answer         5 bytes", "hello"]
+    assert lines[:3] == ["name        agent", "socket      normal", "sent        5 bytes"]
+    assert re.fullmatch(r"round trip  \d+\.\d{3} ms", lines[3])
+    assert lines[4:] == ["answer      5 bytes", "hello", "answer's code  -3"]
+
+
+def test_lines_of_a_dump_that_repeat_are_folded_and_the_last_one_is_printed(vosctl, agent):
+    agent()
+    lines = vosctl("send", "agent", "--hex", "ff" * 16 + "00" * 64).ok().stdout.splitlines()
+    dump = [line.split("  ")[0] for line in lines[5:-1]]
+    assert dump == ["000000" + " ff" * 16, "000010" + " 00" * 16, "*", "000040" + " 00" * 16]
+    assert lines[-1] == "answer's code  -3"
+
+
+def test_the_code_of_the_answer_is_the_exit_status_when_asked_for(vosctl, agent):
+    agent()
+    vosctl("send", "agent", "words", "--status").ok()  # code 0
+    vosctl("send", "agent", "x").ok()
+    outcome = vosctl("--json", "send", "agent", "x", "--status")
+    assert "agent answered with code -3" in outcome.failed()
+    assert outcome.json["text"] == "x"
+
+
+def test_a_thread_channel_is_a_name(vosctl, agent):
+    agent()
+    document = answer(vosctl, "agent3", "x")
+    assert (document["text"], document["code"]) == ("thread", 5)
 
 
 def test_the_high_priority_socket(vosctl, agent):
@@ -72,12 +96,25 @@ def test_standard_input(vosctl, agent):
 def test_a_file_that_is_too_large_is_refused(vosctl, agent, tmp_path):
     agent()
     (tmp_path / "file").write_bytes(bytes(64569))
-    assert "the message has 64569 bytes and 64568 fit" in vosctl("send", "agent", "--file", tmp_path / "file").failed()
+    assert "has 64569 bytes, and at most 64568 are taken" in vosctl("send", "agent", "--file", tmp_path / "file").failed()
+
+
+def test_a_file_without_an_end_is_read_up_to_the_limit_only(vosctl, agent):
+    agent()
+    assert "/dev/zero has more than 64568 bytes" in vosctl("send", "agent", "--file", "/dev/zero").failed()
+
+
+def test_an_empty_file_name_is_a_usage_error_and_sends_nothing(vosctl, agent, background, binary):
+    box = background(binary, "--json", "listen", "box", name="box")
+    assert "FILE is empty" in vosctl("send", "box", "--file", "").failed(2)
+    vosctl("send", "box", "after").ok()
+    box.await_output("after")
+    assert box.output.count("\n") == 1
 
 
 def test_a_directory_instead_of_a_file(vosctl, agent, tmp_path):
     agent()
-    assert f"{tmp_path} cannot be read: Is a directory" in vosctl("send", "agent", "--file", tmp_path).failed()
+    assert f"{tmp_path} is a directory" in vosctl("send", "agent", "--file", tmp_path).failed()
 
 
 def test_a_file_that_is_not_there(vosctl, agent):
@@ -161,6 +198,32 @@ def test_a_bad_timeout_is_a_usage_error(vosctl, timeout):
     vosctl("send", "agent", "x", "--timeout", timeout).failed(2)
 
 
+def test_a_number_that_begins_with_zero_is_decimal(vosctl, agent):
+    agent()
+    assert vosctl("--json", "ping", "agent", "-c", "010").ok().json["sent"] == 10
+    assert "within 100 ms" in vosctl("send", agent("quiet", "silent") and "quiet", "--timeout", "0100").failed()
+    vosctl("smd", "agent", "010").ok()
+    assert answer(vosctl, "agent", "words")["text"] == "2 10"
+
+
+def test_a_closed_pipe_takes_the_requests_path_along(agent, binary, tmp_path):
+    agent()
+    (tmp_path / "large").write_bytes(bytes(60000))
+    for _ in range(3):
+        sending = subprocess.Popen([binary, "send", "agent", "--file", tmp_path / "large"], stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE)
+        sending.stdout.close()
+        assert sending.wait(PATIENCE) == -signal.SIGPIPE
+        assert sending.stderr.read() == b""
+        sending.stderr.close()
+        assert list(SOCKETS.glob("client*")) == []
+
+
+def test_a_mistyped_name_is_guessed(vosctl, agent):
+    agent("oltd")
+    assert "; did you mean oltd? list the names" in vosctl("send", "otld", "x").failed()
+
+
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_an_interrupted_request_leaves_no_path_behind(agent, background, binary, number):
     agent("quiet", "silent")
@@ -189,9 +252,12 @@ def test_ping_of_a_silent_process_stops_at_the_first(vosctl, agent):
 
 
 def test_ping_tells_how_many_were_answered_before_one_was_not(vosctl, background, binary):
-    background(binary, "listen", "box", "--count", "3", name="box")
-    outcome = vosctl("--json", "ping", "box", "-c", "9", "--timeout", "100")
-    assert outcome.status == 1  # the mailbox has ended: the fourth finds nobody, or no answer
+    box = background(binary, "listen", "box", "--count", "3", name="box")
+    outcome = vosctl("--json", "ping", "box", "-c", "9", "--timeout", "2000")
+    assert box.finish() == 0  # the fourth finds nobody, or no answer
+    outcome.failed()
+    assert (outcome.json["sent"], outcome.json["answered"]) == (4, 3)
+    assert outcome.json["maxMs"] > 0
 
 
 @pytest.mark.parametrize("count", ["0", "-1", "x"])

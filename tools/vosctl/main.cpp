@@ -5,48 +5,76 @@
 #include <vosProcess.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <set>
 
 #include "base/interrupts.h"
+#include "base/standardFds.h"
+#include "base/words.h"
 #include "commands/commands.h"
+#include "commands/help.h"
 #include "flash/deviceTree.h"
 
 namespace {
 
 using namespace vosctl;  // NOLINT(google-build-using-namespace): this is vosctl
 
+/* The version is asked for alone: behind a command it would keep the command from being run, and nobody would notice.
+ */
+void addVersion(CLI::App &app) {
+    app.add_flag_callback(
+        "-V,--version",
+        [&app] {
+            if (!app.get_subcommands().empty()) throw CLI::ValidationError("--version is asked for without a command");
+            throw CLI::CallForVersion("vosctl " VOSCTL_VERSION, 0);
+        },
+        "Print the version of vosctl");
+}
+
 void addGlobals(CLI::App &app, Context &context) {
-    app.add_flag("--json", context.json, "Print results as one JSON document");
+    app.add_flag("--json{indented}", context.jsonForm, "Print results as one JSON document; short: on one line")
+        ->check(CLI::IsMember({"indented", "short"}))
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.add_option("--root", context.root, "Work on the device tree below this directory instead of /")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(notEmpty("DIR"));
     app.add_option("--color", context.color, "Colours: auto (on a terminal), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->type_name("WHEN");
     app.add_flag("-v,--verbose", context.verbose, "Print the library's own log lines on standard error");
-    app.set_version_flag("--version", "vosctl " VOSCTL_VERSION);
+    addVersion(app);
     app.require_subcommand(1);
     app.fallthrough(); /* these options are understood behind a command too */
 }
 
-/* The groups of commands, in the order of the help. */
-constexpr void (*kGroups[])(CLI::App &, Context &) = {
-    addPsCommands,         //
-    addSendCommands,       //
-    addListenCommand,      //
-    addQueryCommands,      //
-    addDebugCommands,      //
-    addLogCommand,         //
-    addItemCommands,       //
-    addPartitionCommands,  //
-    addConfigCommands,     //
-    addSyslogCommands,     //
-    addImageCommands,      //
-    addPackageCommands,    //
-    addCrcCommand,         //
-    addDoctorCommand,      //
-    addCompleteCommand,    //
+/* The commands in the order of the help, and the heading under which it lists them. */
+struct Commands {
+    const char *heading;
+    void (*add)(CLI::App &, Context &);
 };
+constexpr const char *kProcesses = "Running processes";
+constexpr const char *kFlash = "What is saved on flash";
+constexpr const char *kImages = "Images and packages";
+constexpr const char *kMachine = "This machine and vosctl itself";
+constexpr Commands kCommands[] = {
+    {kProcesses, addPsCommands},    {kProcesses, addWaitCommand},   {kProcesses, addSendCommands},
+    {kProcesses, addListenCommand}, {kProcesses, addQueryCommands}, {kProcesses, addDebugCommands},
+    {kProcesses, addLogCommand},    {kFlash, addItemCommands},      {kFlash, addPartitionCommands},
+    {kFlash, addConfigCommands},    {kFlash, addSyslogCommands},    {kImages, addImageCommands},
+    {kImages, addPackageCommands},  {kImages, addCrcCommand},       {kMachine, addDoctorCommand},
+    {kMachine, addHelpCommand},     {kMachine, addCompleteCommand},
+};
+
+void addCommands(CLI::App &app, Context &context) {
+    for (const Commands &each : kCommands) {
+        each.add(app, context);
+        for (CLI::App *const command : app.get_subcommands([](CLI::App *) { return true; }))
+            if (command->get_group() == "Subcommands") command->group(each.heading); /* the parser's own heading */
+    }
+}
 
 bool wantsColor(const Context &context) {
     if (context.color != "auto") return context.color == "always";
@@ -58,8 +86,8 @@ bool wantsColor(const Context &context) {
 
 /* Results get a descriptor of their own; what the library prints to descriptor 1 goes to standard error or nowhere. */
 int takeStandardOutput(bool verbose) {
-    const int results = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (results == -1) throw Failure(std::string("there is no standard output: ") + strerror(errno), "open it");
+    const int results = isStandardOutputOpen() ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1) : -1;
+    if (results == -1) throw Failure("there is no standard output", "open it for writing");
     const int target = verbose ? STDERR_FILENO : open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (target == -1 || dup2(target, STDOUT_FILENO) == -1)
         throw Failure(std::string("/dev/null cannot be opened: ") + strerror(errno), "make the device node");
@@ -67,52 +95,111 @@ int takeStandardOutput(bool verbose) {
     return results;
 }
 
+std::unique_ptr<Output> openOutput(const Context &context) {
+    const Output::Settings settings{context.json(), context.jsonForm == "short", wantsColor(context),
+                                    isatty(STDOUT_FILENO) == 1};
+    return std::make_unique<Output>(takeStandardOutput(context.verbose), settings);
+}
+
 int explain(const Failure &failure, const Context &context, Output *out) {
     const std::string what = printable(failure.what());
     const std::string next = printable(failure.nextStep());
     fprintf(stderr, "%svosctl: %s; %s\n", context.verbose ? "\n" : "", what.c_str(), next.c_str());
-    if (out == nullptr || !context.json) return kFailed;
+    if (out == nullptr || !context.json()) return kFailed;
     try {
         out->documentLine(Json{{"error", {{"what", what}, {"nextStep", next}}}});
         out->flush();
-    } catch (const Failure &) { /* there is nobody left to tell */
+    } catch (const std::exception &) { /* there is nobody left to tell */
     }
     return kFailed;
 }
 
-int run(const Context &context) {
+/* All has been tidied up. Without a reader the tool ends as others do: without a word, by the signal. */
+int endWithoutReader(const ClosedPipe &failure, const Context &context, bool signalWasIgnored) {
+    if (signalWasIgnored) return explain(failure, context, nullptr);
+    signal(SIGPIPE, SIG_DFL);
+    raise(SIGPIPE);
+    return kFailed;
+}
+
+int run(const Context &context, bool pipesWereIgnored) {
     std::unique_ptr<Output> out;
     try {
-        const bool color = wantsColor(context);
-        out = std::make_unique<Output>(takeStandardOutput(context.verbose), Output::Settings{context.json, color});
+        out = openOutput(context);
         useDeviceTree(context.root);
         leaveNoRequesterBehind();
         memcpy(szVosProcName, "vosctl", sizeof "vosctl"); /* heads the library's log lines */
         const int status = context.action(*out);
         out->flush();
         return status;
+    } catch (const ClosedPipe &failure) {
+        return endWithoutReader(failure, context, pipesWereIgnored);
+    } catch (const Misuse &failure) {
+        explain(failure, context, nullptr);
+        return kUsage;
     } catch (const Failure &failure) {
         return explain(failure, context, out.get());
+    } catch (const std::bad_alloc &) {
+        return explain(
+            {"there is not enough memory", "end other programs, or raise the limit of this shell: ulimit -v"}, context,
+            out.get());
+    } catch (const std::exception &error) {
+        return explain({std::string("unexpected: ") + error.what(), "report this as a fault of vosctl"}, context,
+                       out.get());
     }
+}
+
+/* Help and version. */
+int printAsked(const std::string &text) {
+    errno = 0;
+    const bool printed = isStandardOutputOpen() && fputs(text.c_str(), stdout) >= 0 && fflush(stdout) == 0;
+    if (printed) return kDone;
+    fprintf(stderr, "vosctl: standard output cannot be written: %s; see where it leads to\n",
+            strerror(errno != 0 ? errno : EBADF));
+    return kFailed;
+}
+
+/* The command that was named last. */
+const CLI::App &deepest(const CLI::App &app) {
+    const auto named = app.get_subcommands();
+    return named.empty() ? app : deepest(*named.front());
+}
+
+std::set<std::string> knownWords(const CLI::App &command, bool options) {
+    std::set<std::string> known;
+    if (!options) {
+        for (const CLI::App *const each : commandsBelow(command)) known.insert(each->get_name());
+        return known;
+    }
+    for (const CLI::App *each = &command; each != nullptr; each = each->get_parent())
+        for (const CLI::Option *const option : each->get_options())
+            for (const std::string &name : option->get_lnames()) known.insert("--" + name);
+    return known;
 }
 
 /* Help and version are what was asked for; everything else is a mistake on the command line. */
 int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
-    if (error.get_exit_code() == 0) {
-        const int status = app.exit(error);
-        return fflush(stdout) == 0 ? status : kFailed;
-    }
-    const CLI::App *named = &app;
-    std::string command = "vosctl";
-    while (!named->get_subcommands().empty()) {
-        named = named->get_subcommands().front();
-        command += " " + named->get_name();
-    }
+    if (error.get_exit_code() == 0)
+        return printAsked(error.get_name() == "CallForHelp" ? app.help() : std::string(error.what()) + "\n");
+    const CLI::App &named = deepest(app);
     const std::vector<std::string> unknown = app.remaining(true);
-    const bool noCommand = error.get_name() == "RequiredError" && named->get_require_subcommand_min() > 0;
-    const std::string what =
-        noCommand && !unknown.empty() ? "there is no command \"" + unknown.front() + "\"" : std::string(error.what());
-    fprintf(stderr, "vosctl: %s; see \"%s --help\"\n", printable(what).c_str(), command.c_str());
+    const bool noCommand = error.get_name() == "RequiredError" && named.get_require_subcommand_min() > 0;
+    const bool unexpected = error.get_name() == "ExtrasError" || (noCommand && !unknown.empty());
+    const bool isOption = !unknown.empty() && unknown.front().starts_with('-');
+    std::string what = error.what();
+    std::string guess;
+    if (unexpected && !unknown.empty() && (isOption || noCommand)) {
+        what =
+            std::string("there is no ") + (isOption ? "option" : "command") + " \"" + shortened(unknown.front()) + "\"";
+        guess = didYouMean(unknown.front(), knownWords(named, isOption));
+    } else if (unexpected && !unknown.empty()) {
+        what = "\"" + shortened(unknown.front()) + "\" is one argument too many";
+    } else if (noCommand) {
+        what = "no command is given";
+    }
+    const std::string words = helpOf(named).words;
+    fprintf(stderr, "vosctl: %s; %ssee \"vosctl%s%s --help\"\n", printable(what).c_str(), printable(guess).c_str(),
+            words.empty() ? "" : " ", words.c_str());
     return kUsage;
 }
 
@@ -120,18 +207,21 @@ int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
 
 int main(int argc, char **argv) {
     try {
+        if (!occupyStandardFds()) return kFailed;
+        const bool pipesWereIgnored = signal(SIGPIPE, SIG_IGN) == SIG_IGN; /* a failing write tells it */
         CLI::App app{"Sees and changes what a running process or a flash of the device holds.", "vosctl"};
         Context context;
+        useHelp(app);
         addGlobals(app, context);
-        for (const auto add : kGroups) add(app, context);
+        addCommands(app, context);
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError &error) {
             return explainUsage(app, error);
         }
-        return run(context);
+        return run(context, pipesWereIgnored);
     } catch (const std::exception &error) {
-        fprintf(stderr, "vosctl: unexpected: %s; please report this\n", error.what());
+        fprintf(stderr, "vosctl: unexpected: %s; report this as a fault of vosctl\n", error.what());
         return kFailed;
     }
 }

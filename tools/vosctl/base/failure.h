@@ -19,6 +19,19 @@ class Failure : public std::runtime_error {
     std::string next_;
 };
 
+/* The same for what is wrong with the command line itself, where it is seen only while the command runs. The exit
+ * status says so. */
+class Misuse : public Failure {
+  public:
+    using Failure::Failure;
+};
+
+/* Nobody reads standard output any more. */
+class ClosedPipe : public Failure {
+  public:
+    using Failure::Failure;
+};
+
 }  // namespace vosctl
 
 #endif

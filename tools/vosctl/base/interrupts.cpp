@@ -9,7 +9,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <exception>
 #include <string>
+#include <utility>
 
 #include "failure.h"
 
@@ -34,6 +37,29 @@ sigset_t signalSet() {
     sigemptyset(&set);
     for (const int number : kSignals) sigaddset(&set, number);
     return set;
+}
+
+/* All signals but those that a fault of the program raises: blocked, they would end it without a word. */
+sigset_t heldSet() {
+    sigset_t set;
+    sigfillset(&set);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) sigdelset(&set, fault);
+    return set;
+}
+
+bool isIgnored(int number) {
+    struct sigaction action {};
+    return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+/* A closed pipe and a limit of file sizes are failures of the writes, which the command has seen. */
+void dropWriteSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGPIPE);
+    sigaddset(&set, SIGXFSZ);
+    constexpr timespec kAtOnce{};
+    while (sigtimedwait(&set, nullptr, &kAtOnce) > 0) continue;
 }
 
 }  // namespace
@@ -71,6 +97,37 @@ Interrupts::~Interrupts() {
     signalfd_siginfo taken;
     while (read(fd_.get(), &taken, sizeof taken) > 0) continue;
     sigprocmask(SIG_SETMASK, &earlier_, nullptr);
+}
+
+HeldSignals::HeldSignals(std::string task) : task_(std::move(task)), exceptions_(std::uncaught_exceptions()) {
+    const sigset_t set = heldSet();
+    sigprocmask(SIG_BLOCK, &set, &earlier_);
+}
+
+HeldSignals::~HeldSignals() {
+    if (std::uncaught_exceptions() > exceptions_) return;
+    sayWhatCame();
+    if (sigismember(&earlier_, SIGPIPE) == 0) dropWriteSignals();
+    sigprocmask(SIG_SETMASK, &earlier_, nullptr);
+}
+
+void HeldSignals::sayWhatCame() const {
+    sigset_t pending;
+    sigpending(&pending);
+    for (const int number : kSignals) {
+        if (sigismember(&pending, number) == 0 || sigismember(&earlier_, number) == 1 || isIgnored(number)) continue;
+        fprintf(stderr, "vosctl: SIG%s came while %s; it was done to the end first\n", sigabbrev_np(number),
+                task_.c_str());
+        return;
+    }
+}
+
+void endBySignal(int number) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, number);
+    raise(number);
+    sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 }  // namespace vosctl

@@ -4,6 +4,7 @@
 #define VOSCTL_INTERRUPTS_H
 
 #include <csignal>
+#include <string>
 
 #include "fd.h"
 
@@ -27,6 +28,29 @@ class Interrupts {
     sigset_t earlier_{};
     Fd fd_;
 };
+
+/* While it lives no signal ends or stops the tool, except those that no program can hold: what a command has begun to
+ * write it finishes or puts back. A signal that came meanwhile is named on standard error at the end, and then acts.
+ * When a Failure ends the block, the signals stay held: the tool ends by that failure, and its message and status come
+ * first. */
+class HeldSignals {
+  public:
+    /* What is being done, as "the configuration was being saved". */
+    explicit HeldSignals(std::string task);
+    ~HeldSignals();
+    HeldSignals(const HeldSignals &) = delete;
+    HeldSignals &operator=(const HeldSignals &) = delete;
+
+  private:
+    void sayWhatCame() const;
+
+    std::string task_;
+    int exceptions_;
+    sigset_t earlier_{};
+};
+
+/* Ends the tool as a signal does that nobody holds. */
+void endBySignal(int number);
 
 }  // namespace vosctl
 

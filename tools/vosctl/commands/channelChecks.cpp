@@ -13,6 +13,7 @@
 
 #include "../base/failure.h"
 #include "../base/fd.h"
+#include "../base/words.h"
 #include "../processes/socketDirectory.h"
 #include "checks.h"
 
@@ -74,7 +75,7 @@ Finding checkSocketDirectory() {
     }
     if (access(path.c_str(), R_OK | W_OK | X_OK) == -1)
         return {kDirectoryCheck, Verdict::hinders, path + " cannot be written by this user",
-                "run as its owner or root, or chmod a+rwx " + path};
+                "run as its owner or root, or as root: chmod 1777 " + path};
     return {kDirectoryCheck, Verdict::good, path + " can be written", ""};
 }
 
@@ -86,7 +87,7 @@ Finding checkStaleSockets() {
         for (const SocketEntry &entry : readSocketDirectory()) {
             if (entry.reach != Reach::stale) continue;
             ++count;
-            paths += " " + entry.path;
+            paths += " " + shellWord(entry.path); /* any user may have given it any name */
         }
     } catch (const Failure &failure) {
         return {kCheck, Verdict::warning, failure.what(), "first do what is told about the socket directory"};
@@ -94,7 +95,7 @@ Finding checkStaleSockets() {
     if (count == 0) return {kCheck, Verdict::good, "no path was left behind by a process that has ended", ""};
     return {kCheck, Verdict::warning,
             numbered(count, "path was", "paths were") + " left behind by processes that have ended:" + paths,
-            "nothing when the processes start again, which take their paths over; otherwise rm" + paths};
+            "nothing when the processes start again, which take their paths over; otherwise rm --" + paths};
 }
 
 Finding checkSendCeiling() {

@@ -8,8 +8,9 @@
 
 namespace vosctl {
 
-/* good: nothing to do. warning: it works, and somebody should know. hinders: something does not work. */
-enum class Verdict { good, warning, hinders };
+/* good: nothing to do. warning: it works, and somebody should know. device: it would not work on a device, and this
+ * machine can do without. hinders: something does not work. */
+enum class Verdict { good, warning, device, hinders };
 
 struct Finding {
     std::string check; /* what was looked at; stable */
@@ -18,7 +19,7 @@ struct Finding {
     std::string remedy; /* what to do about it, empty when nothing */
 };
 
-/* Each looks at one thing. None changes anything. */
+/* Each looks at one thing. None changes anything. None tells "device": which machine it is, is not theirs to know. */
 Finding checkSocketDirectory();
 Finding checkStaleSockets();
 Finding checkSendCeiling();
@@ -29,6 +30,7 @@ Finding checkFlash();
 Finding checkApp();
 Finding checkSystemPartition();
 Finding checkFactoryPartition();
+Finding checkFactoryCopy();
 Finding checkTerminals();
 Finding checkUptime();
 

@@ -1,42 +1,66 @@
 /* SPDX-License-Identifier: MIT */
 /* vosctl complete: what the shells' completion asks for while a command line is typed. */
 #include <algorithm>
-#include <set>
+#include <map>
 
 #include "../base/words.h"
 #include "../flash/itemTable.h"
 #include "../processes/socketDirectory.h"
 #include "commands.h"
+#include "help.h"
 
 namespace vosctl {
 
 namespace {
 
 using Words = std::vector<std::string>;
+using Candidates = std::map<std::string, std::string>; /* each with a description, which may be empty */
+
+/* What a word can become. */
+struct Completion {
+    Candidates candidates;
+    bool files = false;
+    bool directories = false;
+};
 
 /* Somebody is typing: what cannot be looked at is no name, and no complaint. */
-std::set<std::string> reachableNames() {
-    std::set<std::string> names;
+Candidates reachableNames() {
+    Candidates names;
     try {
         for (const SocketEntry &entry : readSocketDirectory())
-            if (alive(entry) && entry.kind == SocketEntry::Kind::normal) names.insert(printable(entry.name));
+            if (alive(entry) && entry.kind == SocketEntry::Kind::normal)
+                names[printable(entry.name)] = entry.owners.empty() ? "" : printable(entry.owners.front().program);
     } catch (const Failure &) {
         names.clear();
     }
     return names;
 }
 
-std::set<std::string> itemNames() {
-    std::set<std::string> names;
-    for (const Item &item : items()) names.insert(item.name);
+Candidates itemNames() {
+    Candidates names;
+    for (const Item &item : items()) names[item.name] = limitOf(item);
     return names;
+}
+
+Candidates levelCandidates() {
+    Candidates names;
+    for (const Level &level : levels()) names[std::string(level.name)] = level.meaning;
+    return names;
+}
+
+Candidates entryForms() {
+    return {{"file:", "PATH=LOCAL: add a file"},
+            {"dir:", "PATH: add a directory"},
+            {"delete-file:", "PATH: delete a file"},
+            {"delete-dir:", "PATH: delete a directory"},
+            {"oem:", "FIELD=TEXT: set an OEM field"}};
 }
 
 /* Where the words before the last one lead: the command, and how many of its arguments are there. */
 struct Place {
     const CLI::App *command;
     std::size_t arguments = 0;
-    bool optionValue = false; /* the last word belongs to an option */
+    const CLI::Option *valueOf = nullptr; /* the option to which the last word belongs */
 };
 
 const CLI::Option *optionOf(const CLI::App *command, const std::string &word) {
@@ -55,11 +79,11 @@ Place placeOf(const CLI::App &app, const Words &words) {
     Place place{&app};
     for (std::size_t index = 0; index + 1 < words.size(); ++index) {
         const std::string &word = words[index];
-        if (place.optionValue) {
-            place.optionValue = false;
+        if (place.valueOf != nullptr) {
+            place.valueOf = nullptr;
         } else if (word.starts_with('-')) {
             const CLI::Option *const option = optionOf(place.command, word);
-            place.optionValue = option != nullptr && option->get_items_expected_max() > 0;
+            if (option != nullptr && option->get_items_expected_max() > 0) place.valueOf = option;
         } else if (const CLI::App *const command = commandOf(place.command, word)) {
             place.command = command;
         } else {
@@ -69,45 +93,107 @@ Place placeOf(const CLI::App &app, const Words &words) {
     return place;
 }
 
-void addOptions(std::set<std::string> &candidates, const CLI::App *command) {
+void addOptions(Candidates &candidates, const CLI::App *command) {
     for (; command != nullptr; command = command->get_parent())
         for (const CLI::Option *const option : command->get_options())
-            for (const std::string &name : option->get_lnames()) candidates.insert("--" + name);
+            for (const std::string &name : option->get_lnames()) candidates["--" + name] = option->get_description();
 }
 
-/* What the argument at the place can be, when that is known. */
-void addArguments(std::set<std::string> &candidates, const Place &place) {
+void addCommands(Candidates &candidates, const CLI::App &command) {
+    for (const CLI::App *const each : commandsBelow(command)) candidates[each->get_name()] = each->get_description();
+}
+
+/* What an argument, or the value of an option, can be. */
+Completion valuesFor(const CLI::Option &option) {
+    Completion completion;
+    for (const std::string &value : valuesOf(option)) completion.candidates[value] = "";
+    const std::string kind = metavariableOf(option);
+    if (kind == "NAME") completion.candidates = reachableNames();
+    if (kind == "ITEM") completion.candidates = itemNames();
+    if (kind == "LEVEL") completion.candidates = levelCandidates();
+    if (kind == "ENTRY") completion.candidates = entryForms();
+    completion.files = kind == "FILE" || kind == "PAYLOAD" || kind == "IMAGE";
+    completion.directories = kind == "DIR";
+    return completion;
+}
+
+Completion argumentAt(const Place &place) {
     std::size_t index = 0;
     for (const CLI::Option *const option : place.command->get_options()) {
         if (!option->get_positional()) continue;
-        const bool here = index == place.arguments || (index < place.arguments && option->get_items_expected_max() > 1);
-        if (here && option->get_description() == kNameDescription) candidates = reachableNames();
-        if (here && option->get_description() == kItemDescription) candidates = itemNames();
-        if (here && option->get_name() == "LEVEL") candidates.merge(levelNames());
+        if (index == place.arguments || (index < place.arguments && option->get_items_expected_max() > 1))
+            return valuesFor(*option);
         ++index;
     }
+    return {};
 }
 
-std::set<std::string> candidatesFor(const CLI::App &app, const Words &words) {
-    std::set<std::string> candidates;
-    const Place place = placeOf(app, words);
-    const std::string last = words.empty() ? "" : words.back();
-    if (place.optionValue) return candidates;
-    if (last.starts_with('-')) {
-        addOptions(candidates, place.command);
-    } else if (place.arguments == 0 && place.command->get_require_subcommand_min() > 0) {
-        for (const CLI::App *const each : place.command->get_subcommands([](const CLI::App *) { return true; }))
-            if (!each->get_group().empty()) candidates.insert(each->get_name());
-    } else {
-        addArguments(candidates, place);
+/* Behind "help" stand the words of a command. */
+Completion commandWords(const CLI::App &app, const Words &words) {
+    const CLI::App *command = &app;
+    const auto help = static_cast<std::size_t>(std::find(words.begin(), words.end(), "help") - words.begin());
+    for (std::size_t index = help + 1; index + 1 < words.size() && command != nullptr; ++index)
+        command = commandOf(command, words[index]);
+    Completion completion;
+    if (command != nullptr) addCommands(completion.candidates, *command);
+    return completion;
+}
+
+Completion completionAt(const CLI::App &app, const Place &place, const Words &words) {
+    Completion completion;
+    if (place.valueOf != nullptr) return valuesFor(*place.valueOf);
+    if (place.command->get_name() == "help") return commandWords(app, words);
+    if (words.empty() || !words.back().starts_with('-')) {
+        if (place.arguments > 0 || place.command->get_require_subcommand_min() == 0) return argumentAt(place);
+        addCommands(completion.candidates, *place.command);
+        return completion;
     }
-    std::erase_if(candidates, [&](const std::string &candidate) { return !candidate.starts_with(last); });
-    return candidates;
+    const std::size_t equals = words.back().find('=');
+    if (equals == std::string::npos) {
+        addOptions(completion.candidates, place.command);
+    } else if (const CLI::Option *const option = optionOf(place.command, words.back().substr(0, equals))) {
+        for (const auto &[value, description] : valuesFor(*option).candidates)
+            completion.candidates[words.back().substr(0, equals + 1) + value] = description;
+    }
+    return completion;
 }
 
-int print(Output &out, const std::set<std::string> &lines) {
-    for (const std::string &line : lines) out.raw(line + "\n");
+Completion completionFor(const CLI::App &app, const Words &words) {
+    Completion completion = completionAt(app, placeOf(app, words), words);
+    const std::string last = words.empty() ? "" : words.back();
+    std::erase_if(completion.candidates, [&](const auto &each) { return !each.first.starts_with(last); });
+    return completion;
+}
+
+int print(Output &out, const Completion &completion, bool describe) {
+    for (const auto &[candidate, description] : completion.candidates)
+        out.raw(candidate + (describe && !description.empty() ? "\t" + description : "") + "\n");
+    /* No candidate has a slash. */
+    if (describe && completion.files) out.raw("/files\n");
+    if (describe && completion.directories) out.raw("/directories\n");
     return kDone;
+}
+
+/* What the manual pages are made of. */
+Json jsonOfHelp(const CommandHelp &help) {
+    const auto entries = [](const std::vector<HelpEntry> &all) {
+        Json array = Json::array();
+        for (const HelpEntry &entry : all) array.push_back({{"title", entry.title}, {"text", entry.text}});
+        return array;
+    };
+    return {{"words", help.words},
+            {"group", help.group},
+            {"description", help.description},
+            {"usage", help.usage},
+            {"arguments", entries(help.arguments)},
+            {"options", entries(help.options)},
+            {"notes", help.notes},
+            {"examples", help.examples}};
+}
+
+void addTree(Json &commands, const CLI::App &command) {
+    commands.push_back(jsonOfHelp(helpOf(command)));
+    for (const CLI::App *const each : commandsBelow(command)) addTree(commands, *each);
 }
 
 }  // namespace
@@ -116,12 +202,23 @@ void addCompleteCommand(CLI::App &app, Context &context) {
     CLI::App *const complete = app.add_subcommand("complete", "What the shells' completion asks for")->group("");
     complete->require_subcommand(1);
     onRun(complete->add_subcommand("names", "The reachable names"), context,
-          [](Output &out) { return print(out, reachableNames()); });
+          [](Output &out) { return print(out, {reachableNames()}, false); });
 
     const auto words = std::make_shared<Words>();
+    const auto describe = std::make_shared<bool>(false);
     CLI::App *const line = complete->add_subcommand("words", "What the last of some words can become");
     line->add_option("WORD", *words, "The words behind \"vosctl\", behind --; the last one is completed");
-    onRun(line, context, [&app, words](Output &out) { return print(out, candidatesFor(app, *words)); });
+    line->add_flag("--describe", *describe,
+                   "A description behind each, after a tab; /files or /directories where those fit too");
+    onRun(line, context,
+          [&app, words, describe](Output &out) { return print(out, completionFor(app, *words), *describe); });
+
+    onRun(complete->add_subcommand("tree", "All commands with their help"), context, [&app](Output &out) {
+        Json commands = Json::array();
+        addTree(commands, app);
+        out.raw(jsonOf(commands).dump(1) + "\n");
+        return kDone;
+    });
 }
 
 }  // namespace vosctl

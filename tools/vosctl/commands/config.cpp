@@ -2,10 +2,14 @@
 /* vosctl config: the saved configuration. */
 #include <vosFile.h>
 
-#include <optional>
+#include <algorithm>
 
+#include "../base/interrupts.h"
+#include "../base/lineDiff.h"
+#include "../flash/deviceFile.h"
 #include "../flash/deviceTree.h"
 #include "../flash/store.h"
+#include "../processes/runningConfiguration.h"
 #include "../terminal/payload.h"
 #include "commands.h"
 
@@ -15,22 +19,16 @@ namespace {
 
 struct Arguments {
     std::string file;
+    std::string from; /* name of a process */
+    bool empty = false;
     bool yes = false;
 };
 
 std::string saved() {
-    char *bytes = nullptr;
-    uint32_t length = 0;
-    const int32_t code = vosFileCfgRead(&bytes, &length);
-    if (code == VOS_ERR_NO_FILE)
-        throw Failure(std::string("there is no saved configuration at ") + szVosCfgFileName,
-                      "save one with \"vosctl config save FILE\"");
-    if (code != VOS_OK)
-        throw Failure(std::string("the saved configuration ") + szVosCfgFileName + " cannot be read",
-                      "run it again with --verbose to see why");
-    std::string content(bytes, length);
-    vosFileCfgFree(bytes);
-    return content;
+    const auto content = readDeviceFile(szVosCfgFileName);
+    if (content) return *content;
+    throw Failure(std::string("there is no saved configuration at ") + szVosCfgFileName,
+                  "save one with \"vosctl config save FILE\"");
 }
 
 int show(Output &out) {
@@ -42,43 +40,75 @@ int show(Output &out) {
     return kDone;
 }
 
-/* That the device took only a part is not reported by the library. */
-bool stored(const std::string &content) {
-    if (vosFileCfgWrite(content.data(), lengthOf(content)) != VOS_OK) return false;
-    return saved() == content;
-}
-
-/* After a configuration could not be saved: what was there before is again. Returns what is there now. */
-std::string putBack(const std::optional<std::string> &before) {
-    if (!before) {
-        vosFileDelete(szVosCfgFileName);
-        return vosFileCfgExist() == 1 ? "a part of it is there" : "none is there";
-    }
-    if (saved() == *before || stored(*before)) return "the one before is still there";
-    return "the one before is lost";
+/* A pipeline whose first program fails ends with nothing at all, which is not to replace what is saved. */
+void requireContent(const std::string &content, const Arguments &arguments) {
+    if (!content.empty() || arguments.empty) return;
+    const std::string from = arguments.from.empty() ? arguments.file : arguments.from;
+    throw Failure(
+        "the configuration of " + (from == "-" ? "standard input" : from) + " is empty, and nothing was changed",
+        "see where it comes from, or say --empty if an empty one is wanted");
 }
 
 int save(Output &out, const Arguments &arguments) {
-    const std::string content = loadFile(arguments.file);
-    std::optional<std::string> before;
-    if (vosFileCfgExist() == 1) {
+    const DeviceFile before{szVosCfgFileName};
+    const std::string content = arguments.from.empty()
+                                    ? readWhole(arguments.file, std::min(before.room(), kLongestFile))
+                                    : runningConfiguration(arguments.from);
+    requireContent(content, arguments);
+    before.requireTakes(content.size());
+    if (before.content())
         confirm(std::string("The saved configuration ") + szVosCfgFileName + " will be overwritten. Go on?",
                 arguments.yes);
-        before = saved();
-    }
-    if (!stored(content)) {
-        throw Failure(std::string("the configuration could not be saved whole to ") + szVosCfgFileName + ", and " +
-                          putBack(before),
-                      "see that the flash has room and can be written, and save it again");
-    }
+    replaceContent({"the configuration", before, content,
+                    [&content] { return vosFileCfgWrite(content.data(), lengthOf(content)) == VOS_OK; }});
     Record record;
     record.add("path", "saved to", szVosCfgFileName).add("bytes", "bytes", content.size());
     out.report(record);
     return kDone;
 }
 
+Json describe(const std::vector<LineChange> &changes) {
+    Json lines = Json::array();
+    for (const LineChange &change : changes)
+        lines.push_back({{"where", change.added ? "running" : "saved"},
+                         {"savedLine", change.firstLine},
+                         {"runningLine", change.secondLine},
+                         {"text", change.text}});
+    return lines;
+}
+
+/* With a heading where another part of the text begins. */
+void print(Output &out, const std::vector<LineChange> &changes) {
+    const LineChange *last = nullptr;
+    for (const LineChange &change : changes) {
+        const bool adjoins =
+            last != nullptr && change.firstLine - last->firstLine <= 1 && change.secondLine - last->secondLine <= 1;
+        if (!adjoins)
+            out.line("@@ saved line " + std::to_string(change.firstLine) + ", running line " +
+                         std::to_string(change.secondLine) + " @@",
+                     Style::faint);
+        out.line((change.added ? "+" : "-") + printable(change.text), change.added ? Style::good : Style::bad);
+        last = &change;
+    }
+}
+
+int diff(Output &out, const Arguments &arguments) {
+    const std::string before = saved();
+    const std::string running = runningConfiguration(arguments.from);
+    const std::vector<LineChange> changes = changedLines(before, running);
+    out.document(Json{
+        {"name", arguments.from}, {"path", szVosCfgFileName}, {"same", changes.empty()}, {"lines", describe(changes)}});
+    if (!changes.empty()) {
+        out.line(std::string("--- ") + szVosCfgFileName + " (saved)", Style::heading);
+        out.line("+++ " + printable(arguments.from) + " (running)", Style::heading);
+    }
+    print(out, changes);
+    return changes.empty() ? kDone : kFailed;
+}
+
 /* The library removes the settings of core dumps as well, but those of this machine whatever the tree. */
 void removeSaved() {
+    const HeldSignals held{"the saved configuration was being deleted"};
     if (devicePath("").empty()) {
         vosFileCfgDelete();
         return;
@@ -108,17 +138,39 @@ int remove(Output &out, const Arguments &arguments) {
 
 void addConfigCommands(CLI::App &app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const group = app.add_subcommand("config", "Show, save and delete the saved configuration");
+    CLI::App *const group = app.add_subcommand("config", "Show, save, compare and delete the saved configuration");
     group->require_subcommand(1);
-    onRun(group->add_subcommand("show", "Print the saved configuration byte for byte"), context, show);
+    CLI::App *const showing = group->add_subcommand("show", "Print the saved configuration byte for byte");
+    addExample(showing, "vosctl config show");
+    onRun(showing, context, show);
 
-    CLI::App *const saving = group->add_subcommand("save", "Make a file the saved configuration");
-    saving->add_option("FILE", arguments->file, "The file; - is standard input")->required();
+    CLI::App *const saving = group->add_subcommand("save", "Make a file, or what a process runs with, the saved one");
+    CLI::Option *const file = saving->add_option("FILE", arguments->file, "The file; - is standard input");
+    saving->add_option("--from", arguments->from, "Ask this process for its running configuration")
+        ->check(CLI::Validator(
+            [](const std::string &text) {
+                return text.empty() || text.back() == '/' ? std::string("the name is empty") : std::string();
+            },
+            ""))
+        ->type_name("NAME")
+        ->excludes(file);
+    saving->add_flag("--empty", arguments->empty, "Save it also when it is empty");
     saving->add_flag("--yes", arguments->yes, "Do not ask");
+    saving->parse_complete_callback([saving] {
+        if (saving->count("FILE") == 0 && saving->count("--from") == 0) throw CLI::RequiredError("FILE or --from");
+    });
+    addExample(saving, "vosctl config save new.cfg");
+    addExample(saving, "vosctl config save --from oltd");
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
+
+    CLI::App *const comparing = group->add_subcommand("diff", "Compare the saved one with what a process runs with");
+    addName(comparing, arguments->from);
+    addExample(comparing, "vosctl config diff oltd");
+    onRun(comparing, context, [arguments](Output &out) { return diff(out, *arguments); });
 
     CLI::App *const deleting = group->add_subcommand("delete", "Delete it: back to the defaults");
     deleting->add_flag("--yes", arguments->yes, "Do not ask");
+    addExample(deleting, "vosctl config delete");
     onRun(deleting, context, [arguments](Output &out) { return remove(out, *arguments); });
 }
 

@@ -1,10 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /* vosctl debug, vosctl smd: the debug words of a running process. */
 #include <vosDebug.h>
-#include <vosMsg.h>
 
 #include "../base/words.h"
-#include "../processes/names.h"
+#include "../processes/exchange.h"
 #include "commands.h"
 
 namespace vosctl {
@@ -15,15 +14,31 @@ struct Arguments {
     std::string name;
     std::vector<std::string> words;
     std::string word;
+    uint32_t timeoutMs = 3000; /* while the queue of the process is full */
 };
 
-int sendWord(Output &out, const std::string &name, uint32_t word, int32_t (*send)(const char *, uint32_t)) {
-    requireReachable(name);
-    if (send(name.c_str(), word) != VOS_OK)
-        explainSilence(name, Pair::normal, "the word could not be sent to " + name, "run it again with --verbose");
+int sendWord(Output &out, const Arguments &arguments, uint32_t type, uint32_t word) {
+    VOS_MSG_HEAD head{};
+    head.ulType = type;
+    head.ulValue1 = word;
+    Requester{arguments.name, Pair::normal, arguments.timeoutMs}.send(head, "");
     Record record;
-    record.add("name", "name", name).add("word", "word sent", Cell{word, hexWord(word), Style::plain});
+    record.add("name", "name", arguments.name).add("word", "word sent", Cell{word, hexWord(word), Style::plain});
     out.report(record);
+    return kDone;
+}
+
+/* The word of a process cannot be read from outside. */
+int showLevels(Output &out, const std::string &name) {
+    requireReachable(name);
+    Table table{{{"level", "LEVEL"}, {"word", "WORD"}, {"meaning", "WHAT THE PROCESS PRINTS"}}};
+    for (const Level &level : levels())
+        table.add(
+            {std::string(level.name), Cell{level.word, hexWord(level.word), Style::plain}, std::string(level.meaning)});
+    out.document(Json{{"name", name}, {"levels", table.json()}});
+    out.text(table);
+    out.line("Nothing is changed. \"vosctl debug " + name +
+             " LEVEL...\" sets the word; it cannot be read from outside.");
     return kDone;
 }
 
@@ -36,11 +51,15 @@ void addDebugCommands(CLI::App &app, Context &context) {
     addName(debug, arguments->name);
     debug
         ->add_option("LEVEL", arguments->words,
-                     "error, trace, event, no-timeouts, none, or a word such as 0x26; several are "
-                     "combined; without any, error, as after the start")
+                     "error, trace, event, no-timeouts, none, or a word such as 0x26; several are combined, and errors "
+                     "stay on unless none or a word is among them; without any, nothing is changed")
         ->check(CLI::Validator([](const std::string &text) { return levelMistake(text); }, ""));
+    addTimeout(debug, arguments->timeoutMs);
+    addExample(debug, "vosctl debug oltd trace");
+    addExample(debug, "vosctl debug oltd error");
     onRun(debug, context, [arguments](Output &out) {
-        return sendWord(out, arguments->name, levelsOf(arguments->words), vosMsgDebugVos);
+        if (arguments->words.empty()) return showLevels(out, arguments->name);
+        return sendWord(out, *arguments, VOS_MSG_VOS_DEBUG, levelsOf(arguments->words));
     });
 
     CLI::App *const smd = app.add_subcommand("smd", "Set the second debug word of a process, the applications' own");
@@ -48,9 +67,10 @@ void addDebugCommands(CLI::App &app, Context &context) {
     smd->add_option("WORD", arguments->word, "32-bit word, decimal or with 0x hexadecimal")
         ->required()
         ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
-    onRun(smd, context, [arguments](Output &out) {
-        return sendWord(out, arguments->name, *wordOf(arguments->word), vosMsgDebugSmd);
-    });
+    addTimeout(smd, arguments->timeoutMs);
+    addExample(smd, "vosctl smd oltd 0x805");
+    onRun(smd, context,
+          [arguments](Output &out) { return sendWord(out, *arguments, VOS_MSG_SMD_DEBUG, *wordOf(arguments->word)); });
 }
 
 }  // namespace vosctl

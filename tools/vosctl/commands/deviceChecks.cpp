@@ -4,13 +4,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vosSys.h>
-#include <vosSysConfig.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "../base/failure.h"
 #include "../base/fd.h"
+#include "../flash/deviceFile.h"
 #include "../flash/deviceTree.h"
+#include "../flash/partition.h"
 #include "checks.h"
 
 namespace vosctl {
@@ -30,16 +32,20 @@ Finding checkDirectory(const char *check, const std::string &path, const std::st
     return {check, Verdict::good, path + " can be written", ""};
 }
 
-/* An item of a partition can be read when the partition is valid. */
-Finding checkPartition(const char *check, const std::string &path, int32_t item) {
-    uint32_t word = 0;
-    struct stat status {};
-    if (stat(path.c_str(), &status) == -1 && errno == ENOENT)
-        return {check, Verdict::warning, path + " does not exist", "nothing: the next vosInit() makes a fresh one"};
-    if (access(path.c_str(), R_OK) == -1)
-        return {check, Verdict::hinders, path + " cannot be read: " + strerror(errno), "run as a user who may read it"};
-    if (vosSysConfigDataGet(item, &word, sizeof word) == VOS_OK) return {check, Verdict::good, path + " is valid", ""};
-    return {check, Verdict::hinders, path + " is not a valid partition",
+Finding checkPartition(const char *check, const Partition &partition) {
+    const std::string path = *partition.path;
+    const PartitionState state = stateOf(partition);
+    switch (state.trouble) {
+        case Trouble::none:
+            return {check, Verdict::good, path + " is valid", ""};
+        case Trouble::missing:
+            return {check, Verdict::warning, path + " does not exist", "nothing: the next vosInit() makes a fresh one"};
+        case Trouble::unreadable:
+            return {check, Verdict::hinders, state.reason, state.remedy};
+        case Trouble::content:
+            break;
+    }
+    return {check, Verdict::hinders, path + " is not a valid partition: " + state.reason,
             "keep a copy of it; the next vosInit() puts a fresh one, all bytes 0xFF, in its place"};
 }
 
@@ -49,9 +55,26 @@ Finding checkFlash() { return checkDirectory("flash", devicePath("/flash"), "wha
 
 Finding checkApp() { return checkDirectory("app", devicePath("/app"), "the application image"); }
 
-Finding checkSystemPartition() { return checkPartition("system-partition", szSysData, BSP_FLASH_DATA_VERSION); }
+Finding checkSystemPartition() { return checkPartition("system-partition", partitionOf(false)); }
 
-Finding checkFactoryPartition() { return checkPartition("factory-partition", szFactoryData, BSP_OEM_NUMBER); }
+Finding checkFactoryPartition() { return checkPartition("factory-partition", partitionOf(true)); }
+
+/* What is set at manufacture cannot be made again in the field. */
+Finding checkFactoryCopy() {
+    constexpr const char *kCheck = "factory-copy";
+    const Partition &factory = partitionOf(true);
+    const std::string path = devicePath("/flash/factory.copy");
+    const std::string remedy = "keep one with \"vosctl partition save " + path + "\"";
+    if (!stateOf(factory).valid()) return {kCheck, Verdict::good, "there is no valid factory partition to copy", ""};
+    try {
+        const auto copy = readDeviceFile(path, factory.bytes());
+        if (!copy) return {kCheck, Verdict::warning, "there is no copy of the factory partition at " + path, remedy};
+        if (stateOfBytes(factory, *copy).valid()) return {kCheck, Verdict::good, path + " is a valid copy", ""};
+    } catch (const Failure &failure) {
+        return {kCheck, Verdict::warning, failure.what(), remedy};
+    }
+    return {kCheck, Verdict::warning, path + " is no valid copy of the factory partition", remedy};
+}
 
 Finding checkTerminals() {
     constexpr const char *kCheck = "terminals";

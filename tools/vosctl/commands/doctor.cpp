@@ -2,6 +2,7 @@
 /* vosctl doctor: what on this machine would hinder vos, and what to do about it. */
 #include <algorithm>
 
+#include "../flash/deviceTree.h"
 #include "checks.h"
 #include "commands.h"
 
@@ -9,9 +10,30 @@ namespace vosctl {
 
 namespace {
 
-constexpr Finding (*kChecks[])() = {checkSocketDirectory, checkStaleSockets,     checkSendCeiling, checkReceiveCeiling,
-                                    checkQueueLength,     checkNetlink,          checkFlash,       checkApp,
-                                    checkSystemPartition, checkFactoryPartition, checkTerminals,   checkUptime};
+/* What a development machine can do without: the module of the device's kernel, its flash, and the sizes that vosInit()
+ * sets as root. */
+enum class Matters { everywhere, onDevice };
+
+struct Check {
+    Finding (*look)();
+    Matters matters = Matters::everywhere;
+    bool inTree = false; /* of the device tree, which matters when --root names one */
+};
+constexpr Check kChecks[] = {
+    {checkSocketDirectory},
+    {checkStaleSockets},
+    {checkSendCeiling, Matters::onDevice},
+    {checkReceiveCeiling, Matters::onDevice},
+    {checkQueueLength, Matters::onDevice},
+    {checkNetlink, Matters::onDevice},
+    {checkFlash, Matters::onDevice, true},
+    {checkApp, Matters::onDevice, true},
+    {checkSystemPartition},
+    {checkFactoryPartition},
+    {checkFactoryCopy},
+    {checkTerminals},
+    {checkUptime},
+};
 
 Cell cellOf(Verdict verdict) {
     switch (verdict) {
@@ -19,6 +41,8 @@ Cell cellOf(Verdict verdict) {
             return {"good", Style::good};
         case Verdict::warning:
             return {"warning", Style::warning};
+        case Verdict::device:
+            return {"device", Style::plain};
         case Verdict::hinders:
             break;
     }
@@ -44,26 +68,49 @@ void print(Output &out, const std::vector<Finding> &findings) {
     }
 }
 
-int doctor(Output &out) {
+Finding findingOf(const Check &check, bool isDevice) {
+    Finding finding = check.look();
+    const bool needed = isDevice || check.matters == Matters::everywhere || (check.inTree && !devicePath("").empty());
+    if (finding.verdict == Verdict::hinders && !needed) finding.verdict = Verdict::device;
+    return finding;
+}
+
+std::string summaryOf(std::size_t hindering, std::size_t onDevice, std::size_t all) {
+    std::string text = hindering == 0 ? "Nothing hinders vos on this machine."
+                                      : std::to_string(hindering) + " of " + std::to_string(all) +
+                                            " checks found something that hinders vos.";
+    if (onDevice > 0) text += " What is marked \"device\" would hinder it on a device only; --device counts it.";
+    return text;
+}
+
+int doctor(Output &out, bool isDevice) {
     std::vector<Finding> findings;
     std::transform(std::begin(kChecks), std::end(kChecks), std::back_inserter(findings),
-                   [](Finding (*check)()) { return check(); });
-    const auto hindering = std::count_if(findings.begin(), findings.end(),
-                                         [](const Finding &finding) { return finding.verdict == Verdict::hinders; });
-    out.document(Json{{"hindering", hindering}, {"checks", tableOf(findings).json()}});
+                   [isDevice](const Check &check) { return findingOf(check, isDevice); });
+    const auto countOf = [&](Verdict verdict) {
+        return static_cast<std::size_t>(
+            std::count_if(findings.begin(), findings.end(),
+                          [verdict](const Finding &finding) { return finding.verdict == verdict; }));
+    };
+    const std::size_t hindering = countOf(Verdict::hinders);
+    const std::size_t onDevice = countOf(Verdict::device);
+    out.document(Json{{"hindering", hindering}, {"onDevice", onDevice}, {"checks", tableOf(findings).json()}});
     print(out, findings);
     out.line("");
-    out.line(hindering == 0 ? "Nothing hinders vos on this machine."
-                            : std::to_string(hindering) + " of " + std::to_string(findings.size()) +
-                                  " checks found something that hinders vos.");
+    out.line(summaryOf(hindering, onDevice, findings.size()));
     return hindering == 0 ? kDone : kFailed;
 }
 
 }  // namespace
 
 void addDoctorCommand(CLI::App &app, Context &context) {
-    onRun(app.add_subcommand("doctor", "Tell what on this machine would hinder vos, and what to do about it"), context,
-          doctor);
+    const auto isDevice = std::make_shared<bool>(false);
+    CLI::App *const command =
+        app.add_subcommand("doctor", "Tell what on this machine would hinder vos, and what to do about it");
+    command->add_flag("--device", *isDevice, "This machine is a device: what matters only there counts too");
+    addExample(command, "vosctl doctor");
+    addExample(command, "vosctl doctor --device");
+    onRun(command, context, [isDevice](Output &out) { return doctor(out, *isDevice); });
 }
 
 }  // namespace vosctl

@@ -3,9 +3,14 @@
 #include <vosFile.h>
 
 #include "../base/words.h"
+#include "../flash/deviceFile.h"
 #include "../flash/imageFile.h"
+#include "../flash/outputFile.h"
+#include "../flash/packageFile.h"
 #include "../flash/store.h"
+#include "../terminal/payload.h"
 #include "commands.h"
+#include "installation.h"
 
 namespace vosctl {
 
@@ -25,8 +30,7 @@ uint32_t typeNamed(const std::string &name) {
     return name == "boot" ? kBoot : name == "application" ? kApplication : kPackage;
 }
 
-int showInfo(Output &out, const std::string &file) {
-    const std::string image = loadFile(file);
+int report(Output &out, const std::string &file, const std::string &image) {
     const ImageHeader header = imageHeaderOf(image, file);
     const bool matches = crc32Of(header.payload) == header.crc;
     Record record;
@@ -43,8 +47,9 @@ int showInfo(Output &out, const std::string &file) {
 }
 
 int check(Output &out, const Arguments &arguments) {
-    const std::string image = loadFile(arguments.file);
+    const std::string image = readImage(arguments.file);
     const ImageHeader header = imageHeaderOf(image, arguments.file);
+    requireRegularFile(szAppFileName);
     const uint32_t type = arguments.type.empty() ? header.type : typeNamed(arguments.type);
     int32_t code = vosFileImageCheck(type, bytesOf(image), lengthOf(image));
     Refusal refusal;
@@ -52,7 +57,7 @@ int check(Output &out, const Arguments &arguments) {
         if (code != VOS_OK)
             refusal = refusalOf(code, type, header);
         else if (type == kPackage)
-            packageEntriesOf(header.payload, arguments.file);
+            requireApplicable(packageEntriesOf(header.payload, arguments.file), arguments.file);
     } catch (const FaultyPackage &faulty) {
         code = faulty.code();
         refusal = {faulty.what(), faulty.nextStep()};
@@ -67,7 +72,8 @@ int check(Output &out, const Arguments &arguments) {
                       {"reason", accepted ? Json(nullptr) : Json(refusal.reason)},
                       {"nextStep", accepted ? Json(nullptr) : Json(refusal.nextStep)}});
     out.line(
-        arguments.file + (accepted ? " fits this device" : " is refused: " + refusal.reason + "; " + refusal.nextStep),
+        printable(arguments.file) +
+            (accepted ? " fits this device" : " is refused: " + printable(refusal.reason + "; " + refusal.nextStep)),
         accepted ? Style::good : Style::bad);
     return accepted ? kDone : kFailed;
 }
@@ -76,22 +82,45 @@ int make(Output &out, const Arguments &arguments) {
     const uint32_t type = typeNamed(arguments.type);
     const Compatibility words =
         arguments.compat.empty() ? installedCompatibility() : compatibilityOf(arguments.compat[0], arguments.compat[1]);
-    const std::string image = makeImage(type, words.a, words.b, loadFile(arguments.file));
-    storeFile(arguments.target, image);
-    return showInfo(out, arguments.target);
+    const std::string payload = readWhole(arguments.file, kLongestFile - kImageHeaderBytes);
+    const std::string image = makeImage(type, words.a, words.b, payload);
+    storeFile(out, arguments.target, image);
+    return isStandardOutput(arguments.target) ? kDone : report(out, arguments.target, image);
 }
 
 void addMake(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
     CLI::App *const command = group->add_subcommand("make", "Put an image header to a payload");
     command->add_option("PAYLOAD", arguments->file, "File with the payload; - is standard input")->required();
-    command->add_option("IMAGE", arguments->target, "The file to write")->required();
+    command->add_option("IMAGE", arguments->target, "The file to write; - is standard output")->required();
     command->add_option("--type", arguments->type, "boot or application")
         ->required()
         ->check(CLI::IsMember({"boot", "application"}));
     command->add_option("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
         ->expected(2)
         ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
+    addExample(command, "vosctl image make app.bin new.img --type application");
     onRun(command, context, [arguments](Output &out) { return make(out, *arguments); });
+}
+
+void addInstall(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
+    CLI::App *const install = group->add_subcommand("install", "Install an image");
+    install->add_option("FILE", arguments->installation.file, "The image; - is standard input")->required();
+    install->add_option("--version", arguments->installation.version, "Version text; an application needs one")
+        ->check(CLI::Validator(versionMistake, ""))
+        ->type_name("TEXT");
+    install->add_flag("--yes", arguments->installation.yes, "Do not ask");
+    install->add_flag("--outside", arguments->installation.outside, "Apply a package's paths with \"..\" too");
+    addExample(install, "vosctl image install new.img --version 2.0");
+    onRun(install, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
+
+    CLI::App *const status = group->add_subcommand("status", "Tell what is installed, and what the backup is");
+    addExample(status, "vosctl image status");
+    onRun(status, context, showInstalled);
+
+    CLI::App *const restore = group->add_subcommand("restore", "Make the backup the application again");
+    restore->add_flag("--yes", arguments->installation.yes, "Do not ask");
+    addExample(restore, "vosctl image restore");
+    onRun(restore, context, [arguments](Output &out) { return restoreBackup(out, arguments->installation.yes); });
 }
 
 }  // namespace
@@ -102,22 +131,20 @@ void addImageCommands(CLI::App &app, Context &context) {
     group->require_subcommand(1);
 
     CLI::App *const info = group->add_subcommand("info", "Print an image's header");
-    info->add_option("FILE", arguments->file, "The image")->required();
-    onRun(info, context, [arguments](Output &out) { return showInfo(out, arguments->file); });
+    info->add_option("FILE", arguments->file, "The image; - is standard input")->required();
+    addExample(info, "vosctl image info new.img");
+    onRun(info, context, [arguments](Output &out) { return report(out, arguments->file, readImage(arguments->file)); });
 
     CLI::App *const checked = group->add_subcommand("check", "Tell whether the device accepts an image, and why not");
-    checked->add_option("FILE", arguments->file, "The image")->required();
+    checked->add_option("FILE", arguments->file, "The image; - is standard input")->required();
     checked->add_option("--type", arguments->type, "The type that it must be of; else its own")
         ->check(CLI::IsMember({"boot", "application", "package"}));
+    addExample(checked, "vosctl image check new.img");
     onRun(checked, context, [arguments](Output &out) { return check(out, *arguments); });
 
     addMake(group, context, arguments);
 
-    CLI::App *const install = group->add_subcommand("install", "Install an image");
-    install->add_option("FILE", arguments->installation.file, "The image")->required();
-    install->add_option("--version", arguments->installation.version, "Version text of an application");
-    install->add_flag("--yes", arguments->installation.yes, "Do not ask");
-    onRun(install, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
+    addInstall(group, context, arguments);
 }
 
 }  // namespace vosctl

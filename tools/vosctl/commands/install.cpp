@@ -3,12 +3,16 @@
 #include <vosFile.h>
 
 #include <algorithm>
-#include <optional>
 
+#include "../flash/application.h"
+#include "../flash/applyPackage.h"
+#include "../flash/bootLoader.h"
 #include "../flash/deviceTree.h"
 #include "../flash/imageFile.h"
 #include "../flash/store.h"
+#include "../terminal/payload.h"
 #include "commands.h"
+#include "installation.h"
 
 namespace vosctl {
 
@@ -16,126 +20,107 @@ namespace {
 
 bool below() { return !devicePath("").empty(); }
 
-std::string questionOf(const ImageHeader &header, const std::string &file) {
-    if (header.type == kPackage) return "The package " + file + " changes files and items of the device. Apply it?";
-    const char *const target = header.type == kBoot ? szBootLoaderFileName : szAppFileName;
-    return std::string(imageTypeName(header.type)) + " image " + file + " overwrites " + target + ". Install it?";
-}
-
-/* The library names files of a package and the backup from the machine's root. */
-void requireReach(const ImageHeader &header, const std::string &file) {
-    if (!below() || header.type != kPackage) return;
-    const auto entries = packageEntriesOf(header.payload, file);
-    if (std::any_of(entries.begin(), entries.end(), [](const PackageEntry &entry) { return entry.kind != 2; })) {
+/* The library names files of a package from the machine's root. */
+void requireReach(const std::vector<PackageEntry> &entries, const std::string &file) {
+    if (!below()) return;
+    if (std::any_of(entries.begin(), entries.end(),
+                    [](const PackageEntry &entry) { return entry.kind != kOemEntry; })) {
         throw Failure(
             "the files of " + file + " have absolute paths and would change this machine, not " + devicePath(""),
             "apply it on the device itself");
     }
 }
 
-std::string versionPath() { return std::string(szAppFileName) + ".ver"; }
-
-/* The tool keeps the backup, which the library would also do, but not below another root and without looking whether it
- * is whole: once the version has moved, the library makes none of its own. */
-void backUp() {
-    const std::string version = versionPath();
-    if (vosFileExist(version.c_str()) == 0) return;
-    const std::string backup = devicePath("/flash/hostImage.bin.last");
-    if (vosFileCopy(szAppFileName, backup.c_str()) == VOS_OK &&
-        vosFileCopy(version.c_str(), (backup + ".ver").c_str()) == VOS_OK &&
-        loadFile(backup) == loadFile(szAppFileName) && loadFile(backup + ".ver") == loadFile(version)) {
-        vosFileDelete(version.c_str());
-        return;
+/* The library looks at the begin of a path only, so a path that goes up again reaches every file. --yes does not answer
+ * for that. */
+void requireInside(const std::vector<PackageEntry> &entries, const Installation &wanted) {
+    for (std::size_t index = 0; index < entries.size() && !wanted.outside; ++index) {
+        if (!climbs(entries[index].path)) continue;
+        const std::string where = entryName(entries, index, wanted.file);
+        if (wanted.yes)
+            throw Failure(where + " has a path with \"..\", which can lead to any file; nothing was changed",
+                          "see \"vosctl package list\"; if that is wanted, apply it with --outside");
+        confirm(where + " has a path with \"..\", which can lead to any file. Apply it?", false);
     }
-    vosFileDelete(backup.c_str());
-    vosFileDelete((backup + ".ver").c_str());
-    throw Failure(std::string("nothing was installed: ") + szAppFileName + " could not be kept whole as " + backup +
-                      (vosFileExist(backup.c_str()) == 1 ? "" : ", where no backup is now"),
-                  "see that " + devicePath("/flash") + " exists, can be written and has room, or remove " + version +
-                      " to install without a backup");
 }
 
-/* The application that a new one replaces. */
-struct Earlier {
-    std::string image;
-    std::optional<std::string> version;
-};
-
-Earlier earlierApplication() {
-    Earlier earlier{loadFile(szAppFileName), {}};
-    if (vosFileExist(versionPath().c_str()) == 1) earlier.version = loadFile(versionPath());
-    return earlier;
+void applyFile(const Installation &wanted, const ImageHeader &header, const Output &out) {
+    const auto entries = packageEntriesOf(header.payload, wanted.file);
+    requireApplicable(entries, wanted.file);
+    requireReach(entries, wanted.file);
+    requireRoomForPackage(entries);
+    confirm("The package " + wanted.file + " changes files and items of the device. Apply it?", wanted.yes);
+    requireInside(entries, wanted);
+    progress(out, "applying the package");
+    applyPackage(header, entries, wanted.file);
 }
 
-bool holds(const std::string &path, const std::string &content) {
-    return vosFileExist(path.c_str()) == 1 && loadFile(path) == content;
+std::string questionOf(const ApplicationFiles &before, const std::string &file) {
+    std::string question = "application image " + file + " overwrites " + szAppFileName;
+    if (before.willBeKept()) return question + ", which is kept as " + backupPath() + ". Install it?";
+    return question + (before.version().content() ? ", which is broken" : ", which has no version") +
+           " and is not kept. Install it?";
 }
 
-void makeHold(const std::string &path, const std::string &content) {
-    if (!holds(path, content)) vosFileWrite(path.c_str(), content.data(), lengthOf(content));
+void installApplicationFile(const Installation &wanted, const std::string &image, Output &out) {
+    if (wanted.version.empty())
+        throw Failure(wanted.file + " is an application image and needs a version",
+                      "name it with --version TEXT: only an application with a version is kept when the next one is "
+                      "installed");
+    const ApplicationFiles before;
+    const NewApplication fresh{image, wanted.file, wanted.version};
+    requireInstallable(before, fresh);
+    confirm(questionOf(before, wanted.file), wanted.yes);
+    progress(out, "writing the image");
+    installApplication(before, fresh);
 }
 
-/* After a new one could not be written: the earlier one is there again. Returns what is there now. */
-std::string putBack(const Earlier &earlier) {
-    makeHold(szAppFileName, earlier.image);
-    if (earlier.version) makeHold(versionPath(), *earlier.version);
-    if (holds(szAppFileName, earlier.image)) return ", and the earlier application is still there";
-    return ", and the earlier application is lost";
+void installBootLoader(const Installation &wanted, const std::string &image, const Output &out) {
+    requireBootLoaderFits(image, wanted.file);
+    confirm("boot image " + wanted.file + " overwrites " + szBootLoaderFileName + ". Install it?", wanted.yes);
+    progress(out, "writing the image");
+    writeBootLoader(image, wanted.file);
 }
 
-void requireAccepted(int32_t code, const ImageHeader &header, const std::string &file, const char *what) {
+void requireAccepted(const ImageHeader &header, const std::string &image, const std::string &file) {
+    requireRegularFile(szAppFileName);
+    const int32_t code = vosFileImageCheck(header.type, bytesOf(image), lengthOf(image));
     if (code == VOS_OK) return;
     const Refusal refusal = refusalOf(code, header.type, header);
-    throw Failure(file + what + refusal.reason, refusal.nextStep);
+    throw Failure(file + " is refused: " + refusal.reason, refusal.nextStep);
 }
 
-void writeApplication(const std::string &image, const std::string &file) {
-    const Earlier earlier = earlierApplication();
-    backUp();
-    if (vosFileAppWrite(bytesOf(image), lengthOf(image)) == VOS_OK) return;
-    throw Failure(file + " could not be written whole to " + szAppFileName + putBack(earlier),
-                  "see with --verbose why; if it has room and can be written, install again");
-}
-
-void writeBootLoader(const std::string &image, const std::string &file) {
-    if (vosFileBootWrite(bytesOf(image), lengthOf(image)) == VOS_OK) return;
-    throw Failure(file + " could not be written whole to " + szBootLoaderFileName + ", which may hold a part of it",
-                  "see with --verbose why, and install it again before the device restarts");
-}
-
-void write(const ImageHeader &header, const std::string &image, const std::string &file) {
-    if (header.type == kBoot) return writeBootLoader(image, file);
-    if (header.type == kApplication) return writeApplication(image, file);
-    requireAccepted(vosFileAppWrite(bytesOf(image), lengthOf(image)), header, file, " was not applied to its end: ");
-}
-
-void setVersion(const ImageHeader &header, const std::string &version) {
-    if (header.type != kApplication || version.empty()) return;
-    if (vosFileAppVerUpdate(version.c_str()) != VOS_OK || !holds(versionPath(), version + '\0')) {
-        throw Failure("the image is installed, but its version could not be written to " + versionPath(),
-                      "make room and write it there");
-    }
-}
-
-}  // namespace
-
-int installImage(Output &out, const Installation &wanted) {
-    const std::string image = loadFile(wanted.file);
-    const ImageHeader header = imageHeaderOf(image, wanted.file);
+/* What the command line says must fit the image. */
+void requireFitting(const ImageHeader &header, const Installation &wanted) {
     if (wanted.packageOnly && header.type != kPackage)
         throw Failure(wanted.file + " is no package but an image of type " + imageTypeName(header.type),
                       "install it with \"vosctl image install\"");
     if (!wanted.version.empty() && header.type != kApplication)
         throw Failure(wanted.file + " is no application image and has no version", "leave out --version");
+}
+
+}  // namespace
+
+std::string versionMistake(const std::string &text) {
+    if (text.empty()) return "the version is empty";
+    if (text.size() > kLongestVersion)
+        return "the version has " + std::to_string(text.size()) + " bytes, and at most " +
+               std::to_string(kLongestVersion) + " fit";
+    return printable(text) == text ? "" : "the version has characters that cannot be printed";
+}
+
+int installImage(Output &out, const Installation &wanted) {
+    const std::string image = readImage(wanted.file);
+    const ImageHeader header = imageHeaderOf(image, wanted.file);
+    requireFitting(header, wanted);
     progress(out, "checking " + wanted.file + ", " + std::to_string(image.size()) + " bytes");
-    requireAccepted(vosFileImageCheck(header.type, bytesOf(image), lengthOf(image)), header, wanted.file,
-                    " is refused: ");
-    if (header.type == kPackage) packageEntriesOf(header.payload, wanted.file); /* before anything is changed */
-    requireReach(header, wanted.file);
-    confirm(questionOf(header, wanted.file), wanted.yes);
-    progress(out, header.type == kPackage ? "applying the package" : "writing the image");
-    write(header, image, wanted.file);
-    setVersion(header, wanted.version);
+    requireAccepted(header, image, wanted.file);
+    if (header.type == kPackage)
+        applyFile(wanted, header, out);
+    else if (header.type == kApplication)
+        installApplicationFile(wanted, image, out);
+    else
+        installBootLoader(wanted, image, out);
     Record record;
     record.add("file", "file", wanted.file)
         .add("type", "type", imageTypeName(header.type))

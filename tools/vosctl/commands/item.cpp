@@ -1,11 +1,14 @@
 /* SPDX-License-Identifier: MIT */
 /* vosctl item: the items of the data partitions. */
-#include <vosSysConfig.h>
+#include <algorithm>
 
+#include "../flash/itemStore.h"
 #include "../flash/itemTable.h"
 #include "../flash/store.h"
 #include "../terminal/payload.h"
+#include "../terminal/prompt.h"
 #include "commands.h"
+#include "itemReport.h"
 
 namespace vosctl {
 
@@ -13,76 +16,14 @@ namespace {
 
 struct Arguments {
     std::string item;
+    std::vector<std::string> several;
     std::string value;
     std::string file;
+    bool fromFile = false;
+    bool fromInput = false;
     bool hex = false;
+    bool yes = false;
 };
-
-constexpr std::size_t kEncryptOffset = 704; /* of the flag that has no reader, in the system partition's body */
-
-const char *partitionOf(const Item &item) { return item.factory ? "factory" : "system"; }
-const char *pathOf(const Item &item) { return item.factory ? szFactoryData : szSysData; }
-
-[[noreturn]] void unreadable(const Item &item) {
-    throw Failure(std::string("the ") + partitionOf(item) + " partition " + pathOf(item) + ", which holds " +
-                      item.name + ", cannot be read or is not valid",
-                  std::string("see \"vosctl partition check ") + partitionOf(item) + "\"");
-}
-
-std::string readItem(const Item &item) {
-    uint8_t value[1024];
-    if (item.number == BSP_PRIVMODE_ENCRYPT) {
-        if (vosSysConfigDataGet(BSP_FLASH_DATA_VERSION, value, sizeof value) != VOS_OK) unreadable(item);
-        return {static_cast<char>(flashData[kEncryptOffset])};
-    }
-    if (vosSysConfigDataGet(item.number, value, sizeof value) != VOS_OK) unreadable(item);
-    return {reinterpret_cast<const char *>(value), item.size};
-}
-
-/* What the library takes: of the stacking settings the validity word too. */
-std::string stored(const Item &item, std::string bytes) {
-    constexpr uint32_t kValid = VOS_STACK_VALID_MAGIC;
-    if (item.number == BSP_STACK) bytes.append(reinterpret_cast<const char *>(&kValid), sizeof kValid);
-    return bytes;
-}
-
-enum class Written { whole, notAtAll, damaged };
-
-/* A device that refuses the bytes, or takes only a part of them, is not reported by the library. */
-Written writtenTo(const Item &item, const std::string &bytes) {
-    const std::string before = readItem(item); /* says what is wrong with the partition, if that is it */
-    const std::string value = stored(item, bytes);
-    const bool done = vosSysConfigDataSet(item.number, value.data(), lengthOf(value)) == VOS_OK;
-    try {
-        const std::string now = readItem(item);
-        if (done && now == bytes) return Written::whole;
-        return now == before ? Written::notAtAll : Written::damaged;
-    } catch (const Failure &) {
-        return Written::damaged;
-    }
-}
-
-void writeItem(const Item &item, const std::string &bytes) {
-    const Written written = writtenTo(item, bytes);
-    if (written == Written::whole) return;
-    const std::string what = std::string(item.name) + " could not be written to " + pathOf(item);
-    if (written == Written::notAtAll)
-        throw Failure(what + ", and is as it was",
-                      "see with --verbose why; the file may be read-only or the flash worn out");
-    throw Failure(what + " whole, and the " + partitionOf(item) + " partition is not valid any more",
-                  std::string("make room, then a fresh one with \"vosctl partition init ") + partitionOf(item) +
-                      "\", and set its items again");
-}
-
-Json describe(const Item &item, const std::string &bytes, bool secrets) {
-    Json object{{"number", item.number},          {"name", item.name},         {"constant", item.constant},
-                {"partition", partitionOf(item)}, {"form", nameOf(item.form)}, {"size", item.size},
-                {"limit", limitOf(item)},         {"erased", erased(bytes)}};
-    const bool shown = secrets || !item.secret;
-    object["value"] = shown && !erased(bytes) ? shownValue(item, bytes).value : Json(nullptr);
-    object["hex"] = shown ? Json(hexOf(bytes)) : Json(nullptr);
-    return object;
-}
 
 std::string listText(const Item &item, const std::string &bytes) {
     if (erased(bytes)) return "(erased)";
@@ -104,7 +45,7 @@ int listItems(Output &out) {
         std::string shown = "(partition not valid)";
         Json object{{"number", item.number},
                     {"name", item.name},
-                    {"partition", partitionOf(item)},
+                    {"partition", partitionName(item)},
                     {"error", "partition not valid"}};
         try {
             const std::string bytes = readItem(item);
@@ -114,38 +55,68 @@ int listItems(Output &out) {
             status = kFailed;
         }
         all.push_back(object);
-        table.add({item.number, item.name, partitionOf(item), item.size, nameOf(item.form), shown});
+        table.add({item.number, item.name, partitionName(item), item.size, nameOf(item.form), shown});
     }
     out.text(table);
     out.document(Json{{"items", all}});
     return status;
 }
 
-int getItem(Output &out, const Arguments &arguments) {
-    const Item &item = itemOf(arguments.item);
-    const std::string bytes = readItem(item);
-    out.line(erased(bytes) ? "(erased)" : shownValue(item, bytes).text);
-    out.document(describe(item, bytes, true));
-    return kDone;
+/* One value stands alone, so that a script can take it; several are told apart by their names. */
+int getItems(Output &out, const Arguments &arguments) {
+    const bool alone = arguments.several.size() == 1;
+    Json all = Json::array();
+    std::string missing;
+    for (const std::string &name : arguments.several) {
+        const Item &item = itemOf(name);
+        const std::string bytes = readItem(item);
+        all.push_back(describe(item, bytes, true));
+        if (erased(bytes))
+            missing += (missing.empty() ? "" : " and ") + std::string(item.name);
+        else
+            out.line(alone ? shownValue(item, bytes).text : exportLine(item, bytes));
+    }
+    out.document(alone ? all[0] : Json{{"items", all}});
+    if (missing.empty()) return kDone;
+    return failedAfterResults("nothing is set for " + missing + ": erased", "set a value with \"vosctl item set\"");
 }
 
 std::string givenValue(const Item &item, const Arguments &arguments) {
-    if (!arguments.hex && arguments.file.empty()) return parseValue(item, arguments.value);
-    std::optional<std::string> bytes = arguments.hex ? bytesOfHex(arguments.value) : loadFile(arguments.file);
-    if (!bytes || bytes->size() != item.size) {
-        throw Failure(
-            "the value does not fit " + std::string(item.name),
-            "give exactly " + std::to_string(item.size) + " bytes" + (arguments.hex ? " in hexadecimal" : ""));
-    }
-    return *bytes;
+    if (arguments.fromFile) return readWhole(arguments.file, item.size);
+    std::string text = arguments.value;
+    if (arguments.fromInput) text = readValue("new " + std::string(item.name));
+    return arguments.hex ? bytesOfHex(text).value_or("") : parseValue(item, text);
 }
 
 int setItem(Output &out, const Arguments &arguments) {
     const Item &item = itemOf(arguments.item);
     const std::string bytes = givenValue(item, arguments);
-    writeItem(item, bytes);
+    if (bytes.size() != item.size)
+        throw Failure(
+            "the value does not fit " + std::string(item.name) + ": it has " + std::to_string(bytes.size()) + " bytes",
+            "give exactly " + std::to_string(item.size) + " bytes" + (arguments.hex ? " in hexadecimal" : ""));
+    writeItems({{&item, bytes}}, item.name);
     out.line(std::string(item.name) + (item.secret ? " is set" : " is " + shownValue(item, bytes).text));
     out.document(describe(item, bytes, !item.secret));
+    return kDone;
+}
+
+int eraseItems(Output &out, const Arguments &arguments) {
+    std::vector<ItemValue> values;
+    std::string names;
+    Json all = Json::array();
+    for (const std::string &name : arguments.several) {
+        const Item &item = itemOf(name);
+        if (std::any_of(values.begin(), values.end(), [&](const ItemValue &one) { return one.item == &item; }))
+            continue;
+        values.push_back({&item, std::string(item.size, '\xFF')});
+        names += (names.empty() ? "" : " and ") + std::string(item.name);
+        all.push_back(item.name);
+    }
+    confirm("What is set for " + names + " will be erased. Go on?", arguments.yes);
+    writeItems(values, names);
+    out.line(names + (all.size() == 1 ? " is erased" : " are erased"));
+    out.document(Json{{"erased", all}});
     return kDone;
 }
 
@@ -166,31 +137,80 @@ int dumpItems(Output &out, const Arguments &arguments) {
     return kDone;
 }
 
+CLI::Validator isItem() { return {itemMistake, ""}; }
+
+/* What is wrong with the value is a mistake on the command line, where the value is there. */
+void checkSetting(const CLI::App *set, Arguments &arguments) {
+    arguments.fromFile = set->count("--file") > 0;
+    const bool given = set->count("VALUE") > 0;
+    const Item &item = itemOf(arguments.item);
+    const bool password = item.secret && item.form == Form::text;
+    arguments.fromInput = arguments.fromInput || (password && !given && !arguments.fromFile);
+    if (!given && !arguments.fromFile && !arguments.fromInput) throw CLI::RequiredError("VALUE, --file or --stdin");
+    if (!given) return;
+    try {
+        if (!arguments.hex) parseValue(item, arguments.value);
+    } catch (const Failure &failure) {
+        throw CLI::ValidationError(std::string(failure.what()) + ": " + failure.nextStep());
+    }
+    const auto bytes = arguments.hex ? bytesOfHex(arguments.value) : std::string(item.size, '\0');
+    if (!bytes || bytes->size() != item.size)
+        throw CLI::ValidationError("the value does not fit " + std::string(item.name) + ": give exactly " +
+                                   std::to_string(item.size) + " bytes in hexadecimal");
+}
+
+void addSet(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
+    CLI::App *const set = group->add_subcommand("set", "Change an item");
+    set->add_option("ITEM", arguments->item, kItemDescription)->required()->check(isItem());
+    CLI::Option *const value =
+        set->add_option("VALUE", arguments->value, "The value, in the item's form; a password is asked for without it");
+    CLI::Option *const file =
+        set->add_option("--file", arguments->file, "Take the bytes from a file; - is standard input")->excludes(value);
+    file->type_name("FILE");
+    CLI::Option *const input = set->add_flag("--stdin", arguments->fromInput,
+                                             "Take the value from standard input; a terminal does not show it")
+                                   ->excludes(value);
+    input->excludes(file);
+    set->add_flag("--hex", arguments->hex, "The value is the bytes in hexadecimal")->excludes(file);
+    set->parse_complete_callback([set, arguments] { checkSetting(set, *arguments); });
+    addExample(set, "vosctl item set ip-address 192.0.2.10");
+    addExample(set, "vosctl item set admin-password");
+    onRun(set, context, [arguments](Output &out) { return setItem(out, *arguments); });
+}
+
+void addErase(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
+    CLI::App *const erase = group->add_subcommand("erase", "Erase items: all their bytes become 0xFF");
+    erase->add_option("ITEM", arguments->several, kItemDescription)->required()->check(isItem());
+    erase->add_flag("--yes", arguments->yes, "Do not ask");
+    addExample(erase, "vosctl item erase ztp softflag");
+    onRun(erase, context, [arguments](Output &out) { return eraseItems(out, *arguments); });
+}
+
 }  // namespace
 
 void addItemCommands(CLI::App &app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App *const group = app.add_subcommand("item", "See and change the items of the data partitions");
     group->require_subcommand(1);
-    onRun(group->add_subcommand("list", "List all items with their values"), context, listItems);
+    CLI::App *const list = group->add_subcommand("list", "List all items with their values");
+    addExample(list, "vosctl item list");
+    onRun(list, context, listItems);
 
-    CLI::App *const get = group->add_subcommand("get", "Print an item");
-    get->add_option("ITEM", arguments->item, kItemDescription)->required();
-    onRun(get, context, [arguments](Output &out) { return getItem(out, *arguments); });
+    CLI::App *const get = group->add_subcommand("get", "Print items");
+    get->add_option("ITEM", arguments->several, kItemDescription)->required()->check(isItem());
+    addExample(get, "vosctl item get ip-address");
+    addExample(get, "vosctl item get ip-address ip-mask");
+    onRun(get, context, [arguments](Output &out) { return getItems(out, *arguments); });
 
-    CLI::App *const set = group->add_subcommand("set", "Change an item");
-    set->add_option("ITEM", arguments->item, kItemDescription)->required();
-    CLI::Option *const value = set->add_option("VALUE", arguments->value, "The value, in the item's form");
-    CLI::Option *const hex = set->add_flag("--hex", arguments->hex, "VALUE is the bytes in hexadecimal")->needs(value);
-    set->add_option("--file", arguments->file, "Take the bytes from a file")->excludes(value)->excludes(hex);
-    set->parse_complete_callback([set] {
-        if (set->count("VALUE") == 0 && set->count("--file") == 0) throw CLI::RequiredError("VALUE or --file");
-    });
-    onRun(set, context, [arguments](Output &out) { return setItem(out, *arguments); });
+    addSet(group, context, arguments);
+    addErase(group, context, arguments);
 
     CLI::App *const dump = group->add_subcommand("dump", "Print the bytes of one item or of all, passwords included");
-    dump->add_option("ITEM", arguments->item, kItemDescription);
+    dump->add_option("ITEM", arguments->item, kItemDescription)->check(isItem());
+    addExample(dump, "vosctl item dump stack");
     onRun(dump, context, [arguments](Output &out) { return dumpItems(out, *arguments); });
+
+    addItemFileCommands(group, context);
 }
 
 }  // namespace vosctl

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "../base/interrupts.h"
+#include "../base/words.h"
 #include "../processes/exchange.h"
 #include "../processes/names.h"
 #include "../terminal/payload.h"
@@ -144,12 +145,24 @@ void addListenCommand(CLI::App &app, Context &context) {
     CLI::App *const command =
         app.add_subcommand("listen", "Be a mailbox: show the messages that come, and answer them");
     addName(command, arguments->name);
-    command->add_option("--code", arguments->code, "Code of the answers")->capture_default_str();
+    command
+        ->add_option_function<std::string>(
+            "--code", [arguments](const std::string &word) { arguments->code = signedOf(word).value_or(0); },
+            "Code of the answers")
+        ->check(CLI::Validator(
+            [](const std::string &word) {
+                return signedOf(word) ? std::string() : "\"" + shortened(word) + "\" is not a signed number of 32 bits";
+            },
+            ""))
+        ->type_name("CODE")
+        ->default_str("0");
     CLI::Option *const text = command->add_option(
         "--answer", arguments->answer, "Text of the answers; without it messages are sent back as they came");
-    command->add_option("-c,--count", arguments->count, "End after so many messages")->check(CLI::PositiveNumber);
+    addNumber(command, "-c,--count", arguments->count, "End after so many messages", 1);
+    addExample(command, "vosctl listen box");
+    addExample(command, "vosctl listen box --code -3 --answer busy -c 1");
     onRun(command, context, [arguments, text](Output &out) {
-        arguments->fixedAnswer = !text->empty();
+        arguments->fixedAnswer = text->count() > 0;
         return listen(out, *arguments);
     });
 }

@@ -9,9 +9,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
+#include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <optional>
+#include <utility>
 
 #include "../base/interrupts.h"
 #include "../base/words.h"
@@ -32,6 +34,7 @@ struct Arguments {
     std::string name;
     std::vector<std::string> levels;
     std::vector<std::string> levelsAfter;
+    bool time = false;
 };
 
 /* The process behind a name, as far as it can be seen. */
@@ -62,7 +65,7 @@ class Target {
         if (pid_ == 0 || stat(pty.path().c_str(), &mine) == -1) return;
         if (stat(seen.c_str(), &its) == -1 ? errno != ENOENT : its.st_dev == mine.st_dev && its.st_ino == mine.st_ino)
             return;
-        throw Failure(name_ + " lives in a container with terminals of its own", "run vosctl in that container");
+        throw Failure(name_ + " is in a container with terminals of its own", "run vosctl in that container");
     }
 
   private:
@@ -71,58 +74,109 @@ class Target {
     Fd process_;
 };
 
-/* Shows what comes: as it is, or with --json each line as a document. */
+/* "2026-11-21T16:28:05.123+0100" */
+std::string timeNow() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm parts{};
+    localtime_r(&now.tv_sec, &parts);
+    char day[32];
+    char zone[16];
+    strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &parts);
+    strftime(zone, sizeof zone, "%z", &parts);
+    char text[64];
+    snprintf(text, sizeof text, "%s.%03ld%s", day, now.tv_nsec / 1000000, zone);
+    return text;
+}
+
+/* Shows what comes: as it is, or with --json each line as a document. Lines of the log begin with CR LF, so a line is
+ * known to be whole only when the next one comes; after a pause the open line is taken for whole. */
 class Display {
   public:
-    explicit Display(Output &out) : out_(out) {}
+    Display(Output &out, bool time) : out_(out), time_(time) {}
 
     [[nodiscard]] int fd() const { return out_.fd(); }
+    /* How long to wait for more before pause() is called for; -1: for ever. */
+    [[nodiscard]] int patienceMs() const { return pending_.empty() ? -1 : kPauseMs; }
 
     void show(const std::string &text) {
         if (text.empty()) return;
-        if (!out_.json()) {
-            out_.raw(text);
-            lineOpen_ = text.back() != '\n';
-        } else {
-            pending_ += text;
+        pending_ += text;
+        if (asLines())
             for (std::size_t end = 0; (end = pending_.find('\n')) != std::string::npos; pending_.erase(0, end + 1))
                 showLine(pending_.substr(0, end));
-        }
+        else
+            showBytes(pending_.size() - openCharacter(pending_));
+        if (pending_.size() > kLongestLine) pause();
+        out_.flush();
+    }
+    void pause() {
+        if (asLines())
+            showLine(std::exchange(pending_, ""));
+        else
+            showBytes(pending_.size());
         out_.flush();
     }
     void end() {
-        if (out_.json()) showLine(pending_);
+        pause();
         if (lineOpen_) out_.line(""); /* lines of the log have no end */
         out_.flush();
     }
 
   private:
-    /* Lines of the log begin with CR LF. */
+    static constexpr int kPauseMs = 200;
+    static constexpr std::size_t kLongestLine = 65536; /* a longer one is shown in parts */
+
+    [[nodiscard]] bool asLines() const { return out_.json() || time_; }
+
     void showLine(std::string line) {
         std::erase(line, '\r');
-        if (!line.empty()) out_.documentLine(Json{{"line", line}});
+        if (line.empty()) return;
+        Json document{{"line", line}};
+        if (time_) document["time"] = timeNow();
+        out_.documentLine(document);
+        if (!out_.json()) out_.raw(timeNow() + " " + line + "\n");
+    }
+
+    void showBytes(std::size_t count) {
+        std::string text = pending_.substr(0, count);
+        pending_.erase(0, count);
+        if (out_.terminal()) std::erase(text, '\r'); /* a line begins at the left all the same */
+        if (text.empty()) return;
+        out_.raw(text);
+        lineOpen_ = text.back() != '\n';
     }
 
     Output &out_;
+    bool time_;
     std::string pending_;
     bool lineOpen_ = false;
 };
 
 class Log {
   public:
-    Log(Output &out, const Arguments &arguments) : arguments_(arguments), target_(arguments.name), display_(out) {
+    Log(Output &out, const Arguments &arguments)
+        : arguments_(arguments), target_(arguments.name), display_(out, arguments.time) {
         target_.requireSameTerminals(pty_);
     }
 
     /* However this ends, the guardian puts everything back, and what the process prints until then is shown. */
     void run() {
         redirect();
-        while (!interrupted_ && !ended_ && !outputLost_) step(-1);
+        sayThatItListens();
+        while (!interrupted_ && !ended_ && !outputLost_) step(display_.patienceMs());
         restore();
         if (ended_) throw Failure(arguments_.name + " has ended", "start it again");
     }
 
   private:
+    /* To standard error: what is printed to standard output is the process's alone. */
+    void sayThatItListens() const {
+        if (isatty(STDERR_FILENO) == 1 && !interrupted_)
+            fprintf(stderr, "Showing what %s prints from now on; Ctrl-C ends it.\n",
+                    printable(arguments_.name).c_str());
+    }
+
     void redirect() {
         guardian_.emplace([this] { return putBack(); });
         if (vosMsgDebugMsgSend(arguments_.name.c_str(), VOS_MSG_STDOUT_REDIRECT, 1, pty_.number() + 1) != VOS_OK)
@@ -151,7 +205,9 @@ class Log {
                             {target_.ended(), POLLIN, 0},
                             {interrupted_ ? -1 : interrupts_.fd(), POLLIN, 0},
                             {outputLost_ ? -1 : display_.fd(), 0, 0}};
-        if (poll(watched, std::size(watched), timeoutMs) == -1) return;
+        const int count = poll(watched, std::size(watched), timeoutMs);
+        if (count == -1) return;
+        if (count == 0) showing([this] { display_.pause(); });
         if (watched[0].revents != 0) show();
         if (watched[1].revents != 0) ended_ = true;
         if (watched[2].revents != 0) interrupted_ = true;
@@ -161,9 +217,14 @@ class Log {
     /* A lost terminal must not keep the process's output from being put back. */
     void show() {
         const std::string text = pty_.take();
+        showing([&] { display_.show(text); });
+    }
+
+    template <class Show>
+    void showing(Show shown) {
         if (outputLost_) return;
         try {
-            display_.show(text);
+            shown();
         } catch (const Failure &) {
             outputLost_ = true;
         }
@@ -173,8 +234,9 @@ class Log {
         guardian_->release();
         for (pollfd done{guardian_->done(), POLLIN, 0}; poll(&done, 1, kPollMs) == 0;) show();
         const bool obeyed = guardian_->finish() && awaitOutput(false);
-        for (std::string rest = pty_.take(); !rest.empty() && !outputLost_; rest = pty_.take()) display_.show(rest);
-        if (!outputLost_) display_.end();
+        for (std::string rest = pty_.take(); !rest.empty() && !outputLost_; rest = pty_.take())
+            showing([&] { display_.show(rest); });
+        showing([this] { display_.end(); });
         if (!obeyed && !ended_) {
             throw Failure(
                 arguments_.name + " could not be told to print where it printed before",
@@ -202,7 +264,6 @@ class Log {
 };
 
 int showLog(Output &out, const Arguments &arguments) {
-    signal(SIGPIPE, SIG_IGN); /* seen by the failing write */
     Log{out, arguments}.run();
     return kDone;
 }
@@ -223,6 +284,12 @@ void addLogCommand(CLI::App &app, Context &context) {
                      "What it shall print afterwards when a LEVEL was given; error if not given, as after its start")
         ->type_name("LEVEL")
         ->check(isLevel);
+    command->add_flag("--time", arguments->time, "Put the time of arrival before each line");
+    command->footer(
+        "It says at once on a terminal that it listens. Ctrl-C ends it, and the output of\nthe process goes where it "
+        "went before.");
+    addExample(command, "vosctl log oltd trace");
+    addExample(command, "vosctl --json log oltd --time >oltd.log");
     onRun(command, context, [arguments](Output &out) { return showLog(out, *arguments); });
 }
 

@@ -3,13 +3,14 @@
 #include <sys/stat.h>
 #include <vosFile.h>
 
-#include <array>
-
 #include "../base/words.h"
 #include "../flash/imageFile.h"
+#include "../flash/outputFile.h"
+#include "../flash/packageFile.h"
 #include "../flash/store.h"
 #include "../terminal/payload.h"
 #include "commands.h"
+#include "installation.h"
 
 namespace vosctl {
 
@@ -22,16 +23,8 @@ struct Arguments {
     Installation installation;
 };
 
-constexpr uint32_t kDirectory = 1;
-constexpr uint32_t kOemRecords = 2;
-constexpr std::array<std::size_t, 9> kOemFieldBytes = {128, 32, 32, 128, 64, 64, 128, 64, 128};
 constexpr const char *kEntryForms =
     "file:PATH=LOCAL, dir:PATH, delete-file:PATH, delete-dir:PATH or oem:FIELD=TEXT, in this order applied";
-
-const char *kindName(uint32_t kind) {
-    constexpr const char *kNames[] = {"file", "directory", "oem", "unknown"};
-    return kNames[kind <= kOemRecords ? kind : 3];
-}
 
 std::string modeText(uint32_t mode) {
     char text[16];
@@ -39,8 +32,13 @@ std::string modeText(uint32_t mode) {
     return text;
 }
 
-int list(Output &out, const std::string &file) {
-    const std::string image = loadFile(file);
+/* What the library makes of the path of an entry. */
+const char *permissionOf(bool permitted, bool outside) {
+    if (!permitted) return "no";
+    return outside ? "yes, but \"..\"" : "yes";
+}
+
+int list(Output &out, const std::string &file, const std::string &image) {
     const ImageHeader header = imageHeaderOf(image, file);
     if (header.type != kPackage)
         throw Failure(file + " is no package but an image of type " + imageTypeName(header.type),
@@ -51,12 +49,24 @@ int list(Output &out, const std::string &file) {
                  {"bytes", "BYTES", Align::right},
                  {"permitted", "PERMITTED"},
                  {"path", "PATH"}});
+    Json all = Json::array();
     for (const PackageEntry &entry : packageEntriesOf(header.payload, file)) {
-        const bool permitted = entry.kind == kOemRecords || packagePathPermitted(entry.path);
-        table.add({entry.remove ? "delete" : "add", kindName(entry.kind), modeText(entry.mode), entry.data.size(),
-                   permitted, printable(entry.path)});
+        const bool permitted = entry.kind == kOemEntry || packagePathPermitted(entry.path);
+        const bool outside = climbs(entry.path);
+        const char *const operation = entry.remove ? "delete" : "add";
+        table.add({operation, entryKindName(entry.kind), modeText(entry.mode), entry.data.size(),
+                   Cell{permissionOf(permitted, outside), permitted && !outside ? Style::plain : Style::bad},
+                   entry.path});
+        all.push_back({{"operation", operation},
+                       {"kind", entryKindName(entry.kind)},
+                       {"mode", modeText(entry.mode)},
+                       {"bytes", entry.data.size()},
+                       {"permitted", permitted},
+                       {"path", entry.path},
+                       {"climbs", outside}});
     }
-    out.report("entries", table);
+    out.text(table);
+    out.document(Json{{"entries", all}});
     return kDone;
 }
 
@@ -75,26 +85,28 @@ void requirePermitted(const std::string &path) {
     if (!packagePathPermitted(path))
         throw Failure("the device refuses the path \"" + path + "\"",
                       "name a path that begins with /app/oem or /app/preZEB.sh");
+    if (climbs(path))
+        throw Failure("the path \"" + path + "\" has a part \"..\" and can lead to any file",
+                      "name the path that is meant");
 }
 
 PackageEntry fileEntry(const std::string &rest, const std::string &word) {
     const auto [path, local] = split(rest, '=', word);
     struct stat status {};
-    const std::string data = loadFile(local);
+    const std::string data = readWhole(local);
     const bool known = local != "-" && stat(local.c_str(), &status) == 0;
-    return {false, 0, known ? status.st_mode & 0777 : 0644, path, data};
+    return {false, kFileEntry, known ? status.st_mode & 0777 : 0644, path, data};
 }
 
 PackageEntry oemEntry(const std::string &rest, const std::string &word) {
     const auto [field, value] = split(rest, '=', word);
     const auto index = wordOf(field);
-    if (!index || *index >= kOemFieldBytes.size())
+    if (!index || *index >= kOemFields.size())
         throw Failure("there is no OEM field " + field, "name a field from 0 to 8");
-    if (value.size() > kOemFieldBytes[*index])
+    if (value.size() > kOemFields[*index].size)
         throw Failure("the value of OEM field " + field + " has " + std::to_string(value.size()) + " bytes",
-                      "give at most " + std::to_string(kOemFieldBytes[*index]));
-    return {false, kOemRecords, 0644, "",
-            networkBytes(VOS_PACKAGE_MAGIC) + networkBytes(*index) + networkBytes(lengthOf(value)) + value};
+                      "give at most " + std::to_string(kOemFields[*index].size));
+    return {false, kOemEntry, 0644, "", oemRecordBytes({*index, value})};
 }
 
 PackageEntry entryOf(const std::string &word) {
@@ -104,11 +116,11 @@ PackageEntry entryOf(const std::string &word) {
     if (form == "file")
         entry = fileEntry(rest, word);
     else if (form == "dir")
-        entry = {false, kDirectory, 0755, rest, ""};
+        entry = {false, kDirectoryEntry, 0755, rest, ""};
     else if (form == "delete-file")
-        entry = {true, 0, 0, rest, ""};
+        entry = {true, kFileEntry, 0, rest, ""};
     else if (form == "delete-dir")
-        entry = {true, kDirectory, 0, rest, ""};
+        entry = {true, kDirectoryEntry, 0, rest, ""};
     else
         malformed(word);
     requirePermitted(entry.path);
@@ -120,8 +132,12 @@ int make(Output &out, const Arguments &arguments) {
         arguments.compat.empty() ? installedCompatibility() : compatibilityOf(arguments.compat[0], arguments.compat[1]);
     std::vector<PackageEntry> entries;
     for (const std::string &word : arguments.entries) entries.push_back(entryOf(word));
-    storeFile(arguments.file, makeImage(kPackage, words.a, words.b, packagePayload(entries)));
-    return list(out, arguments.file);
+    const std::string payload = packagePayload(entries);
+    if (payload.size() > kLongestFile - kImageHeaderBytes)
+        throw Failure("the package would have more than 4294967295 bytes", "put less into it");
+    const std::string image = makeImage(kPackage, words.a, words.b, payload);
+    storeFile(out, arguments.file, image);
+    return isStandardOutput(arguments.file) ? kDone : list(out, arguments.file, image);
 }
 
 }  // namespace
@@ -132,21 +148,26 @@ void addPackageCommands(CLI::App &app, Context &context) {
     group->require_subcommand(1);
 
     CLI::App *const listing = group->add_subcommand("list", "List a package's entries");
-    listing->add_option("FILE", arguments->file, "The package")->required();
-    onRun(listing, context, [arguments](Output &out) { return list(out, arguments->file); });
+    listing->add_option("FILE", arguments->file, "The package; - is standard input")->required();
+    addExample(listing, "vosctl package list new.pkg");
+    onRun(listing, context,
+          [arguments](Output &out) { return list(out, arguments->file, readImage(arguments->file)); });
 
     CLI::App *const making = group->add_subcommand("make", "Make a package");
-    making->add_option("FILE", arguments->file, "The file to write")->required();
+    making->add_option("FILE", arguments->file, "The file to write; - is standard output")->required();
     making->add_option("ENTRY", arguments->entries, kEntryForms)->required();
     making->add_option("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
         ->expected(2)
         ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
+    addExample(making, "vosctl package make new.pkg dir:/app/oem file:/app/oem/logo.png=logo.png oem:1=SN");
     onRun(making, context, [arguments](Output &out) { return make(out, *arguments); });
 
     arguments->installation.packageOnly = true;
     CLI::App *const apply = group->add_subcommand("apply", "Apply a package to the device");
-    apply->add_option("FILE", arguments->installation.file, "The package")->required();
+    apply->add_option("FILE", arguments->installation.file, "The package; - is standard input")->required();
     apply->add_flag("--yes", arguments->installation.yes, "Do not ask");
+    apply->add_flag("--outside", arguments->installation.outside, "Apply paths with \"..\" too");
+    addExample(apply, "vosctl package apply new.pkg");
     onRun(apply, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
 }
 

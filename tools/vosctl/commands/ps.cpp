@@ -12,6 +12,11 @@ namespace {
 
 using Kind = SocketEntry::Kind;
 
+struct Arguments {
+    std::string name; /* empty: all */
+    bool all = false;
+};
+
 std::string kindOf(const SocketEntry &entry) {
     switch (entry.kind) {
         case Kind::normal:
@@ -51,10 +56,13 @@ bool before(const SocketEntry &left, const SocketEntry &right) {
            std::tuple{right.kind == Kind::requester, right.name, right.kind >= Kind::thread, right.thread, right.kind};
 }
 
-std::vector<SocketEntry> listed(bool all) {
+std::vector<SocketEntry> listed(const Arguments &arguments) {
     std::vector<SocketEntry> entries = readSocketDirectory();
-    std::erase_if(entries,
-                  [&](const SocketEntry &entry) { return !all && entry.kind == Kind::requester && alive(entry); });
+    const std::string name = arguments.name.substr(arguments.name.rfind('/') + 1);
+    std::erase_if(entries, [&](const SocketEntry &entry) {
+        if (!name.empty()) return entry.name != name && entry.file != name;
+        return !arguments.all && entry.kind == Kind::requester && alive(entry);
+    });
     std::sort(entries.begin(), entries.end(), before);
     return entries;
 }
@@ -119,8 +127,10 @@ Json documentOf(const std::vector<SocketEntry> &entries, const Json &limit) {
     return {{"names", std::move(names)}};
 }
 
-int ps(Output &out, bool all) {
-    const std::vector<SocketEntry> entries = listed(all);
+/* A name that is asked for has to be reachable. */
+int ps(Output &out, const Arguments &arguments) {
+    if (!arguments.name.empty()) requireReachable(arguments.name);
+    const std::vector<SocketEntry> entries = listed(arguments);
     const auto number = queueLimit();
     const Json limit = number ? Json(*number) : Json(nullptr);
     out.document(documentOf(entries, limit));
@@ -134,13 +144,20 @@ int ps(Output &out, bool all) {
 }  // namespace
 
 void addPsCommands(CLI::App &app, Context &context) {
-    const auto all = std::make_shared<bool>(false);
-    CLI::App *const list = app.add_subcommand("ps", "List the names under which processes are reachable");
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App *const list =
+        app.add_subcommand("ps", "List the names under which processes are reachable, or tell whether one is");
+    addName(list, arguments->name)
+        ->required(false)
+        ->description("Only this name; exit status 1 when it is not reachable");
+    list->add_flag("--all", arguments->all, "Also the sockets of requesters that wait for an answer");
     list->footer(
-        "QUEUE is a lower bound: the datagrams that wait there for certain. There may be more, because the\n"
-        "kernel does not tell how many they are; where it tells nothing, QUEUE is -.");
-    list->add_flag("--all", *all, "Also the sockets of requesters that wait for an answer");
-    onRun(list, context, [all](Output &out) { return ps(out, *all); });
+        "QUEUE is a lower bound: the datagrams that wait there for certain. There may be\n"
+        "more, because the kernel does not tell how many they are; where it tells\n"
+        "nothing, QUEUE is -.");
+    addExample(list, "vosctl ps");
+    addExample(list, "vosctl ps oltd >/dev/null && echo oltd is there");
+    onRun(list, context, [arguments](Output &out) { return ps(out, *arguments); });
 }
 
 }  // namespace vosctl

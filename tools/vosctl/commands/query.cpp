@@ -1,13 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /* vosctl config-of, vosctl object: what a process tells about its configuration. */
-#include <vosMsg.h>
-
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstring>
 
-#include "../base/words.h"
-#include "../processes/names.h"
+#include "../processes/exchange.h"
 #include "../terminal/payload.h"
 #include "commands.h"
 
@@ -24,6 +21,7 @@ struct Arguments {
     std::string object;
     uint32_t value1 = 0;
     uint32_t value2 = 0;
+    uint32_t timeoutMs = 0;
 };
 
 [[noreturn]] void explainRefusal(const std::string &name, int32_t code) {
@@ -32,22 +30,29 @@ struct Arguments {
     if (code == VOS_ERR_MEMORY)
         throw Failure(name + " could not make room for its running configuration",
                       "look at the memory of that process");
-    if (code == VOS_ERROR)
-        explainSilence(name, Pair::high, "the running configuration of " + name + " could not be had",
-                       "run it again with --verbose");
     throw Failure(name + " refused to tell its running configuration with code " + std::to_string(code),
                   "look into the log of that process, as with \"vosctl log " + name + "\"");
 }
 
+[[noreturn]] void explainNoAnswer(const Arguments &arguments, Pair which, const std::string &nextStep) {
+    explainSilence(arguments.name, which, noAnswerFrom(arguments.name, arguments.timeoutMs), nextStep);
+}
+
 int configOf(Output &out, const Arguments &arguments) {
-    requireReachable(arguments.name, Pair::high);
-    std::vector<char> buffer(kLargestConfig);
-    uint32_t length = kLargestConfig;
-    const int32_t code =
-        vosMsgBldrunSend(arguments.name.c_str(), buffer.data(), &length, arguments.value1, arguments.value2);
-    if (code != VOS_OK) explainRefusal(arguments.name, code);
-    const std::string_view text{buffer.data(), kLargestConfig - std::min(length, kLargestConfig)};
-    out.document(Json{{"name", arguments.name}, {"bytes", text.size()}, {"text", text}});
+    VOS_MSG_HEAD head{};
+    head.ulType = VOS_MSG_TYPE_BLDRUN;
+    head.ulValue1 = arguments.value1;
+    head.ulValue2 = arguments.value2;
+    head.ulBufLen = kLargestConfig;
+    auto reply = Requester{arguments.name, Pair::high, arguments.timeoutMs}.ask(head, "", kLargestConfig);
+    if (!reply)
+        explainNoAnswer(arguments, Pair::high, "see with \"vosctl ps\" whether it is busy, or give it more --timeout");
+    if (reply->head.ulRetCode != VOS_OK) explainRefusal(arguments.name, static_cast<int32_t>(reply->head.ulRetCode));
+    const std::string_view text = std::string_view(reply->payload).substr(0, reply->head.ulBufLen);
+    Json document{{"name", arguments.name}, {"bytes", text.size()}, {"text", text}};
+    document["text"] = jsonOf(document)["text"]; /* the bytes are told once, in the member below */
+    document["hex"] = hexOf(text);
+    out.document(document);
     if (!out.json()) out.raw(text);
     return kDone;
 }
@@ -55,28 +60,59 @@ int configOf(Output &out, const Arguments &arguments) {
 struct Description {
     uint32_t code = 0;
     std::array<uint32_t, 9> out{}; /* outputs 1 to 6 and 8 to 10 */
-    std::array<uint32_t, kTableWords> table{};
-    uint32_t count = 0;
+    std::vector<uint32_t> table;
     int error = 0;
 };
 
-Description describe(const Arguments &arguments) {
-    Description about;
-    auto &out = about.out;
-    errno = 0;
-    if (vosMsgCcdObjInfoGetSend(&about.code, arguments.name.c_str(), arguments.object.c_str(), arguments.value1,
-                                &out[0], &out[1], &out[2], &out[3], &out[4], &out[5], about.table.data(), &about.count,
-                                &out[6], &out[7], &out[8]) != VOS_OK) {
-        explainSilence(arguments.name, Pair::normal,
-                       arguments.name + " did not describe the object " + arguments.object + " within 10 s",
-                       "ask a process that has registered a describer of configuration objects");
+/* Takes words of this machine's order from the begin of the bytes, none past their end. */
+class Words {
+  public:
+    explicit Words(std::string_view bytes) : rest_(bytes) {}
+    uint32_t next() {
+        uint32_t word = 0;
+        if (rest_.size() < sizeof word) throw Failure("the answer is too short", "see what the process is");
+        memcpy(&word, rest_.data(), sizeof word);
+        rest_.remove_prefix(sizeof word);
+        return word;
     }
-    about.error = errno;
+    void skip(std::size_t count) { rest_.remove_prefix(std::min(count, rest_.size())); }
+
+  private:
+    std::string_view rest_;
+};
+
+/* The protocol tells outputs 8 to 10 right behind the words of the table that are in use. */
+Description descriptionOf(const Reply &reply) {
+    Description about;
+    about.code = reply.head.ulRetCode;
+    about.error = static_cast<int>(reply.head.ulValue4);
+    if (about.code != 0) return about;
+    Words words{reply.payload};
+    words.skip(words.next()); /* the object's name */
+    about.out[0] = reply.head.ulValue2;
+    about.out[1] = reply.head.ulValue3;
+    for (std::size_t index = 2; index < 6; ++index) about.out[index] = words.next();
+    const uint32_t count = std::min(words.next(), kTableWords);
+    for (uint32_t index = 0; index < count; ++index) about.table.push_back(words.next());
+    for (std::size_t index = 6; index < 9; ++index) about.out[index] = words.next();
     return about;
 }
 
+Description describe(const Arguments &arguments) {
+    std::string name = arguments.object;
+    name.resize(name.size() / 4 * 4 + 4); /* a NUL, and whole words */
+    VOS_MSG_HEAD head{};
+    head.ulType = VOS_MSG_TYPE_CCD_OBJ_INFO_GET;
+    head.ulValue1 = arguments.value1;
+    head.ulValue2 = static_cast<uint32_t>(name.size());
+    const auto reply = Requester{arguments.name, Pair::normal, arguments.timeoutMs}.ask(head, name, VOS_MSG_BUFFER_LEN);
+    if (!reply)
+        explainNoAnswer(arguments, Pair::normal,
+                        "ask a process that has registered a describer of configuration objects");
+    return descriptionOf(*reply);
+}
+
 int object(Output &out, const Arguments &arguments) {
-    requireReachable(arguments.name);
     if (arguments.object.size() >= kLongestObject) {
         throw Failure("the object's name has " + std::to_string(arguments.object.size()) +
                           " characters, which do not fit a message",
@@ -96,12 +132,9 @@ int object(Output &out, const Arguments &arguments) {
         const std::string number = std::to_string(index + 1);
         record.add("out" + number, "output " + number, about.out[index]);
     }
-    const auto used = std::min(about.count, kTableWords);
-    Json table = Json::array();
-    for (uint32_t index = 0; index < used; ++index) table.push_back(about.table[index]);
-    record.add("table", "table", table);
-    /* The protocol tells the last three only behind a full table. */
-    for (std::size_t index = 6; index < 9 && used == kTableWords; ++index) {
+    record.add("table", "table", Json(about.table));
+    /* Behind a table that is not full they are words of the table. */
+    for (std::size_t index = 6; index < 9 && about.table.size() == kTableWords; ++index) {
         const std::string number = std::to_string(index + 2);
         record.add("out" + number, "output " + number, about.out[index]);
     }
@@ -109,29 +142,35 @@ int object(Output &out, const Arguments &arguments) {
     return kDone;
 }
 
-CLI::Option *addWord(CLI::App *command, const std::string &option, uint32_t &word, const std::string &description) {
-    return command
-        ->add_option_function<std::string>(
-            option, [&word](const std::string &text) { word = wordOf(text).value_or(0); }, description)
-        ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""))
-        ->type_name("WORD");
-}
+constexpr uint32_t kConfigTimeoutMs = 90000; /* a large device takes its time */
+constexpr uint32_t kObjectTimeoutMs = 10000;
 
 }  // namespace
 
 void addQueryCommands(CLI::App &app, Context &context) {
-    const auto arguments = std::make_shared<Arguments>();
+    const auto forConfig = std::make_shared<Arguments>();
+    forConfig->timeoutMs = kConfigTimeoutMs;
     CLI::App *const config = app.add_subcommand("config-of", "Show the running configuration of a process");
-    addName(config, arguments->name);
-    addWord(config, "--arg1", arguments->value1, "First argument of its builder, 0 if not given");
-    addWord(config, "--arg2", arguments->value2, "Second argument of its builder, 0 if not given");
-    onRun(config, context, [arguments](Output &out) { return configOf(out, *arguments); });
+    addName(config, forConfig->name);
+    addNumber(config, "--arg1", forConfig->value1, "First argument of its builder")
+        ->type_name("WORD")
+        ->default_str("0");
+    addNumber(config, "--arg2", forConfig->value2, "Second argument of its builder")
+        ->type_name("WORD")
+        ->default_str("0");
+    addTimeout(config, forConfig->timeoutMs);
+    addExample(config, "vosctl config-of oltd");
+    onRun(config, context, [forConfig](Output &out) { return configOf(out, *forConfig); });
 
+    const auto forObject = std::make_shared<Arguments>();
+    forObject->timeoutMs = kObjectTimeoutMs;
     CLI::App *const info = app.add_subcommand("object", "Show how a process describes a configuration object");
-    addName(info, arguments->name);
-    info->add_option("OBJECT", arguments->object, "Name of the object")->required();
-    addWord(info, "--arg", arguments->value1, "Argument of its describer, 0 if not given");
-    onRun(info, context, [arguments](Output &out) { return object(out, *arguments); });
+    addName(info, forObject->name);
+    info->add_option("OBJECT", forObject->object, "Name of the object")->required();
+    addNumber(info, "--arg", forObject->value1, "Argument of its describer")->type_name("WORD")->default_str("0");
+    addTimeout(info, forObject->timeoutMs);
+    addExample(info, "vosctl object oltd portLinkChanges");
+    onRun(info, context, [forObject](Output &out) { return object(out, *forObject); });
 }
 
 }  // namespace vosctl

@@ -21,6 +21,8 @@ struct Arguments {
     bool noWait = false;
     bool hex = false;
     bool nul = false;
+    bool status = false; /* the answer's code decides the exit status */
+    bool fromFile = false;
     std::string file;
     std::string text;
     /* ping */
@@ -42,7 +44,7 @@ Cell timeCell(double ms) {
 }
 
 std::string payloadOf(const Arguments &arguments) {
-    if (!arguments.file.empty()) return readWhole(arguments.file);
+    if (arguments.fromFile) return readWhole(arguments.file, kLargestPayload);
     const std::string end(arguments.nul ? 1 : 0, '\0');
     return (arguments.hex ? *bytesOfHex(arguments.text) : arguments.text) + end;
 }
@@ -53,6 +55,21 @@ Record sentRecord(const Arguments &arguments, std::size_t bytes) {
         .add("socket", "socket", arguments.high ? "high" : "normal")
         .add("sentBytes", "sent", Cell{bytes, std::to_string(bytes) + " bytes", Style::plain});
     return record;
+}
+
+/* The code stands last: a long answer would take it off the screen. */
+void show(Output &out, Record record, const Answer &answer) {
+    const Cell time = timeCell(milliseconds(answer.roundTrip));
+    Json document = record.json();
+    document["code"] = answer.code;
+    document["roundTripMs"] = time.value;
+    addPayload(document, answer.payload);
+    out.document(document);
+    record.add("roundTripMs", "round trip", time)
+        .add("bytes", "answer", Cell{nullptr, std::to_string(answer.payload.size()) + " bytes", Style::plain});
+    out.text(record);
+    if (!out.json()) printPayload(out, answer.payload);
+    out.text(Record{}.add("code", "answer's code", answer.code));
 }
 
 int send(Output &out, const Arguments &arguments) {
@@ -68,15 +85,10 @@ int send(Output &out, const Arguments &arguments) {
     if (!answer)
         throw Failure(noAnswerFrom(arguments.name, arguments.timeoutMs),
                       "see with \"vosctl ps\" whether the message waits in its queue, or wait longer with --timeout");
-    record.add("code", "answer's code", answer->code)
-        .add("roundTripMs", "round trip", timeCell(milliseconds(answer->roundTrip)));
-    Json document = record.json();
-    addPayload(document, answer->payload);
-    out.document(document);
-    record.add("bytes", "answer", Cell{nullptr, std::to_string(answer->payload.size()) + " bytes", Style::plain});
-    out.text(record);
-    if (!out.json()) printPayload(out, answer->payload);
-    return kDone;
+    show(out, record, *answer);
+    if (!arguments.status || answer->code == 0) return kDone;
+    return failedAfterResults(arguments.name + " answered with code " + std::to_string(answer->code),
+                              "see in the application's description what the code means");
 }
 
 /* Of sorted times, the one below which so many percent of them lie, or that reaches it. */
@@ -85,19 +97,7 @@ double percentile(const std::vector<double> &sorted, std::size_t percent) {
     return sorted[std::max<std::size_t>(rank, 1) - 1];
 }
 
-/* Stops at the first answer that does not come: each of the others would wait as long. */
-int ping(Output &out, const Arguments &arguments) {
-    const std::string payload(arguments.size, '\0');
-    std::vector<double> times;
-    uint32_t sent = 0;
-    while (sent < arguments.count && times.size() == sent) {
-        ++sent;
-        Requester requester{arguments.name, arguments.which(), arguments.timeoutMs};
-        if (const auto answer = requester.ask(payload)) times.push_back(milliseconds(answer->roundTrip));
-    }
-    if (times.empty())
-        throw Failure(noAnswerFrom(arguments.name, arguments.timeoutMs),
-                      "see with \"vosctl ps\" whether the message waits in its queue");
+Record timesRecord(const Arguments &arguments, uint32_t sent, std::vector<double> times) {
     std::sort(times.begin(), times.end());
     Record record;
     record.add("name", "name", arguments.name)
@@ -107,49 +107,82 @@ int ping(Output &out, const Arguments &arguments) {
         .add("medianMs", "median", timeCell(percentile(times, 50)))
         .add("p99Ms", "p99", timeCell(percentile(times, 99)))
         .add("maxMs", "max", timeCell(times.back()));
-    out.report(record);
-    if (times.size() == sent) return kDone;
-    fprintf(stderr, "vosctl: %s; run it again with another --timeout\n",
-            printable(noAnswerFrom(arguments.name, arguments.timeoutMs)).c_str());
-    return kFailed;
+    return record;
+}
+
+/* Stops at the first answer that does not come: each of the others would wait as long. What was measured before is told
+ * also when the process has ended meanwhile. */
+int ping(Output &out, const Arguments &arguments) {
+    const std::string payload(arguments.size, '\0');
+    std::vector<double> times;
+    std::optional<Failure> failure;
+    while (times.size() < arguments.count && !failure) {
+        try {
+            Requester requester{arguments.name, arguments.which(), arguments.timeoutMs};
+            if (const auto answer = requester.ask(payload))
+                times.push_back(milliseconds(answer->roundTrip));
+            else
+                failure.emplace(
+                    noAnswerFrom(arguments.name, arguments.timeoutMs),
+                    "see with \"vosctl ps\" whether the message waits in its queue, or give it more --timeout");
+        } catch (const Failure &met) {
+            failure.emplace(met);
+        }
+    }
+    if (times.empty() && failure) throw *failure;
+    out.report(timesRecord(arguments, static_cast<uint32_t>(times.size()) + (failure ? 1 : 0), times));
+    return failure ? failedAfterResults(failure->what(), failure->nextStep()) : kDone;
 }
 
 void addShared(CLI::App *command, const std::shared_ptr<Arguments> &arguments) {
     addName(command, arguments->name);
     command->add_flag("--high", arguments->high, "To the high-priority socket");
-    command->add_option("--timeout", arguments->timeoutMs, "Milliseconds to wait; 0 waits for ever")
-        ->capture_default_str();
+    addTimeout(command, arguments->timeoutMs);
+}
+
+void addSend(CLI::App &app, Context &context) {
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App *const one = app.add_subcommand("send", "Send an application message and show the answer");
+    addShared(one, arguments);
+    one->add_flag("--no-wait", arguments->noWait, "Ask for no answer");
+    one->add_flag("--status", arguments->status, "Exit status 1 when the answer's code is not 0")
+        ->excludes("--no-wait");
+    CLI::Option *const text = one->add_option("TEXT", arguments->text, "The message; without one it is empty");
+    CLI::Option *const file =
+        one->add_option("--file", arguments->file, "Take the message from a file; - is standard input");
+    file->type_name("FILE")->excludes(text)->check(notEmpty("FILE"));
+    one->add_flag("--hex", arguments->hex, "TEXT is pairs of hexadecimal digits")->needs(text);
+    one->add_flag("-0,--nul", arguments->nul, "Put a NUL behind TEXT, as C programs expect it")->needs(text);
+    one->footer("A thread channel is a NAME too: oltd7 is channel 7 of oltd.");
+    addExample(one, "vosctl send oltd show --nul");
+    addExample(one, "vosctl send oltd7 --hex \"00 01 ff\" --timeout 500");
+    addExample(one, "printf hello | vosctl send oltd --file - --status");
+    onRun(one, context, [arguments, file](Output &out) {
+        arguments->fromFile = file->count() > 0;
+        return send(out, *arguments);
+    });
+    one->parse_complete_callback([arguments] {
+        if (arguments->hex && !bytesOfHex(arguments->text))
+            throw CLI::ValidationError("TEXT", "\"" + arguments->text + "\" is not pairs of hexadecimal digits");
+    });
+}
+
+void addPing(CLI::App &app, Context &context) {
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App *const many = app.add_subcommand(
+        "ping", "Measure the time until empty application messages are answered; the application does see them");
+    addShared(many, arguments);
+    addNumber(many, "-c,--count", arguments->count, "How many messages", 1, 1000000)->default_str("10");
+    addNumber(many, "--size", arguments->size, "Bytes of each message, all zero", 0, kLargestPayload)->default_str("0");
+    addExample(many, "vosctl ping oltd -c 100");
+    onRun(many, context, [arguments](Output &out) { return ping(out, *arguments); });
 }
 
 }  // namespace
 
 void addSendCommands(CLI::App &app, Context &context) {
-    const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const one = app.add_subcommand("send", "Send an application message and show the answer");
-    addShared(one, arguments);
-    one->add_flag("--no-wait", arguments->noWait, "Ask for no answer");
-    CLI::Option *const text = one->add_option("TEXT", arguments->text, "The message; without one it is empty");
-    CLI::Option *const file =
-        one->add_option("--file", arguments->file, "Take the message from a file; - is standard input");
-    file->type_name("FILE")->excludes(text);
-    one->add_flag("--hex", arguments->hex, "TEXT is pairs of hexadecimal digits")->needs(text);
-    one->add_flag("-0,--nul", arguments->nul, "Put a NUL behind TEXT, as C programs expect it")->needs(text);
-    onRun(one, context, [arguments](Output &out) { return send(out, *arguments); });
-    one->parse_complete_callback([arguments] {
-        if (arguments->hex && !bytesOfHex(arguments->text))
-            throw CLI::ValidationError("TEXT", "\"" + arguments->text + "\" is not pairs of hexadecimal digits");
-    });
-
-    CLI::App *const many = app.add_subcommand(
-        "ping", "Measure the time until empty application messages are answered; the application does see them");
-    addShared(many, arguments);
-    many->add_option("-c,--count", arguments->count, "How many messages")
-        ->check(CLI::Range(1, 1000000))
-        ->capture_default_str();
-    many->add_option("--size", arguments->size, "Bytes of each message, all zero")
-        ->check(CLI::Range(std::size_t{0}, kLargestPayload))
-        ->capture_default_str();
-    onRun(many, context, [arguments](Output &out) { return ping(out, *arguments); });
+    addSend(app, context);
+    addPing(app, context);
 }
 
 }  // namespace vosctl

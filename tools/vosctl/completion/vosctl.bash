@@ -1,8 +1,34 @@
 # shellcheck shell=bash
 # Completion of vosctl for bash. vosctl itself knows what a word can become.
 _vosctl() {
-    local IFS=$'\n'
-    # shellcheck disable=SC2207  # one candidate per line
-    COMPREPLY=($(vosctl complete words -- "${COMP_WORDS[@]:1:COMP_CWORD}" 2>/dev/null))
+    local word candidate words=() before=''
+    # bash takes = and : for ends of words; here they are put together again.
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
+        if [[ ${#words[@]} -gt 0 && ($word == [=:]* || ${words[-1]} == *[=:]) ]]; then
+            before=${words[-1]}
+            words[-1]+=$word
+        else
+            before=''
+            words+=("$word")
+        fi
+    done
+    [[ $before && $word == [=:] ]] && before+=$word # bash completes what stands behind it
+    local lines=()
+    mapfile -t lines < <(vosctl complete words --describe -- "${words[@]}" 2>/dev/null)
+    COMPREPLY=()
+    for candidate in "${lines[@]}"; do
+        candidate=${candidate%%$'\t'*}
+        case $candidate in
+        /files) compopt -o default ;;
+        /directories) compopt -o dirnames ;;
+        *)
+            candidate=${candidate#"$before"}
+            [[ $candidate ]] || continue
+            printf -v candidate %q "$candidate"
+            COMPREPLY+=("$candidate")
+            [[ $candidate == *: ]] && compopt -o nospace
+            ;;
+        esac
+    done
 }
-complete -o default -F _vosctl vosctl
+complete -F _vosctl vosctl

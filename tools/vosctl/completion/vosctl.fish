@@ -1,6 +1,15 @@
 # Completion of vosctl for fish. vosctl itself knows what a word can become.
 function __vosctl_candidates
     set -l words (commandline -opc)[2..] (commandline -ct)
-    vosctl complete words -- $words 2>/dev/null
+    for line in (vosctl complete words --describe -- $words 2>/dev/null)
+        switch $line
+            case /files
+                __fish_complete_path (commandline -ct)
+            case /directories
+                __fish_complete_directories (commandline -ct)
+            case '*'
+                echo $line
+        end
+    end
 end
-complete -c vosctl -a '(__vosctl_candidates)'
+complete -c vosctl -f -a '(__vosctl_candidates)'

@@ -1,10 +1,18 @@
 #compdef vosctl
 # Completion of vosctl for zsh. vosctl itself knows what a word can become.
-local -a candidates
-candidates=("${(@f)$(vosctl complete words -- "${(@)words[2,CURRENT]}" 2>/dev/null)}")
-candidates=("${(@)candidates:#}")
-if (( $#candidates )); then
-    compadd -a candidates
-else
-    _files
-fi
+local -a candidates shown
+local line files=
+for line in "${(@f)$(vosctl complete words --describe -- "${(@)words[2,CURRENT]}" 2>/dev/null)}"; do
+    case $line in
+        '') ;;
+        /files) files=1 ;;
+        /directories) _files -/ ;;
+        *)
+            candidates+=("${line%%$'\t'*}")
+            shown+=("${line/$'\t'/  -- }")
+            ;;
+    esac
+done
+(( $#candidates )) && compadd -l -d shown -a candidates
+[[ -n $files ]] && _files
+return 0

@@ -1,11 +1,16 @@
 /* SPDX-License-Identifier: MIT */
 #include "imageFile.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vosFile.h>
 
-#include <algorithm>
-
+#include "../base/failure.h"
+#include "../base/fd.h"
 #include "../base/words.h"
+#include "../terminal/payload.h"
+#include "deviceFile.h"
 #include "store.h"
 
 namespace vosctl {
@@ -34,7 +39,24 @@ Refusal damaged(const ImageHeader &header) {
             "the file is damaged or cut; fetch it again"};
 }
 
-constexpr std::size_t kEntryBytes = 32;
+constexpr const char *kNameAnImage = "name an image, or make one with \"vosctl image make\"";
+
+Failure noImage(const std::string &file) {
+    return {file + " is no image: neither end of it is an image header", kNameAnImage};
+}
+
+void requireEnds(const std::string &file) {
+    const Fd opened{open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
+    struct stat status {};
+    if (file == "-" || !opened || fstat(opened.get(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    if (status.st_size < static_cast<off_t>(kImageHeaderBytes)) return;
+    std::string front(4, '\0');
+    std::string back(4, '\0');
+    if (pread(opened.get(), front.data(), 4, 0) != 4) return;
+    if (pread(opened.get(), back.data(), 4, status.st_size - static_cast<off_t>(kImageHeaderBytes)) != 4) return;
+    const uint32_t first = networkWord(front, 0);
+    if (first != kApplication && first != kPackage && networkWord(back, 0) != kBoot) throw noImage(file);
+}
 
 }  // namespace
 
@@ -43,19 +65,30 @@ const char *imageTypeName(uint32_t type) {
     return kNames[type <= kPackage ? type : 0];
 }
 
+/* Of a file whose size is known, only the ends are read before it is found to be no image. */
+std::string readImage(const std::string &file) {
+    requireEnds(file);
+    return readWhole(file);
+}
+
 /* A boot loader begins with anything, so where both ends look like a header the one whose CRC-32 matches counts. */
 ImageHeader imageHeaderOf(std::string_view image, const std::string &file) {
-    const std::string next = "name an image, or make one with \"vosctl image make\"";
     if (image.size() < kImageHeaderBytes)
         throw Failure(file + " is no image: it has " + std::to_string(image.size()) + " bytes, a header alone has 16",
-                      next);
+                      kNameAnImage);
     const std::size_t tail = image.size() - kImageHeaderBytes;
     const ImageHeader front = headerAt(image, 0, image.substr(kImageHeaderBytes));
     const ImageHeader back = headerAt(image, tail, image.substr(0, tail));
     const bool first = front.type == kApplication || front.type == kPackage;
     const bool last = back.type == kBoot;
-    if (!first && !last) throw Failure(file + " is no image: neither end of it is an image header", next);
+    if (!first && !last) throw noImage(file);
     return first && (!last || matches(front) || !matches(back)) ? front : back;
+}
+
+bool isWholeApplication(std::string_view image) {
+    if (image.size() < kImageHeaderBytes) return false;
+    const ImageHeader header = headerAt(image, 0, image.substr(kImageHeaderBytes));
+    return header.type == kApplication && matches(header);
 }
 
 std::string makeImage(uint32_t type, uint32_t compatA, uint32_t compatB, std::string_view payload) {
@@ -65,11 +98,13 @@ std::string makeImage(uint32_t type, uint32_t compatA, uint32_t compatB, std::st
 }
 
 Compatibility installedCompatibility() {
+    requireRegularFile(szAppFileName);
     std::string header(kImageHeaderBytes, '\0');
     const int32_t count = vosFileRead(szAppFileName, header.data(), lengthOf(header));
     if (count != static_cast<int32_t>(header.size()))
-        throw Failure(std::string("there is no application image at ") + szAppFileName + " to compare with",
-                      "a device without one accepts no image; put the first one there by hand, made with --compat");
+        throw Failure(
+            std::string("there is no application image at ") + szAppFileName + " to compare with",
+            "put the backup back with \"vosctl image restore\", or the first image there by hand, made with --compat");
     return {networkWord(header, 4), networkWord(header, 8)};
 }
 
@@ -102,49 +137,6 @@ Refusal refusalOf(int32_t code, uint32_t type, const ImageHeader &header) {
     installedCompatibility(); /* its absence is the usual reason */
     return {"the device could not do it (code " + std::to_string(code) + ")",
             "run it again with --verbose to see the library's reason"};
-}
-
-bool packagePathPermitted(const std::string &path) {
-    return path.starts_with("/app/preZEB.sh") || path.starts_with("/app/oem");
-}
-
-std::string packagePayload(const std::vector<PackageEntry> &entries) {
-    std::string body;
-    for (const PackageEntry &entry : entries) {
-        const std::string name = entry.kind == 2 ? std::string() : entry.path + '\0';
-        body += networkBytes(VOS_PACKAGE_MAGIC) + networkBytes(entry.remove ? 1 : 0) + networkBytes(entry.kind) +
-                networkBytes(lengthOf(name)) + networkBytes(lengthOf(entry.data)) + networkBytes(entry.mode) +
-                std::string(8, '\0') + name + entry.data;
-    }
-    return networkBytes(VOS_PACKAGE_MAGIC) + networkBytes(lengthOf(body)) +
-           networkBytes(static_cast<uint32_t>(entries.size())) + networkBytes(0) + body;
-}
-
-std::vector<PackageEntry> packageEntriesOf(std::string_view payload, const std::string &file) {
-    if (payload.size() < 16 || networkWord(payload, 0) != VOS_PACKAGE_MAGIC)
-        throw FaultyPackage(VOS_ERR_PACKAGE_MAGIC, file + " holds no package: its magic word is missing");
-    if (networkWord(payload, 4) != payload.size() - 16)
-        throw FaultyPackage(VOS_ERR_PACKAGE_LENGTH, file + " is not as long as the package's length word says");
-    std::vector<PackageEntry> entries;
-    std::string_view rest = payload.substr(16);
-    const uint32_t count = networkWord(payload, 8);
-    for (uint32_t index = 1; index <= count; ++index) {
-        const std::string where = "entry " + std::to_string(index) + " of " + file;
-        if (rest.size() < kEntryBytes || networkWord(rest, 0) != VOS_PACKAGE_MAGIC)
-            throw FaultyPackage(VOS_ERR_PACKAGE_MAGIC, where + " does not begin with the magic word");
-        const uint64_t name = networkWord(rest, 12);
-        const uint64_t data = networkWord(rest, 16);
-        if (kEntryBytes + name + data > rest.size()) throw FaultyPackage(VOS_ERROR, where + " ends beyond the package");
-        PackageEntry entry{networkWord(rest, 4) != 0, networkWord(rest, 8), networkWord(rest, 20),
-                           std::string(rest.substr(kEntryBytes, name)),
-                           std::string(rest.substr(kEntryBytes + name, data))};
-        if (entry.kind < 2 && (name == 0 || entry.path.back() != '\0'))
-            throw FaultyPackage(VOS_ERROR, where + " has no path");
-        entry.path.erase(std::min(entry.path.find('\0'), entry.path.size()));
-        entries.push_back(std::move(entry));
-        rest.remove_prefix(kEntryBytes + name + data);
-    }
-    return entries;
 }
 
 }  // namespace vosctl

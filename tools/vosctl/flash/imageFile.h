@@ -6,10 +6,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
-
-#include "../base/failure.h"
-#include "../terminal/report.h"
 
 namespace vosctl {
 
@@ -29,8 +25,14 @@ struct ImageHeader {
 /* "boot", "application" or "package". */
 const char *imageTypeName(uint32_t type);
 
+/* An image file. Its ends are looked at before the whole of it is read. Throws a Failure when it is no image. */
+std::string readImage(const std::string &file);
+
 /* Finds the header of an image. Throws a Failure when the bytes are no image. */
 ImageHeader imageHeaderOf(std::string_view image, const std::string &file);
+
+/* Whether the bytes are an application image whose CRC-32 matches. */
+bool isWholeApplication(std::string_view image);
 
 std::string makeImage(uint32_t type, uint32_t compatA, uint32_t compatB, std::string_view payload);
 
@@ -52,40 +54,6 @@ struct Refusal {
 
 /* What a code of the library about an image means. */
 Refusal refusalOf(int32_t code, uint32_t type, const ImageHeader &header);
-
-struct PackageEntry {
-    bool remove = false;
-    uint32_t kind = 0; /* 0 file, 1 directory, 2 OEM records */
-    uint32_t mode = 0;
-    std::string path;
-    std::string data;
-};
-
-/* A package that the library's check lets pass, and that it would give up while it applies it. */
-class FaultyPackage : public Failure {
-  public:
-    FaultyPackage(int32_t code, const std::string &what) : Failure(what, "make the package again"), code_(code) {}
-    [[nodiscard]] int32_t code() const noexcept { return code_; } /* with which the library would */
-
-  private:
-    int32_t code_;
-};
-
-/* Throws a FaultyPackage that names the entry that is wrong. */
-std::vector<PackageEntry> packageEntriesOf(std::string_view payload, const std::string &file);
-std::string packagePayload(const std::vector<PackageEntry> &entries);
-
-/* Whether the library lets packages touch a path. */
-bool packagePathPermitted(const std::string &path);
-
-/* Shared by image install and package apply: asks, installs, and reports. */
-struct Installation {
-    std::string file;
-    std::string version;
-    bool yes = false;
-    bool packageOnly = false;
-};
-int installImage(Output &out, const Installation &wanted);
 
 }  // namespace vosctl
 

@@ -16,26 +16,26 @@ namespace vosctl {
 namespace {
 
 constexpr Item kItems[] = {
-    {BSP_SYS_MAC, "sys-mac", "BSP_SYS_MAC", true, Form::mac, 6},
-    {BSP_DEFAULT_MAC, "default-mac", "BSP_DEFAULT_MAC", true, Form::mac, 6},
-    {BSP_OEM_NUMBER, "oem-number", "BSP_OEM_NUMBER", true, Form::number, 4},
-    {BSP_SERIAL_NUMBER, "serial-number", "BSP_SERIAL_NUMBER", true, Form::text, 32},
-    {BSP_FLASH_DATA_VERSION, "flash-data-version", "BSP_FLASH_DATA_VERSION", false, Form::number, 4},
-    {BSP_IP_ADDRESS, "ip-address", "BSP_IP_ADDRESS", false, Form::ipv4, 4},
-    {BSP_IP_MASK, "ip-mask", "BSP_IP_MASK", false, Form::mask, 4},
-    {BSP_IP_GATE, "ip-gate", "BSP_IP_GATE", false, Form::ipv4, 4},
-    {BSP_BANDRATE, "baud-rate", "BSP_BANDRATE", false, Form::number, 4},
-    {BSP_ADMIN_PASSWORD, "admin-password", "BSP_ADMIN_PASSWORD", false, Form::text, 36, true},
-    {BSP_PRIVMODE_PWD, "privmode-password", "BSP_PRIVMODE_PWD", false, Form::text, 36, true},
-    {BSP_PRIVMODE_ENCRYPT, "privmode-encrypt", "BSP_PRIVMODE_ENCRYPT", false, Form::byte, 1},
-    {BSP_BOOTTIME, "boot-time", "BSP_BOOTTIME", false, Form::number, 4},
-    {BSP_USER, "user", "BSP_USER", false, Form::bytes, 476, true},
-    {BSP_SOFTFLAG, "softflag", "BSP_SOFTFLAG", false, Form::number, 4},
-    {BSP_OEM_INFO, "oem-info", "BSP_OEM_INFO", true, Form::bytes, 1024},
-    {BSP_MACLEARNING_MODE, "maclearning-mode", "BSP_MACLEARNING_MODE", false, Form::number, 4},
-    {BSP_MACHASH_MODE, "machash-mode", "BSP_MACHASH_MODE", false, Form::number, 4},
-    {BSP_STACK, "stack", "BSP_STACK", false, Form::bytes, 20},
-    {BSP_ZTP, "ztp", "BSP_ZTP", false, Form::number, 4},
+    {BSP_SYS_MAC, "sys-mac", "BSP_SYS_MAC", true, Form::mac, 6, 0},
+    {BSP_DEFAULT_MAC, "default-mac", "BSP_DEFAULT_MAC", true, Form::mac, 6, 6},
+    {BSP_OEM_NUMBER, "oem-number", "BSP_OEM_NUMBER", true, Form::number, 4, 12},
+    {BSP_SERIAL_NUMBER, "serial-number", "BSP_SERIAL_NUMBER", true, Form::text, 32, 16},
+    {BSP_FLASH_DATA_VERSION, "flash-data-version", "BSP_FLASH_DATA_VERSION", false, Form::number, 4, 0},
+    {BSP_IP_ADDRESS, "ip-address", "BSP_IP_ADDRESS", false, Form::ipv4, 4, 4},
+    {BSP_IP_MASK, "ip-mask", "BSP_IP_MASK", false, Form::mask, 4, 8},
+    {BSP_IP_GATE, "ip-gate", "BSP_IP_GATE", false, Form::ipv4, 4, 12},
+    {BSP_BANDRATE, "baud-rate", "BSP_BANDRATE", false, Form::number, 4, 16},
+    {BSP_ADMIN_PASSWORD, "admin-password", "BSP_ADMIN_PASSWORD", false, Form::text, 36, 20, true},
+    {BSP_PRIVMODE_PWD, "privmode-password", "BSP_PRIVMODE_PWD", false, Form::text, 36, 668, true},
+    {BSP_PRIVMODE_ENCRYPT, "privmode-encrypt", "BSP_PRIVMODE_ENCRYPT", false, Form::byte, 1, 704},
+    {BSP_BOOTTIME, "boot-time", "BSP_BOOTTIME", false, Form::number, 4, 56},
+    {BSP_USER, "user", "BSP_USER", false, Form::bytes, 476, 72, true},
+    {BSP_SOFTFLAG, "softflag", "BSP_SOFTFLAG", false, Form::number, 4, 552},
+    {BSP_OEM_INFO, "oem-info", "BSP_OEM_INFO", true, Form::bytes, 1024, 48},
+    {BSP_MACLEARNING_MODE, "maclearning-mode", "BSP_MACLEARNING_MODE", false, Form::number, 4, 560},
+    {BSP_MACHASH_MODE, "machash-mode", "BSP_MACHASH_MODE", false, Form::number, 4, 564},
+    {BSP_STACK, "stack", "BSP_STACK", false, Form::bytes, 20, 568},
+    {BSP_ZTP, "ztp", "BSP_ZTP", false, Form::number, 4, 664},
 };
 
 uint32_t nativeWord(std::string_view bytes) {
@@ -130,7 +130,13 @@ std::span<const Item> items() { return kItems; }
 const Item &itemOf(const std::string &text) {
     for (const Item &item : kItems)
         if (text == item.name || text == item.constant || text == std::to_string(item.number)) return item;
-    throw Failure("there is no item \"" + text + "\"", "see \"vosctl item list\"");
+    throw Failure(itemMistake(text), "see \"vosctl item list\"");
+}
+
+std::string itemMistake(const std::string &text) {
+    for (const Item &item : kItems)
+        if (text == item.name || text == item.constant || text == std::to_string(item.number)) return "";
+    return "there is no item \"" + text + "\"";
 }
 
 const char *nameOf(Form form) {
@@ -175,7 +181,8 @@ Cell shownValue(const Item &item, std::string_view bytes) {
             return static_cast<unsigned>(static_cast<unsigned char>(bytes[0]));
         case Form::text: {
             const std::string_view text = bytes.substr(0, bytes.find('\0'));
-            return printable(text) == text ? std::string(text) : hexOf(bytes);
+            if (printable(text) == text) return std::string(text);
+            return Cell{nullptr, printable(text), Style::plain};
         }
         case Form::bytes:
             break;
@@ -188,6 +195,60 @@ std::string parseValue(const Item &item, const std::string &text) {
     if (!fits(item, text, bytes))
         throw Failure("the value does not fit " + std::string(item.name), "give " + limitOf(item));
     return bytes;
+}
+
+namespace {
+
+constexpr std::string_view kErasedText = "(erased)";
+constexpr std::string_view kHexText = "hex:";
+
+/* Throws a Failure that names the limit. */
+std::string bytesOfText(const Item &item, const std::string &text) {
+    if (text == kErasedText) return std::string(item.size, '\xFF');
+    if (!text.starts_with(kHexText)) return parseValue(item, text);
+    const auto bytes = bytesOfHex(text.substr(kHexText.size()));
+    if (bytes && bytes->size() == item.size) return *bytes;
+    throw Failure("the value does not fit " + std::string(item.name),
+                  "give exactly " + std::to_string(item.size) + " bytes in hexadecimal");
+}
+
+ItemValue parseLine(const std::string &line) {
+    const std::size_t sign = line.find('=');
+    if (sign == std::string::npos) throw Failure("there is no = in it", "write NAME=VALUE");
+    const Item &item = itemOf(line.substr(0, sign));
+    return {&item, bytesOfText(item, line.substr(sign + 1))};
+}
+
+}  // namespace
+
+std::string exportLine(const Item &item, std::string_view bytes) {
+    const std::string name = std::string(item.name) + "=";
+    if (erased(bytes)) return name + std::string(kErasedText);
+    const std::string text = shownValue(item, bytes).text;
+    std::string back;
+    const bool special = text == kErasedText || text.starts_with(kHexText);
+    if (!special && fits(item, text, back) && back == bytes) return name + text;
+    return name + std::string(kHexText) + hexOf(bytes);
+}
+
+std::vector<ItemValue> parseItemLines(std::string_view text, const std::string &file) {
+    std::vector<ItemValue> values;
+    for (std::size_t number = 1; !text.empty(); ++number) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        const std::string line{text.substr(0, end)};
+        text.remove_prefix(std::min(end + 1, text.size()));
+        if (line.empty() || line[0] == '#') continue;
+        const std::string where = "line " + std::to_string(number) + " of " + file + ": ";
+        try {
+            values.push_back(parseLine(line));
+        } catch (const Failure &failure) {
+            throw Failure(where + failure.what() + ", and nothing was changed", failure.nextStep());
+        }
+        const Item *const item = values.back().item;
+        if (std::any_of(values.begin(), values.end() - 1, [&](const ItemValue &one) { return one.item == item; }))
+            throw Failure(where + item->name + " is there twice, and nothing was changed", "leave one of them out");
+    }
+    return values;
 }
 
 }  // namespace vosctl

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "../terminal/report.h"
 
@@ -20,7 +21,8 @@ struct Item {
     const char *constant;
     bool factory; /* in the factory partition, else in the system partition */
     Form form;
-    std::size_t size; /* bytes that a person sees and gives */
+    std::size_t size;   /* bytes that a person sees and gives */
+    std::size_t offset; /* in the partition's body */
     bool secret = false;
 };
 
@@ -29,18 +31,35 @@ std::span<const Item> items();
 /* By name, constant or number. Throws a Failure when there is none. */
 const Item &itemOf(const std::string &text);
 
+/* What is wrong with the name of an item; empty when nothing is. */
+std::string itemMistake(const std::string &text);
+
 const char *nameOf(Form form);
 
 /* What fits the item, in words. */
 std::string limitOf(const Item &item);
 
-/* The value for people: as JSON, and as text. */
+/* The value for people: as JSON, and as text. A text item with bytes that cannot be printed has none: JSON gets null,
+ * and the text shows those bytes as \xHH. */
 Cell shownValue(const Item &item, std::string_view bytes);
 
 /* The bytes of a human form. Throws a Failure that names the limit. */
 std::string parseValue(const Item &item, const std::string &text);
 
 bool erased(std::string_view bytes);
+
+/* A line "NAME=VALUE" for people and for item import. VALUE is the human form where that leads back to the same bytes,
+ * "hex:" and the bytes where it does not, and "(erased)". */
+std::string exportLine(const Item &item, std::string_view bytes);
+
+struct ItemValue {
+    const Item *item;
+    std::string bytes;
+};
+
+/* The items of such lines; empty ones and those that begin with # are left out. Throws a Failure that names the first
+ * line that is wrong. */
+std::vector<ItemValue> parseItemLines(std::string_view text, const std::string &file);
 
 }  // namespace vosctl
 

@@ -11,12 +11,6 @@
 
 namespace vosctl {
 
-/* A whole regular file (or "-") whose length the library's 32 bits can tell. Throws a Failure. */
-std::string loadFile(const std::string &path);
-
-/* Makes the bytes the content of a file on this machine. Throws a Failure. */
-void storeFile(const std::string &path, std::string_view bytes);
-
 inline const uint8_t *bytesOf(std::string_view text) { return reinterpret_cast<const uint8_t *>(text.data()); }
 inline uint32_t lengthOf(std::string_view text) { return static_cast<uint32_t>(text.size()); }
 

@@ -1,7 +1,9 @@
 /* SPDX-License-Identifier: MIT */
-/* One application message to a process, and its answer with the length it has. */
+/* One message to a process, and its answer with the length it has. */
 #ifndef VOSCTL_EXCHANGE_H
 #define VOSCTL_EXCHANGE_H
+
+#include <vosMsg.h>
 
 #include <chrono>
 #include <cstdint>
@@ -21,21 +23,34 @@ struct Answer {
     std::chrono::nanoseconds roundTrip{};
 };
 
+/* An answer of any type, as it came. */
+struct Reply {
+    VOS_MSG_HEAD head{};
+    std::string payload;
+    std::chrono::nanoseconds roundTrip{};
+};
+
 /* A requester's socket, connected to a process. Its path is gone when it is. */
 class Requester {
   public:
-    /* A time-out of 0 is none. Throws a Failure when nobody receives under the name. */
+    /* A time-out of 0 is none. A wait of more than a second is told on a terminal. Throws a Failure when nobody
+     * receives under the name. */
     Requester(std::string name, Pair which, uint32_t timeoutMs);
     ~Requester();
     Requester(const Requester &) = delete;
     Requester &operator=(const Requester &) = delete;
 
-    /* Throws a Failure when it cannot be sent in time. */
+    /* An application message. Throws a Failure when it cannot be sent in time. */
     void send(const std::string &payload, bool answerWanted);
     /* Sends and waits; nothing when the time is over. Throws a Failure for everything else. */
     std::optional<Answer> ask(const std::string &payload);
 
+    /* The same for a message of any type; what is longer than the largest payload is cut. */
+    void send(const VOS_MSG_HEAD &head, const std::string &payload);
+    std::optional<Reply> ask(const VOS_MSG_HEAD &head, const std::string &payload, std::size_t largest);
+
   private:
+    [[nodiscard]] bool awaitAnswer() const;
     void bindSocket();
     void connectSocket();
 

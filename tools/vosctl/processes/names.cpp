@@ -9,9 +9,12 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <set>
 
 #include "../base/failure.h"
 #include "../base/fd.h"
+#include "../base/words.h"
 
 namespace vosctl {
 
@@ -35,16 +38,28 @@ Reach reachOfErrno(int error) {
     }
 }
 
-Failure failureOf(Reach reach, const std::string &name, const std::string &path) {
+/* The files of the socket directory that are reachable names. */
+std::set<std::string> reachableFiles() {
+    std::set<std::string> names;
+    std::error_code failed;
+    for (std::filesystem::directory_iterator each{kSocketDirectory, failed}, end; !failed && each != end;
+         each.increment(failed))
+        if (reachOf(each->path().string()) == Reach::reachable) names.insert(each->path().filename().string());
+    return names;
+}
+
+Failure failureOf(Reach reach, const std::string &whole, const std::string &wholePath) {
+    const std::string name = shortened(whole);
+    const std::string path = shortened(wholePath);
     switch (reach) {
         case Reach::stale:
             return {"nobody receives under " + name + ": " + path + " was left behind by a process that has ended",
                     "start the process again, which takes the path over"};
         case Reach::missing:
             return {"no process is reachable as " + name + ": there is no " + path,
-                    "list the names that are reachable with \"vosctl ps\""};
+                    didYouMean(whole, reachableFiles()) + "list the names that are reachable with \"vosctl ps\""};
         case Reach::tooLong:
-            return {"the name " + name + " is too long: its path has " + std::to_string(path.size()) +
+            return {"the name " + name + " is too long: its path has " + std::to_string(wholePath.size()) +
                         " characters and an address has room for 107",
                     "use the name that the process was started with"};
         case Reach::forbidden:

@@ -2,13 +2,15 @@
 #include "payload.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <new>
+#include <vector>
 
 #include "../base/failure.h"
 #include "../base/fd.h"
@@ -24,6 +26,23 @@ int digitOf(char c) {
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
     return -1;
+}
+
+constexpr std::size_t kPartBytes = 65536;
+constexpr const char *kNameAFile = "name a file that can be read";
+
+Failure tooLong(const std::string &path, const std::string &size, uint64_t limit) {
+    return {path + " has " + size + " bytes, and at most " + std::to_string(limit) + " are taken",
+            "name a shorter file"};
+}
+
+/* Before a byte is read. */
+void requireSize(int fd, const std::string &path, uint64_t limit) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0) return;
+    if (S_ISDIR(status.st_mode)) throw Failure(path + " is a directory", "name a file");
+    const auto size = static_cast<uint64_t>(status.st_size);
+    if (S_ISREG(status.st_mode) && size > limit) throw tooLong(path, std::to_string(size), limit);
 }
 
 std::string dumpLine(std::size_t offset, std::string_view bytes) {
@@ -65,18 +84,31 @@ std::string hexOf(std::string_view bytes) {
     return text;
 }
 
-std::string readWhole(const std::string &path) {
+void readParts(const std::string &path, uint64_t limit, const std::function<void(std::string_view)> &take) {
     const Fd opened{path == "-" ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC)};
-    if (path != "-" && !opened)
-        throw Failure(path + " cannot be opened: " + strerror(errno), "name a file that can be read");
-    std::string content;
-    std::array<char, 65536> part;
-    for (;;) {
-        const ssize_t count = read(path == "-" ? STDIN_FILENO : opened.get(), part.data(), part.size());
-        if (count < 0) throw Failure(path + " cannot be read: " + strerror(errno), "name a file that can be read");
-        if (count == 0) return content;
-        content.append(part.data(), static_cast<std::size_t>(count));
+    if (path != "-" && !opened) throw Failure(path + " cannot be opened: " + strerror(errno), kNameAFile);
+    const int fd = path == "-" ? STDIN_FILENO : opened.get();
+    requireSize(fd, path, limit);
+    std::vector<char> part(std::min<uint64_t>(limit + 1, kPartBytes));
+    for (uint64_t total = 0;;) {
+        const ssize_t count = read(fd, part.data(), part.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw Failure(path + " cannot be read: " + strerror(errno), kNameAFile);
+        if (count == 0) return;
+        total += static_cast<uint64_t>(count);
+        if (total > limit) throw tooLong(path, "more than " + std::to_string(limit), limit);
+        take({part.data(), static_cast<std::size_t>(count)});
     }
+}
+
+std::string readWhole(const std::string &path, uint64_t limit) {
+    std::string content;
+    try {
+        readParts(path, limit, [&content](std::string_view part) { content += part; });
+    } catch (const std::bad_alloc &) {
+        throw Failure("there is not enough memory for " + path, "name a shorter file, or end other programs");
+    }
+    return content;
 }
 
 std::optional<std::string> textOf(std::string_view bytes) {
@@ -97,11 +129,18 @@ void addPayload(Json &object, std::string_view bytes) {
 
 void printPayload(Output &out, std::string_view bytes) {
     if (const auto text = textOf(bytes)) {
-        if (!text->empty()) out.line(text->ends_with('\n') ? text->substr(0, text->size() - 1) : *text);
+        if (!text->empty()) out.lines(text->ends_with('\n') ? text->substr(0, text->size() - 1) : *text);
         return;
     }
-    for (std::size_t offset = 0; offset < bytes.size(); offset += kLineBytes)
-        out.line(dumpLine(offset, bytes.substr(offset, kLineBytes)));
+    bool folded = false;
+    for (std::size_t offset = 0; offset < bytes.size(); offset += kLineBytes) {
+        const std::string_view part = bytes.substr(offset, kLineBytes);
+        const bool last = offset + kLineBytes >= bytes.size();
+        const bool repeated = !last && offset > 0 && part == bytes.substr(offset - kLineBytes, kLineBytes);
+        if (repeated && !folded) out.line("*");
+        if (!repeated) out.line(dumpLine(offset, part));
+        folded = repeated;
+    }
 }
 
 }  // namespace vosctl

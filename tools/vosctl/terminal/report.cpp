@@ -56,9 +56,81 @@ std::string padded(std::string_view text, std::size_t size, Align align) {
     return align == Align::left ? std::string(text) + blanks : blanks + std::string(text);
 }
 
-std::string dumped(const Json &document, int indent) {
-    return document.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
+enum class Keep { nothing, lines };
+
+std::string escapeOf(char byte) {
+    char escape[5];
+    snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+    return escape;
 }
+
+/* Calls for each character, or for each byte that is none. */
+template <class Character, class Byte>
+void eachCharacter(std::string_view text, Character character, Byte byte) {
+    while (!text.empty()) {
+        const std::size_t length = characterLength(text);
+        if (length == 0)
+            byte(text[0]);
+        else
+            character(text.substr(0, length));
+        text.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+}
+
+std::string harmless(std::string_view text, Keep keep) {
+    std::string result;
+    const auto escape = [&](char byte) { result += escapeOf(byte); };
+    eachCharacter(
+        text,
+        [&](std::string_view character) {
+            const bool kept = keep == Keep::lines && (character == "\n" || character == "\t");
+            if (kept || !isControl(character))
+                result += character;
+            else
+                std::for_each(character.begin(), character.end(), escape);
+        },
+        escape);
+    return result;
+}
+
+/* Only the bytes that are not UTF-8 are escaped: JSON has a form of its own for control characters. */
+std::string utf8Of(std::string_view text) {
+    std::string result;
+    eachCharacter(
+        text, [&](std::string_view character) { result += character; }, [&](char byte) { result += escapeOf(byte); });
+    return result;
+}
+
+std::string hexDigits(std::string_view bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        char digits[3];
+        snprintf(digits, sizeof digits, "%02x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+        text += digits;
+    }
+    return text;
+}
+
+/* A document may be printed on a terminal too: the control characters behind 0x7E, which JSON leaves as they are. */
+std::string withoutControls(const std::string &json) {
+    std::string result;
+    eachCharacter(
+        json,
+        [&](std::string_view character) {
+            if (character == "\n" || !isControl(character)) {
+                result += character;
+                return;
+            }
+            char escape[7];
+            snprintf(escape, sizeof escape, "\\u%04x",
+                     static_cast<unsigned>(static_cast<unsigned char>(character.back())));
+            result += escape;
+        },
+        [&](char) {});
+    return result;
+}
+
+std::string dumped(const Json &document, int indent) { return withoutControls(jsonOf(document).dump(indent)) + "\n"; }
 
 }  // namespace
 
@@ -67,21 +139,35 @@ std::size_t width(std::string_view text) {
         std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
-std::string printable(std::string_view text) {
-    std::string result;
-    while (!text.empty()) {
-        const std::size_t length = characterLength(text);
-        if (length == 0 || isControl(text)) {
-            char escape[5];
-            snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(text[0])));
-            result += escape;
-            text.remove_prefix(1);
-        } else {
-            result += text.substr(0, length);
-            text.remove_prefix(length);
-        }
+std::string printable(std::string_view text) { return harmless(text, Keep::nothing); }
+
+std::string printableLines(std::string_view text) { return harmless(text, Keep::lines); }
+
+Json jsonOf(const Json &document) {
+    if (document.is_string()) return utf8Of(document.get_ref<const std::string &>());
+    if (document.is_array()) {
+        Json array = Json::array();
+        for (const Json &each : document) array.push_back(jsonOf(each));
+        return array;
     }
-    return result;
+    if (!document.is_object()) return document;
+    Json object = Json::object();
+    for (const auto &[key, value] : document.items()) {
+        object[key] = jsonOf(value);
+        if (value.is_string() && object[key] != value)
+            object[key + "Hex"] = hexDigits(value.get_ref<const std::string &>());
+    }
+    return object;
+}
+
+std::size_t openCharacter(std::string_view text) {
+    for (std::size_t back = 1; back <= std::min<std::size_t>(text.size(), 3); ++back) {
+        const auto byte = static_cast<unsigned char>(text[text.size() - back]);
+        if ((byte & 0xC0) == 0x80) continue;
+        const std::size_t length = byte < 0xC2 ? 1 : byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : byte < 0xF5 ? 4 : 1;
+        return length > back ? back : 0;
+    }
+    return 0;
 }
 
 std::string Cell::textOf(const Json &value) {
@@ -133,7 +219,7 @@ void Output::text(const Table &table) {
     std::vector<std::size_t> widths;
     for (std::size_t index = 0; index < columns.size(); ++index) {
         widths.push_back(width(columns[index].title));
-        for (const auto &row : table.rows()) widths[index] = std::max(widths[index], width(row[index].text));
+        for (const auto &row : table.rows()) widths[index] = std::max(widths[index], width(printable(row[index].text)));
     }
     const auto putCell = [&](std::size_t index, std::string_view shown, Style style) {
         const bool last = index + 1 == columns.size();
@@ -143,7 +229,8 @@ void Output::text(const Table &table) {
     };
     for (std::size_t index = 0; index < columns.size(); ++index) putCell(index, columns[index].title, Style::heading);
     for (const auto &row : table.rows())
-        for (std::size_t index = 0; index < row.size(); ++index) putCell(index, row[index].text, row[index].style);
+        for (std::size_t index = 0; index < row.size(); ++index)
+            putCell(index, printable(row[index].text), row[index].style);
 }
 
 void Output::text(const Record &record) {
@@ -153,33 +240,49 @@ void Output::text(const Record &record) {
     for (const Field &field : record.fields()) {
         put(padded(field.title, widest, Align::left), Style::heading);
         put(kGap);
-        put(field.cell.text, field.cell.style);
+        put(printable(field.cell.text), field.cell.style);
         put("\n");
     }
 }
 
 void Output::line(std::string_view text, Style style) {
     if (settings_.json) return;
-    put(text, style);
+    put(printable(text), style);
+    put("\n");
+}
+
+void Output::lines(std::string_view text) {
+    if (settings_.json) return;
+    put(printableLines(text));
     put("\n");
 }
 
 void Output::document(const Json &document) {
-    if (settings_.json) put(dumped(document, 2));
+    if (settings_.json) put(dumped(document, settings_.shortJson ? -1 : 2));
 }
 
 void Output::documentLine(const Json &document) {
     if (settings_.json) put(dumped(document, -1));
 }
 
-void Output::raw(std::string_view bytes) { put(bytes); }
-
-void Output::flush() {
-    if (fflush(file_.get()) != 0 || ferror(file_.get()) != 0)
-        throw Failure(std::string("standard output cannot be written: ") + strerror(errno), "see where it leads to");
+void Output::raw(std::string_view bytes) {
+    if (settings_.terminal)
+        put(printableLines(bytes));
+    else
+        put(bytes);
 }
 
-void Output::put(std::string_view text) { fwrite(text.data(), 1, text.size(), file_.get()); }
+void Output::flush() {
+    if (fflush(file_.get()) != 0 && failed_ == 0) failed_ = errno;
+    if (failed_ == 0) return;
+    const std::string what = std::string("standard output cannot be written: ") + strerror(failed_);
+    if (failed_ == EPIPE) throw ClosedPipe(what, "keep its reader running");
+    throw Failure(what, "see where it leads to");
+}
+
+void Output::put(std::string_view text) {
+    if (fwrite(text.data(), 1, text.size(), file_.get()) != text.size() && failed_ == 0) failed_ = errno;
+}
 
 void Output::put(std::string_view text, Style style) {
     const std::string_view escape = settings_.color ? escapeOf(style) : "";

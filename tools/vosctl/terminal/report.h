@@ -1,5 +1,9 @@
 /* SPDX-License-Identifier: MIT */
-/* Results: tables and records that are printed as aligned text or as one JSON document, and where they are printed. */
+/* Results: tables and records that are printed as aligned text or as one JSON document, and where they are printed.
+ *
+ * What comes from outside may hold any bytes. It reaches a terminal through printable() and JSON through jsonOf(),
+ * which Output does for every command. Neither loses anything: what printable() escapes can be told from its \xHH, and
+ * JSON has the bytes of what is not UTF-8 in hexadecimal beside it. */
 #ifndef VOSCTL_REPORT_H
 #define VOSCTL_REPORT_H
 
@@ -77,12 +81,15 @@ class Output {
   public:
     struct Settings {
         bool json = false;
+        bool shortJson = false; /* a document on one line */
         bool color = false;
+        bool terminal = false; /* the descriptor is one */
     };
 
     Output(int fd, Settings settings); /* takes the descriptor over */
 
     [[nodiscard]] bool json() const { return settings_.json; }
+    [[nodiscard]] bool terminal() const { return settings_.terminal; }
 
     /* A command's whole result: text, or the JSON object itself. */
     void report(const Record &record);
@@ -93,16 +100,18 @@ class Output {
     void text(const Table &table);
     void text(const Record &record);
     void line(std::string_view text, Style style = Style::plain);
+    /* A text of several lines, with tabs. */
+    void lines(std::string_view text);
     void document(const Json &document);
     /* One JSON value on a line of its own, for results without an end. */
     void documentLine(const Json &document);
-    /* Bytes as they are. */
+    /* Bytes as they are, but on a terminal like lines() without a line end of its own. */
     void raw(std::string_view bytes);
 
     /* To see whether somebody still takes what is printed. */
     [[nodiscard]] int fd() const { return fileno(file_.get()); }
 
-    /* Makes sure that everything has arrived; throws a Failure otherwise. */
+    /* Makes sure that everything has arrived; throws a Failure otherwise, a ClosedPipe when nobody reads any more. */
     void flush();
 
   private:
@@ -114,10 +123,20 @@ class Output {
 
     std::unique_ptr<FILE, Close> file_;
     Settings settings_;
+    int failed_ = 0; /* errno of the first write that failed */
 };
 
 /* Text from outside made harmless: control characters and bytes that are not UTF-8 become \xHH. */
 std::string printable(std::string_view text);
+/* The same, but tabs and line ends stay. */
+std::string printableLines(std::string_view text);
+
+/* A document in which every text is UTF-8: bytes that are not become \xHH, and where the text is the member KEY of an
+ * object, a member KEYHex behind it has all its bytes. */
+Json jsonOf(const Json &document);
+
+/* Bytes at the end of a text that are the begin of a character of UTF-8 whose rest has not come yet. */
+std::size_t openCharacter(std::string_view text);
 
 /* Characters that a text takes on a terminal, when each is as wide as one. */
 std::size_t width(std::string_view text);

@@ -1,0 +1,45 @@
+/* SPDX-License-Identifier: MIT */
+/* What the help of a command says: for --help, for "vosctl help" and for the manual pages. */
+#ifndef VOSCTL_HELP_H
+#define VOSCTL_HELP_H
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+namespace vosctl {
+
+/* An argument, an option or a command, and what it is. */
+struct HelpEntry {
+    std::string title;
+    std::string text;
+};
+
+struct CommandHelp {
+    std::string words; /* "image install"; empty for vosctl itself */
+    std::string group; /* heading under which it is listed; empty when it is not listed */
+    std::string description;
+    std::string usage; /* without "vosctl" and the words */
+    std::vector<HelpEntry> arguments;
+    std::vector<HelpEntry> options;
+    std::vector<std::string> notes; /* lines */
+    std::vector<std::string> examples;
+};
+
+CommandHelp helpOf(const CLI::App &command);
+
+/* All as it is printed, in lines of at most 80 characters. */
+std::string helpText(const CLI::App &command);
+
+/* The values that a check by CLI::IsMember allows; none without one. */
+std::vector<std::string> valuesOf(const CLI::Option &option);
+
+/* What stands for the value of an option or for an argument: "FILE". */
+std::string metavariableOf(const CLI::Option &option);
+
+/* The commands below a command that are listed. */
+std::vector<const CLI::App *> commandsBelow(const CLI::App &command);
+
+}  // namespace vosctl
+
+#endif

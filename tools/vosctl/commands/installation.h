@@ -1,0 +1,32 @@
+/* SPDX-License-Identifier: MIT */
+/* Installing an image of any type: shared by image install and package apply. */
+#ifndef VOSCTL_INSTALLATION_H
+#define VOSCTL_INSTALLATION_H
+
+#include <string>
+
+#include "../terminal/report.h"
+
+namespace vosctl {
+
+struct Installation {
+    std::string file;
+    std::string version; /* of an application */
+    bool yes = false;
+    bool outside = false; /* paths with ".." too */
+    bool packageOnly = false;
+};
+
+/* Asks, installs, and reports. */
+int installImage(Output &out, const Installation &wanted);
+
+/* What is wrong with the text of a version; empty when nothing is. */
+std::string versionMistake(const std::string &text);
+
+/* vosctl image status and vosctl image restore */
+int showInstalled(Output &out);
+int restoreBackup(Output &out, bool yes);
+
+}  // namespace vosctl
+
+#endif

@@ -1,0 +1,113 @@
+/* SPDX-License-Identifier: MIT */
+/* vosctl image status, vosctl image restore: the installed application, and the way back from it. */
+#include <vosFile.h>
+
+#include "../base/words.h"
+#include "../flash/application.h"
+#include "../flash/imageFile.h"
+#include "../flash/store.h"
+#include "commands.h"
+#include "installation.h"
+
+namespace vosctl {
+
+namespace {
+
+/* "whole"; "missing"; "broken": cut off, or changed since */
+const char *stateOf(const DeviceFile &file) {
+    if (!file.content()) return "missing";
+    return isWholeApplication(*file.content()) ? "whole" : "broken";
+}
+
+Json headerOf(const DeviceFile &file) {
+    Json object{{"compatA", nullptr}, {"compatB", nullptr}, {"crc32", nullptr}};
+    if (!file.content() || file.content()->size() < kImageHeaderBytes) return object;
+    object["compatA"] = networkWord(*file.content(), 4);
+    object["compatB"] = networkWord(*file.content(), 8);
+    object["crc32"] = networkWord(*file.content(), 12);
+    return object;
+}
+
+Json describe(const DeviceFile &file, const DeviceFile &version) {
+    Json object{{"path", file.path()},
+                {"state", stateOf(file)},
+                {"version", version.content() ? Json(printable(versionText(*version.content()))) : Json(nullptr)},
+                {"bytes", file.content() ? Json(file.content()->size()) : Json(nullptr)}};
+    object.update(headerOf(file));
+    return object;
+}
+
+void print(Output &out, const char *title, const Json &object) {
+    const std::string state = object["state"];
+    const auto hex = [&](const char *key) {
+        return object[key].is_null() ? Cell{nullptr} : Cell{object[key], hexWord(object[key]), Style::plain};
+    };
+    Record record;
+    record.add("path", title, Cell{object["path"]})
+        .add("state", "state", Cell{object["state"], state == "whole" ? Style::good : Style::bad})
+        .add("version", "version", Cell{object["version"]})
+        .add("bytes", "bytes", Cell{object["bytes"]})
+        .add("compatA", "compatibility A", hex("compatA"))
+        .add("compatB", "compatibility B", hex("compatB"))
+        .add("crc32", "CRC-32", hex("crc32"));
+    out.text(record);
+}
+
+/* What to do about what was found; empty when nothing. */
+std::string remedyOf(const ApplicationFiles &files) {
+    const bool whole = stateOf(files.application()) == std::string("whole");
+    const bool way = stateOf(files.backup()) == std::string("whole");
+    if (!whole)
+        return std::string("The last installation was cut off, or the file was changed since. ") +
+               (way ? "\"vosctl image restore\" puts the backup back."
+                    : "There is no whole backup: put an image there by hand.");
+    if (!files.version().content())
+        return "The application has no version and would not be kept by the next installation. Write its version to " +
+               versionPath() + ", with a NUL at its end.";
+    if (!way) return "There is no whole backup. The next installation makes one.";
+    return "";
+}
+
+}  // namespace
+
+int showInstalled(Output &out) {
+    const ApplicationFiles files;
+    const Json application = describe(files.application(), files.version());
+    const Json backup = describe(files.backup(), files.backupVersion());
+    const bool whole = application["state"] == "whole";
+    const std::string remedy = remedyOf(files);
+    print(out, "application", application);
+    out.line("");
+    print(out, "backup", backup);
+    if (!remedy.empty()) {
+        out.line("");
+        out.line(remedy, whole ? Style::warning : Style::bad);
+    }
+    out.document(Json{{"application", application},
+                      {"backup", backup},
+                      {"cutOff", application["state"] == "broken"},
+                      {"remedy", remedy.empty() ? Json(nullptr) : Json(remedy)}});
+    return whole ? kDone : kFailed;
+}
+
+int restoreBackup(Output &out, bool yes) {
+    const ApplicationFiles before;
+    if (!before.backup().content())
+        throw Failure("there is no backup at " + backupPath(),
+                      std::string("put an application image to ") + szAppFileName + " by hand");
+    if (!isWholeApplication(*before.backup().content()))
+        throw Failure("the backup " + backupPath() + " is broken: its CRC-32 does not match, and nothing was changed",
+                      std::string("put an application image to ") + szAppFileName + " by hand");
+    confirm("The backup " + backupPath() + " overwrites " + szAppFileName + ", which is not kept. Go on?", yes);
+    progress(out, "writing the image");
+    restoreApplication(before);
+    const auto &version = before.backupVersion().content();
+    Record record;
+    record.add("path", "path", szAppFileName)
+        .add("version", "version", version ? Json(printable(versionText(*version))) : Json(nullptr))
+        .add("bytes", "bytes", before.backup().content()->size());
+    out.report(record);
+    return kDone;
+}
+
+}  // namespace vosctl

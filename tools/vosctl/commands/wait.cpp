@@ -1,0 +1,70 @@
+/* SPDX-License-Identifier: MIT */
+/* vosctl wait: until a name is reachable, or gone. */
+#include <poll.h>
+
+#include <chrono>
+
+#include "../processes/names.h"
+#include "commands.h"
+
+namespace vosctl {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr int kLookMs = 20; /* between looks: the end of a process is no event of the socket directory */
+
+struct Arguments {
+    std::string name;
+    bool gone = false;
+    bool high = false;
+    uint32_t timeoutMs = 30000;
+};
+
+bool isReachable(Reach reach) { return reach == Reach::reachable || reach == Reach::full; }
+bool isGone(Reach reach) { return reach == Reach::stale || reach == Reach::missing; }
+
+[[noreturn]] void explainEnd(const Arguments &arguments, Pair which) {
+    const std::string time = " within " + std::to_string(arguments.timeoutMs) + " ms";
+    if (arguments.gone)
+        throw Failure(arguments.name + " has not gone" + time, "end its process, or give it more --timeout");
+    const std::string late = "start its process, or give it more --timeout";
+    try {
+        requireReachable(arguments.name, which);
+    } catch (const Failure &failure) {
+        throw Failure(failure.what() + time, late);
+    }
+    throw Failure(arguments.name + " became reachable only after" + time.substr(7), late);
+}
+
+int wait(Output &out, const Arguments &arguments) {
+    const Pair which = arguments.high ? Pair::high : Pair::normal;
+    const std::string path = socketPath(arguments.name, which);
+    const auto begin = Clock::now();
+    const auto waited = [&] {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
+    };
+    for (Reach reach = reachOf(path); arguments.gone ? !isGone(reach) : !isReachable(reach); reach = reachOf(path)) {
+        if (reach == Reach::tooLong) requireReachable(arguments.name, which); /* says so */
+        if (arguments.timeoutMs != 0 && waited() >= arguments.timeoutMs) explainEnd(arguments, which);
+        poll(nullptr, 0, kLookMs);
+    }
+    out.document(Json{{"name", arguments.name}, {"reachable", !arguments.gone}, {"waitedMs", waited()}});
+    return kDone;
+}
+
+}  // namespace
+
+void addWaitCommand(CLI::App &app, Context &context) {
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App *const command = app.add_subcommand("wait", "Wait until a name is reachable, or gone");
+    addName(command, arguments->name);
+    command->add_flag("--gone", arguments->gone, "Until nobody receives under the name any more");
+    command->add_flag("--high", arguments->high, "Look at the high-priority socket");
+    addTimeout(command, arguments->timeoutMs);
+    addExample(command, "vosctl wait oltd && vosctl config-of oltd");
+    addExample(command, "vosctl wait oltd --gone --timeout 5000");
+    onRun(command, context, [arguments](Output &out) { return wait(out, *arguments); });
+}
+
+}  // namespace vosctl

@@ -1,0 +1,19 @@
+/* SPDX-License-Identifier: MIT */
+/* Writing the boot loader to its flash device. */
+#ifndef VOSCTL_BOOT_LOADER_H
+#define VOSCTL_BOOT_LOADER_H
+
+#include <string>
+
+namespace vosctl {
+
+/* Throws a Failure when the device cannot be written, or when the image is longer than it. Nothing is changed. */
+void requireBootLoaderFits(const std::string &image, const std::string &file);
+
+/* Writes it, flushes it, and reads it back from the device. When it did not arrive, the earlier bytes are put back, and
+ * a Failure says what is there now. Signals are held meanwhile. */
+void writeBootLoader(const std::string &image, const std::string &file);
+
+}  // namespace vosctl
+
+#endif
