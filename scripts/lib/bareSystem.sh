@@ -24,7 +24,8 @@ make_base() {
     echo "making a bare Debian, about 40 seconds (once)"
     rm -rf "$cache/base"
     mkdir -p "$cache/archives/partial" "$cache/ccache"
-    debootstrap --variant=minbase --cache-dir="$cache/archives" --include="$IN_THE_BASE" "$RELEASE" "$cache/base" "$mirror" >"$cache/debootstrap.log" ||
+    debootstrap --variant=minbase --cache-dir="$cache/archives" --include="$IN_THE_BASE" \
+        "$RELEASE" "$cache/base" "$mirror" >"$cache/debootstrap.log" ||
         { tail -n 20 "$cache/debootstrap.log" >&2; return 1; }
     debian_sources | sed 's/^/deb /' >"$cache/base/etc/apt/sources.list"
     # Proxies and the like; what is fetched is kept in the cache, where the next system finds it.
