@@ -24,7 +24,7 @@ GENERAL = ["What is shown", "Limits", "What is written", "Completion"]  # of the
 
 def plain(text):
     """Text of the help in Markdown."""
-    return re.sub(r"([\\*_`<>\[\]|])", r"\\\1", text)
+    return re.sub(r"([\\*_`<>\[\]])", r"\\\1", text)
 
 
 def entries(all_of_them):
@@ -86,9 +86,12 @@ def roff(name, markdown):
     day = time.strftime("%Y-%m-%d", time.gmtime(float(os.environ.get("SOURCE_DATE_EPOCH", time.time()))))
     metadata = [word for each in ("section=1", f"title={name}", "source=vos", f"date={day}") for word in ("-M", each)]
     text = markdown.replace("\\|", "/")  # in a cell of a table
-    text = subprocess.run(["lowdown", "-s", "-T", "man", *metadata], input=text, capture_output=True, text=True,
+    text = subprocess.run(["lowdown", "-s", "--out-no-smarty", "-T", "man", *metadata], input=text, capture_output=True, text=True,
                           check=True).stdout
-    text = re.sub(r"^\.S([HS])\n(.*)\n\.LP\n", r".S\1 \2\n", text, flags=re.MULTILINE)
+    text = re.sub(r"^\.S([HS])\n(.*)\n(?:\.LP\n)?", r".S\1 \2\n", text, flags=re.MULTILINE)
+    # a term and what it means, as manual pages have them
+    text = re.sub(r'^(?:\.LP\n)?(.*)\n\.if n \\\n\.sp -1v\n\.if t \\\n\.sp -0\.25v\n\.IP "" 5n\n', r".TP\n\1\n", text,
+                  flags=re.MULTILINE)
     return text.replace("\\fC", "\\fB")  # a terminal has no typewriter's letters
 
 

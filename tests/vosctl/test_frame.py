@@ -138,19 +138,18 @@ def test_a_document_on_one_line(vosctl):
     assert vosctl("--json", "ps").ok().stdout == vosctl("ps", "--json=indented").ok().stdout == '{\n  "names": []\n}\n'
 
 
-@pytest.mark.parametrize("form", ["5", "true", "false", "", "SHORT"])
+@pytest.mark.parametrize("form", ["5", "true", "false", "SHORT"])
 def test_another_form_of_json_is_a_usage_error(vosctl, form):
     vosctl(f"--json={form}", "ps").failed(2)
 
 
-@pytest.mark.parametrize("words", [["config-of", "agent"], ["object", "agent", "x"]])
-def test_too_little_memory_is_a_failure_in_json_too(binary, agent, words):
+def test_too_little_memory_is_a_failure_in_json_too(binary, agent):
     with open(binary, "rb") as program:
         if b"__asan_init" in (code := program.read()) or b"__tsan_init" in code:
             pytest.skip("a sanitizer needs more address space than any limit leaves")
     agent()
-    for limit in range(20000, 60000, 200):
-        command = f"ulimit -v {limit}; exec '{binary}' --json {' '.join(words)} --timeout 500"
+    for limit in range(4000, 40000, 100):
+        command = f"ulimit -v {limit}; exec '{binary}' --json config-of agent --timeout 500"
         done = subprocess.run(["bash", "-c", command], stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
         if b"not enough memory" in done.stderr:
             assert done.returncode == 1

@@ -49,7 +49,7 @@ def test_without_a_level_the_word_is_left_alone(vosctl, agent, log):
     vosctl("debug", "agent", "event").ok()
     logging = log(process, "log", "agent")
     assert logging.signal(signal.SIGINT).finish() == 0
-    assert words(vosctl) == f"32 {0x805}"
+    assert words(vosctl) == f"34 {0x805}"
 
 
 def test_the_level_afterwards_can_be_given(vosctl, agent, log):
@@ -185,7 +185,7 @@ def test_a_container_with_terminals_of_its_own_is_told(vosctl, background):
     background("unshare", "--mount", "sh", "-c", f"mount -t devpts devpts /dev/pts && exec '{program}' boxed", ready="ready")
     vosctl("debug", "boxed", "event").ok()
     assert "boxed is in a container with terminals of its own" in vosctl("log", "boxed", "trace").failed()
-    assert vosctl("--json", "send", "boxed", "words").ok().json["text"] == f"32 {0x805}"  # nothing was changed
+    assert vosctl("--json", "send", "boxed", "words").ok().json["text"] == f"34 {0x805}"  # nothing was changed
 
 
 def test_the_last_line_is_ended(vosctl, agent, log):

@@ -177,14 +177,28 @@ std::set<std::string> knownWords(const CLI::App &command, bool options) {
     return known;
 }
 
+bool isUnexpected(const CLI::ParseError &error) {
+    return error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+}
+
+/* What the parser did not expect. Behind a command it tells that in its message alone. */
+std::vector<std::string> unknownWords(const CLI::App &app, const CLI::ParseError &error) {
+    std::vector<std::string> unknown = app.remaining(true);
+    const std::string text = error.what();
+    const std::size_t colon = text.find(": ");
+    if (!unknown.empty() || !isUnexpected(error) || colon == std::string::npos) return unknown;
+    const std::string words = text.substr(colon + 2);
+    return {words.starts_with('-') ? words.substr(0, words.find(' ')) : words};
+}
+
 /* Help and version are what was asked for; everything else is a mistake on the command line. */
 int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
     if (error.get_exit_code() == 0)
         return printAsked(error.get_name() == "CallForHelp" ? app.help() : std::string(error.what()) + "\n");
     const CLI::App &named = deepest(app);
-    const std::vector<std::string> unknown = app.remaining(true);
+    const std::vector<std::string> unknown = unknownWords(app, error);
     const bool noCommand = error.get_name() == "RequiredError" && named.get_require_subcommand_min() > 0;
-    const bool unexpected = error.get_name() == "ExtrasError" || (noCommand && !unknown.empty());
+    const bool unexpected = isUnexpected(error) || (noCommand && !unknown.empty());
     const bool isOption = !unknown.empty() && unknown.front().starts_with('-');
     std::string what = error.what();
     std::string guess;
