@@ -2,7 +2,10 @@
 # SPDX-License-Identifier: MIT
 """Makes docs/benchmarks of what was measured: a table in Markdown and drawings.
 
-    report.py DIRECTORY       with messages.json and inprocess.json in it
+    report.py DIRECTORY         from DIRECTORY/figures.json
+    report.py DIRECTORY RAW     takes figures.json from the samples RAW/messages.json and RAW/inprocess.json first
+
+figures.json holds what the page shows, a line for each row of its tables. The samples are not kept in the repository.
 """
 import json
 import pathlib
@@ -143,18 +146,15 @@ def loops_section(rows, directory):
     return "## The receive loop\n\nServer and client on a core each, so that each wait sleeps.\n\n![](loops.svg)\n\n" + table(["loop", "requests/s", "server µs per request"], body)
 
 
-def inprocess_section(told, directory):
-    medians = [row for row in told["benchmarks"] if row.get("aggregate_name") == "median"]
+def inprocess_section(rows, directory):
     speeds = {}
     body = []
-    for row in medians:
-        name = row["run_name"]
-        crc = re.match(r"crc32/(.*)/(\d+)$", name)
-        if crc and "changed" not in name:
-            speeds.setdefault(crc.group(1), []).append((int(crc.group(2)), row["bytes_per_second"] / 1e6))
-        speed = row.get("bytes_per_second")
-        value = {"ns": 1, "us": 1e3, "ms": 1e6}[row["time_unit"]] * row["real_time"]
-        body.append([name, number(value, 1 if value < 1000 else 0), number(speed / 1e6) if speed else ""])
+    for row in sorted(rows, key=lambda row: [(int(part), "") if part.isdigit() else (-1, part) for part in row["name"].split("/")]):
+        crc = re.match(r"crc32/(.*)/(\d+)$", row["name"])
+        speed = row["bytes_per_second"]
+        if crc and "changed" not in row["name"]:
+            speeds.setdefault(crc.group(1), []).append((int(crc.group(2)), speed / 1e6))
+        body.append([row["name"], number(row["ns"], 1 if row["ns"] < 1000 else 0), number(speed / 1e6) if speed else ""])
     with draw(directory, "crc32") as axes:
         for name, points in speeds.items():
             axes.plot(*zip(*sorted(points)), "o-", label=name)
@@ -163,12 +163,42 @@ def inprocess_section(told, directory):
     return "## In one process\n\nMedians of several repetitions.\n\n![](crc32.svg)\n\n" + table(["what", "ns", "MB/s"], body)
 
 
-def main(directory):
-    messages = json.loads((directory / "messages.json").read_text(encoding="utf-8"))
-    inprocess = json.loads((directory / "inprocess.json").read_text(encoding="utf-8"))
-    for private in ("host_name", "executable", "load_avg", "date"):  # of no use elsewhere
-        inprocess["context"].pop(private, None)
-    (directory / "inprocess.json").write_text(json.dumps(inprocess, indent=1) + "\n", encoding="utf-8")
+def rounded(value):
+    """Eight digits: every figure of the page comes out as from the sample itself."""
+    if isinstance(value, dict):
+        return {key: rounded(each) for key, each in value.items()}
+    if isinstance(value, list):
+        return [rounded(each) for each in value]
+    return float(f"{value:.8g}") if isinstance(value, float) else value
+
+
+def taken(raw):
+    """What the page shows, of the samples."""
+    messages = json.loads((raw / "messages.json").read_text(encoding="utf-8"))
+    inprocess = json.loads((raw / "inprocess.json").read_text(encoding="utf-8"))["benchmarks"]
+    for suite in ("floor", "posts"):
+        for row in messages.get(suite, ()):
+            row.pop("rounds", None)
+    units = {"ns": 1, "us": 1e3, "ms": 1e6}
+    medians = [{"name": row["run_name"], "ns": units[row["time_unit"]] * row["real_time"], "bytes_per_second": row.get("bytes_per_second")}
+               for row in inprocess if row.get("aggregate_name") == "median"]
+    return rounded({**messages, "inprocess": medians})
+
+
+def written(figures):
+    """JSON with a line for each row, so that a difference can be read."""
+    def rows(value):
+        if isinstance(value, list):
+            return "[\n  " + ",\n  ".join(json.dumps(each) for each in value) + "\n ]"
+        return json.dumps(value)
+    return "{\n " + ",\n ".join(f"{json.dumps(key)}: {rows(value)}" for key, value in figures.items()) + "\n}\n"
+
+
+def main(directory, raw=None):
+    file = directory / "figures.json"
+    if raw:
+        file.write_text(written(taken(raw)), encoding="utf-8")
+    messages = json.loads(file.read_text(encoding="utf-8"))
     quick = "\n**A quick run, which only shows that everything works: its figures mean nothing.**\n" if messages["quick"] else ""
     parts = [
         "# Benchmarks\n\nWritten by `scripts/bench` on %s: %s, %d processors, Linux %s. Server and client share a core, have\n"
@@ -180,10 +210,10 @@ def main(directory):
         posts_section(messages["posts"]),
         lanes_section(messages["lanes"]),
         loops_section(messages["loops"], directory),
-        inprocess_section(inprocess, directory),
+        inprocess_section(messages["inprocess"], directory),
     ]
     (directory / "README.md").write_text("\n".join(parts), encoding="utf-8")
 
 
 if __name__ == "__main__":
-    main(pathlib.Path(sys.argv[1]))
+    main(*map(pathlib.Path, sys.argv[1:]))

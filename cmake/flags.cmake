@@ -9,15 +9,18 @@ if(VOS_WERROR)
   target_compile_options(vos_flags INTERFACE -Werror)
 endif()
 
-# What is delivered is hardened; tests are not.
+# Whatever may be delivered is hardened: every build type but Debug, also the one that Debian's packages are built with,
+# "None". Tests are not, and a sanitizer's build does its own checks.
 add_library(vos_hardening INTERFACE)
-if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT VOS_SANITIZE)
-  target_compile_options(vos_hardening INTERFACE -D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection)
-  target_link_options(vos_hardening INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+set(hardened $<NOT:$<CONFIG:Debug>>)
+if(NOT VOS_SANITIZE)
+  target_compile_options(vos_hardening INTERFACE
+    "$<${hardened}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2;-fstack-protector-strong;-fstack-clash-protection>")
+  target_link_options(vos_hardening INTERFACE $<${hardened}:-Wl,-z,relro,-z,now,-z,noexecstack>)
   if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
-    target_compile_options(vos_hardening INTERFACE -fcf-protection)
+    target_compile_options(vos_hardening INTERFACE $<${hardened}:-fcf-protection>)
   elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
-    target_compile_options(vos_hardening INTERFACE -mbranch-protection=standard)
+    target_compile_options(vos_hardening INTERFACE $<${hardened}:-mbranch-protection=standard>)
   endif()
 endif()
 

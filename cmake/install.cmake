@@ -1,4 +1,4 @@
-# Installation: headers, both libraries, and what pkg-config and find_package need to find them.
+# Installation: headers, both libraries, and what pkg-config and find_package need to find them; vosctl's completions.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vos vos_static EXPORT vosTargets)
@@ -15,3 +15,24 @@ configure_package_config_file(cmake/vosConfig.cmake.in vosConfig.cmake
 write_basic_package_version_file(vosConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/vosConfig.cmake ${PROJECT_BINARY_DIR}/vosConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vos)
+
+# Completions. zsh looks in another directory below /usr than below any other prefix, and the prefix is known only when it
+# is installed (cmake --install --prefix), so that directory is chosen then.
+if(VOS_BUILD_TOOLS)
+  set(completion ${PROJECT_SOURCE_DIR}/tools/vosctl/completion)
+  install(FILES ${completion}/vosctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vosctl)
+  install(FILES ${completion}/vosctl.fish DESTINATION ${VOS_FISH_COMPLETIONS})
+  install(CODE "
+    set(zsh \"${VOS_ZSH_COMPLETIONS}\")
+    if(NOT zsh AND CMAKE_INSTALL_PREFIX MATCHES \"^/usr/?$\")
+      set(zsh ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+    elseif(NOT zsh)
+      set(zsh ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    endif()
+    cmake_path(ABSOLUTE_PATH zsh BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+    file(INSTALL \"${completion}/vosctl.zsh\" DESTINATION \"\${zsh}\" RENAME _vosctl)")
+endif()
+
+# cmake --build build --target uninstall
+add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -D MANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt
+                                    -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake VERBATIM)

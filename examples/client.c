@@ -5,10 +5,10 @@
 
 int main(int argc, char **argv) {
     const char *const name = argc > 1 ? argv[1] : "server";
-    char text[6] = "who?";
+    char text[7] = "who?"; /* one byte more than is sent and received: the answer's text may have no NUL */
     uint32_t code = 0;
     vosProcessInit("client");
-    if (vosMsgSend(name, text, sizeof text, 0, &code, 3000, 0) != VOS_OK) {
+    if (vosMsgSend(name, text, sizeof text - 1, 0, &code, 3000, 0) != VOS_OK) {
         printf("\nclient: %s does not answer\n", name);
         return 1;
     }

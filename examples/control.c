@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What a tool does to a running process: switch its trace, ask for its configuration, get through when it is busy. */
+/* What a tool does to a running process: switch its trace, ask for its configuration, ask it while it is busy. */
 #include <stdio.h>
 #include <string.h>
 #include <vos.h>
@@ -23,10 +23,10 @@ static int trace(void) {
 
 static int config(void) {
     char text[4096];
-    uint32_t room = sizeof text;
-    const int32_t result = vosMsgBldrunSend("server", text, &room, 0, 0);
+    uint32_t unused = sizeof text; /* the size of the buffer, then what the configuration has left of it */
+    const int32_t result = vosMsgBldrunSend("server", text, &unused, 0, 0);
     if (result != VOS_OK) return 1;
-    printf("%.*s", (int)(sizeof text - room), text);
+    printf("%.*s", (int)(sizeof text - unused), text);
     return 0;
 }
 

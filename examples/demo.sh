@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Shows processes that talk: run in the sandbox as `examples/demo.sh DIRECTORY-OF-THE-BUILT-EXAMPLES`. Ends with an
-# error as soon as something shown is not so.
+# Shows processes that send each other messages. Run it in the sandbox:
+#
+#     tests/support/sandbox bash examples/demo.sh DIRECTORY-OF-THE-BUILT-EXAMPLES
+#
+# Ends with an error as soon as an output is not as expected.
 set -euo pipefail
 programs=$1
 log=/tmp/server.log
@@ -13,12 +16,12 @@ await() { # CONDITION...: at most ten seconds
         if "$@"; then return; fi
         sleep 0.01
     done
-    fail "waited in vain: $*"
+    fail "not so after ten seconds: $*"
 }
 logged() { tr '\r' '\n' <"$log" | grep -c "$1" || true; }
 loggedTimes() { [ "$(logged "$1")" = "$2" ]; }
 
-say "A client asks a server that does not run: the refusal comes at once"
+say "A client asks a server that does not run: it fails at once"
 if "$programs/client" server; then fail "somebody answered"; fi
 
 say "The server starts; its channel is two sockets under /tmp/vos"
@@ -42,7 +45,7 @@ configuration=$("$programs/control" config) || fail "no configuration came"
 printf '%s\n' "$configuration" | sed 's/^/    /'
 grep -q '^name server$' <<<"$configuration" || fail "that is not the server's configuration"
 
-say "The server is kept busy through its normal socket; the high-priority socket gets through"
+say "The server is kept busy through its normal socket; a request to the high-priority socket is answered first"
 "$programs/control" busy || fail "the high socket did not come first"
 
 say "The server is told to stop; no requester has left a socket behind"

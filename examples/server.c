@@ -7,7 +7,7 @@
 
 static uint32_t worked;
 
-/* The configuration is text; what stays free of the buffer is left in *pLen. */
+/* The configuration is text. *pLen is the size of the buffer, and then what the text has left of it. */
 static int32_t printConfig(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_t ulValue2) {
     (void)ulValue1;
     (void)ulValue2;
@@ -17,9 +17,9 @@ static int32_t printConfig(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_
     return VOS_OK;
 }
 
-/* Something that takes its time. */
+/* Something that takes a tenth of a second. */
 static void work(void) {
-    const struct timespec tenth = {0, 100000000};
+    const struct timespec tenth = {0, 100000000}; /* nanoseconds */
     nanosleep(&tenth, NULL);
     ++worked;
 }
@@ -32,9 +32,9 @@ int main(void) {
     vosMsgRegisterBldrun(printConfig);
     for (;;) {
         memset(text, 0, sizeof text);
-        if (vosMsgRecv(0, text, sizeof text, 0xFFFFFFFF, &peer) < 0) continue;
+        if (vosMsgRecv(0, text, sizeof text, VOS_WAIT_FOREVER, &peer) < 0) continue;
         if (strncmp(text, "stop", sizeof text) == 0) return 0;
         if (strncmp(text, "work", sizeof text) == 0) work();
-        vosMsgResp(0, worked, "hello", 6, &peer); /* to the requesters that want an answer */
+        vosMsgResp(0, worked, "hello", 6, &peer); /* nothing is sent to a requester that wants no answer */
     }
 }

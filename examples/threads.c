@@ -1,18 +1,17 @@
 /* SPDX-License-Identifier: MIT */
-/* One process with four loops: its main channel, a second channel, and two thread channels. Another thread asks all. */
+/* One process with four loops: its main channel, a second channel, and two thread channels. One more thread sends a
+ * request to each. */
 #include <pthread.h>
 #include <stdio.h>
 #include <vos.h>
 
-#define FOREVER 0xFFFFFFFF
-
-/* Each loop answers one request with a number of its own. A thread's buffer holds the header and the payload, and lies
- * on an 8-byte boundary. */
+/* Each loop answers one request with a number of its own. A thread's buffer has space for the header and the payload,
+ * and is aligned to 8 bytes. */
 static void *threadLoop(void *pSocketFd) {
-    _Alignas(8) char room[32 + 8];
+    _Alignas(8) char message[sizeof(VOS_MSG_HEAD) + 8];
     VOS_MSG_PEER peer;
-    if (vosMsgThreadRecv(*(int32_t *)pSocketFd, room, sizeof room, 0, &peer) >= 0)
-        vosMsgThreadResp(0, room, 30, 0, &peer);
+    if (vosMsgThreadRecv(*(int32_t *)pSocketFd, message, sizeof message, 0, &peer) >= 0)
+        vosMsgThreadResp(0, message, 30, 0, &peer);
     return NULL;
 }
 
@@ -20,7 +19,7 @@ static void *secondLoop(void *pUnused) {
     char text[8];
     VOS_MSG_PEER peer;
     (void)pUnused;
-    if (vosMsgRecv2(0, text, sizeof text, FOREVER, &peer) >= 0) vosMsgResp2(0, 20, text, 0, &peer);
+    if (vosMsgRecv2(0, text, sizeof text, VOS_WAIT_FOREVER, &peer) >= 0) vosMsgResp2(0, 20, text, 0, &peer);
     return NULL;
 }
 
@@ -52,7 +51,7 @@ int main(void) {
     pthread_create(&loops[1], NULL, threadLoop, &sockets[0]);
     pthread_create(&loops[2], NULL, threadLoop, &sockets[1]);
     pthread_create(&loops[3], NULL, askAll, &sum);
-    if (vosMsgRecv(0, text, sizeof text, FOREVER, &peer) >= 0) vosMsgResp(0, 10, text, 0, &peer);
+    if (vosMsgRecv(0, text, sizeof text, VOS_WAIT_FOREVER, &peer) >= 0) vosMsgResp(0, 10, text, 0, &peer);
     for (int i = 0; i < 4; ++i) pthread_join(loops[i], NULL);
     return sum == 10 + 20 + 30 + 30 ? 0 : 1;
 }

@@ -4,12 +4,12 @@
  * Diagnostics output and memory.
  *
  * Every function of the library reports its progress and its failures as lines of one leveled log. A line goes to
- * standard output and looks like this, where the leading CR LF starts it on a fresh line and nothing ends it:
+ * standard output and looks like this. It begins with CR LF and has no line end:
  *
  *     \r\n<process name>(<process id>) <function>:<what happened>
  *
  * One flag word per process decides which levels are printed; another process can change it at run time with
- * vosMsgDebugVos(). The allocation calls are the system library's with 32-bit sizes.
+ * vosMsgDebugVos(). The allocation calls are the C library's with 32-bit sizes.
  */
 #ifndef VOS_DEBUG_H
 #define VOS_DEBUG_H
@@ -51,14 +51,13 @@ int32_t vosDebugConfig(uint32_t ulFlags);
  * Prints one log line if its level is switched on. A filtered call formats nothing and calls nothing.
  *
  * The message is cut at 255 characters. The finished line is used once more as a format without arguments, so a
- * percent sign that the message itself yields is taken as a conversion: double it there ("%%%%" in a format that
- * shall show "%"), or print text from outside with vosPrintf("%s", text).
+ * percent sign in the formatted message is taken as a conversion: double it there ("%%%%" in a format that shall show
+ * "%"), or print text from outside with vosPrintf("%s", text). Percent signs of the process name are shown as they are.
  *
  * @param ulLevel  bits of the level; any bit in common with the flag word prints the line
  * @param pFormat  format as for printf; by convention it begins with "%s:" for the calling function's own name
- * @return the number of characters written; 0 when the level is filtered out; VOS_ERROR when the header is longer
- *         than VOS_PRINTF_HEAD_LEN (a complaint is printed instead of the line); a negative value when standard
- *         output cannot be written. errno is left as it was.
+ * @return the number of characters formatted, as by vosPrintf(); 0 when the level is filtered out; VOS_ERROR when the
+ *         header is longer than VOS_PRINTF_HEAD_LEN (a line that says so is printed instead). errno is left as it was
  * @threads any; one line is one write to the stream, so lines of different threads do not mix
  */
 int32_t vosDebugPrintf(uint32_t ulLevel, const char *pFormat, ...)
@@ -71,7 +70,8 @@ int32_t vosDebugPrintf(uint32_t ulLevel, const char *pFormat, ...)
  * Prints to standard output, whatever the flag word holds, and flushes it.
  *
  * @param pFormat  format as for printf
- * @return what vprintf returns: the number of characters, or a negative value on an output error
+ * @return what vprintf returns: the number of characters formatted, or a negative value. Output that cannot be written
+ *         usually gives no negative value, because it fails when the stream is flushed, which is not looked at
  * @threads any
  */
 int32_t vosPrintf(const char *pFormat, ...)
@@ -85,8 +85,8 @@ int32_t vosPrintf(const char *pFormat, ...)
  * by every call.
  *
  * @param pFormat  format as for printf
- * @return the number of characters; VOS_ERROR when "/dev/console" cannot be opened; a negative value on an output
- *         error
+ * @return the number of characters formatted; VOS_ERROR when "/dev/console" cannot be opened. A text that the console
+ *         does not take usually gives no negative value, as with vosPrintf()
  * @threads any
  */
 int32_t vosPrintConsole(const char *pFormat, ...)
@@ -118,8 +118,9 @@ void *vosCalloc(uint32_t ulCount, uint32_t ulSize);
  * Changes a block's size, as realloc.
  *
  * @param pBlock  block to resize, or null for a new one
- * @param ulSize  new size in bytes
- * @return the block, possibly moved; null when there is no memory, and then the old block is still valid
+ * @param ulSize  new size in bytes; 0 releases the block and gives null: it must not be used or released again
+ * @return the block, possibly moved; for a size other than 0, null when there is no memory, and then the old block is
+ *         still valid
  * @threads any
  */
 void *vosRealloc(void *pBlock, uint32_t ulSize);
@@ -151,19 +152,26 @@ void *vosDmaMalloc(uint32_t ulSize, uint32_t ulReserved);
  */
 void vosDmaFree(void *pBlock);
 
+/** Options of vosMemoryShareGet(). */
+enum {
+    VOS_SHARE_READ_ONLY = 1, /**< Attach the segment for reading only. */
+    VOS_SHARE_CREATE = 2     /**< Create the segment if it does not exist. */
+};
+
 /**
- * Attaches the System V shared memory segment that a file and a project number name, creating it on demand. Every
- * process that asks with the same file and number shares the segment; nothing in the library detaches or removes
- * it. Access to its contents is not synchronised.
+ * Attaches the System V shared memory segment that belongs to a file and a project number, and creates it if asked to.
+ * Every process that asks with the same file and number shares the segment. Access to its contents is not synchronised.
+ * The library never detaches or removes it; a caller detaches it with shmdt().
  *
- * A segment is created readable by its owner (read-only) or readable by its owner's privilege and writable by the
- * group (read-write); processes with full privileges are not stopped by these bits.
+ * A segment is created with mode 0400 (owner read) with VOS_SHARE_READ_ONLY, else with mode 0420 (owner read, group
+ * write). Processes with full privileges may read and write it whatever its mode.
  *
  * @param pPath      an existing file
- * @param ucProject  project number; 0 gives a key that the system library leaves undefined
+ * @param ucProject  project number; with 0 the C library does not define which key results
  * @param ulSize     bytes; must not exceed the size of a segment that exists already
- * @param iOptions   bit value 1: attach read-only; bit value 2: create the segment if it does not exist
- * @return the address, or null after one error line that names the failed call (ftok, shmget or shmat)
+ * @param iOptions   VOS_SHARE_READ_ONLY, VOS_SHARE_CREATE, both or 0
+ * @return the address, or null after one error line with the failed call (ftok, shmget or shmat), for a null path
+ *         "parameter error."; errno is that of the failed call
  * @threads any
  */
 void *vosMemoryShareGet(const char *pPath, uint8_t ucProject, uint32_t ulSize, int32_t iOptions);

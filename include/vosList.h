@@ -3,11 +3,11 @@
  * @file vosList.h
  * Intrusive lists in the style of real-time kernels: singly linked (sll) and doubly linked with a count (lst).
  *
- * The caller's records begin with a node and the lists only link them: apart from sllCreate() nothing allocates, and
- * apart from sllDelete() and lstFree() nothing frees. No call locks; a list belongs to one thread at a time, or the
- * caller guards it. That a node is in at most one list, and in the list it is removed from, is the caller's promise.
- * A null list or node where one is needed is refused: nothing is changed, one error line is logged, and the result
- * is the one that stands for "nothing" (null, 0, -1).
+ * The caller's records begin with a node, and the lists only link them. Only sllCreate() allocates; only sllDelete()
+ * and lstFree() free. No call locks: a list is owned by one thread at a time, or the caller guards it with a lock. A
+ * node may be in one list only, and is removed only from the list it is in; no call checks this. A null list or node is
+ * refused: nothing is changed, one error line is logged, and the result is null, 0 or -1 (VOS_ERR_PARAM from
+ * sllInit()).
  *
  *     struct Port { LST_NODE node; int number; };
  *     LST_LIST ports;
@@ -62,7 +62,7 @@ SLL_LIST *sllCreate(void);
  *
  * @param pList  the list
  * @return VOS_OK; VOS_ERR_PARAM when the list is null
- * @threads the list's
+ * @threads the one that owns the list
  */
 int32_t sllInit(SLL_LIST *pList);
 
@@ -71,7 +71,7 @@ int32_t sllInit(SLL_LIST *pList);
  *
  * @param pList  the list; null is allowed
  * @return VOS_OK
- * @threads the list's
+ * @threads the one that owns the list
  */
 int32_t sllDelete(SLL_LIST *pList);
 
@@ -89,7 +89,7 @@ int32_t sllTerminate(SLL_LIST *pList);
  *
  * @param pList  the list
  * @param pNode  a node that is in no list
- * @threads the list's
+ * @threads the one that owns the list
  */
 void sllPutAtHead(SLL_LIST *pList, SLL_NODE *pNode);
 
@@ -98,7 +98,7 @@ void sllPutAtHead(SLL_LIST *pList, SLL_NODE *pNode);
  *
  * @param pList  the list
  * @param pNode  a node that is in no list
- * @threads the list's
+ * @threads the one that owns the list
  */
 void sllPutAtTail(SLL_LIST *pList, SLL_NODE *pNode);
 
@@ -107,7 +107,7 @@ void sllPutAtTail(SLL_LIST *pList, SLL_NODE *pNode);
  *
  * @param pList  the list
  * @return the node, or null when the list is empty
- * @threads the list's
+ * @threads the one that owns the list
  */
 SLL_NODE *sllGet(SLL_LIST *pList);
 
@@ -116,8 +116,8 @@ SLL_NODE *sllGet(SLL_LIST *pList);
  *
  * @param pList      the list
  * @param pNode      a node of this list
- * @param pPrevious  the node before it, null when it is the head; taken on trust, sllPrevious() finds it
- * @threads the list's
+ * @param pPrevious  the node before it, null when it is the head; not checked; sllPrevious() finds it
+ * @threads the one that owns the list
  */
 void sllRemove(SLL_LIST *pList, SLL_NODE *pNode, SLL_NODE *pPrevious);
 
@@ -127,7 +127,7 @@ void sllRemove(SLL_LIST *pList, SLL_NODE *pNode, SLL_NODE *pPrevious);
  * @param pList  the list
  * @param pNode  the node to look for
  * @return the node before it; null when it is the head or not in the list
- * @threads the list's
+ * @threads the one that owns the list
  */
 SLL_NODE *sllPrevious(SLL_LIST *pList, SLL_NODE *pNode);
 
@@ -136,7 +136,7 @@ SLL_NODE *sllPrevious(SLL_LIST *pList, SLL_NODE *pNode);
  *
  * @param pList  the list
  * @return the number of nodes
- * @threads the list's
+ * @threads the one that owns the list
  */
 uint32_t sllCount(SLL_LIST *pList);
 
@@ -151,7 +151,7 @@ void lstLibInit(void);
  * Makes a list empty, whatever it held.
  *
  * @param pList  the list
- * @threads the list's
+ * @threads the one that owns the list
  */
 void lstInit(LST_LIST *pList);
 
@@ -161,7 +161,7 @@ void lstInit(LST_LIST *pList);
  * @param pList      the list
  * @param pPrevious  a node of this list, or null to put the node in front of all others
  * @param pNode      a node that is in no list
- * @threads the list's
+ * @threads the one that owns the list
  */
 void lstInsert(LST_LIST *pList, LST_NODE *pPrevious, LST_NODE *pNode);
 
@@ -170,7 +170,7 @@ void lstInsert(LST_LIST *pList, LST_NODE *pPrevious, LST_NODE *pNode);
  *
  * @param pList  the list
  * @param pNode  a node that is in no list
- * @threads the list's
+ * @threads the one that owns the list
  */
 void lstAdd(LST_LIST *pList, LST_NODE *pNode);
 
@@ -179,7 +179,7 @@ void lstAdd(LST_LIST *pList, LST_NODE *pNode);
  *
  * @param pList  the list
  * @param pNode  a node that is in no list
- * @threads the list's
+ * @threads the one that owns the list
  */
 void lstAddUrgent(LST_LIST *pList, LST_NODE *pNode);
 
@@ -188,7 +188,7 @@ void lstAddUrgent(LST_LIST *pList, LST_NODE *pNode);
  *
  * @param pList  the list
  * @param pNode  a node of this list
- * @threads the list's
+ * @threads the one that owns the list
  */
 void lstDelete(LST_LIST *pList, LST_NODE *pNode);
 
@@ -197,7 +197,7 @@ void lstDelete(LST_LIST *pList, LST_NODE *pNode);
  *
  * @param pList  the list
  * @return the node, or null when the list is empty
- * @threads the list's
+ * @threads the one that owns the list
  */
 LST_NODE *lstGet(LST_LIST *pList);
 
@@ -207,8 +207,9 @@ LST_NODE *lstGet(LST_LIST *pList);
  * @param pList         the list
  * @param pStart        first node of the run
  * @param pEnd          last node of the run, the start or a node behind it
- * @param pDestination  list to overwrite with the run; need not be initialised
- * @threads both lists'
+ * @param pDestination  list that is overwritten with the run; need not be initialised; may be the list itself, whose
+ *                      other nodes are then in no list
+ * @threads the one that owns both lists
  */
 void lstExtract(LST_LIST *pList, LST_NODE *pStart, LST_NODE *pEnd, LST_LIST *pDestination);
 
@@ -217,7 +218,7 @@ void lstExtract(LST_LIST *pList, LST_NODE *pStart, LST_NODE *pEnd, LST_LIST *pDe
  *
  * @param pDestination  list that takes the nodes
  * @param pSource       list that is empty afterwards
- * @threads both lists'
+ * @threads the one that owns both lists
  */
 void lstConcat(LST_LIST *pDestination, LST_LIST *pSource);
 
@@ -226,7 +227,7 @@ void lstConcat(LST_LIST *pDestination, LST_LIST *pSource);
  *
  * @param pList  the list
  * @return the count
- * @threads the list's
+ * @threads the one that owns the list
  */
 int32_t lstCount(LST_LIST *pList);
 
@@ -235,7 +236,7 @@ int32_t lstCount(LST_LIST *pList);
  *
  * @param pList  the list
  * @return the head, or null when the list is empty
- * @threads the list's
+ * @threads the one that owns the list
  */
 LST_NODE *lstFirst(LST_LIST *pList);
 
@@ -244,7 +245,7 @@ LST_NODE *lstFirst(LST_LIST *pList);
  *
  * @param pList  the list
  * @return the tail, or null when the list is empty
- * @threads the list's
+ * @threads the one that owns the list
  */
 LST_NODE *lstLast(LST_LIST *pList);
 
@@ -253,7 +254,7 @@ LST_NODE *lstLast(LST_LIST *pList);
  *
  * @param pNode  the node
  * @return the next node, or null at the end
- * @threads the list's
+ * @threads the one that owns the list
  */
 LST_NODE *lstNext(LST_NODE *pNode);
 
@@ -262,7 +263,7 @@ LST_NODE *lstNext(LST_NODE *pNode);
  *
  * @param pNode  the node
  * @return the node before, or null at the beginning
- * @threads the list's
+ * @threads the one that owns the list
  */
 LST_NODE *lstPrevious(LST_NODE *pNode);
 
@@ -272,7 +273,7 @@ LST_NODE *lstPrevious(LST_NODE *pNode);
  * @param pList      the list
  * @param iPosition  position, 1 is the head
  * @return the node; null when the position is below 1 or above the count
- * @threads the list's
+ * @threads the one that owns the list
  */
 LST_NODE *lstNth(LST_LIST *pList, int32_t iPosition);
 
@@ -282,7 +283,7 @@ LST_NODE *lstNth(LST_LIST *pList, int32_t iPosition);
  * @param pNode   where to start
  * @param iSteps  steps forward, or backward when negative; 0 gives the node itself
  * @return the node, or null when the list ends before
- * @threads the list's
+ * @threads the one that owns the list
  */
 LST_NODE *lstNStep(LST_NODE *pNode, int32_t iSteps);
 
@@ -292,7 +293,7 @@ LST_NODE *lstNStep(LST_NODE *pNode, int32_t iSteps);
  * @param pList  the list
  * @param pNode  the node to look for
  * @return its position, 1 is the head; -1 when it is not in the list
- * @threads the list's
+ * @threads the one that owns the list
  */
 int32_t lstFind(LST_LIST *pList, LST_NODE *pNode);
 
@@ -300,7 +301,7 @@ int32_t lstFind(LST_LIST *pList, LST_NODE *pNode);
  * Frees every node with free() and makes the list empty. Does nothing when the count is below 1.
  *
  * @param pList  the list; every node is the start of a block of vosMalloc() or malloc()
- * @threads the list's
+ * @threads the one that owns the list
  */
 void lstFree(LST_LIST *pList);
 

@@ -14,15 +14,20 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/** Called by a receive loop when a registered descriptor is readable. The result is ignored. It may add descriptors and
- *  remove any, its own included. */
+/**
+ * Called by a receive loop for a registered descriptor that select() has reported readable. The result is ignored.
+ *
+ * The handler may add descriptors and remove any, its own included. A descriptor that is added during a wake-up of the
+ * loop, under whatever number, is served in a later wake-up. When both loops of a process run, one event may call the
+ * handler in both threads: the descriptor must then be non-blocking, and the handler must expect to find nothing.
+ */
 typedef int32_t (*VOS_MSG_SOCK_PROC)(int32_t iFd, void *pArg);
 
 /** A registered descriptor. */
 typedef struct VOS_MSG_USER_SOCKET {
     struct VOS_MSG_USER_SOCKET *pNext; /**< The next one; kept by the library. */
     int32_t iFd;                       /**< The descriptor, 0 to 1023. */
-    VOS_MSG_SOCK_PROC pProc;           /**< Called when it is readable. */
+    VOS_MSG_SOCK_PROC pProc;           /**< Called when it is readable. Null: listed, but not watched. */
     void *pArg;                        /**< Passed to pProc. */
 } VOS_MSG_USER_SOCKET;
 
@@ -39,7 +44,7 @@ extern VOS_MSG_TIMER *g_pVosMsgTimerFirst2;
 extern uint32_t g_ulVosMsgMagic2; /**< Counts registrations from 0. */
 /** The registered descriptors, newest first. Both receive loops of a process watch them. */
 extern VOS_MSG_USER_SOCKET *g_pUserSocketList;
-/** The applications' own; the library leaves it at 0. */
+/** For the application's use. The library never reads or writes it; it is 0 at the start. */
 extern uint32_t g_vosUserSocketNum;
 
 /**
@@ -56,13 +61,15 @@ extern uint32_t g_vosUserSocketNum;
 int32_t vosMsgThreadInit(const char *pProcName, int32_t iNumber, int32_t *pSocketFd, uint32_t ulHigh);
 
 /**
- * Waits without a time-out for an application message on a thread's socket and handles all others on the way. No
- * timers fire here, and no application descriptors are watched.
+ * Waits without a time-out for an application message on a thread's socket and handles all other messages while it
+ * waits. No timers fire here, and no application descriptors are watched.
  *
- * Handlers of events and requests then run in the calling thread. Answers about configuration objects are built in the
- * process-wide g_vosMsgBufferSend, which only one thread at a time may use.
+ * Handlers of events and requests run in the calling thread. Answers about configuration objects are built in
+ * g_vosMsgBufferSend, which all loops of the process share: when two loops answer at the same time, the two answers may
+ * be mixed. The call needs up to 80 KiB of stack, and the handlers' own need comes on top.
  *
- * @param iSocketFd  the thread's descriptor
+ * @param iSocketFd  the thread's descriptor, below 1024; vosMsgThreadInit() succeeds above that, and this call then
+ *                   fails. Only one thread may receive from it.
  * @param pMsgBuf    receives the message: the 32-byte header, then the payload. It should be 8-byte aligned: the value
  *                   of a configuration object must lie on an 8-byte boundary in memory, and with a buffer that does
  *                   not, such a request ends the process with an assertion line.
@@ -70,7 +77,8 @@ int32_t vosMsgThreadInit(const char *pProcName, int32_t iNumber, int32_t *pSocke
  * @param ulReserved not used
  * @param pPeer      receives whom to answer
  * @return the number of bytes received, header included; VOS_ERR_PARAM for a null pointer or a buffer of 32 bytes or
- *         less; VOS_ERROR when waiting or receiving fails, a signal or an empty datagram included
+ *         less; VOS_ERROR when waiting or receiving fails. A handled signal makes the wait fail, also when its handler
+ *         was installed with SA_RESTART, and so does an empty datagram.
  */
 int32_t vosMsgThreadRecv(int32_t iSocketFd, void *pMsgBuf, uint32_t ulMsgSize, uint32_t ulReserved,
                          VOS_MSG_PEER *pPeer);
@@ -96,8 +104,8 @@ int32_t vosMsgThreadResp(int32_t iReserved, void *pMsgBuf, uint32_t ulRetCode, u
  * @param pMsgBuf      payload, in and out
  * @param ulMsgSize    its size in bytes, up to 64568
  * @param ulNoReturn   0: wait for the answer; 1: the receiver shall not answer; others: do not wait
- * @param pRetCode     receives the answer's code; needed only when an answer is awaited
- * @param ulTimeoutMs  time-out for sending and for the answer in milliseconds; 0 for none
+ * @param pRetCode     receives the answer's code; null: the code is dropped
+ * @param ulTimeoutMs  time-out for sending and for the answer in milliseconds; 0: wait for ever
  * @param ulReserved   not used
  * @return as vosMsgSend()
  */
@@ -127,16 +135,19 @@ int32_t vosMsgInit2(const char *pProcName, uint32_t ulFlags, void *pReserved);
 
 /**
  * The receive loop of the second channel: as vosMsgRecv(), with its own sockets, buffer and timers. The application's
- * descriptors are watched here too; the list is not protected, so it must not change while both loops run.
+ * descriptors are watched here too. Their list has no lock, so it must not change while both loops run.
+ *
+ * The call needs up to 80 KiB of stack, and the handlers' own need comes on top. Answers about configuration objects
+ * are built in g_vosMsgBufferSend, which all loops of the process share: when two loops answer at the same time, the
+ * two answers may be mixed.
  *
  * @param ulReserved   not used
- * @param pMsgBuf      buffer for the payload
- * @param ulMsgSize    its size in bytes, up to 64568
- * @param ulTimeoutMs  milliseconds to wait, 0xFFFFFFFF for ever; starts again whenever a timer has fired
+ * @param pMsgBuf      buffer for the payload; may be null when the size is 0
+ * @param ulMsgSize    its size in bytes, up to 64568; what does not fit is discarded
+ * @param ulTimeoutMs  milliseconds to wait, as for vosMsgRecv()
  * @param pPeer        receives whom to answer
  * @return as vosMsgRecv()
- * @threads the second channel's thread. Requests about configuration objects are answered from g_vosMsgBufferSend,
- *          which only one thread at a time may use.
+ * @threads the second channel's thread
  */
 int32_t vosMsgRecv2(uint32_t ulReserved, void *pMsgBuf, uint32_t ulMsgSize, uint32_t ulTimeoutMs, VOS_MSG_PEER *pPeer);
 
@@ -162,8 +173,8 @@ int32_t vosMsgResp2(int32_t iReserved, uint32_t ulRetCode, const void *pMsgBuf, 
  * @param pMsgBuf      payload, in and out
  * @param ulMsgSize    its size in bytes, up to 64568
  * @param ulNoReturn   0: wait for the answer; 1: the receiver shall not answer; others: do not wait
- * @param pRetCode     receives the answer's code; needed only when an answer is awaited
- * @param ulTimeoutMs  time-out for sending and for the answer in milliseconds; 0 for none
+ * @param pRetCode     receives the answer's code; null: the code is dropped
+ * @param ulTimeoutMs  time-out for sending and for the answer in milliseconds; 0: wait for ever
  * @param ulFlags      1: to the receiver's high-priority socket; other bits are ignored
  * @return as vosMsgSend()
  * @threads the second channel's thread
@@ -189,27 +200,34 @@ int32_t vosTimerRegister2(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TI
 /**
  * Lets the receive loops watch a descriptor.
  *
- * @param iFd    descriptor, 0 to 1023; it stays the caller's and must be removed before it is closed
- * @param pProc  called when it is readable
+ * @param iFd    descriptor, 0 to 1023. It stays the caller's. Remove it before you close it: with a closed descriptor
+ * in the list every wait fails.
+ * @param pProc  called when it is readable; null lists the descriptor and does not watch it
  * @param pArg   passed to pProc
  * @return VOS_OK; VOS_ERR_PARAM for a descriptor out of range; VOS_ERR_EXIST when it is registered; VOS_ERR_MEMORY
  * @threads the receive loop's, as for all four calls
  */
 int32_t vosMsgSockAdd(int32_t iFd, VOS_MSG_SOCK_PROC pProc, void *pArg);
 
-/** Removes a descriptor that was added with vosMsgSockAdd(). @return VOS_OK; VOS_ERROR when it is not registered */
+/**
+ * Removes a descriptor that was added with vosMsgSockAdd(), and frees its node. Never call it for a node of the
+ * caller's own: it would free that one too.
+ *
+ * @param iFd  descriptor
+ * @return VOS_OK; VOS_ERROR when it is not registered
+ */
 int32_t vosMsgSockDelete(int32_t iFd);
 
 /**
- * As vosMsgSockAdd(), with a node of the caller's own, which must live until vosMsgSockDelUser().
+ * As vosMsgSockAdd(), with a node of the caller's own. The node must stay valid until vosMsgSockDelUser().
  *
  * @param pNode  filled in except pNext
- * @return VOS_OK; VOS_ERR_PARAM for null or a descriptor out of range; VOS_ERR_EXIST when the node or its descriptor is
- *         registered
+ * @return VOS_OK; VOS_ERR_EXIST when the node or its descriptor is registered; VOS_ERR_PARAM for null or a descriptor
+ *         out of range
  */
 int32_t vosMsgSockAddUser(VOS_MSG_USER_SOCKET *pNode);
 
-/** Removes a node of the caller's own. @return VOS_OK; VOS_ERROR when it is not registered */
+/** Removes a node of the caller's own, which is not freed. @return VOS_OK; VOS_ERROR when it is not registered */
 int32_t vosMsgSockDelUser(VOS_MSG_USER_SOCKET *pNode);
 
 #pragma GCC visibility pop

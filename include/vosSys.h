@@ -3,8 +3,18 @@
  * @file vosSys.h
  * Operating system services: sockets, time, shell, synchronisation, namespaces, interval timers.
  *
- * Thin calls over the system library under portable names. Where nothing else is said, a failure leaves the reason
- * in errno.
+ * Thin calls over the C library under portable names.
+ *
+ * These calls leave the reason of a failure in errno:
+ * - the socket calls up to vosInetNtop(), vosSetNonblocking(), vosConnectWithTimeout(), vosRecvfromExt();
+ * - vosGetTimeOfDay(), vosHostNameGet(), vosHostNameSet(), vosUpTime(), vosTimeSet(), vosJiffiesAfterUsecs();
+ * - vosSystem(), vosSystem2(), vosSystemNoWait();
+ * - the takes, gives and deletes of a binary semaphore;
+ * - vosSwitchToNetVrf(), vosNetVrfRestore(), vosIfNameToKernelIndex(), vosIfKernelIndexToName(), vosIfKernelMacGet();
+ * - vosTimerAdd(), vosTimerDel().
+ *
+ * After any other failure, and after VOS_ERR_PARAM, errno tells nothing: mutex semaphores, locks, wait objects and
+ * counters do not set it.
  */
 #ifndef VOS_SYS_H
 #define VOS_SYS_H
@@ -22,10 +32,29 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/** A take that blocks without limit. */
+/** Time-out of a take that blocks without limit. */
 #define VOS_WAIT_FOREVER 0xFFFFFFFFu
-/** A take that tries once and does not block. */
+/** Time-out of a take that tries once and does not block. Not for vosMsgSend(), where 0 waits without limit. */
 #define VOS_NO_WAIT 0u
+
+/** Mode of vosSystem() that leaves the terminal as it is. */
+#define VOS_SHELL_PLAIN 0u
+/** Mode of vosSystem() for a command that a person at the terminal talks to. */
+#define VOS_SHELL_INTERACTIVE 1u
+/** Mode of vosReboot() that only leaves the marker. */
+#define VOS_REBOOT_MARK 0u
+/** Mode of vosReboot() that reboots. */
+#define VOS_REBOOT_NOW 1u
+/** Initial state for vosSemMCreate(): the calling thread has taken the semaphore. */
+#define VOS_SEM_TAKEN 0u
+/** Initial state for vosSemMCreate(): the semaphore is free. */
+#define VOS_SEM_FREE 1u
+/** Mode of an interval timer that fires once and is then deleted. */
+#define VOS_TIMER_ONE_SHOT 0u
+/** Mode of an interval timer that fires again and again. */
+#define VOS_TIMER_PERIODIC 1u
+
+struct timespec; /* <time.h> hides it from strict C99 */
 
 /** What the device's kernel appends to a datagram: 40 bytes, in this order. The library attaches no meaning to it. */
 typedef struct VOS_RECV_EXT {
@@ -51,7 +80,7 @@ typedef struct VOS_ATOMIC {
  *
  * @param ulArg  the argument from the timer's record
  * @return ignored
- * @threads one of the timer machinery's threads
+ * @threads a thread that the C library creates for this call
  */
 typedef int32_t (*VOS_TIMER_PROC)(uint64_t ulArg);
 
@@ -60,15 +89,18 @@ typedef struct VOS_TIMER {
     VOS_TIMER_PROC pProc; /**< What is called. */
     uint64_t ulArg;       /**< Its argument. */
     uint32_t ulPeriodMs;  /**< Milliseconds to the first expiry and, of a periodic timer, between expiries. */
-    uint32_t ulMode;      /**< 0: one-shot, deleted after it fired; 1: periodic; other: fires once, is not deleted. */
-    timer_t hTimer;       /**< The timer, set by vosTimerAdd(); null once it has been deleted. */
+    uint32_t ulMode;      /**< VOS_TIMER_ONE_SHOT, VOS_TIMER_PERIODIC; other: fires once and is not deleted. */
+    timer_t hTimer;       /**< The timer, set by vosTimerAdd(); null when there is none. Start with null. */
 } VOS_TIMER;
 
 /* ---- Sockets ------------------------------------------------------------------------------------------------------
  *
- * The calls of the system library under portable names: what they return is what that call returns, errno included.
- * Lengths are 32-bit words. A length that is passed in and out is written back whether or not the call succeeded; a
- * null pointer to one is passed on as null. All may be called by any thread. None logs, unless its comment says so.
+ * The calls of the C library under portable names. Arguments, results and errno are those of the call that is named
+ * first. iFd is the socket, pAddr an address of any family, ulAddrLen its size in bytes. Lengths are 32-bit words. A
+ * length behind a pointer holds the size of the buffer before the call and the size of the data after it; it is written
+ * back whether or not the call succeeded, and a null pointer to it is passed on as null. Descriptors are inherited by
+ * programs that the process starts, unless SOCK_CLOEXEC is in the type. All may be called by any thread. None logs,
+ * unless its comment says so.
  */
 
 /** socket(). @return the descriptor, owned by the caller, or -1 */
@@ -82,7 +114,14 @@ int32_t vosConnect(int32_t iFd, const struct sockaddr *pAddr, uint32_t ulAddrLen
 /** accept(). @return the connection's descriptor, owned by the caller, or -1 */
 int32_t vosAccept(int32_t iFd, struct sockaddr *pAddr, uint32_t *pAddrLen);
 /**
- * select(). A count beyond FD_SETSIZE (1024), for which the sets have no room, fails with EINVAL.
+ * select(). An fd_set has room for the descriptors 0 to 1023. With a larger iCount every set must be larger, too: the
+ * call reads and writes iCount bits of it, at most as many as the process may have descriptors.
+ *
+ * @param iCount    the highest descriptor in the sets, plus 1
+ * @param pRead     descriptors to read from; those that are ready remain; null: none
+ * @param pWrite    as pRead, for writing
+ * @param pExcept   as pRead, for exceptional conditions
+ * @param pTimeout  how long to wait; holds the time that is left afterwards; null waits without limit
  * @return the number of ready descriptors, 0 when the time is over, or -1
  */
 int32_t vosSelect(int32_t iCount, fd_set *pRead, fd_set *pWrite, fd_set *pExcept, struct timeval *pTimeout);
@@ -114,7 +153,7 @@ int32_t vosGetpeername(int32_t iFd, struct sockaddr *pAddr, uint32_t *pAddrLen);
 int32_t vosInetPton(int32_t iFamily, const char *pText, void *pAddr);
 /** inet_ntop(). @return the buffer, or null; also null when a pointer is null (one error line) */
 const char *vosInetNtop(int32_t iFamily, const void *pAddr, char *pBuf, uint32_t ulLen);
-/** inet_ntoa(). @param ulAddr IPv4 address in network order. @return the system library's static buffer */
+/** inet_ntoa(). @param ulAddr IPv4 address in network order. @return a static buffer; the next call overwrites it */
 char *vosInetNtoA(uint32_t ulAddr);
 
 /**
@@ -129,12 +168,14 @@ int32_t vosSetNonblocking(int32_t iFd, int32_t iOn);
 /**
  * Connects, and gives up when the time is over.
  *
- * The descriptor is made non-blocking for it, and keeps this mode unless the connection had to be waited for and its
- * outcome, good or bad, was learnt: a connection that stands at once, a refusal at once, a time-out and a failed wait
- * all leave it non-blocking.
+ * The descriptor, which may have any number, is made non-blocking. Its old flags are restored only when the call waited
+ * and learnt the outcome, good or bad. It stays non-blocking after a connection or a failure without waiting, after a
+ * time-out and after a failed wait. After a time-out the connection attempt goes on: close the descriptor.
  *
- * @param pTimeout  how long to wait; changed by the system call; null waits without limit
- * @return 0 connected; -1 otherwise. Only a failed query of the outcome prints a line
+ * @param pTimeout  how long to wait; holds the time that is left afterwards; null waits without limit
+ * @return 0 connected; -1 otherwise, with the reason in errno: ETIMEDOUT when the time was over, EINTR when a signal
+ *         handler ended the wait, ECONNREFUSED or another error of the connection, or that of the call that failed.
+ *         Only a failed query of the outcome prints a line
  * @threads any
  */
 int32_t vosConnectWithTimeout(int32_t iFd, const struct sockaddr *pAddr, uint32_t ulAddrLen, struct timeval *pTimeout);
@@ -147,7 +188,7 @@ int32_t vosConnectWithTimeout(int32_t iFd, const struct sockaddr *pAddr, uint32_
  * @param pBuf      receives the payload; the extension follows where the payload has filled it
  * @param ulLen     its size in bytes
  * @param iFlags    as for recvmsg()
- * @param pAddr     receives the sender's address, at most 16 bytes (an IPv4 address); null: not wanted
+ * @param pAddr     receives the first 16 bytes of the sender's address (a whole IPv4 address); null: not wanted
  * @param pAddrLen  neither read nor written
  * @param pExt      receives the extension, when anything was received
  * @return recvmsg()'s result: every byte received, those of the extension included, or -1; VOS_ERR_PARAM when pExt is
@@ -205,9 +246,10 @@ int32_t vosGetTimeOfDay(struct timeval *pTime);
 /**
  * The host's name.
  *
- * @param pName  receives the name
- * @param iLen   size of the buffer; a name that does not fit fails, a negative size is invalid
- * @return 0 or -1; VOS_ERR_PARAM when the buffer is null (one error line)
+ * @param pName  receives the name and a NUL. When they do not fit, it holds the beginning of the name without a NUL
+ * @param iLen   size of the buffer in bytes; 65 are always enough
+ * @return 0; -1 when the name does not fit (ENAMETOOLONG) or the size is negative (EINVAL); VOS_ERR_PARAM when the
+ *         buffer is null (one error line)
  * @threads any
  */
 int32_t vosHostNameGet(char *pName, int32_t iLen);
@@ -255,7 +297,9 @@ int32_t vosTimeSet(const time_t *pTime);
 /**
  * Sets the system's time zone: writes the rule and a newline to "/etc/TZ", and a TZif file with the rule in its footer
  * to "/etc/localtime". Processes see it when they next load these files; this process's TZ and the zone that the
- * system library has loaded stay as they are. The rule itself is not checked.
+ * C library has loaded stay as they are. The rule itself is not checked. A symbolic link is followed: where
+ * "/etc/localtime" is a link to a file of the zone database, as on many machines, that file is overwritten. On the
+ * device it is a plain file.
  *
  * @param pTz  a POSIX rule such as "CST-8", at most 128 characters
  * @return VOS_OK; VOS_ERROR when it is longer (nothing is written); the failure of vosFileWrite(), by which the second
@@ -288,19 +332,28 @@ int32_t vosTimeAterEq(int64_t llSeconds, int64_t llNanoseconds);
 /**
  * Runs a command line with "/bin/sh -c" and waits for its end.
  *
- * While the command runs the process ignores SIGINT and SIGQUIT, so that the keyboard's interrupt reaches the command
- * only, and SIGCHLD has its default action; the command itself starts with the default action of all three. The three
- * dispositions and the settings of the terminal that is standard input are put back afterwards, and what has been
- * typed ahead is discarded.
+ * While the command runs the process ignores SIGINT and SIGQUIT, so that the keyboard's signals reach the command only,
+ * and SIGCHLD has its default action, so that there is an exit status. The command itself starts with the default
+ * action of all three and with the caller's signal mask. Afterwards the three dispositions are as before. If SIGCHLD is
+ * ignored then, or has SA_NOCLDWAIT, all children that ended meanwhile are reaped, so that none stays as a zombie.
+ *
+ * The settings of the terminal that is standard input are put back afterwards, and what has been typed ahead is
+ * discarded. A process in the background of its terminal does this, too, and is not stopped by SIGTTOU: what is typed
+ * for the foreground at that moment is lost.
+ *
+ * Several threads may run commands at once. The first command changes the dispositions, the last one restores them. A
+ * disposition that the application sets while a command runs is overwritten at the end. A program that another thread
+ * starts while a command runs inherits the dispositions of that time. A wait for any child in another thread, such as
+ * wait(), may take the command's status.
  *
  * @param pCommand  the command line
- * @param ulMode    1: interactive, the terminal signals the keyboard's interrupt and echoes; other: the terminal is
+ * @param ulMode    VOS_SHELL_INTERACTIVE: the terminal makes signals of its keys and echoes; other: the terminal is
  *                  left as it is
- * @return VOS_OK when the command was started and waited for, however it ended; VOS_ERROR when fork() or wait4()
- *         failed (errno tells why; a signal handler may have interrupted the wait); VOS_ERR_PARAM when the command is
- *         null, nothing has been touched then. No log line
- * @threads one at a time: dispositions and terminal belong to the whole process, two threads at once can put each
- *          other's back in the wrong order
+ * @return VOS_OK when the command was started and waited for, however it ended; VOS_ERROR when fork() or wait4() failed
+ *         (errno tells why: EINTR when a signal handler without SA_RESTART ended the wait, ECHILD when somebody else
+ *         took the status; the command may still run); VOS_ERR_PARAM when the command is null, nothing has been touched
+ *         then. No log line
+ * @threads any. A thread that is cancelled while it waits restores everything, and the command runs on
  */
 int32_t vosSystem(const char *pCommand, uint32_t ulMode);
 
@@ -316,11 +369,13 @@ int32_t vosSystem2(const char *pCommand, uint32_t ulMode, int32_t *pStatus);
 
 /**
  * As vosSystem() in plain mode, but does not wait: dispositions and terminal are put back as soon as the command has
- * been started. The child is the caller's to reap, unless the process ignores SIGCHLD.
+ * been started. A process that ignores SIGCHLD has nothing more to do. In any other the child becomes a zombie when it
+ * ends, and the caller reaps it.
  *
  * @param pCommand  the command line
- * @return VOS_OK when it was started; VOS_ERROR when fork() failed; VOS_ERR_PARAM when the command is null
- * @threads as vosSystem()
+ * @return VOS_OK when it was started; VOS_ERROR when fork() failed (errno tells why); VOS_ERR_PARAM when the command is
+ *         null
+ * @threads any
  */
 int32_t vosSystemNoWait(const char *pCommand);
 
@@ -332,10 +387,11 @@ int32_t vosSystemNoWait(const char *pCommand);
 void vosShell(void);
 
 /**
- * Leaves the marker file "/flash/reboot", which tells the next start that the reboot was asked for by software, and
- * reboots the device with the command "reboot". A marker that cannot be created does not stop the reboot.
+ * Leaves the marker file "/flash/reboot", which tells the next start that software asked for the reboot, and reboots
+ * the device with the command "reboot". The file is closed before the command starts. A marker that cannot be created
+ * does not stop the reboot. The call returns when the command has ended, which may be before the device goes down.
  *
- * @param ulMode  1: reboot; other: only leave the marker
+ * @param ulMode  VOS_REBOOT_NOW: reboot; other: only leave the marker
  * @threads as vosSystem()
  */
 void vosReboot(uint32_t ulMode);
@@ -404,9 +460,9 @@ int32_t errnoGet(void);
 char *vosErrnoToStr(int32_t iErrno, char *pBuf, int32_t iLen);
 
 /**
- * Shuts the keyboard out of the process: SIGQUIT, SIGINT, SIGCHLD and SIGPIPE are ignored, the terminal that is
- * standard input makes no signals of its keys and takes no XON and XOFF, and what has been typed is discarded. From
- * then on the kernel reaps the process's children by itself.
+ * Keeps the keyboard from interrupting the process: SIGQUIT, SIGINT, SIGCHLD and SIGPIPE are ignored, the terminal that
+ * is standard input makes no signals of its keys and takes no XON and XOFF, and what has been typed is discarded, also
+ * by a process in the terminal's background. From then on the kernel reaps the process's children by itself.
  *
  * @return VOS_OK always; standard input need not be a terminal
  * @threads any; dispositions and terminal belong to the whole process
@@ -415,14 +471,17 @@ int32_t vosTerminalCtrlClear(void);
 
 /* ---- Synchronisation ------------------------------------------------------------------------------------------------
  *
- * Semaphores, locks, wait objects and counters for the threads of one process. Handles are heap records that the
- * caller owns from create to delete; deleting one that others still use is an error of the caller's, which the system
- * library detects only for a locked mutex. Nothing here logs.
+ * Semaphores, locks, wait objects and counters for the threads of one process. Handles are heap records that the caller
+ * owns from create to delete. Deleting one that others still use is an error of the caller's. The C library detects it
+ * for a taken mutex semaphore and for a wait object with a waiter, and the delete then fails; it detects nothing for a
+ * binary semaphore. Nothing here logs.
  *
- * Time-outs are microseconds, VOS_WAIT_FOREVER or VOS_NO_WAIT. They are taken as signed numbers, so a value of
- * 0x80000000 or more (but VOS_WAIT_FOREVER) lies in the past. They become an instant of the time of day, so a clock
- * that is set meanwhile makes them shorter or longer. An instant whose nanoseconds come to exactly 10^9 is refused by
- * the system library: the take then fails with VOS_ERROR.
+ * Time-outs are microseconds, VOS_WAIT_FOREVER or VOS_NO_WAIT. The longest one is 2147483647, which is 2147 seconds: a
+ * larger value (but VOS_WAIT_FOREVER) is taken as a negative number, and a take that would have to wait fails at once,
+ * with VOS_ERROR or VOS_ERR_TIMEOUT. For longer waits take again. Time-outs become an instant of the time of day, so a
+ * clock that is set meanwhile makes them shorter or longer. An instant whose nanoseconds come to exactly 10^9 is
+ * refused by the C library: the take then fails with VOS_ERROR. The time-outs of the message calls have other units and
+ * special values: see vosMsg.h.
  */
 
 /**
@@ -438,7 +497,7 @@ VOS_SEM *vosSemBCreate(uint32_t ulInitial);
  * Makes a mutex semaphore. It belongs to the thread that has taken it, which may take it again and must give it as
  * often.
  *
- * @param ulInitial  0: the calling thread has taken it; other: free
+ * @param ulInitial  VOS_SEM_TAKEN (0): the calling thread has taken it; other: free
  * @return the handle, or null
  * @threads any
  */
@@ -447,7 +506,7 @@ VOS_SEM *vosSemMCreate(uint32_t ulInitial);
 /**
  * Releases a semaphore.
  *
- * @return VOS_OK; VOS_ERROR when the system library refuses, as it does for a taken mutex (the handle stays valid);
+ * @return VOS_OK; VOS_ERROR when the C library refuses, as it does for a taken mutex (the handle stays valid);
  *         VOS_ERR_PARAM for null or what is no semaphore
  * @threads one, when no other uses the handle any more
  */
@@ -460,7 +519,7 @@ int32_t vosSemDelete(VOS_SEM *pSem);
  * @return VOS_OK; VOS_ERR_TIMEOUT when a binary semaphore was not given in time; VOS_ERROR when VOS_NO_WAIT found it
  *         taken, when a mutex semaphore was not given in time (unless errno held ETIMEDOUT before the call: then
  *         VOS_ERR_TIMEOUT), when a signal handler interrupted the wait for a binary semaphore (there is no retry), or
- *         when the system library refuses; VOS_ERR_PARAM for null or what is no semaphore
+ *         when the C library refuses; VOS_ERR_PARAM for null or what is no semaphore
  * @threads any
  */
 int32_t vosSemTake(VOS_SEM *pSem, uint32_t ulTimeoutUs);
@@ -468,7 +527,7 @@ int32_t vosSemTake(VOS_SEM *pSem, uint32_t ulTimeoutUs);
 /**
  * Gives a semaphore.
  *
- * @return VOS_OK; VOS_ERROR when the system library refuses, as when another thread has taken the mutex; VOS_ERR_PARAM
+ * @return VOS_OK; VOS_ERROR when the C library refuses, as when another thread has taken the mutex; VOS_ERR_PARAM
  *         for null or what is no semaphore
  * @threads any; a binary semaphore's may be another than the one that took it
  */
@@ -503,10 +562,11 @@ int32_t vosLockDelete(VOS_SEM *pLock);
 VOS_WAIT *vosWaitCreate(void);
 
 /**
- * Releases a wait object. Nobody may be waiting for it.
+ * Releases a wait object. No thread may wait for it.
  *
- * @return VOS_OK; VOS_ERROR when the system library refuses: the record is kept, possibly without its mutex, and must
- *         not be waited for any more; VOS_ERR_PARAM for null
+ * @return VOS_OK; VOS_ERROR when the C library refuses, as it does while a thread waits: the record is kept. If it was
+ *         the condition variable that could not be destroyed, the mutex is gone and the object must not be used any
+ *         more; VOS_ERR_PARAM for null
  * @threads one, when no other uses the handle any more
  */
 int32_t vosWaitDelete(VOS_WAIT *pWait);
@@ -515,17 +575,17 @@ int32_t vosWaitDelete(VOS_WAIT *pWait);
  * Takes one event, and waits for it once if there is none.
  *
  * @param ulTimeoutUs  microseconds, VOS_WAIT_FOREVER or VOS_NO_WAIT
- * @return VOS_OK; VOS_ERR_TIMEOUT when none came in time, with VOS_NO_WAIT too; VOS_ERROR when the system library
+ * @return VOS_OK; VOS_ERR_TIMEOUT when none came in time, with VOS_NO_WAIT too; VOS_ERROR when the C library
  *         refuses; VOS_ERR_PARAM for null. There is no second wait: VOS_OK can, rarely, be the answer to a wake-up
  *         without a give, or to a give that another thread has taken first, and then nothing has been taken
- * @threads any
+ * @threads any; one that is cancelled while it waits leaves the object usable and takes nothing
  */
 int32_t vosWaitTake(VOS_WAIT *pWait, uint32_t ulTimeoutUs);
 
 /**
  * Adds one event and wakes at most one waiter. It is remembered when nobody waits.
  *
- * @return VOS_OK; VOS_ERROR when the system library refuses; VOS_ERR_PARAM for null
+ * @return VOS_OK; VOS_ERROR when the C library refuses; VOS_ERR_PARAM for null
  * @threads any
  */
 int32_t vosWaitGive(VOS_WAIT *pWait);
@@ -619,19 +679,28 @@ int32_t vosIfKernelMacGet(const char *pName, uint8_t *pMac);
  */
 int32_t vosStartTypeGet(uint32_t *pStartType);
 
-/* ---- Interval timers -------------------------------------------------------------------------------------------- */
+/* ---- Interval timers ------------------------------------------------------------------------------------------------
+ *
+ * Which timer to take: vosTimerAdd() works in any process and calls its function on a thread of its own, at the same
+ * time as the rest of the program, so shared data needs a lock. vosTimerRegister() of vosMsg.h needs a receive loop and
+ * calls its function there, between two messages, so no lock is needed; a handler that takes long makes it late. A
+ * process with a receive loop normally takes vosTimerRegister().
+ */
 
 /**
  * Creates and arms the timer that a record describes, on the monotonic clock. Every expiry calls the record's function
- * on a thread of the system library's; with a slow function several calls may run at once. A period of 0 arms nothing.
+ * on a thread that the C library creates for it; with a slow function several calls may run at once. A period of 0 arms
+ * nothing.
  *
- * A one-shot timer is deleted after its function has returned, so a function that wants to go on does not add its own
- * record again.
+ * A one-shot timer is deleted after its function has returned. A record may be used again once vosTimerDel() has been
+ * called for it or its one-shot timer is gone. The function itself, and any other thread while it runs, restarts a
+ * one-shot timer with vosTimerDel() and vosTimerAdd(). A call that was on its way at that moment still comes. A record
+ * whose timer still exists must not be added: that timer could never be deleted.
  *
  * @param pTimer  the record; must stay where it is until the timer is gone and its last call has returned
- * @return VOS_OK; -1 when the timer could not be created, or not be armed, in which case it exists and is still to be
- *         deleted (one printed line, whatever the debug flags hold); VOS_ERR_PARAM when the record or its function is
- *         null (one error line)
+ * @return VOS_OK; -1 when the timer could not be created, and there is none then, or not be armed, in which case it
+ *         exists and is still to be deleted (one printed line, whatever the debug flags hold); VOS_ERR_PARAM when the
+ *         record or its function is null (one error line)
  * @threads any
  */
 int32_t vosTimerAdd(VOS_TIMER *pTimer);
@@ -639,8 +708,9 @@ int32_t vosTimerAdd(VOS_TIMER *pTimer);
 /**
  * Deletes a timer. A call that runs meanwhile is not waited for.
  *
- * @return 0; -1 with EINVAL when there is no timer: it was never added, or is deleted already, as a one-shot timer that
- *         has fired; VOS_ERR_PARAM for null (one error line)
+ * @param pTimer  the record; its hTimer must be null if vosTimerAdd() has never been called for it
+ * @return 0; -1 with EINVAL when there is no timer: it was never added, its creation failed, or it is deleted already,
+ *         as a one-shot timer that has fired; VOS_ERR_PARAM for null (one error line)
  * @threads any
  */
 int32_t vosTimerDel(VOS_TIMER *pTimer);

@@ -1,13 +1,13 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file vosSysConfig.h
- * Device data: what is set at manufacture (the factory partition) and in the field (the system partition), item by
- * item.
+ * Device data, item by item: the factory partition is set at manufacture, the system partition in the field.
  *
- * Every access goes to flash: reading an item validates its whole partition, writing one reads, changes and rewrites
- * it. Between processes the partitions are locked, but the reading and the rewriting of one vosSysConfigDataSet() are
- * two locked periods: of two processes that change items of one partition at the same moment, one may undo the other's
- * change.
+ * Every access goes to flash: reading an item validates its whole partition; changing one reads, changes and rewrites
+ * the partition. Between processes the partitions are locked with flock. One vosSysConfigDataSet() takes two locks, one
+ * to read and one to rewrite: when two processes change items of one partition at the same moment, one of the changes
+ * can be lost. A lock that fails is logged, and the access goes on without it. A signal interrupts a waiting lock if
+ * its handler was installed without SA_RESTART: install handlers with SA_RESTART.
  */
 #ifndef VOS_SYS_CONFIG_H
 #define VOS_SYS_CONFIG_H
@@ -48,21 +48,26 @@ enum {
     BSP_ZTP = 22                /**< Zero-touch provisioning setting, a word. */
 };
 
-/** Path of the factory partition, "/app/factory" at load. Read afresh by every call; may be set to another path. */
+/* The paths of the partitions. As for the paths in vosFile.h: each call reads the pointer and does not copy the text.
+ */
+
+/** Path of the factory partition, "/app/factory" at load. */
 extern const char *szFactoryData;
-/** Path of the system partition, "/flash/sysdata" at load. Read afresh by every call; may be set to another path. */
+/** Path of the system partition, "/flash/sysdata" at load. */
 extern const char *szSysData;
 
-/** The factory partition's body as it was read last; zeros before. 64-byte aligned. Not synchronised. */
+/** A copy of the factory partition's body in memory: zeros at load, then the body that was read last. A Set changes the
+ * copy before it writes, and a failed write leaves it changed. 64-byte aligned; not synchronised between threads. */
 extern uint8_t flashConfig[1272];
-/** The system partition's body as it was read last; zeros before. 8-byte aligned. Not synchronised. */
+/** The same for the system partition's body. 8-byte aligned; not synchronised between threads. */
 extern uint8_t flashData[856];
 
 /**
- * Reads both partitions and makes a fresh one, all bytes 0xFF, of each that is missing, unreadable, short or invalid,
- * which is said on standard output. Called once at start-up, by vosInit().
+ * Reads both partitions. One that cannot be read, or is missing, short or invalid, is replaced by a fresh one whose
+ * body is all 0xFF, and a line on standard output says so. A passing I/O error is enough: it erases, for example, the
+ * MAC addresses. vosInit() calls this at start-up.
  *
- * @return VOS_OK, whatever happened
+ * @return VOS_OK in every case
  * @threads one thread at a time: the caches are shared
  */
 int32_t vosSysConfigDataInit(void);
@@ -73,7 +78,7 @@ int32_t vosSysConfigDataInit(void);
  * BSP_STACK without its validity word reads as zeros with the validity word; the partition is not changed by that.
  *
  * @param iItem   one of BSP_*, but not BSP_PRIVMODE_ENCRYPT
- * @param pValue  receives exactly the item's size
+ * @param pValue  receives exactly the item's size. It must not lie in flashConfig or flashData.
  * @param ulLen   room in pValue; at least the item's size. For BSP_SYS_MAC, BSP_DEFAULT_MAC, BSP_SERIAL_NUMBER,
  *                BSP_ADMIN_PASSWORD, BSP_PRIVMODE_PWD and BSP_OEM_INFO it is taken as signed: 0x80000000 and more is
  *                too short
@@ -86,13 +91,15 @@ int32_t vosSysConfigDataGet(int32_t iItem, void *pValue, uint32_t ulLen);
 /**
  * Changes an item on flash.
  *
- * For BSP_STACK pass back what vosSysConfigDataGet() gave, with the first 20 bytes changed: another last word than
+ * For BSP_STACK pass the 24 bytes that vosSysConfigDataGet() gave, with the first 20 changed. Another last word than
  * VOS_STACK_VALID_MAGIC is stored, and makes the settings read as zeros.
  *
  * @param iItem   one of BSP_*
- * @param pValue  the value; exactly the item's size is taken
- * @param ulLen   length of pValue; at least the item's size, compared as in vosSysConfigDataGet()
- * @return VOS_OK, also when the device refused the rewriting or took only a part, which is only logged; VOS_ERROR when
+ * @param pValue  the value; exactly the item's size is taken. It must not lie in flashConfig or flashData: these are
+ *                read from flash before the value is taken, so that the old value would be stored.
+ * @param ulLen   length of pValue; at least the item's size, compared as in vosSysConfigDataGet(). For BSP_STACK it is
+ *                not checked: 24 bytes are read, whatever it says.
+ * @return VOS_OK, also when the rewriting failed or wrote only a part, which is only logged; VOS_ERROR when
  *         pValue is null, there is no such item, the value is too short or the partition cannot be read, is invalid or
  *         cannot be opened for writing
  * @threads one thread at a time: the caches are shared
@@ -108,30 +115,30 @@ int32_t vosSysConfigDataSet(int32_t iItem, const void *pValue, uint32_t ulLen);
 int32_t vosBspUserClearAll(void);
 
 /**
- * Gives the unit's serial number as a text, or "123456789" when it cannot be read, is empty or erased, or holds a
- * character that is not printable ASCII.
+ * Reads the unit's serial number as a text. It is "123456789" when the item cannot be read, is empty or erased, or
+ * holds a character that is not printable ASCII.
  *
  * @param pBuf     receives the text and its NUL; a serial number of all 32 characters gets its NUL only when there is
  *                 room for it. Null is logged.
- * @param iBufLen  room in pBuf. Below 32 the serial number cannot be read, and below 10 as much of the default is given
- *                 as fits, with its NUL.
+ * @param iBufLen  room in pBuf in bytes. With less than 32 the default is given; with less than 10 it is cut, and still
+ *                 ends with a NUL.
  * @return VOS_OK
  * @threads one thread at a time: the caches are shared
  */
 int32_t vosProdSerialNoRead(char *pBuf, int32_t iBufLen);
 
 /**
- * Gives the version of the boot ROM: "1.0".
+ * Tells the version of the boot ROM: "1.0".
  *
  * @param pBuf     receives the text and its NUL, 4 bytes; null is logged
- * @param iBufLen  room in pBuf; below 4 as much is given as fits, with its NUL
+ * @param iBufLen  room in pBuf in bytes; with less than 4 the text is cut, and still ends with a NUL
  * @return VOS_OK
  * @threads any
  */
 int32_t vosBootromVersionGet(char *pBuf, int32_t iBufLen);
 
 /**
- * Gives the version of the hardware.
+ * Tells the version of the hardware.
  *
  * @return 1
  * @threads any

@@ -14,7 +14,7 @@
 /** Result codes. Where one number has two meanings, an alias names the second. */
 enum {
     VOS_OK = 0,                  /**< Done. */
-    VOS_ERROR = -1,              /**< A system call failed, something was not found, or a validation failed. */
+    VOS_ERROR = -1,              /**< A system call failed, something was not found, or a check failed. */
     VOS_ERR_PARAM = -2,          /**< Bad argument: null pointer, empty text, value out of range, bad handle. */
     VOS_ERR_NO_HANDLER = -3,     /**< The receiver has no handler for the request. */
     VOS_ERR_CHECKSUM = -3,       /**< A partition's checksum does not match its body. */
@@ -26,7 +26,7 @@ enum {
     VOS_ERR_NOT_INIT = -7,       /**< The message channel has not been opened. */
     VOS_ERR_TOO_LONG = -8,       /**< The message payload does not fit into a message. */
     VOS_ERR_FORK = -9,           /**< The new process could not be created. */
-    VOS_ERR_NO_FILE = -10,       /**< The file does not exist. */
+    VOS_ERR_NO_FILE = -10,       /**< The file does not exist, or access() fails for another reason. */
     VOS_ERR_IMAGE_TYPE = -12,    /**< The image is of another type than asked for. */
     VOS_ERR_IMAGE_COMPAT = -13,  /**< The image does not fit the installed application. */
     VOS_ERR_IMAGE_CRC = -14,     /**< The image's CRC-32 does not match its payload. */

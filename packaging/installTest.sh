@@ -20,12 +20,22 @@ for package in libvos1 libvos-dev vos-tools; do
 done
 library=$(dirname "$(find "$root/usr/lib" -name libvos.so)")
 export PKG_CONFIG_LIBDIR=$library/pkgconfig
-# shellcheck disable=SC2046  # the flags are words
-cc -std=c17 -o "$packages/consumer" "$here/../tests/install/consumer.c" $(pkg-config --cflags --libs vos) -Wl,-rpath,"$library"
+flags=()
+eval "flags=($(pkg-config --cflags --libs vos))" # quoted as for a shell, for directories with blanks
+cc -std=c17 -o "$packages/consumer" "$here/../tests/install/consumer.c" "${flags[@]}" -Wl,-rpath,"$library"
 "$here/../tests/support/sandbox" "$packages/consumer" | grep 'linked and running' >/dev/null
 LD_LIBRARY_PATH=$library "$root/usr/bin/vosctl" --version | grep -x "vosctl $2" >/dev/null
 [ -f "$root/usr/share/man/man1/vosctl.1.gz" ]
 find "$root/usr/share/man/man3" -name 'vosMsg.3.gz' | grep . >/dev/null
+for completion in bash-completion/completions/vosctl zsh/vendor-completions/_vosctl fish/vendor_completions.d/vosctl.fish; do
+    [ -f "$root/usr/share/$completion" ]
+done
+documents=$root/usr/share/doc/libvos-dev
+[ -f "$documents/README.md" ] && [ -f "$documents/docs/architecture.md" ]
+for example in "$documents"/examples/*.c; do
+    cc -std=gnu17 -o "$packages/example" "$example" "${flags[@]}" -pthread
+    rm "$packages/example"
+done
 for package in vos-tools libvos-dev libvos1; do in_root --purge "$package"; done
 left=$(find "$root" -path "$root/var" -prune -o -type f -print)
 [ -z "$left" ] || { echo "installTest: left behind: $left" >&2; exit 1; }
@@ -34,4 +44,9 @@ for package in libvos1 libvos-dev vos-tools; do
 done
 dpkg-deb --fsys-tarfile "$packages/libvos1_$2-1_arm64.deb" | tar -xO --wildcards '*libvos.so.1.*' 2>/dev/null >"$packages/arm64.so"
 readelf -h "$packages/arm64.so" | grep AArch64 >/dev/null
+hardened() { # LIBRARY PROCESSOR
+    python3 -B "$here/../tests/abi/hardeningTest.py" library "$1" "$2" readelf objdump >&2
+}
+hardened "$library/libvos.so" "$(uname -m)"
+hardened "$packages/arm64.so" aarch64
 echo "installed, used and removed"

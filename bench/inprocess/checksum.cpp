@@ -6,7 +6,7 @@
 
 #include "bench.h"
 #include "vos.h"
-#include "vosFile/crc32.h"
+#include "base/crc32.h"
 
 namespace {
 

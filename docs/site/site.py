@@ -7,6 +7,7 @@ import collections
 import dataclasses
 import html
 import html.parser
+import json
 import os
 import pathlib
 import re
@@ -23,19 +24,40 @@ TEMPLATE = """<!DOCTYPE html>
 <meta name="viewport" content="width=device-width, initial-scale=1">
 <meta name="color-scheme" content="light dark">
 <title>{title}</title>
-<link rel="stylesheet" href="{style}">
+<link rel="stylesheet" href="{root}style.css">
 </head>
-<body>
-<nav aria-label="Pages">
+<body data-root="{root}">
+<header id="site-top">
+<a class="brand" href="{root}index.html">vos</a>
+<div class="search" role="search">
+<input id="site-query" type="search" placeholder="Search (press /)" aria-label="Search all pages" autocomplete="off">
+<ol id="site-results" hidden></ol>
+</div>
+<a class="menu" href="#site-pages">Pages</a>
+</header>
+<nav id="site-pages" aria-label="Pages">
+<a class="close" href="#site-top">Close</a>
 {navigation}
 </nav>
 <main>
 {body}
 </main>
+<script src="{root}search-index.js"></script>
+<script src="{root}search.js"></script>
 </body>
 </html>
 """
-STYLE = "style.css"
+STATIC = ("style.css", "search.js")
+GROUPS = ("vos", "Learn", "Use", "Formats and limits", "How it is built", "Manual")
+# The documents that are no part of "How it is built".
+GROUP_OF = {
+    "README.md": "vos", "CONTRIBUTING.md": "vos", "CHANGELOG.md": "vos",
+    "docs/tutorial.md": "Learn", "docs/porting.md": "Learn", "docs/glossary.md": "Learn", "docs/calls.md": "Learn",
+    "docs/vosctl.md": "Use", "docs/troubleshooting.md": "Use", "docs/board.md": "Use", "docs/security.md": "Use",
+    "docs/install.md": "Use", "docs/error-codes.md": "Use", "docs/power-cuts.md": "Use", "docs/time-zone.md": "Use",
+    "docs/wire-format.md": "Formats and limits", "docs/flash-formats.md": "Formats and limits", "docs/size.md": "Formats and limits",
+    "docs/performance.md": "Formats and limits", "docs/benchmarks/README.md": "Formats and limits",
+}
 
 
 @dataclasses.dataclass
@@ -73,44 +95,60 @@ class Site:
     def __init__(self, source, target):
         self.source, self.target = source, target
         self.pages, self.files = [], set()
-        self.anchors = {}  # page and anchor of every exported name
+        self.manual_pages = {}  # page of every name that the manual knows
         self.manual()
         for path in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md"):
-            self.document(path, "vos")
+            self.document(path)
         documents = [path.relative_to(source).as_posix() for path in (source / "docs").rglob("*.md")]
-        for path in sorted(documents, key=lambda path: path.removesuffix("/README.md")):
-            self.document(path, "Documents")
+        order = list(GROUP_OF)
+        for path in sorted(documents, key=lambda path: (order.index(path) if path in order else len(order), path)):
+            self.document(path)
         for path in sorted(self.files):
             self.file(path)
 
     def manual(self):
         generators = self.source / "docs/manual"
-        with tempfile.TemporaryDirectory() as pages:
-            pages = pathlib.Path(pages)
-            output(sys.executable, "-B", generators / "headerPages.py", self.source / "include", pages)
-            output(sys.executable, "-B", generators / "toolPage.py", self.source / "docs/vosctl.md", pages / "vosctl.1")
-            for each in sorted(pages.iterdir(), key=lambda page: (page.suffix, page.stem)):
-                body = output("mandoc", "-T", "html", "-O", "fragment,man=%N.%S.html", "-I", "os=vos", each)
-                page = Page(f"manual/{each.name}.html", f"{each.stem}({each.suffix[1:]})", body, "Manual")
-                self.pages.append(page)
-                for anchor, _ in page.sections if each.suffix == ".3" else ():
-                    for name in re.findall(r"\w+", anchor):
-                        self.anchors.setdefault(name.strip("_"), (page.path, anchor))
+        with tempfile.TemporaryDirectory() as directory:
+            man = pathlib.Path(directory)
+            output(sys.executable, "-B", generators / "headerPages.py", self.source, man / "man3")
+            output(sys.executable, "-B", generators / "toolPage.py", self.source / "docs/vosctl.md", man / "vosctl.1")
+            for file in sorted((man / "man3").iterdir()):
+                text = file.read_text(encoding="utf-8")
+                name = re.fullmatch(r"\.so man3/(.*)\.3\n", text)
+                self.manual_pages[file.stem] = f"manual/{name.group(1) if name else file.stem}.3.html"
+                if not name:
+                    self.manual_page(file)
+            for file in sorted(man.glob("*.1"), key=lambda file: (file.stem != "vosctl", file.stem)):
+                self.manual_page(file)
         for page in self.pages:
+            page.body = re.sub(r"<b>([\w\-\\]+)</b>\s*\((\d)\)", lambda found: self.reference(page, *found.group(1, 2, 0)), page.body)
             # a call in the text; not in a heading, a declaration or the markup
-            calls = r"<(pre|h\d)\b.*?</\1>|<[^>]*>|\b(\w+)\(\)"
+            calls = r"<(pre|h\d|a)\b.*?</\1>|<[^>]*>|\b(\w+)\(\)"
             page.body = re.sub(calls, lambda found: self.named(page, found[2], found[0]), page.body, flags=re.S)
+
+    def manual_page(self, file):
+        body = output("mandoc", "-T", "html", "-O", "fragment", file)
+        body = re.sub(r"\n<br/>\n", "\n", body)  # a line of a declaration
+        body = re.sub(r"<(/?)h([12])\b", lambda tag: f"<{tag[1]}h{int(tag[2]) + 1}", body)
+        body = f"<h1>{file.stem}</h1>\n{body}"
+        # The overview of a header and the tool's page are in the navigation, the pages of single names are not.
+        group = "Manual" if (self.source / "include" / f"{file.stem}.h").exists() or file.suffix == ".1" else ""
+        self.pages.append(Page(f"manual/{file.name}.html", f"{file.stem}({file.suffix[1:]})", body, group))
+
+    def reference(self, page, name, section, text):
+        """A reference of the manual, such as name(3), leads to its page."""
+        target = f"manual/{name}.1.html" if section == "1" and name.startswith("vosctl") else self.manual_pages.get(name)
+        return f'<a href="{html.escape(page.to(target))}">{text}</a>' if target and target != page.path else text
 
     def named(self, page, name, text):
         """A name of the interface leads to its manual page."""
-        if name not in self.anchors:
-            return text
-        path, anchor = self.anchors[name]
-        return f'<a href="{html.escape(page.to(path) + "#" + anchor)}">{text}</a>'
+        target = self.manual_pages.get(name)
+        return f'<a href="{html.escape(page.to(target))}">{text}</a>' if target and target != page.path else text
 
-    def document(self, path, group):
+    def document(self, path):
         body = output("lowdown", "-T", "html", "--out-no-smarty", self.source / path)
         title = html.unescape(re.search(r"<h1[^>]*>(.*?)</h1>", body).group(1))
+        group = GROUP_OF.get(path, "How it is built")
         page = Page(place(path), "Overview" if path == "README.md" else title, body, group)
 
         def link(match):
@@ -136,7 +174,8 @@ class Site:
         """What a document leads to besides other documents: a picture, or a file of the tree."""
         if path.endswith(".svg"):
             (self.target / path).parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(self.source / path, self.target / path)
+            if not (self.target / path).exists():  # those of docs/pictures are drawn
+                shutil.copy(self.source / path, self.target / path)
             return
         text = html.escape((self.source / path).read_text(encoding="utf-8"))
         body = f"<h1><code>{html.escape(path)}</code></h1>\n<pre><code>{text}</code></pre>"
@@ -144,7 +183,7 @@ class Site:
 
     def navigation(self, current):
         out = []
-        for group in ("vos", "Documents", "Manual"):
+        for group in GROUPS:
             out.append(f"<h2>{group}</h2>\n<ul>")
             for page in (page for page in self.pages if page.group == group):
                 here = ' aria-current="page"' if page is current else ""
@@ -158,13 +197,28 @@ class Site:
         return "\n".join(out)
 
     def write(self):
-        shutil.copy(pathlib.Path(__file__).parent / STYLE, self.target / STYLE)
+        for name in STATIC:
+            shutil.copy(pathlib.Path(__file__).parent / name, self.target / name)
+        index = [[page.title, page.path, *searched(page.body)] for page in self.pages]
+        text = json.dumps(index, ensure_ascii=False, separators=(",", ":"))
+        (self.target / "search-index.js").write_text(f"const searchIndex={text};\n", encoding="utf-8")
         for page in self.pages:
             title = "vos" if page.path == "index.html" else f"{page.title} - vos"
             file = self.target / page.path
             file.parent.mkdir(parents=True, exist_ok=True)
-            file.write_text(TEMPLATE.format(title=html.escape(title), style=page.to(STYLE), body=page.body.strip(),
+            root = page.to(".") + "/" if "/" in page.path else ""
+            file.write_text(TEMPLATE.format(title=html.escape(title), root=root, body=page.body.strip(),
                                             navigation=self.navigation(page)), encoding="utf-8")
+
+
+def searched(body):
+    """What the search looks at: the headings of a page, and its words, each once, in their order."""
+    headings = " ".join(re.findall(r"<h[1-3][^>]*>(.*?)</h[1-3]>", body, flags=re.S))
+    plain = [html.unescape(re.sub(r"<[^>]*>", " ", text)) for text in (headings, body)]
+    words = dict.fromkeys(word.lower() for word in re.findall(r"[\w/.\-]{2,}", plain[1]))
+    first = re.search(r"<p\b[^>]*>(.*?)</p>", body, flags=re.S)
+    summary = " ".join(html.unescape(re.sub(r"<[^>]*>", "", first.group(1) if first else "")).split())
+    return " ".join(plain[0].lower().split()), summary[:120], " ".join(words)
 
 
 class Links(html.parser.HTMLParser):
@@ -204,10 +258,11 @@ def broken_links(site):
 
 
 def main(source, target):
-    if target.exists() and any(target.iterdir()) and not (target / STYLE).is_file():
+    if target.exists() and any(target.iterdir()) and not (target / STATIC[0]).is_file():
         sys.exit(f"{target} holds something else than a site")
     shutil.rmtree(target, ignore_errors=True)
     target.mkdir(parents=True)
+    output(sys.executable, "-B", source / "docs/pictures/draw.py", source, target / "docs/pictures")
     site = Site(source, target)
     site.write()
     broken = list(broken_links(target))

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* What the OLT does not ask for: packets and link changes of the kernel, questions of other processes, the contact of
- * the cabinet's door, the time. */
+/* Events: packets and link changes of the kernel, questions of other processes, the contact of the cabinet's door, a
+ * timer. */
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
@@ -11,12 +11,12 @@
 
 void oltAlarm(const char *pText) {
     char text[TEXT_LENGTH];
-    const int length = snprintf(text, sizeof text, "%s", pText);
+    snprintf(text, sizeof text, "%s", pText);
     vosPrintf("\r\noltd: alarm: %s", text);
-    /* Nobody has to be there to hear it: no answer is wanted, and a refusal is none of the OLT's business. */
+    /* mgmtd need not run: no answer is wanted, and a failure is not logged. */
     const uint32_t flags = g_ulVosDebugFlags;
     vosDebugConfig(0);
-    vosMsgSend(MGMTD_ALARMS, text, (uint32_t)length + 1, 1, NULL, 100, 0);
+    vosMsgSend(MGMTD_ALARMS, text, (uint32_t)strlen(text) + 1, 1, NULL, 100, 0);
     vosDebugConfig(flags);
 }
 
@@ -28,7 +28,7 @@ static int32_t packetTrapped(uint8_t *pData, int32_t iLen, VOS_PKT_INFO stInfo, 
     return VOS_OK;
 }
 
-/* Of a port by its number, from 1: 1 up, 0 down. */
+/* ulPort is the number of a port, from 1; ulUp is 1 for up and 0 for down. */
 static int32_t linkChanged(uint32_t ulPort, uint32_t ulUp) {
     char text[80];
     if (ulPort < 1 || ulPort > PORTS) return VOS_ERR_PARAM;
@@ -46,7 +46,7 @@ static int32_t printConfig(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_
     if (*pLen <= 0) return VOS_ERROR;
     const int32_t length = oltConfigPrint(pBuf, (uint32_t)*pLen);
     if (length < 0) return VOS_ERROR;
-    *pLen -= length; /* what stays free */
+    *pLen -= length; /* what the text has left of the buffer */
     return VOS_OK;
 }
 
@@ -97,7 +97,8 @@ static int32_t doorMoved(int32_t iFd, void *pArg) {
     return VOS_OK;
 }
 
-/* The contact, which another program moves. Open for writing too: so it never comes to its end. */
+/* The contact is a FIFO that another program writes to. It is opened for writing, too, so that it has no end of file.
+ */
 static int32_t doorInit(void) {
     unlink(DOOR_PATH);
     if (mkfifo(DOOR_PATH, 0600) != 0) return VOS_ERROR;

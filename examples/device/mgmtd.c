@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The management process: administrators' sessions on thread channels, each of which may wait for the OLT without
- * holding up another; alarms of the OLT on the second channel; on the main channel the last alarm. */
+/* The management process: administrators' sessions on thread channels, so that one session does not delay another while
+ * it waits for the OLT; alarms of the OLT on the second channel; the last alarm on the main channel. */
 #include <pthread.h>
 #include <stdio.h>
 #include <string.h>
@@ -18,14 +18,14 @@ static void *alarms(void *pUnused) {
         memset(text, 0, sizeof text);
         if (vosMsgRecv2(0, text, sizeof text - 1, VOS_WAIT_FOREVER, &peer) < 0) continue;
         vosLockTake(g_pAlarmLock, VOS_WAIT_FOREVER);
-        strcpy(g_szLastAlarm, text);
+        memcpy(g_szLastAlarm, text, sizeof text);
         vosLockGive(g_pAlarmLock);
         vosPrintf("\r\nmgmtd: alarm of the OLT: %s", text);
     }
     return NULL;
 }
 
-/* A session hands its requests on to the OLT, and the answers back. */
+/* A session sends its requests on to the OLT, and the OLT's answers back to its administrator. */
 static void *session(void *pSocketFd) {
     struct {
         VOS_MSG_HEAD head;
@@ -38,7 +38,10 @@ static void *session(void *pSocketFd) {
         if (count < 0) continue;
         uint32_t code = 0;
         const int32_t result = vosMsgSend(OLTD, message.text, sizeof message.text, 0, &code, TIMEOUT_MS, 0);
-        if (result != VOS_OK) strcpy(message.text, "the OLT does not answer");
+        if (result != VOS_OK) {
+            memset(message.text, 0, sizeof message.text);
+            strcpy(message.text, "the OLT does not answer");
+        }
         vosMsgThreadResp(0, &message, result == VOS_OK ? code : (uint32_t)result, sizeof message.text, &peer);
     }
     return NULL;
@@ -68,8 +71,9 @@ int main(void) {
     vosPrintf("\r\nmgmtd: start complete\r\n");
     for (;;) {
         if (vosMsgRecv(0, text, sizeof text, VOS_WAIT_FOREVER, &peer) < 0) continue;
+        /* All of the answer's bytes are set: what is sent leaves the process. */
         vosLockTake(g_pAlarmLock, VOS_WAIT_FOREVER);
-        strcpy(text, g_szLastAlarm);
+        memcpy(text, g_szLastAlarm, sizeof text);
         vosLockGive(g_pAlarmLock);
         vosMsgResp(0, VOS_OK, text, sizeof text, &peer);
     }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What an administrator types: a request to the OLT through a session of mgmtd.
+/* The command of an administrator: sends a request to the OLT, through a session of mgmtd.
  *
  *     olt [-s SESSION] REQUEST...
  *     olt alarm

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* An optical line terminal in miniature: what its processes share. */
+/* A small optical line terminal: what its processes have in common. */
 #ifndef OLT_H
 #define OLT_H
 
@@ -12,7 +12,7 @@
 #define MGMTD_ALARMS "mgmtd-alarms" /* its second channel: what the OLT reports by itself */
 
 #define SESSIONS    2
-#define TEXT_LENGTH 1024 /* of a request's text and of its answer's: NULs follow the text */
+#define TEXT_LENGTH 1024 /* of a request and of its answer: a text, and NULs up to this length */
 #define TIMEOUT_MS  5000
 
 #define DOOR_PATH "/tmp/olt-door" /* the contact of the cabinet's door: bytes '1' open and '0' closed */
@@ -22,8 +22,8 @@
 #define PORTS 4
 
 struct port {
-    bool enabled;         /* by configuration */
-    bool up;              /* as the hardware says */
+    bool enabled;         /* as configured */
+    bool up;              /* as the hardware reports */
     char description[32]; /* without blanks */
     uint32_t changes;     /* of the link */
 };
@@ -38,9 +38,9 @@ struct olt {
 
 extern struct olt g_stOlt;
 
-/* Writes the configuration as text; its length, or -1 when it does not fit. */
+/* Writes the configuration as text. Returns its length, or VOS_ERROR when it does not fit. */
 int32_t oltConfigPrint(char *pText, uint32_t ulSize);
-/* Applies a line of configuration. What does not make sense is VOS_ERR_PARAM and changes nothing. */
+/* Applies a line of configuration. A line that is not understood gives VOS_ERR_PARAM and changes nothing. */
 int32_t oltConfigLine(const char *pLine);
 /* Applies the configuration on flash. VOS_ERROR when there is none. */
 int32_t oltConfigLoad(void);
@@ -48,15 +48,15 @@ int32_t oltConfigSave(void);
 
 /* ---- Requests of administrators (requests.c) ---- */
 
-/* Carries out a line of text; the answer is text, the result its code. */
+/* Carries out a request, which is a line of text. The answer is text; the result is the answer's code. */
 int32_t oltRequest(const char *pLine, char *pAnswer, uint32_t ulSize);
 
-/* ---- What happens by itself (events.c) ---- */
+/* ---- Events (events.c) ---- */
 
 /* Registers for packets and link changes of the kernel, for questions about objects and configuration, for the door's
  * contact, and a timer. */
 int32_t oltEventsInit(void);
-/* Tells mgmtd, if it runs, and the log. */
+/* Sends a text to mgmtd, if it runs, and writes it to the log. */
 void oltAlarm(const char *pText);
 
 #endif

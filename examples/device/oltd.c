@@ -1,12 +1,12 @@
 /* SPDX-License-Identifier: MIT */
-/* The OLT's main process: start-up in the order of every application process, then the receive loop. */
+/* The OLT's main process: the start-up of every application process, then the receive loop. */
 #include <unistd.h>
 
 #include "olt.h"
 
 /* Runs inside a signal handler: only what such a handler may do. */
 static void terminate(int32_t iReserved) {
-    static const char kText[] = "\r\noltd: goes down\r\n";
+    static const char kText[] = "\r\noltd: ends\r\n";
     (void)iReserved;
     unlink(DOOR_PATH);
     if (write(STDOUT_FILENO, kText, sizeof kText - 1) < 0) _exit(1);
@@ -27,7 +27,7 @@ static int32_t start(void) {
     return VOS_OK;
 }
 
-/* The payload of a request; on the normal socket a message's length counts its header, too. */
+/* The payload of a request. On the normal socket a message's length includes its header. */
 static void serve(char *pText, int32_t iLen, VOS_MSG_PEER *pPeer) {
     char answer[TEXT_LENGTH] = "";
     int32_t length = iLen - (pPeer->iSocketFd == g_vosFdProc ? (int32_t)sizeof(VOS_MSG_HEAD) : 0);
@@ -35,7 +35,8 @@ static void serve(char *pText, int32_t iLen, VOS_MSG_PEER *pPeer) {
     if (length >= TEXT_LENGTH) length = TEXT_LENGTH - 1;
     pText[length] = '\0';
     const int32_t result = oltRequest(pText, answer, sizeof answer);
-    vosMsgResp(0, (uint32_t)result, answer, sizeof answer, pPeer); /* as long as the request: its buffer's length */
+    vosMsgResp(0, (uint32_t)result, answer, sizeof answer,
+               pPeer); /* its whole buffer, which is as long as the requester's */
 }
 
 int main(void) {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What administrators ask the OLT for. */
+/* The requests of administrators. */
 #include <stdio.h>
 #include <string.h>
 
@@ -47,7 +47,7 @@ static const char *reasonOf(int32_t iResult) {
     }
 }
 
-/* The whole file, on the heap; null when it cannot be had. */
+/* The whole file, in a block that the caller releases with vosFree(); null when it cannot be read. */
 static uint8_t *load(const char *pFile, uint32_t *pSize) {
     const int32_t size = vosFileSize(pFile);
     uint8_t *const content = size > 0 ? vosMalloc((uint32_t)size) : NULL;
@@ -66,7 +66,8 @@ static int32_t tellInstalled(int32_t iResult, const char *pWhat, char *pAnswer, 
     return iResult;
 }
 
-/* "FILE VERSION": checked, installed beside a backup of what runs now, named. */
+/* "FILE VERSION": the image is checked, the installed application is backed up, the image and its version are
+ * installed. */
 static int32_t upgrade(const char *pRest, char *pAnswer, uint32_t ulSize) {
     char file[128];
     char version[32];
@@ -82,7 +83,7 @@ static int32_t upgrade(const char *pRest, char *pAnswer, uint32_t ulSize) {
     return tellInstalled(result, version, pAnswer, ulSize);
 }
 
-/* "FILE": checked, and written over the boot loader. */
+/* "FILE": the image is checked and written over the boot loader. */
 static int32_t bootLoader(const char *pRest, char *pAnswer, uint32_t ulSize) {
     uint32_t size = 0;
     uint8_t *const image = load(pRest, &size);

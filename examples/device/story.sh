@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# A day of an optical line terminal: run in a sandbox, or on a device, as
+# A tour of the demo device, an optical line terminal: run in a sandbox, or on a device, as
 #
 #     story.sh DIRECTORY-OF-THE-BUILT-PROGRAMS [DIRECTORY-OF-VOSCTL]
 #
-# Shows what is done and what is seen. Ends with an error as soon as something shown is not so.
+# Shows each command and its output. Ends with an error as soon as an output is not as expected.
 set -euo pipefail
 programs=$1
 PATH=$1:${2:-$1}:$PATH
@@ -12,18 +12,18 @@ log=/tmp/olt.log
 
 fail() { echo "story: $*" >&2; exit 1; }
 chapter() { printf '\n== %s\n' "$*"; }
-# Runs a command, shows it and what it says, and sees whether that matches the pattern.
+# Runs a command, shows it and its output, and checks that the output matches the pattern.
 see() { # PATTERN COMMAND...
     local pattern=$1 said status=0
     shift
     printf '$ %s\n' "$*"
     said=$("$@" 2>&1) || status=$?
     tr '\r' '\n' <<<"$said" | grep . | sed 's/^/    /' || true
-    grep -qE "$pattern" <<<"$said" || fail "\"$pattern\" is not what was said"
+    grep -qE "$pattern" <<<"$said" || fail "the output does not match \"$pattern\""
     return $status
 }
 refused() { # PATTERN COMMAND...: the same, of a command that must fail
-    if see "$@"; then fail "that should have been refused"; fi
+    if see "$@"; then fail "this command should have failed"; fi
 }
 await() { # CONDITION...: at most twenty seconds
     local until=$((SECONDS + 20))
@@ -31,7 +31,7 @@ await() { # CONDITION...: at most twenty seconds
         if "$@"; then return; fi
         sleep 0.01
     done
-    fail "waited in vain: $*"
+    fail "not so after twenty seconds: $*"
 }
 # grep reads to the end: one that stops at the first match would end tr with a signal.
 logged() { tr "\r" "\n" <"$log" | grep -E "$1" >/dev/null; }
@@ -64,7 +64,7 @@ await logged 'mgmtd: alarm of the OLT: door open'
 see 'door open' olt alarm
 see 'median' vosctl ping oltd -c 100
 
-chapter "Configure: two sessions at once; what makes no sense is refused"
+chapter "Configure: two sessions; a line that makes no sense is refused"
 see 'done' olt set name kista
 see 'done' olt -s 2 set port 1 enable uplink
 refused 'not understood' olt set port 9 enable nowhere
@@ -80,7 +80,7 @@ see 'name kista' olt config
 chapter "Upgrade: an image is made and checked, and refused when one bit is flipped"
 head -c 300000 /dev/urandom >/tmp/software
 see 'CRC-32 matches +yes' vosctl image make /tmp/software /tmp/new.bin --type application --compat 7 1
-cp /tmp/new.bin /app/hostImage.bin # what runs since the factory
+cp /tmp/new.bin /app/hostImage.bin # the application that the factory installed
 printf '1.0' >/app/hostImage.bin.ver
 see 'fits this device' vosctl image check /tmp/new.bin
 cp /tmp/new.bin /tmp/broken.bin
@@ -102,7 +102,7 @@ see '/app/oem/welcome' vosctl package make /tmp/welcome.pkg dir:/app/oem file:/a
 see 'installed +yes' vosctl package apply /tmp/welcome.pkg --yes
 see 'welcome to kista' cat /app/oem/welcome
 
-chapter "Break a partition: start-up finds it, and makes a fresh one"
+chapter "Break a partition: start-up sees it, and makes a new one"
 printf 'X' | dd of=/flash/sysdata bs=1 seek=500 conv=notrunc status=none
 shutdown
 boot
@@ -111,8 +111,8 @@ logged 'readFlashAppData:crc error' || fail "the broken partition was not seen"
 logged 'Initialize system data partition' || fail "it was not repaired"
 see 'name kista' olt config
 
-chapter "Terminate: mgmtd first, then oltd; nobody is left"
+chapter "Terminate: mgmtd first, then oltd"
 shutdown
 refused 'mgmtd does not answer' olt show
 echo
-echo "the story is over, and all of it was so"
+echo "The tour is complete; each output was as expected."

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Works in a VRF for a moment: tells the index of its loopback interface, and binds an address that lives there.
+/* Switches to a VRF and back: prints the index of its loopback interface, and binds an address that is configured
+ * there.
  *
  *     vrf NUMBER [ADDRESS]
  */

@@ -9,7 +9,9 @@ source, clang = pathlib.Path(sys.argv[1]), sys.argv[2]
 include = source / "include"
 
 CONSTANTS = {"VOS_PRINTF_HEAD_LEN", "VOS_MSG_BUFFER_LEN", "ZEB_LONGBYTES", "VOS_WAIT_FOREVER", "VOS_NO_WAIT", "VOS_PACKAGE_MAGIC",
-             "VOS_PARTITION_MAGIC", "VOS_STACK_VALID_MAGIC"}
+             "VOS_PARTITION_MAGIC", "VOS_STACK_VALID_MAGIC",
+             "VOS_SHELL_PLAIN", "VOS_SHELL_INTERACTIVE", "VOS_REBOOT_MARK", "VOS_REBOOT_NOW", "VOS_SEM_TAKEN", "VOS_SEM_FREE",
+             "VOS_TIMER_ONE_SHOT", "VOS_TIMER_PERIODIC"}
 
 headers = sorted(include.glob("*.h"))
 defined = set()

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Any bytes to any message socket. The first byte chooses the road: the dispatcher with the bytes as one message in a
+/* Any bytes to any message socket. The first byte chooses the way in: the dispatcher with the bytes as one message in a
  * buffer that ends right behind its room, the kernel's datagram, or the process's real sockets and its receive loop.
  *
  *     0  dispatcher, room of a main buffer        3  normal socket
@@ -47,7 +47,7 @@ int32_t onLink(uint32_t, uint32_t) { return 0; }
 int32_t onVlan(uint32_t, uint32_t, uint32_t) { return 0; }
 int32_t onMac(uint32_t, uint32_t, uint32_t, void *) { return 0; }
 
-/* The requester's words decide what the handlers leave behind: also what no handler should. */
+/* The words of the request decide what the handlers return, also values that no handler should return. */
 int32_t onBuild(char *text, int32_t *room, uint32_t value1, uint32_t value2) {
     readAll(text, static_cast<std::size_t>(*room));
     memset(text, 'c', static_cast<std::size_t>(*room));
@@ -84,7 +84,7 @@ void dropMail() {
     while (recv(client, &byte, 1, MSG_DONTWAIT) >= 0) continue;
 }
 
-/* The message in a heap block that ends with its room, so that a byte too far is seen. */
+/* The message in a heap block of exactly its room, so that the sanitizer sees an access behind it. */
 void dispatch(const uint8_t *data, std::size_t size, std::size_t room, bool netlink) {
     size = std::min(size, room);
     const std::unique_ptr<uint8_t[]> block{new uint8_t[room]()};
@@ -111,7 +111,7 @@ void throughSocket(const char *path, const uint8_t *data, std::size_t size) {
 
 }  // namespace
 
-/* A named assertion is a described end: the run goes on behind it. */
+/* An assertion is a described result, so the run goes on after it. */
 void vos::assertionFailed(const char *, const char *, Caller, int) { longjmp(back, 1); }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {

@@ -13,7 +13,7 @@
 
 #include "vos.h"
 
-/* A device with an application and fresh partitions. Only in the sandbox, and without a log, whose lines nobody reads.
+/* A device with an application and fresh partitions. Only in the sandbox. The log is off, since nobody reads it.
  */
 inline void prepareDevice() {
     static const bool done = [] {

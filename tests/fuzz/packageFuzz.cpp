@@ -8,7 +8,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     prepareDevice();
     if (size == 0) return 0;
     std::string payload(reinterpret_cast<const char *>(data) + 1, size - 1);
-    /* A permitted path may climb out of its directory, also to where the fuzzer itself lives. */
+    /* A permitted path may leave its directory with "..", and could reach the files of the fuzzer. */
     if (payload.find("..") != std::string::npos) return -1;
     if (data[0] == 1 && payload.size() >= 16) putWord(payload, 4, static_cast<uint32_t>(payload.size() - 16));
     const Exact exact{soundHeader(3, payload) + payload};

@@ -14,7 +14,7 @@ void seal(std::string &file, std::size_t body) {
     putNative(file, 8, Cal_CRC(bytes, static_cast<uint32_t>(body)));
 }
 
-/* Reads every item, and whatever numbers are none, into blocks of exactly the length given. */
+/* Reads every item, and some numbers that are no items, into blocks of exactly the given length. */
 int32_t readAll(uint32_t length) {
     int32_t last = VOS_ERROR;
     for (int32_t item = -1; item < 24; ++item) {

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs into an empty prefix, then builds and runs a consumer with pkg-config and another with find_package.
+# Installs into an empty prefix, then builds and runs a consumer with pkg-config and another with find_package. Then
+# installs below another root, and uninstalls: nothing is left.
 #
 #     installTest.sh BUILD_DIRECTORY
 set -euo pipefail
@@ -9,12 +10,17 @@ here=$(cd "$(dirname "$0")" && pwd)
 sandbox=$here/../support/sandbox
 prefix=$build/install-test
 rm -rf "$prefix"
+fail() { echo "FAILED: $*"; exit 1; }
+has() { # DIRECTORY FILE...
+    local directory=$1 file
+    shift
+    for file in "$@"; do
+        [ -f "$directory/$file" ] || fail "$directory/$file is not installed"
+    done
+}
 cmake --install "$build" --prefix "$prefix" >/dev/null
-
-for file in include/vos/vos.h include/vos/vosTypes.h bin/vosctl share/bash-completion/completions/vosctl \
-    share/zsh/vendor-completions/_vosctl share/fish/vendor_completions.d/vosctl.fish; do
-    [ -f "$prefix/$file" ] || { echo "FAILED: $file is not installed"; exit 1; }
-done
+has "$prefix" include/vos/vos.h include/vos/vosTypes.h bin/vosctl share/bash-completion/completions/vosctl \
+    share/zsh/site-functions/_vosctl share/fish/vendor_completions.d/vosctl.fish share/man/man1/vosctl.1 share/man/man3/vosMsg.3
 [ "$(find "$prefix/include/vos" -name '*.h' | wc -l)" = "$(find "$here/../../include" -name '*.h' | wc -l)" ]
 library=$(dirname "$(find "$prefix" -name libvos.so)")
 [ -f "$library/libvos.a" ] && [ -e "$library/libvos.so.1" ]
@@ -32,8 +38,9 @@ expect_line() { # COMMAND...: runs a consumer and looks for its log line
 }
 
 export PKG_CONFIG_PATH=$library/pkgconfig
-# shellcheck disable=SC2046  # the flags are words
-${CC:-cc} -std=c17 -Wall -Wextra -Werror -o "$prefix/with-pkg-config" "$here/consumer.c" $(pkg-config --cflags --libs vos) \
+flags=()
+eval "flags=($(pkg-config --cflags --libs vos))" # quoted as for a shell, for directories with blanks
+${CC:-cc} -std=c17 -Wall -Wextra -Werror -o "$prefix/with-pkg-config" "$here/consumer.c" "${flags[@]}" \
     -Wl,-rpath,"$library"
 expect_line "$prefix/with-pkg-config"
 
@@ -41,3 +48,20 @@ cmake -S "$here" -B "$prefix/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/
 cmake --build "$prefix/consumer" >/dev/null
 expect_line "$prefix/consumer/consumer"
 expect_line "$prefix/consumer/consumer-static"
+
+# zsh and fish of the distribution look in other directories than those of the administrator.
+export DESTDIR=$build/install-test-root
+rm -rf "$DESTDIR"
+cmake --install "$build" --prefix /usr >/dev/null
+has "$DESTDIR/usr" share/zsh/vendor-completions/_vosctl share/fish/vendor_completions.d/vosctl.fish bin/vosctl
+touch "$DESTDIR/usr/include/vos/somebody-elses.h"
+cmake --build "$build" --target uninstall >/dev/null
+left=$(cd "$DESTDIR" && find . -type f -o -type l)
+[ "$left" = ./usr/include/vos/somebody-elses.h ] || fail "after uninstalling these are left: $left"
+if cmake --build "$build" --target uninstall >/dev/null; then fail "something was uninstalled twice"; fi
+cmake --install "$build" --prefix /usr >/dev/null
+rm "$DESTDIR/usr/include/vos/somebody-elses.h"
+cmake --build "$build" --target uninstall >/dev/null
+left=$(find "$DESTDIR" -name vos)
+[ -z "$left" ] || fail "after uninstalling these directories are left: $left"
+echo "ok: uninstalled"

@@ -75,7 +75,7 @@ def script_is_sound(command):
     name, *arguments = command.split()
     script = source / name
     expect(os.access(script, os.X_OK), f"{name} is not there, or not executable")
-    run(f"bash -n {script}")
+    run(f"bash -n {shlex.quote(str(script))}")
     help_of_it = script.read_text(encoding="utf-8") + (source / "device/main.py").read_text(encoding="utf-8")
     if arguments:
         expect(re.search(rf"^ *#? *{re.escape(command)}\s", help_of_it, flags=re.M), f"nothing tells of {command}")
@@ -98,7 +98,7 @@ def on_the_device(command):
     env = {**os.environ, "PATH": f"{build}/examples:{build}/tools:{os.environ['PATH']}"}
     answers = lambda: subprocess.run(["olt", "show"], env=env, capture_output=True).returncode == 0
     if not any("initd" in each.args for each in background):
-        start(f"initd {build}/examples", env=env)
+        start(f"initd {shlex.quote(str(build))}/examples", env=env)
         eventually(answers, "the device does not start")
     if command.startswith("vosctl log "):
         shown = work / "log"
@@ -138,11 +138,16 @@ KINDS = [
 ]
 
 
+# Commands of other projects, which cannot be run here.
+FOREIGN = ["git clone", "docker run --privileged"]
+
+
 def is_known(word):
     """A name in the text that is not a command."""
     presets = json.loads((source / "CMakePresets.json").read_text(encoding="utf-8"))["configurePresets"]
     return (
-        (source / word).exists()
+        word in FOREIGN
+        or (source / word).exists()
         or (source / "scripts" / word).is_file()
         or (word.startswith("/") and os.path.isdir(word))
         or word in [preset["name"] for preset in presets]
@@ -150,7 +155,7 @@ def is_known(word):
         or (word.startswith("build/") and word in (source / "scripts/site").read_text(encoding="utf-8"))
         or any(prefix.glob(f"lib*/{word}"))
         or (build / "tools" / word).is_file()
-        or (word.startswith("--") and word in run(f"{build}/tools/vosctl --help"))
+        or (word.startswith("--") and word in run(f"{shlex.quote(str(build))}/tools/vosctl --help"))
     )
 
 
@@ -185,7 +190,12 @@ try:
     build_project(project_lines)
     for word in dict.fromkeys(words):
         expect(is_known(word), f"there is no such thing: {word}")
-    for script in (source / "scripts").iterdir():
+    options = re.findall(r"^(?:option|set)\((VOS_\w+) .*", (source / "CMakeLists.txt").read_text(encoding="utf-8"), flags=re.M)
+    installation = (source / "docs/install.md").read_text(encoding="utf-8")
+    for option in options:
+        expect(f"\n| `{option}` |" in installation, f"docs/install.md does not tell of {option}")
+    expect(len(options) > 5, "CMakeLists.txt was not understood")
+    for script in filter(pathlib.Path.is_file, (source / "scripts").iterdir()):
         expect(f"`{script.name}`" in readme or f"`scripts/{script.name}`" in readme, f"nothing tells of {script.name}")
 finally:
     for process in background:

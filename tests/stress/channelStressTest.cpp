@@ -1,6 +1,10 @@
 /* SPDX-License-Identifier: MIT */
-/* Ten loops in one process at the same time: the main one, the second one, and eight thread channels. */
+/* Ten loops in one process at the same time: the main one, the second one, and eight thread channels. Beside the
+ * requests the main loop and the second one fire timers and watch descriptors. */
+#include <fcntl.h>
+
 #include <array>
+#include <atomic>
 #include <thread>
 
 #include "../vosMsg/peer.h"
@@ -63,6 +67,50 @@ void threadLoop(uint32_t self, int32_t fd) {
     close(fd);
 }
 
+/* Beside the requests: timers that callbacks cancel and register again, and a descriptor that both loops watch. The
+ * list of descriptors has no lock, so it stays as it is while the loops run. */
+struct Beside {
+    std::atomic<uint32_t> fired = 0;
+    std::atomic<uint32_t> read = 0;
+    int ends[2] = {-1, -1};
+} beside;
+
+constexpr uint32_t kWakeByte = 4; /* the descriptor becomes readable at every such firing */
+
+void expired(uint32_t, uint64_t) {
+    if (++beside.fired % kWakeByte != 0) return;
+    EXPECT_EQ(write(beside.ends[1], "x", 1), 1);
+}
+
+VOS_MSG_TIMER *changing;
+
+/* The main loop's: cancels a timer and registers another one in its place. */
+void replaceTimer(uint32_t, uint64_t) {
+    expired(0, 0);
+    EXPECT_TRUE(changing == nullptr || vosTimerCancel(changing) == VOS_OK);
+    EXPECT_EQ(vosTimerRegister(1, 1, expired, &changing, 0), VOS_OK);
+}
+
+int32_t readOne(int32_t fd, void *) {
+    char byte = 0;
+    if (read(fd, &byte, 1) == 1) ++beside.read;
+    return 0;
+}
+
+void startBeside() {
+    EXPECT_EQ(pipe2(beside.ends, O_NONBLOCK), 0);
+    EXPECT_EQ(vosMsgSockAdd(beside.ends[0], readOne, nullptr), VOS_OK);
+    VOS_MSG_TIMER *timer = nullptr;
+    EXPECT_EQ(vosTimerRegister(1, 3, replaceTimer, &timer, 0), VOS_OK);
+    EXPECT_EQ(vosTimerRegister2(1, 2, expired, &timer, 0), VOS_OK);
+}
+
+void expectBesideServed() {
+    EXPECT_GT(beside.fired, 20u);
+    EXPECT_GT(beside.read, 0u);
+    EXPECT_LE(beside.read, beside.fired / kWakeByte);
+}
+
 void serveInTenLoops() {
     openChannel("node");
     int reserved = 0;
@@ -72,6 +120,7 @@ void serveInTenLoops() {
     for (uint32_t i = 0; i < kThreads; ++i)
         EXPECT_EQ(vosMsgThreadInit("node", static_cast<int32_t>(i), &sockets[i], 0), VOS_OK);
     vosDebugConfig(VOS_DEBUG_ERROR);
+    startBeside();
     ready();
     std::vector<std::thread> threads;
     for (uint32_t i = 0; i < kThreads; ++i) threads.emplace_back(threadLoop, i, sockets[i]);
@@ -86,6 +135,7 @@ void serveInTenLoops() {
         kMain, [](void *to, uint32_t size, VOS_MSG_PEER *peer) { return vosMsgRecv(0, to, size, 60000, peer); },
         [](uint32_t code, const void *answer, const VOS_MSG_PEER *peer) { vosMsgResp(0, code, answer, 12, peer); });
     for (std::thread &thread : threads) thread.join();
+    expectBesideServed();
 }
 
 int32_t ask(Numbered &request, uint32_t *code) {

@@ -15,7 +15,7 @@ constexpr uint32_t kOperations = 20000;
 constexpr std::size_t kConfigurationSize = 4096;
 const char *const kConfiguration = "/flash/zebcfg";
 
-/* A word and a configuration that show whether they were ever written: the word's halves are each other's complement,
+/* Words and configurations that can be recognised as written ones: the halves of a word are each other's complement,
  * the configuration is one letter throughout. */
 uint32_t wordOf(uint32_t number) { return (number << 16) | (~number & 0xFFFF); }
 bool written(uint32_t word) { return (word >> 16) == (~word & 0xFFFF); }
@@ -44,7 +44,7 @@ void readConfiguration() {
     char *buffer = nullptr;
     uint32_t length = 0;
     ASSERT_EQ(vosFileCfgRead(&buffer, &length), VOS_OK);
-    /* The size is asked before the lock is had, so that it may be that of a file a writer has just truncated. */
+    /* The size is asked before the lock is taken, so it can be that of a file that a writer has just truncated. */
     EXPECT_TRUE(length == 0 || written(std::string(buffer, length)));
     vosFileCfgFree(buffer);
 }
@@ -123,7 +123,7 @@ TEST(FlashStress, AWriterKilledAtARandomMoment) {
         writer.send(SIGKILL);
         EXPECT_TRUE(writer.finish().killedBy(SIGKILL));
 
-        /* No rename stands behind a configuration: killed between truncation and write, it is gone. */
+        /* A configuration is truncated and then written: a kill between the two leaves it empty. */
         const std::string configuration = fileContent(kConfiguration);
         EXPECT_TRUE(configuration.empty() || written(configuration)) << configuration.size();
         empty += configuration.empty() ? 1 : 0;

@@ -5,6 +5,9 @@
 #ifndef TESTS_SUPPORT_FAULTS_H
 #define TESTS_SUPPORT_FAULTS_H
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <string>
@@ -20,6 +23,7 @@ struct FaultPoint {
     int occurrence = 1;  // which of these calls: 1 is the first after arming
     int error = 0;       // errno that it reports; 0 takes the usual one (EIO, or ENOMEM for an allocation)
     long shortTo = -1;   // not -1: the call succeeds, but moves only that many bytes
+    bool ends = false;   // the process is killed at the call, or behind it when it is shortened
 };
 
 namespace Faults {
@@ -37,6 +41,9 @@ bool disarm();
 
 /* The calls that libvos makes while `action` runs, in order, without those that only format or print. */
 std::vector<std::string> record(const std::function<void()> &action);
+
+/* From here on the thread that enters the chosen call stores its id; an occurrence of 0 ends that. */
+void watch(const std::string &call, int occurrence, std::atomic<pid_t> *caller);
 
 /* Heap blocks that libvos has allocated and nobody has released through it. */
 int liveBlocks();

@@ -22,6 +22,7 @@
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
+#include <sys/uio.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -55,9 +56,17 @@ struct Armed {
     std::array<char, 32> call{};
     int error = 0;
     long shortTo = -1;
+    bool ends = false;
     std::atomic<int> left = 0;  // 1: the next such call fails
     std::atomic<bool> struck = false;
 } armed;
+
+/* The call whose caller is wanted; written and read as `armed` is. */
+struct Watched {
+    std::array<char, 32> call{};
+    std::atomic<pid_t> *caller = nullptr;
+    std::atomic<int> left = 0;
+} watched;
 
 std::atomic<bool> recording = false;
 std::mutex recordMutex;
@@ -71,9 +80,13 @@ Verdict enter(const char *call, Kind kind) {
         const std::lock_guard lock(recordMutex);
         if (recording) recorded.emplace_back(call); /* another thread may have come to its end meanwhile */
     }
+    if (watched.left.load(std::memory_order_relaxed) != 0 && strcmp(watched.call.data(), call) == 0 &&
+        watched.left.fetch_sub(1) == 1)
+        *watched.caller = gettid();
     if (armed.left.load(std::memory_order_relaxed) == 0 || strcmp(armed.call.data(), call) != 0) return Verdict::Pass;
     if (armed.left.fetch_sub(1) != 1) return Verdict::Pass;
     armed.struck = true;
+    if (armed.ends && armed.shortTo < 0) raise(SIGKILL);
     return armed.shortTo >= 0 ? Verdict::Shorten : Verdict::Fail;
 }
 
@@ -133,7 +146,9 @@ namespace over {
         const Verdict verdict = enter(#name, Kind::Listed);                                             \
         if (verdict == Verdict::Fail) return ERRNO::failed<result>();                                   \
         if (verdict == Verdict::Shorten) length = std::min(length, static_cast<size_t>(armed.shortTo)); \
-        return ::name arguments;                                                                        \
+        const result moved = ::name arguments;                                                          \
+        if (verdict == Verdict::Shorten && armed.ends) raise(SIGKILL);                                  \
+        return moved;                                                                                   \
     }
 #define GIVES(name, parameters, arguments)                               \
     int name parameters {                                                \
@@ -155,6 +170,25 @@ int open(const char *path, int flags, ...) {
     va_end(list);
     if (enter("open", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
     return ::open(path, flags, mode);
+}
+
+int openat(int at, const char *path, int flags, ...) {
+    va_list list;
+    va_start(list, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(list, mode_t) : 0;
+    va_end(list);
+    if (enter("openat", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
+    return ::openat(at, path, flags, mode);
+}
+
+/* A short transfer of pieces is one of a shorter first piece. */
+ssize_t writev(int fd, const iovec *pieces, int count) {
+    const Verdict verdict = enter("writev", Kind::Listed);
+    if (verdict == Verdict::Fail) return ERRNO::failed<ssize_t>();
+    if (verdict == Verdict::Pass) return ::writev(fd, pieces, count);
+    const ssize_t moved = ::write(fd, pieces->iov_base, std::min(pieces->iov_len, static_cast<size_t>(armed.shortTo)));
+    if (armed.ends) raise(SIGKILL);
+    return moved;
 }
 
 /* Has no result: a failure is a sync that does not happen. */
@@ -288,6 +322,13 @@ int strerrorPortable(int error, char *to, size_t size) {
     return __xpg_strerror_r(error, to, size);
 }
 
+/* The mutex is released even when the call reports a failure: else whoever takes it next would wait for ever. */
+int pthread_mutex_unlock(pthread_mutex_t *mutex) {
+    const Verdict verdict = enter("pthread_mutex_unlock", Kind::Listed);
+    const int result = ::pthread_mutex_unlock(mutex);
+    return verdict == Verdict::Fail ? CODE::failed<int>() : result;
+}
+
 /* A sleep fails by ending early. */
 unsigned sleep(unsigned seconds) {
     if (enter("sleep", Kind::Listed) != Verdict::Fail) return ::sleep(seconds);
@@ -394,6 +435,8 @@ const std::vector<Override> &overrides() {
 #undef MOVES
 #undef GIVES
         entry("open", over::open),
+        entry("openat", over::openat),
+        entry("writev", over::writev),
         entry("sync", over::sync),
         entry("fcntl", over::fcntl),
         entry("fcntl64", over::fcntl),
@@ -408,6 +451,7 @@ const std::vector<Override> &overrides() {
         entry("vfork", over::vostestVfork),
         entry("__cxa_atexit", over::cxaAtexit),
         entry("__xpg_strerror_r", over::strerrorPortable),
+        entry("pthread_mutex_unlock", over::pthread_mutex_unlock),
         entry("sleep", over::sleep),
         entry("malloc", over::malloc),
         entry("calloc", over::calloc),
@@ -438,6 +482,7 @@ void Faults::arm(const FaultPoint &point) {
     point.call.copy(armed.call.data(), armed.call.size() - 1);
     armed.error = point.error;
     armed.shortTo = point.shortTo;
+    armed.ends = point.ends;
     armed.struck = false;
     armed.left = point.occurrence;
 }
@@ -445,6 +490,14 @@ void Faults::arm(const FaultPoint &point) {
 bool Faults::disarm() {
     armed.left = 0;
     return armed.struck;
+}
+
+void Faults::watch(const std::string &call, int occurrence, std::atomic<pid_t> *caller) {
+    watched.left = 0;
+    watched.call = {};
+    call.copy(watched.call.data(), watched.call.size() - 1);
+    watched.caller = caller;
+    watched.left = occurrence;
 }
 
 std::vector<std::string> Faults::record(const std::function<void()> &action) {

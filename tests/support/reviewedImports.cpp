@@ -17,6 +17,7 @@ constexpr std::string_view kCannotFail[] = {
     // memory only
     "bcmp",
     "__memcpy_chk",
+    "__memmove_chk",
     "__memset_chk",
     "__xpg_basename",
     "memchr",
@@ -32,6 +33,9 @@ constexpr std::string_view kCannotFail[] = {
     "strlen",
     "strnlen",
     "strrchr",
+    // signal masks: fail only for arguments that the library does not pass
+    "pthread_sigmask",
+    "sigfillset",
     // processes: always succeed, or their result is passed on as it is
     "getopt",
     "getpid",
@@ -44,6 +48,14 @@ constexpr std::string_view kCannotFail[] = {
     "freeaddrinfo",
     "inet_addr",
     "inet_ntoa",
+    // threads: fail only for arguments that the library does not pass, or for want of memory at load
+    "__pthread_register_cancel",
+    "__pthread_unregister_cancel",
+    "__pthread_unwind_next",
+    "__register_atfork",
+    "__sigsetjmp",
+    "__sigsetjmp_cancel",
+    "pthread_setcancelstate",
     // formats that only hold numbers and short texts, into bounded buffers
     "__snprintf_chk",
     "snprintf",

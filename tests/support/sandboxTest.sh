@@ -45,7 +45,25 @@ before="$(cat /proc/sys/net/core/wmem_max) $(cat /proc/sys/kernel/core_pattern) 
 world env
 if [ "$(id -u)" = 0 ]; then
     world setpriv --reuid 65534 --regid 65534 --clear-groups
+    # As in a container that allows user namespaces only.
+    world setpriv --bounding-set -sys_admin --inh-caps -sys_admin
 fi
+expect "a sandbox can be made here" "$(status "$sandbox" --check)" 0
+# As in a container that allows none: all that may be made are used up.
+without_namespaces() { # COMMAND...
+    # shellcheck disable=SC2016  # expanded by the shell inside
+    unshare --user --map-root-user bash -c '
+        for kind in user mnt net pid; do echo 0 >"/proc/sys/user/max_${kind}_namespaces"; done; "$@"' bash "$@"
+}
+expect "where none can be made, the check fails" "$(status without_namespaces "$sandbox" --check)" 125
+said=$(without_namespaces "$sandbox" --check 2>&1) || true
+for words in 'this system does not allow them' 'docker run --privileged' 'sysctl' 'chroot'; do
+    expect "the check says \"$words\"" "$(grep -qF "$words" <<<"$said" && echo yes)" yes
+done
+mkdir "$stage/bin" # all but bubblewrap
+for program in bash cat mkdir mount pivot_root setpriv sh unshare; do ln -s "$(command -v $program)" "$stage/bin/"; done
+expect "the check needs no bubblewrap" "$(PATH=$stage/bin status "$sandbox" --check)" 0
+expect "nor does it to fail" "$(status without_namespaces env PATH="$stage/bin" "$sandbox" --check)" 125
 expect "nothing of the machine has changed" \
     "$(cat /proc/sys/net/core/wmem_max) $(cat /proc/sys/kernel/core_pattern) $(uname -n)" "$before"
 expect "a world that cannot be made fails the run" "$(status "$sandbox" --writable /no/such/directory true)" 1

@@ -1,5 +1,7 @@
 /* SPDX-License-Identifier: MIT */
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "support/faults.h"
@@ -104,6 +106,20 @@ TEST(DebugPrintf, AMessageOf300CharactersIsPrintedWithItsFirst255) {
     EXPECT_THAT(outcome.messages(), ElementsAre(std::string(255, 'a')));
 }
 
+TEST(DebugPrintf, APairOfPercentSignsThatTheCutWouldDivideIsLeftOut) {
+    const Outcome outcome = run([] {
+        asProcess("app");
+        const int header = vosDebugPrintf(VOS_DEBUG_ERROR, "%s", "");
+        for (const int before : {252, 253, 254, 255}) {
+            const std::string text = std::string(static_cast<std::size_t>(before), 'x') + "%%%%%%";
+            EXPECT_EQ(vosDebugPrintf(VOS_DEBUG_ERROR, "%s", text.c_str()),
+                      header + std::min(before + (255 - before) / 2, 255));
+        }
+    });
+    const auto x = [](std::size_t count) { return std::string(count, 'x'); };
+    EXPECT_THAT(outcome.messages(), ElementsAre("", x(252) + "%", x(253) + "%", x(254), x(255)));
+}
+
 TEST(DebugPrintf, TheFinishedLineIsFormattedOnceMore) {
     const Outcome outcome = run([] { vosDebugPrintf(VOS_DEBUG_ERROR, "%s", "100%% done"); });
     EXPECT_THAT(outcome.messages(), ElementsAre("100% done"));
@@ -134,6 +150,15 @@ TEST(DebugPrintf, AnOutputErrorIsPassedBack) {
     EXPECT_EQ(attempt.outcome.output, "");
 }
 
+TEST(DebugPrintf, WithNoDescriptorLeftTheNameIsEmptyAndTheLineIsPrinted) {
+    const Outcome outcome = run([] {
+        const rlimit none{0, 0};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        vosDebugPrintf(VOS_DEBUG_ERROR, "f:line.");
+    });
+    EXPECT_EQ(outcome.output, header("", outcome) + "f:line.");
+}
+
 TEST(DebugPrintf, AMessageThatCannotBeFormattedLeavesTheHeader) {
     const Attempt attempt = failCall(
         {.call = "vsnprintf"}, [] { asProcess("oltd"); }, [] { return vosDebugPrintf(VOS_DEBUG_ERROR, "f:line."); });
@@ -155,6 +180,14 @@ TEST(Printf, IsFlushedAtOnce) {
         _exit(0); /* buffered output would be lost */
     });
     EXPECT_EQ(outcome.output, "seen");
+}
+
+TEST(Printf, TheResultIsTheNumberOfCharactersEvenIfTheyCannotBeWritten) {
+    run([] {
+        ASSERT_EQ(dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO), STDOUT_FILENO);
+        EXPECT_EQ(vosPrintf("text"), 4);
+        EXPECT_GT(vosDebugPrintf(VOS_DEBUG_ERROR, "f:line."), 7);
+    });
 }
 
 TEST(Printf, AnOutputErrorIsPassedBackAndAFailedFlushIsNot) {

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The header's limit. A process name of the library is never this long: this program puts a larger one in its place, as
- * an application may. */
+/* The header's limit. A process name of the library is never this long: this program defines a larger variable of that
+ * name, as an application may. */
 #include <gmock/gmock.h>
 #include <unistd.h>
 

@@ -42,6 +42,16 @@ TEST(Memory, ReallocKeepsTheContents) {
     });
 }
 
+TEST(Memory, ReallocToZeroReleasesTheBlockAndGivesNull) {
+    run([] {
+        const int before = Faults::liveBlocks();
+        void *const block = vosMalloc(40);
+        EXPECT_EQ(Faults::liveBlocks(), before + 1);
+        EXPECT_EQ(vosRealloc(block, 0), nullptr);
+        EXPECT_EQ(Faults::liveBlocks(), before);
+    });
+}
+
 TEST(Memory, BlocksMayBeReleasedByTheSystemLibraryAndTheOtherWayRound) {
     run([] {
         free(vosMalloc(16));

@@ -18,8 +18,9 @@ using testing::IsEmpty;
 namespace {
 
 constexpr int32_t kReadWrite = 0;
-constexpr int32_t kReadOnly = 1;
-constexpr int32_t kCreate = 2;
+constexpr int32_t kReadOnly = VOS_SHARE_READ_ONLY;
+constexpr int32_t kCreate = VOS_SHARE_CREATE;
+static_assert(kReadOnly == 1 && kCreate == 2);
 const char *const kName = "/tmp/segment";
 
 void nameSegment() { std::ofstream{kName}; }

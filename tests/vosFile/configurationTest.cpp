@@ -1,6 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /* The saved configuration and the saved syslog. */
 #include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include "vos.h"
 #include "vosFile/flash.h"
@@ -20,7 +22,7 @@ constexpr uint32_t kTrace = VOS_DEBUG_ERROR | VOS_DEBUG_TRACE;
 int32_t saveConfiguration(const std::string &bytes) { return vosFileCfgWrite(bytes.data(), size32(bytes)); }
 int32_t saveSyslog(const std::string &bytes) { return vosFileSyslogWrite(bytes.data(), size32(bytes)); }
 
-/* Loads and releases; the result only. */
+/* Loads the configuration and releases it. Returns the result. */
 long loadConfiguration() {
     char *buffer = nullptr;
     uint32_t length = 0;
@@ -198,6 +200,33 @@ TEST(Configuration, AShortReadIsLoggedAndTheLengthIsTheOneAnnounced) {
         vosFileCfgFree(buffer);
     });
     EXPECT_THAT(outcome.messages(), ElementsAre("vosFileCfgRead:read cfg file need 7 but only read 3."));
+}
+
+/* The reader asks the size, and then waits for a writer that makes the file longer, shorter or empty. */
+TEST(Configuration, AFileThatChangesWhileItsReaderWaitsComesWithTheOldLength) {
+    const auto readWhile = [](const std::string &written) {
+        putFile(kConfiguration, "0123456789");
+        const int fd = open(kConfiguration, O_RDWR);
+        EXPECT_EQ(flock(fd, LOCK_EX), 0);
+        Process reader = start([=] {
+            char *buffer = nullptr;
+            uint32_t length = 0;
+            EXPECT_EQ(vosFileCfgRead(&buffer, &length), VOS_OK);
+            ASSERT_EQ(length, 10u);
+            std::string expected = written;
+            expected.resize(10, '\0');
+            EXPECT_EQ(std::string(buffer, length), expected);
+            vosFileCfgFree(buffer);
+        });
+        EXPECT_TRUE(eventually([] { return fileContent("/proc/locks").find("->") != std::string::npos; }));
+        putFile(kConfiguration, written);
+        EXPECT_EQ(flock(fd, LOCK_UN), 0); /* the reader has inherited the descriptor, so closing it would not unlock */
+        close(fd);
+        return reader.finish().messages();
+    };
+    EXPECT_THAT(readWhile("abcdefghijklmnopqrstuvwxyz"), IsEmpty());
+    EXPECT_THAT(readWhile("abc"), ElementsAre("vosFileCfgRead:read cfg file need 10 but only read 3."));
+    EXPECT_THAT(readWhile(""), ElementsAre("vosFileCfgRead:read cfg file need 10 but only read 0."));
 }
 
 TEST(Configuration, AFileOf4GiBDoesNotFitIntoMemory) {

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* All ways to the CRC-32 lead to the same value: that of the definition, one byte after the other over the table. */
-#include "vosFile/crc32.h"
+/* Every implementation of the CRC-32 gives the value of the definition, which goes byte by byte over the table. */
+#include "base/crc32.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* Existence, removal, size, trees and the null device. */
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "vos.h"
@@ -200,8 +201,32 @@ TEST(DirectoryDelete, EachFailingCall) {
     expectLines(attempts, "rmdir#2", VOS_ERROR, {failedLine("vosDirDelete:rmdir dir /flash/tree")});
     for (const char *const call : {"sync#1", "sync#2", "sync#3", "closedir#1", "closedir#2"})
         expectLines(attempts, call, VOS_OK, {});
-    /* A directory that cannot be read further is taken as read: what is left in it stops its removal. */
+    /* A failed readdir() looks like the end of the directory. The entries that remain make the removal fail. */
     expectLines(attempts, "readdir#1", VOS_ERROR, {failedLine("vosDirDelete:rmdir dir /flash/tree", ENOTEMPTY)});
+}
+
+TEST(DirectoryDelete, ALinkWithASlashBehindItNamesItsTarget) {
+    putTree();
+    fs::create_symlink("/flash/tree", "/flash/link");
+    const Outcome outcome = run([] { EXPECT_EQ(vosDirDelete("/flash/link/"), VOS_ERROR); });
+    EXPECT_THAT(outcome.messages(), ElementsAre(failedLine("vosDirDelete:rmdir dir /flash/link/", ENOTDIR)));
+    EXPECT_TRUE(fs::is_empty("/flash/tree"));
+    EXPECT_TRUE(fs::is_symlink("/flash/link"));
+}
+
+TEST(DirectoryDelete, ATreeDeeperThanTheLimitOfDescriptorsFailsCleanly) {
+    std::string deep = "/flash/tree";
+    for (int depth = 0; depth < 40; ++depth) deep += "/d";
+    fs::create_directories(deep);
+    const Outcome outcome = run([] {
+        const rlimit few{20, 20};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+        EXPECT_EQ(vosDirDelete("/flash/tree"), VOS_ERROR);
+        EXPECT_EQ(errno, EMFILE);
+    });
+    EXPECT_THAT(outcome.messages().at(0), HasSubstr("vosDirDelete:opendir dir /flash/tree/d"));
+    EXPECT_TRUE(present(deep));
+    run([] { EXPECT_EQ(vosDirDelete("/flash/tree"), VOS_OK); });
 }
 
 TEST(DirectoryDelete, ATreeDeeperThanTheLongestPathFailsCleanly) {
@@ -241,7 +266,38 @@ TEST(HandleToNull, ANullResultIsRefusedAndABadDescriptorFails) {
     EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
-/* Only the null device stays open after a failure to duplicate, which is what is promised. */
+/* A service often starts with standard output closed. The null device then gets number 1, and looks like an open one.
+ */
+TEST(HandleToNull, AClosedDescriptorFailsAndStaysClosed) {
+    const auto refuse = [](int closed) {
+        int32_t saved = 77;
+        EXPECT_EQ(vosFileHandleToNull(closed, &saved), VOS_ERROR);
+        EXPECT_EQ(errno, EBADF);
+        EXPECT_EQ(saved, 77);
+        EXPECT_EQ(fcntl(closed, F_GETFD), -1);
+    };
+    run([&] {
+        const int kept = dup(STDOUT_FILENO);
+        close(STDOUT_FILENO);
+        refuse(STDOUT_FILENO);
+        EXPECT_EQ(devNull(), STDOUT_FILENO) << "the number is free for the next open";
+        dup2(kept, STDOUT_FILENO);
+        refuse(200);
+    });
+}
+
+TEST(HandleToNull, CloseOnExecIsLostAndTheSavedDescriptorIsInherited) {
+    run([] {
+        const int fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+        int32_t saved = -1;
+        ASSERT_EQ(vosFileHandleToNull(fd, &saved), VOS_OK);
+        EXPECT_EQ(fcntl(saved, F_GETFD), 0);
+        ASSERT_EQ(vosFileHandleRestore(fd, saved), VOS_OK);
+        EXPECT_EQ(fcntl(fd, F_GETFD), 0);
+    });
+}
+
+/* After a failure to duplicate, the null device alone stays open, as the header says. */
 TEST(HandleToNull, EachFailingCall) {
     static int fd = -1;
     const auto attempts = failEachCall([] { fd = devNull(); },

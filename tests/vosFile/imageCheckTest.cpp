@@ -119,6 +119,18 @@ TEST(ImageCheckFile, AFileOf16BytesOrLessAMissingOneAndNullFail) {
     EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
+TEST(ImageCheckFile, AFileOf4GiBAndMoreFailsAlsoWhenItBeginsWithASoundImage) {
+    putApplication();
+    const std::string image = applicationImage("new");
+    run([&] {
+        for (const uint64_t more : {uint64_t{0}, uint64_t{image.size()}}) {
+            putFile("/tmp/image", image);
+            std::filesystem::resize_file("/tmp/image", 0x100000000 + more);
+            EXPECT_EQ(vosFileImageCheckFile(2, "/tmp/image"), VOS_ERROR) << more;
+        }
+    });
+}
+
 TEST(ImageCheckFile, AFileThatDoesNotComeWholeFails) {
     const Attempt attempt = failCall(
         {.call = "read", .shortTo = 20},

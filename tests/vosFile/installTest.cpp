@@ -1,4 +1,8 @@
 /* SPDX-License-Identifier: MIT */
+#include <sys/mount.h>
+
+#include <csignal>
+
 #include "vosFile/images.h"
 
 using namespace vostest;
@@ -133,6 +137,50 @@ TEST(AppWrite, NoFailureOfTheBackupStopsTheInstallation) {
     }
     EXPECT_EQ(at(attempts, "open#6").result, VOS_ERROR);
     EXPECT_EQ(at(attempts, "write#3").result, VOS_ERROR);
+}
+
+TEST(AppWrite, ACutBetweenTheVersionAndTheImageLeavesTheOldOneWholeWithoutAVersion) {
+    putReleased();
+    const std::string old = fileContent(kApplication);
+    const Outcome cut = run([] {
+        Faults::arm({.call = "open", .occurrence = 6, .ends = true});
+        installNew();
+    });
+    EXPECT_TRUE(cut.killedBy(SIGKILL));
+    EXPECT_FALSE(present(kVersion));
+    EXPECT_EQ(fileContent(kApplication), old);
+    EXPECT_EQ(fileContent(kBackup), old) << "equal to its backup: the old one";
+}
+
+TEST(AppWrite, WithAnEmptyVersionFileTheBackupIsMade) {
+    putReleased();
+    putFile(kVersion, "");
+    run([] { EXPECT_EQ(installNew(), VOS_OK); });
+    EXPECT_TRUE(present(kBackup));
+    EXPECT_EQ(fileContent(kBackupVersion), "");
+}
+
+TEST(AppWrite, TheVersionIsGoneAlsoWhenTheInstallationFailsAfterTheBackup) {
+    const Attempt open = failCall({.call = "open", .occurrence = 6}, putReleased, installNew);
+    EXPECT_EQ(open.result, VOS_ERROR);
+    EXPECT_FALSE(present(kVersion));
+    EXPECT_EQ(fileContent(kApplication), applicationImage("old")) << "not opened, so unchanged";
+}
+
+/* No result and no line tells that the backup is cut short. A check of the backup tells it. */
+TEST(AppWrite, AFullFlashCutsTheBackupShortWithoutALine) {
+    const Outcome outcome = run([] {
+        ASSERT_EQ(mount("none", "/flash", "tmpfs", 0, "size=64k"), 0) << strerror(errno);
+        putApplication(std::string(200000, 'o'));
+        putFile(kVersion, named("1.0"));
+        EXPECT_EQ(installNew(), VOS_OK);
+        EXPECT_EQ(fileContent(kApplication), kNew);
+        EXPECT_EQ(fileContent(kBackup).size(), 65536u);
+        EXPECT_FALSE(present(kVersion));
+        EXPECT_EQ(vosFileImageCheckFile(2, kBackup), VOS_ERR_IMAGE_CRC);
+        EXPECT_EQ(umount("/flash"), 0);
+    });
+    EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
 TEST(AppWrite, AFailedBackupKeepsTheVersionFile) {

@@ -1,4 +1,6 @@
 /* SPDX-License-Identifier: MIT */
+#include <sys/mount.h>
+
 #include "vosFile/images.h"
 #include "vosSysConfig/partitions.h"
 
@@ -159,6 +161,29 @@ TEST(Package, DirectoriesAreDeletedWithEverythingInThemAndAMissingOneIsFine) {
     EXPECT_THAT(outcomeOf(onlyEntry(entry), VOS_OK), IsEmpty());
     EXPECT_FALSE(present("/app/oem"));
     EXPECT_THAT(outcomeOf(onlyEntry(entry), VOS_OK), IsEmpty());
+}
+
+TEST(Package, ModesAreTakenLessTheUmaskAndSetIdBitsAreKept) {
+    run([] {
+        putApplication();
+        umask(027);
+        const std::string entries = entryOf({.name = named("/app/oemFile"), .mode = 04777}) +
+                                    entryOf({.kind = 1, .name = named("/app/oemDirectory"), .mode = 01777});
+        EXPECT_EQ(installApplication(packageOf(2, entries)), VOS_OK);
+    });
+    EXPECT_EQ(modeOf("/app/oemFile"), 04750u);
+    EXPECT_EQ(modeOf("/app/oemDirectory"), 01750u);
+}
+
+TEST(Package, AReadOnlyFileSystemFailsTheEntry) {
+    putApplication();
+    const Outcome outcome = run([] {
+        ASSERT_EQ(mount(nullptr, "/app", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0) << strerror(errno);
+        EXPECT_EQ(installApplication(packageOf(1, kFileEntry)), VOS_ERROR);
+    });
+    EXPECT_THAT(outcome.messages(), ElementsAre(failedLine("vosFileDelete:remove file /app/oem1", EROFS),
+                                                failedLine("vosFileWrite_m:open file /app/oem1", EROFS),
+                                                failedLine("vosFileImageFileOp:add file /app/oem1", EROFS)));
 }
 
 TEST(Package, ADirectoryThatIsNotPermittedFailsWithoutALine) {

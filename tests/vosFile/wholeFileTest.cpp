@@ -1,10 +1,12 @@
 /* SPDX-License-Identifier: MIT */
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <csignal>
 #include <thread>
 
 #include "vos.h"
@@ -142,6 +144,18 @@ TEST(FileWrite, ANewFileGetsTheModeAskedForAndOtherwise0666) {
     });
     EXPECT_EQ(modeOf(kPath), 0666u);
     EXPECT_EQ(modeOf("/flash/other"), 0640u);
+}
+
+TEST(FileWrite, TheUmaskIsTakenFromTheModeAndSetIdBitsAreKept) {
+    run([] {
+        umask(077);
+        EXPECT_EQ(vosFileWrite_m(kPath, "x", 1, 0644), VOS_OK);
+        umask(0);
+        EXPECT_EQ(vosFileWrite_m("/flash/other", "x", 1, 04755), VOS_OK);
+        EXPECT_EQ(vosFileWrite_m(kPath, "x", 1, 0666), VOS_OK);
+    });
+    EXPECT_EQ(modeOf(kPath), 0600u) << "an existing file keeps its own";
+    EXPECT_EQ(modeOf("/flash/other"), 04755u);
 }
 
 TEST(FileWrite, ItIsFlushedInOrderAfterTheLockIsReleased) {
@@ -290,6 +304,73 @@ TEST(FileLock, AWriterWaitsForAReaderAndTwoReadersDoNotWait) {
     reader.finish();
     EXPECT_TRUE(writer.finish().exited(0));
     EXPECT_EQ(fileContent(kPath), "new");
+}
+
+TEST(FileLock, ASignalWithoutRestartEndsTheWaitAndTheWriteGoesOnWithoutTheLock) {
+    putFile(kPath, "old");
+    Process reader = start([] {
+        const int fd = open(kPath, O_RDONLY);
+        ASSERT_EQ(flock(fd, LOCK_SH), 0);
+        ready();
+        pause();
+    });
+    reader.awaitReady();
+    const auto write = [](int flags) {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        action.sa_flags = flags;
+        ASSERT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
+        const itimerval often{{0, 5000}, {0, 5000}}; /* again and again: the first may come before the wait */
+        ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+        EXPECT_EQ(writeFrom("new"), VOS_OK);
+    };
+    const Outcome interrupted = run([&] { write(0); });
+    EXPECT_THAT(interrupted.messages(), ElementsAre(failedLine("vosFileWrite_m:lock file /flash/data", EINTR)));
+    EXPECT_EQ(fileContent(kPath), "new");
+    putFile(kPath, "old");
+    Process writer = start([&] { write(SA_RESTART); });
+    EXPECT_TRUE(eventually([] { return fileContent("/proc/locks").find("->") != std::string::npos; }));
+    EXPECT_EQ(fileContent(kPath), "old");
+    reader.send(SIGKILL);
+    reader.finish();
+    EXPECT_THAT(writer.finish().messages(), IsEmpty());
+    EXPECT_EQ(fileContent(kPath), "new");
+}
+
+TEST(FileCopy, OntoItselfKeepsTheContent) {
+    putFile(kPath, "content");
+    run([] { EXPECT_EQ(vosFileCopy(kPath, kPath), VOS_OK); });
+    EXPECT_EQ(fileContent(kPath), "content");
+}
+
+TEST(FileCopy, OntoAnEmptyDirectoryReplacesItAndOntoAFullOneFails) {
+    putFile(kPath, "content");
+    std::filesystem::create_directories("/flash/empty");
+    std::filesystem::create_directories("/flash/full/child");
+    const Outcome outcome = run([] {
+        EXPECT_EQ(vosFileCopy(kPath, "/flash/empty"), VOS_OK);
+        EXPECT_EQ(vosFileCopy(kPath, "/flash/full"), VOS_ERROR);
+    });
+    EXPECT_EQ(fileContent("/flash/empty"), "content");
+    EXPECT_THAT(outcome.messages(), ElementsAre(failedLine("vosFileDelete:remove file /flash/full", ENOTEMPTY),
+                                                failedLine("vosFileCopy:open file /flash/full", EISDIR)));
+}
+
+TEST(FileCopy, ADirectoryAsTheSourceGivesAnEmptyFile) {
+    std::filesystem::create_directory("/flash/directory");
+    const Outcome outcome = run([] { EXPECT_EQ(vosFileCopy("/flash/directory", "/flash/copy"), VOS_OK); });
+    EXPECT_THAT(outcome.messages(), IsEmpty());
+    EXPECT_EQ(fileContent("/flash/copy"), "");
+}
+
+TEST(FileCopy, ADestinationThatThenCannotBeOpenedIsGone) {
+    const auto prepare = [] {
+        putFile(kPath, "content");
+        putFile("/flash/copy", "before");
+    };
+    const auto copy = [] { return vosFileCopy(kPath, "/flash/copy"); };
+    EXPECT_EQ(failCall({.call = "open", .occurrence = 2}, prepare, copy).result, VOS_ERROR);
+    EXPECT_FALSE(present("/flash/copy"));
 }
 
 TEST(FileCopy, OntoALongerDestinationLeavesExactlyTheSourcesBytes) {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The CRC-32 against another program's. */
+/* The CRC-32 is compared with zlib's. */
 #include <zlib.h>
 
 #include <random>

@@ -238,8 +238,8 @@ TEST(Init, ProcessesThatStartAtTheSameTimeLeaveTheSameSettings) {
     for (Process &each : processes) EXPECT_TRUE(each.finish().exited(0));
     EXPECT_EQ(tunable("vm/overcommit_memory"), "0\n");
     EXPECT_EQ(tunable("net/core/wmem_max"), "14680064\n");
-    /* The line is compared alone: in place of the kernel's file stands a plain one, in which a longer pattern that was
-     * written in between may leave its end. */
+    /* Only the first line is compared: the sandbox has a plain file in place of the kernel's, and the end of a longer
+     * pattern that was written at the same time may stay in it. */
     const std::string pattern = corePattern();
     EXPECT_THAT(pattern.substr(0, pattern.find('\n')),
                 AnyOf("/flash/core-one-%e-%p-%t", "/flash/core-two-%e-%p-%t", "/flash/core-three-%e-%p-%t",

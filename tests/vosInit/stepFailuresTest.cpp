@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Steps that fail: the program's own functions stand in the place of the library's, which never report a failure. */
+/* Steps that fail. The program defines the functions of the steps itself, because the library's never fail. */
 #include <gmock/gmock.h>
 
 #include "support/child.h"

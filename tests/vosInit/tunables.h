@@ -1,13 +1,18 @@
 /* SPDX-License-Identifier: MIT */
-/* The sandbox's private tunables, and the command lines that write them. */
+/* The sandbox's own tunables, and the command lines that write them. */
 #ifndef TESTS_VOS_INIT_TUNABLES_H
 #define TESTS_VOS_INIT_TUNABLES_H
 
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <linux/securebits.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdarg>
 #include <cstdint>
 #include <filesystem>
@@ -25,14 +30,14 @@ inline std::string contentOf(const std::string &path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/* What the kernel would take from a file below /proc/sys. */
+/* The content of a file below /proc/sys: what the kernel would have been told. */
 inline std::string tunable(const std::string &name) { return contentOf("/proc/sys/" + name); }
 
 inline std::string corePattern() { return tunable("kernel/core_pattern"); }
 
 inline const char *const kCommands = "/tmp/commands";
 
-/* Stands for execl() in the shell's process: writes the command line down, then runs it. */
+/* Replaces execl() in the shell's process: notes the command line, then runs it. */
 inline int noteAndExecute(const char *path, const char *name, ...) {
     va_list list;
     va_start(list, name);
@@ -43,14 +48,14 @@ inline int noteAndExecute(const char *path, const char *name, ...) {
     return execl(path, name, option, command, static_cast<char *>(nullptr));
 }
 
-/* From here on, the command lines of this process are written down, whoever it becomes. */
+/* From here on, the command lines of this process are noted, whatever rights it has later. */
 inline void noteCommands() {
     std::ofstream{kCommands};
     ASSERT_EQ(chmod(kCommands, 0666), 0);
     substitute("execl", noteAndExecute);
 }
 
-/* The command lines, each without the shell in front. */
+/* The noted command lines, each without the shell's words before it. */
 inline std::vector<std::string> commands() {
     std::ifstream file(kCommands);
     std::vector<std::string> all;
@@ -62,11 +67,18 @@ inline std::vector<std::string> commands() {
     return all;
 }
 
-/* Makes the caller an ordinary user, who may read the tunables and the flash and write neither. */
+/* Takes all rights from the caller and from what it starts: they may read the tunables and the flash and write neither.
+ * The user stays 0, because the sandbox of an ordinary user has no other; programs of user 0 get no rights back. */
 inline void giveUpRights() {
-    for (const auto &entry : std::filesystem::recursive_directory_iterator("/proc/sys"))
-        if (entry.is_regular_file()) chmod(entry.path().c_str(), 0644);
-    ASSERT_EQ(setuid(65534), 0);
+    for (const char *const directory : {"/proc/sys", "/flash", "/app"})
+        for (const auto &entry : std::filesystem::recursive_directory_iterator(directory))
+            if (entry.is_regular_file()) {
+                ASSERT_EQ(chmod(entry.path().c_str(), 0444), 0);
+            }
+    ASSERT_EQ(prctl(PR_SET_SECUREBITS, SECBIT_NOROOT | SECBIT_NOROOT_LOCKED), 0);
+    __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+    std::array<__user_cap_data_struct, 2> none{};
+    ASSERT_EQ(syscall(SYS_capset, &header, none.data()), 0);
 }
 
 inline rlimit coreLimit() {
@@ -82,7 +94,7 @@ inline void expectCoreLimit(rlim_t expected) {
 
 }  // namespace vostest
 
-/* Where a scenario cannot run: the only case. */
+/* The one reason why a scenario cannot run. */
 #define NEEDS_UNLIMITED_CORES                  \
     if (coreLimit().rlim_max != RLIM_INFINITY) \
     GTEST_SKIP() << "the size of core files is limited where this test runs, and only the superuser could raise it"

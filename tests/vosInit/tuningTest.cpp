@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The kernel's settings, each written by a command line into a private /proc/sys. */
+/* The kernel's settings, each written by a command line into the sandbox's own /proc/sys. */
 #include <gmock/gmock.h>
 
 #include <algorithm>

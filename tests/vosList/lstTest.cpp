@@ -106,6 +106,32 @@ TEST(Lst, GetTakesTheHeadUntilTheListIsEmpty) {
     });
 }
 
+/* An application took the head out by its own hand and left the new head's `previous`. */
+TEST(Lst, GetDoesNotFollowTheHeadsPreviousLink) {
+    run([] {
+        Nodes n{3};
+        auto &[a, b, c, d, e] = n.node;
+        n.list.head = &b;
+        n.list.count = 2;
+        EXPECT_EQ(lstGet(&n.list), &b);
+        EXPECT_EQ(a.next, &b) << "a is not in the list and is not written";
+        EXPECT_THAT(nodesOf(n.list), ElementsAre(&c));
+        EXPECT_EQ(lstGet(&n.list), &c);
+        EXPECT_THAT(nodesOf(n.list), IsEmpty());
+        EXPECT_EQ(lstGet(&n.list), nullptr);
+    });
+}
+
+TEST(Lst, ExtractIntoItsOwnSourceLeavesTheRun) {
+    run([] {
+        Nodes n{4};
+        auto &[w, x, y, z, e] = n.node;
+        lstExtract(&n.list, &x, &y, &n.list);
+        EXPECT_THAT(nodesOf(n.list), ElementsAre(&x, &y));
+        EXPECT_EQ(lstCount(&n.list), 2);
+    });
+}
+
 TEST(Lst, ExtractOfXYFromWXYZLeavesWZAndGivesXY) {
     run([] {
         Nodes n{4};

@@ -149,6 +149,20 @@ TEST(Address, AChildOfAnyKindOfForkHasPathsOfItsOwn) {
     run([] { expectOwnPaths(); });
 }
 
+TEST(Address, AChildThatBorrowsItsParentsMemoryGetsItsParentsPaths) {
+    run([] {
+        static std::array<char, 128> path;
+        localFile();
+        const pid_t child = vfork();
+        if (child == 0) {
+            vosMsgGetLocalFile(path.data(), path.size());
+            _exit(0);
+        }
+        EXPECT_EQ(waitpid(child, nullptr, 0), child);
+        EXPECT_TRUE(std::string(path.data()).starts_with("/tmp/vos/clientp" + std::to_string(getpid()) + "t"));
+    });
+}
+
 TEST(Address, TheKernelIsAskedOnceWhoTheProcessIs) {
     run([] {
         EXPECT_THAT(Faults::record([] { localFile(); }), ElementsAre("madvise", "madvise"));
@@ -220,6 +234,9 @@ TEST(LocalSocket, TimeOutsAreSecondsAndMicrosecondsOfTheMilliseconds) {
         expectTimeouts(3000, 3, 0);
         expectTimeouts(90000, 90, 0);
         expectTimeouts(0, 0, 0);
+        const int fd = vosMsgLocalSocket(0xFFFFFFFF);
+        EXPECT_EQ(timeout(fd, SO_RCVTIMEO).tv_sec, 4294967);
+        close(fd);
         /* the kernel keeps them in its own ticks, so part of a second is compared where those are whole */
         expectTimeouts(1500, 1, 500000);
     });

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Access to configuration objects: the request is taken apart, the handler asked, the answer put together. */
+/* Access to configuration objects: what the handler is called with, and what the requester gets. */
 #include "peer.h"
 
 using namespace vostest;
@@ -177,10 +177,97 @@ TEST(ConfigObject, ThePiecesMustLieInsideTheBytesThatCame) {
     expectDropped(message({.type = 3}).word(8).text("obj").fill(5).fill(3), line(47));
 }
 
-TEST(ConfigObject, AValueLengthBeyondTheBufferIsDropped) {
-    for (const uint32_t length : {64600u - 47, 0x80000000u, 0xFFFFFFFFu})
-        expectDropped(request({.valueLength = length}),
-                      "vosMsgProcessInternel:ccd value of " + std::to_string(length) + " bytes is beyond the buffer.");
+TEST(ConfigObject, AReaderWithMoreRoomThanTheReceiverGetsWhatTheReceiverHasRoomFor) {
+    for (const uint32_t announced : {64600u - 48, 64600u - 47, 64568u, 64600u, 0x80000000u, 0xFFFFFFFFu})
+        run([=] {
+            openWithHandler();
+            Peer client{"/tmp/vos/client"};
+            act = [](uint32_t *, int32_t *, void *value, uint32_t *length, uint16_t *) {
+                EXPECT_EQ(*length, 64600u - 48);
+                memset(value, 'v', *length);
+                return 0;
+            };
+            serve(client, request({.valueLength = announced, .value = ""}));
+            const Bytes answer = client.receive();
+            EXPECT_EQ(answer.wordAt(44), 64600u - 48);
+            EXPECT_EQ(answer.textAt(48, 64600 - 48), std::string(64600 - 48, 'v'));
+        });
+}
+
+TEST(ConfigObject, WhatWasAnnouncedAndDidNotComeIsZeroForTheHandlerAndInTheAnswer) {
+    run([] {
+        openWithHandler();
+        EXPECT_TRUE(Peer{}.send(kServer, application("a message of another process: " + std::string(1000, 's'))));
+        EXPECT_EQ(receive(2000).result, 32 + 1030);
+        Peer client{"/tmp/vos/client"};
+        act = [](uint32_t *, int32_t *, void *value, uint32_t *length, uint16_t *) {
+            EXPECT_EQ(std::string(static_cast<const char *>(value), 8), std::string("abcd\0\0\0\0", 8));
+            EXPECT_EQ(*length, 64600u - 48);
+            return 0;
+        };
+        serve(client, request({.valueLength = 0xFFFFFFFF}));
+        EXPECT_EQ(client.receive().textAt(48, 64600 - 48), "abcd" + std::string(64600 - 48 - 4, '\0'));
+    });
+}
+
+TEST(ConfigObject, BytesBehindTheAnnouncedLengthAreLeftAlone) {
+    run([] {
+        openWithHandler();
+        act = [](uint32_t *, int32_t *, void *value, uint32_t *length, uint16_t *) {
+            EXPECT_EQ(*length, 2u);
+            EXPECT_EQ(memcmp(value, "abcd", 4), 0);
+            return 0;
+        };
+        Peer client{"/tmp/vos/client"};
+        serve(client, request({.valueLength = 2}));
+        EXPECT_EQ(client.receive().size(), 48u + 2);
+    });
+}
+
+TEST(ConfigObject, AHandlerMayMakeRequestsOfItsOwn) {
+    Process other = start([] {
+        vosMsgRegisterCcdObjInfoGet([](char *, uint32_t, uint32_t *out, uint32_t *, uint32_t *, uint32_t *, uint32_t *,
+                                       uint32_t *, uint32_t *, uint32_t *count, uint32_t *, uint32_t *, uint32_t *) {
+            *out = 55;
+            *count = 32;
+            return 0;
+        });
+        openChannel("other");
+        ready();
+        const Received asked = receive(); /* the description is asked for first and answered on the way */
+        EXPECT_EQ(vosMsgResp(0, 7, "pong", 4, &asked.peer), VOS_OK);
+    });
+    other.awaitReady();
+    run([] {
+        openChannel("A");
+        vosMsgRegisterCcd(handle);
+        Peer client{"/tmp/vos/client"};
+        act = [](uint32_t *indexes, int32_t *, void *value, uint32_t *length, uint16_t *) {
+            uint32_t code = 9, out[10] = {}, table[32], count = 0;
+            EXPECT_EQ(vosMsgCcdObjInfoGetSend(&code, "other", "obj", 0, &out[0], &out[1], &out[2], &out[3], &out[4],
+                                              &out[5], table, &count, &out[6], &out[7], &out[8]),
+                      VOS_OK);
+            EXPECT_EQ(out[0], 55u);
+            char text[] = "ping";
+            EXPECT_EQ(vosMsgSend("other", text, 4, 0, &code, 20000, 0), VOS_OK);
+            EXPECT_EQ(code, 7u);
+            EXPECT_EQ(indexes[1], 12u);
+            memcpy(value, text, 4);
+            *length = 4;
+            return 0;
+        };
+        serve(client, request({.indexes = {11, 12}}));
+        const Bytes answer = client.receive();
+        EXPECT_EQ(answer,
+                  Bytes(message({.type = 3, .value1 = 1, .value2 = 2, .value3 = 7, .value4 = answer.wordAt(24)}))
+                      .word(11)
+                      .word(12)
+                      .word(8)
+                      .text({"obj\0\0\0\0\0", 8})
+                      .word(4)
+                      .text("pong"));
+    });
+    other.finish();
 }
 
 TEST(ConfigObject, AValueThatIsNotAlignedMeetsTheAssertion) {

@@ -126,6 +126,20 @@ TEST(DebugControl, AReceiverThatDoesNotRunFailsTheSend) {
                             "vosMsgDebugVos:parameter error."));
 }
 
+TEST(DebugControl, ANameTooLongForTheAddressFailsTheSendAndMeetsNobody) {
+    for (const std::size_t length : {99u, 118u, 300u}) {
+        const Outcome outcome = run([=] {
+            freshWorld();
+            const Peer other{"/tmp/vos/" + std::string(98, 'n')};
+            EXPECT_EQ(vosMsgDebugVos(std::string(length, 'n').c_str(), 6), VOS_ERROR);
+            EXPECT_EQ(errno, EINVAL);
+            EXPECT_FALSE(other.hasMail());
+        });
+        EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgSendStream:sendto", EINVAL),
+                                                    "vosMsgDebugVos:vosMsgSendStream failed."));
+    }
+}
+
 TEST(Redirection, OutputGoesToThePseudoTerminalAndBack) {
     const Outcome outcome = run([] {
         openChannel("A");
@@ -182,7 +196,26 @@ TEST(Redirection, EachFailingCallIsMinusOneAndClosesTheTerminal) {
         EXPECT_EQ(each.result, VOS_ERROR);
         EXPECT_THAT(each.messages, IsEmpty());
     }
-    EXPECT_EQ(at(attempts, "dup#1").descriptorsKept, 0);
+    EXPECT_EQ(at(attempts, "fcntl#1").descriptorsKept, 0);
     EXPECT_EQ(at(attempts, "open#1").descriptorsKept, 1); /* the saved copy serves a later redirection */
     EXPECT_EQ(at(attempts, "dup2#1").descriptorsKept, 1);
+}
+
+TEST(Redirection, WithoutAFreeDescriptorItFailsAndOutputStays) {
+    const Outcome outcome = run([] {
+        const Terminal terminal;
+        while (dup(STDIN_FILENO) != -1) continue;
+        const auto redirect = [&] { return vosMsgDebugStdRedirect(1, terminal.number() + 1); };
+        EXPECT_EQ(redirect(), VOS_ERROR); /* no copy of standard output */
+        EXPECT_EQ(errno, EMFILE);
+        EXPECT_EQ(vosMsgDebugStdRedirect(0, 0), VOS_ERROR);
+        close(1000);
+        EXPECT_EQ(redirect(), VOS_ERROR); /* the copy takes the only free descriptor */
+        EXPECT_EQ(errno, EMFILE);
+        close(1001);
+        EXPECT_EQ(redirect(), VOS_OK);
+        EXPECT_EQ(vosMsgDebugStdRedirect(0, 0), VOS_OK);
+        printf("still here");
+    });
+    EXPECT_EQ(outcome.output, "still here");
 }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Events: registration, what the handlers are called with, and the kernel's road over netlink. */
+/* Events: how handlers are registered, what they are called with, and what comes from the kernel over netlink. */
 #include <linux/netlink.h>
 
 #include "peer.h"

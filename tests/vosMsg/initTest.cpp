@@ -55,14 +55,53 @@ TEST(Init, BothPartsOpenThePairAndTheNetlinkSocketBoundToTheProcess) {
                             "vosMsgInit:netlink unicast socket " + fd(2) + " success.", "vosMsgInit:end return 0."));
 }
 
-TEST(Init, TheDirectoryIsMadeForAll) {
+TEST(Init, TheDirectoryIsMadeForAllUsersLessWhatTheUmaskTakes) {
+    for (const mode_t mask : {0U, 022U, 077U})
+        run([=] {
+            freshWorld();
+            umask(mask);
+            openChannel("app");
+            struct stat state {};
+            EXPECT_EQ(stat("/tmp/vos", &state), 0);
+            EXPECT_EQ(state.st_mode & 07777, 0777u & ~mask);
+        });
+}
+
+TEST(Init, ANameOf94CharactersIsTheLongestThatOpensBothSockets) {
     run([] {
-        umask(0);
-        openChannel("app");
-        struct stat state {};
-        EXPECT_EQ(stat("/tmp/vos", &state), 0);
-        EXPECT_EQ(state.st_mode & 07777, 0777u);
+        vosDebugConfig(0);
+        EXPECT_EQ(init(1, std::string(95, 'n').c_str()), VOS_ERROR);
+        EXPECT_EQ(boundTo(g_vosFdProc), "/tmp/vos/" + std::string(95, 'n')); /* open and recorded */
+        EXPECT_EQ(g_vosFdProcHigh, -1);
+        g_vosFdProc = -1;
+        EXPECT_EQ(init(1, std::string(94, 'n').c_str()), VOS_OK);
+        EXPECT_EQ(boundTo(g_vosFdProcHigh), "/tmp/vos/" + std::string(94, 'n') + "High");
     });
+}
+
+TEST(Init, ItsLinesShowTheNameAsItWasGiven) {
+    const Outcome outcome = run([] {
+        freshWorld();
+        vosDebugConfig(VOS_DEBUG_ERROR | VOS_DEBUG_TRACE);
+        EXPECT_EQ(init(1, "dir/%s%n"), VOS_OK);
+        vosDebugConfig(0);
+        EXPECT_TRUE(exists("/tmp/vos/%s%n"));
+    });
+    EXPECT_THAT(outcome.messages(), Contains(testing::MatchesRegex("vosMsgInit:create dir/%s%n socket [0-9]+\\.")));
+    EXPECT_THAT(outcome.messages(),
+                Contains(testing::MatchesRegex("vosMsgInit:create dir/%s%n high socket [0-9]+\\.")));
+}
+
+TEST(Init, ARefusedCallHasNoEndLine) {
+    const Outcome outcome = run([] {
+        openChannel("app");
+        vosDebugConfig(VOS_DEBUG_ERROR | VOS_DEBUG_TRACE);
+        EXPECT_EQ(init(1), VOS_ERR_EXIST);
+        EXPECT_EQ(vosMsgInit("app", 1, nullptr), VOS_ERR_PARAM);
+        vosDebugConfig(0);
+    });
+    EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgInit:start.", testing::StartsWith("vosMsgInit:g_vosFdProc "),
+                                                "vosMsgInit:start.", "vosMsgInit:parameter error."));
 }
 
 TEST(Init, ASecondCallFindsEachSocketOpen) {
@@ -86,6 +125,7 @@ TEST(Init, ASecondCallFindsEachSocketOpen) {
 
 TEST(Init, ANullNameOrThirdArgumentIsRefusedAndNothingIsCreated) {
     const Outcome outcome = run([] {
+        freshWorld();
         EXPECT_EQ(vosMsgInit("app", 1, nullptr), VOS_ERR_PARAM);
         EXPECT_EQ(vosMsgInit(nullptr, 1, &reserved), VOS_ERR_PARAM);
         EXPECT_FALSE(exists("/tmp/vos"));
@@ -96,6 +136,7 @@ TEST(Init, ANullNameOrThirdArgumentIsRefusedAndNothingIsCreated) {
 
 TEST(Init, WithoutFlagsNothingIsOpened) {
     run([] {
+        freshWorld();
         EXPECT_EQ(init(0), VOS_OK);
         EXPECT_EQ(g_vosFdProc, -1);
         EXPECT_EQ(g_vosFdProcHigh, -1);

@@ -298,3 +298,45 @@ TEST(ObjectInfo, AShortWriteIsLoggedAndTheAnswerStillAwaited) {
     });
     EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgCcdObjInfoGetSend:write need send 40 but send only 33."));
 }
+
+namespace {
+
+int32_t describeByAsking(char *name, uint32_t, uint32_t *o1, uint32_t *, uint32_t *, uint32_t *, uint32_t *, uint32_t *,
+                         uint32_t *, uint32_t *, uint32_t *, uint32_t *, uint32_t *) {
+    EXPECT_STREQ(name, "object");
+    const Answer got = askAndGet(answerWith(32));
+    EXPECT_EQ(got.result, VOS_OK);
+    EXPECT_STREQ(name, "object");
+    *o1 = got.out[1];
+    return 0;
+}
+
+}  // namespace
+
+TEST(ObjectInfo, ADescriberMayAskAnotherProcessMeanwhile) {
+    run([] {
+        openChannel("A");
+        vosMsgRegisterCcdObjInfoGet(describeByAsking);
+        Peer client{"/tmp/vos/client"};
+        EXPECT_TRUE(client.send(kServer, message({.type = 4, .value2 = 8}).text("object").fill(2)));
+        EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
+        const Bytes answer = client.receive();
+        EXPECT_EQ(answer.wordAt(16), 101u);
+        EXPECT_EQ(answer.textAt(36, 6), "object");
+    });
+}
+
+TEST(ObjectInfo, ARequesterWhosePathFillsItsAddressIsAnswered) {
+    run([] {
+        openWithHandler();
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        memset(address.sun_path, 'c', sizeof address.sun_path);
+        memcpy(address.sun_path, "/tmp/vos/", 9);
+        Peer client;
+        ASSERT_EQ(bind(client.fd(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        EXPECT_TRUE(client.send(kServer, message({.type = 4, .value1 = 32, .value2 = 8}).text("object").fill(2)));
+        EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
+        EXPECT_EQ(client.receive().size(), 204u);
+    });
+}

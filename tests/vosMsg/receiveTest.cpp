@@ -6,6 +6,8 @@
 #include <array>
 
 #include "peer.h"
+#include "support/signals.h"
+#include "support/substitute.h"
 
 using namespace vostest;
 using testing::Contains;
@@ -208,6 +210,51 @@ TEST(Receive, AFailedReceiveOnTheHighSocketLooksAtTheBufferOnceMoreAndStaysInBou
     });
 }
 
+namespace {
+
+/* A request that waits in the receive buffer, and then an empty datagram of another process to the high socket. */
+Bytes answerToAnotherProcess(const Bytes &request) {
+    Peer client{"/tmp/vos/client"};
+    Peer other{"/tmp/vos/other"};
+    EXPECT_TRUE(client.send(kHigh, request));
+    EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
+    const Bytes answer = client.receive();
+    EXPECT_TRUE(other.send(kHigh, {}));
+    EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
+    EXPECT_FALSE(client.hasMail());
+    const Bytes again = other.receive();
+    EXPECT_EQ(again.wordAt(0), answer.wordAt(0));
+    return again;
+}
+
+}  // namespace
+
+TEST(Receive, AnEmptyMessageOnTheHighSocketHasTheLastRequestServedAgainForItsSender) {
+    run([] {
+        openChannel("A");
+        static int handled;
+        vosMsgRegisterCcd([](uint32_t, char *, uint32_t *, int32_t *, void *value, uint32_t *length, uint16_t *) {
+            EXPECT_EQ(*length, 4u);
+            EXPECT_EQ(memcmp(value, "abcd", 4), 0);
+            ++handled;
+            return 0;
+        });
+        vosMsgRegisterBldrun([](char *text, int32_t *room, uint32_t, uint32_t) {
+            ++handled;
+            memcpy(text, "text", 4);
+            *room -= 4;
+            return 0;
+        });
+        vosDebugConfig(0);
+        const Bytes object =
+            message({.type = VOS_MSG_TYPE_CCD, .value1 = 1}).word(8).text({"obj\0\0\0\0\0", 8}).word(4).text("abcd");
+        EXPECT_EQ(answerToAnotherProcess(object).size(), 52u);
+        EXPECT_EQ(handled, 2);
+        EXPECT_EQ(answerToAnotherProcess(message({.type = VOS_MSG_TYPE_BLDRUN, .length = 64})).size(), 36u);
+        EXPECT_EQ(handled, 4);
+    });
+}
+
 TEST(Receive, AnUnknownTypeIsRejectedAndNotAnswered) {
     const Outcome outcome = run([] {
         openChannel("A");
@@ -220,28 +267,43 @@ TEST(Receive, AnUnknownTypeIsRejectedAndNotAnswered) {
     EXPECT_THAT(outcome.messages(), Contains("vosMsgProcessInternel:invalid msg type 4294967295."));
 }
 
-TEST(Receive, ASignalEndsTheWait) {
+TEST(Receive, ASignalEndsTheWaitWhateverItsHandler) {
+    for (const int flags : {0, SA_RESTART})
+        for (const uint32_t timeoutMs : {20000u, 0xFFFFFFFFu}) {
+            const Outcome outcome = run([=] {
+                openChannel("A");
+                countSignals(SIGUSR1, flags);
+                interrupt({.call = "select"}, [=] { EXPECT_EQ(receive(100, timeoutMs).result, VOS_ERROR); });
+                EXPECT_EQ(signalsCounted(), 1);
+                /* the model loop goes on, and no message is lost */
+                EXPECT_TRUE(Peer{}.send(kNormal, application("next")));
+                EXPECT_EQ(receive().bytes.substr(0, 4), "next");
+            });
+            EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgRecv:select", EINTR)));
+        }
+}
+
+TEST(Receive, SignalsWhileTheHighSocketIsEmptiedLoseNoMessage) {
+    static constexpr uint32_t kMessages = 3000;
     Process server = start([] {
         openChannel("A");
-        struct sigaction action {};
-        action.sa_handler = [](int) {};
-        sigaction(SIGUSR1, &action, nullptr);
+        vosDebugConfig(0); /* a signal may come in any wait, and each then has its line */
+        vosMsgRegisterMac(seeMac);
+        countSignals(SIGUSR1, 0);
         ready();
-        EXPECT_EQ(receive(100, 0xFFFFFFFF).result, VOS_ERROR);
-        puts("\r\nended");
+        while (receive().bytes.substr(0, 4) != "last") continue;
+        ASSERT_EQ(seen.size(), kMessages);
+        for (uint32_t i = 0; i < kMessages; ++i) ASSERT_EQ(seen[i], "mac " + std::to_string(i));
+        EXPECT_GT(signalsCounted(), 0);
     });
     server.awaitReady();
-    const std::string line = errnoLine("vosMsgRecv:select", EINTR);
-    /* it may not be in its wait yet: the signal is repeated until it has been seen */
-    EXPECT_TRUE(eventually([&] {
+    const Peer peer;
+    for (uint32_t i = 0; i < kMessages; ++i) {
+        ASSERT_TRUE(peer.send(kHigh, mac(i)));
         kill(server.pid(), SIGUSR1);
-        int status = 0;
-        siginfo_t info{};
-        (void)status;
-        return waitid(P_PID, static_cast<id_t>(server.pid()), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-               info.si_pid == server.pid();
-    }));
-    EXPECT_THAT(server.finish().messages(), Contains(line));
+    }
+    EXPECT_TRUE(peer.send(kNormal, application("last")));
+    server.finish();
 }
 
 TEST(Receive, EachFailingCallEndsTheCallWithItsLine) {
@@ -272,15 +334,85 @@ TEST(Receive, AFailingPollOfTheHighSocketEndsItsTurnAndTheLoopGoesOn) {
 }
 
 TEST(Receive, ASocketBeyondTheSelectRangeFailsWithOneLine) {
-    const Outcome outcome = run([] {
+    for (int32_t *const socket : {&g_vosFdProc, &g_vosFdProcHigh, &g_vosFdNLUni})
+        for (const int32_t number : {1024, 1500, 0x7FFFFFFF}) {
+            const Outcome outcome = run([=] {
+                openChannel("A");
+                *socket = number; /* the number alone decides */
+                EXPECT_EQ(receive().result, VOS_ERROR);
+            });
+            EXPECT_THAT(outcome.messages(),
+                        ElementsAre("vosMsgRecv:socket " + std::to_string(number) + " is out of select range."));
+        }
+}
+
+TEST(Receive, TheLastSocketOfTheSelectRangeIsServed) {
+    run([] {
         openChannel("A");
         const rlimit many{4096, 4096};
         setrlimit(RLIMIT_NOFILE, &many);
-        g_vosFdProc = fcntl(g_vosFdProc, F_DUPFD, 1500);
-        if (g_vosFdProc == -1) g_vosFdProc = 1500; /* the number alone decides */
-        EXPECT_EQ(receive().result, VOS_ERROR);
+        for (int32_t *const socket : {&g_vosFdProc, &g_vosFdProcHigh}) {
+            const int32_t first = *socket;
+            *socket = fcntl(first, F_DUPFD, 1023);
+            EXPECT_EQ(*socket, 1023);
+            EXPECT_TRUE(Peer{}.send(socket == &g_vosFdProc ? kNormal : kHigh, application("reached")));
+            EXPECT_EQ(receive().bytes.substr(0, 7), "reached");
+            close(*socket);
+            *socket = first;
+        }
     });
-    EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgRecv:socket 1500 is out of select range."));
+}
+
+TEST(Receive, ABufferMayBeTheReceiveBufferItselfAndThePeerIsStillTheRequester) {
+    for (const uint32_t offset : {0u, 4u, 16u, 32u, 40u})
+        run([=] {
+            openChannel("A");
+            const Peer client{"/tmp/vos/client"};
+            const std::string payload = "0123456789abcdef0123456789abcdef0123456789abcdef";
+            for (const char *const path : {kNormal, kHigh}) {
+                EXPECT_TRUE(client.send(path, message({.noReturn = 3, .length = 48}, payload)));
+                VOS_MSG_PEER peer;
+                EXPECT_GE(vosMsgRecv(0, g_vosMsgBufferRecv + offset, 48, 20000, &peer), 48);
+                EXPECT_EQ(memcmp(g_vosMsgBufferRecv + offset, payload.data(), 48), 0);
+                EXPECT_EQ(peer.ulNoReturn, 3u);
+                EXPECT_STREQ(peer.stAddr.sun_path, "/tmp/vos/client");
+            }
+        });
+}
+
+TEST(Receive, WithoutABufferASizeOfZeroTakesTheMessage) {
+    run([] {
+        openChannel("A");
+        const Peer client{"/tmp/vos/client"};
+        for (const char *const path : {kNormal, kHigh}) {
+            EXPECT_TRUE(client.send(path, message({.noReturn = 3}, "payload")));
+            VOS_MSG_PEER peer;
+            EXPECT_EQ(vosMsgRecv(0, nullptr, 0, 20000, &peer), 0);
+            EXPECT_EQ(peer.ulNoReturn, 3u);
+            EXPECT_STREQ(peer.stAddr.sun_path, "/tmp/vos/client");
+        }
+        EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
+    });
+}
+
+TEST(Receive, AnyTurnOfTheLoopStartsTheTimeOutAgain) {
+    run([] {
+        openChannel("A");
+        vosMsgRegisterMac(seeMac);
+        /* each wait is asked for the whole time-out; what wakes it up is an internal message */
+        static long asked;
+        substitute(
+            "select", +[](int count, fd_set *in, fd_set *out, fd_set *other, timeval *limit) {
+                EXPECT_EQ(limit->tv_sec * 1000 + limit->tv_usec / 1000, 300);
+                ++asked;
+                EXPECT_TRUE(asked > 5 || Peer{}.send(kNormal, mac(1)));
+                if (asked == 6) limit->tv_usec = 0;
+                return select(count, in, out, other, limit);
+            });
+        EXPECT_EQ(receive(100, 300).result, VOS_ERR_TIMEOUT);
+        EXPECT_EQ(asked, 6);
+        EXPECT_EQ(seen.size(), 5u);
+    });
 }
 
 TEST(Receive, ItsTracesNameTheKindOfSocket) {

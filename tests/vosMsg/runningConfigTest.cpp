@@ -76,13 +76,13 @@ TEST(RunningConfig, AHundredBytesOf4096LeaveARoomOf3996) {
     server.send(SIGKILL);
 }
 
-/* As much as one datagram may hold under this machine's ceilings, up to a mebibyte. */
+/* As much as one datagram may hold under this machine's limits, up to the largest configuration, 4 MiB. */
 static uint32_t largestAnswer() {
     const Peer peer;
     int room = 0;
     socklen_t length = sizeof room;
     EXPECT_EQ(getsockopt(peer.fd(), SOL_SOCKET, SO_SNDBUF, &room, &length), 0);
-    return std::min(1U << 20, static_cast<uint32_t>(room) / 2); /* the kernel tells twice what may be used */
+    return std::min(4U << 20, static_cast<uint32_t>(room) / 2); /* the kernel tells twice what may be used */
 }
 
 TEST(RunningConfig, ALargeConfigurationComesInOneAnswer) {
@@ -273,6 +273,14 @@ TEST(RunningConfig, AnAnswerWithoutAWholeHeaderIsRefused) {
                 ElementsAre("vosMsgBldrunSend:answer of 31 bytes leaves 0 of 64."));
 }
 
+TEST(RunningConfig, AnAnswerThatLacksTheTextItAnnouncesIsRefused) {
+    EXPECT_THAT(answeredWith(message({.value3 = 0}), VOS_ERROR, 64).messages(),
+                ElementsAre("vosMsgBldrunSend:answer of 32 bytes leaves 0 of 64."));
+    EXPECT_THAT(answeredWith(message({.value3 = 60}, "tex"), VOS_ERROR, 64).messages(),
+                ElementsAre("vosMsgBldrunSend:answer of 35 bytes leaves 60 of 64."));
+    EXPECT_THAT(answeredWith(message({.value3 = 64}), VOS_OK, 64).messages(), IsEmpty());
+}
+
 TEST(RunningConfig, AnAnswerLongerThanTheBufferIsCut) {
     answeredWith(message({.value3 = 0}, std::string(200, 't')), VOS_OK, 0);
 }
@@ -293,4 +301,20 @@ TEST(RunningConfig, AShortWriteIsLogged) {
         other.join();
     });
     EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgBldrunSend:write need send 32 but send only 8."));
+}
+
+TEST(RunningConfig, ARequesterWhosePathFillsItsAddressIsAnswered) {
+    run([] {
+        openChannel("A");
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        memset(address.sun_path, 'c', sizeof address.sun_path);
+        memcpy(address.sun_path, "/tmp/vos/", 9);
+        Peer client;
+        ASSERT_EQ(bind(client.fd(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        EXPECT_TRUE(client.send("/tmp/vos/AHigh", kRequest));
+        vosDebugConfig(0);
+        EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
+        EXPECT_EQ(client.receive().wordAt(8), static_cast<uint32_t>(VOS_ERR_NO_HANDLER));
+    });
 }

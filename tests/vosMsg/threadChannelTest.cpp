@@ -1,8 +1,12 @@
 /* SPDX-License-Identifier: MIT */
-/* Thread channels: each difference from the main channel has its test. */
+/* Thread channels. Each difference from the main channel has a test. */
+#include <pthread.h>
+
 #include <array>
+#include <utility>
 
 #include "peer.h"
+#include "support/substitute.h"
 
 using namespace vostest;
 using testing::Contains;
@@ -123,7 +127,6 @@ TEST(ThreadChannel, NullArgumentsAndASmallBufferAreRefused) {
         EXPECT_EQ(vosMsgThreadResp(0, text, 0, 4, nullptr), VOS_ERR_PARAM);
         EXPECT_EQ(vosMsgThreadSend(nullptr, 3, text, 4, 1, nullptr, 0, 0), VOS_ERR_PARAM);
         EXPECT_EQ(vosMsgThreadSend("app", 3, nullptr, 4, 1, nullptr, 0, 0), VOS_ERR_PARAM);
-        EXPECT_EQ(vosMsgThreadSend("app", 3, text, 4, 0, nullptr, 0, 0), VOS_ERR_PARAM);
         vosDebugConfig(0); /* the last ones are printed whatever the flag word holds */
         EXPECT_EQ(vosMsgThreadRecv(fd, text, 32, 0, &peer), VOS_ERR_PARAM);
         EXPECT_EQ(vosMsgThreadRecv(fd, text, 0, 0, &peer), VOS_ERR_PARAM);
@@ -133,8 +136,7 @@ TEST(ThreadChannel, NullArgumentsAndASmallBufferAreRefused) {
                             "vosMsgThreadRecv:parameter error.", "vosMsgThreadRecv:parameter error.",
                             "vosMsgThreadResp:parameter error.", "vosMsgThreadResp:parameter error.",
                             "vosMsgThreadSend:parameter error.", "vosMsgThreadSend:parameter error.",
-                            "vosMsgThreadSend:parameter error.", "vosMsgThreadRecv:ulMsgSize too small.",
-                            "vosMsgThreadRecv:ulMsgSize too small."));
+                            "vosMsgThreadRecv:ulMsgSize too small.", "vosMsgThreadRecv:ulMsgSize too small."));
 }
 
 TEST(ThreadChannel, AMessageStaysInTheCallersBufferWithItsHeader) {
@@ -189,24 +191,83 @@ Bytes objectRequest(uint32_t valueLength) {
     return message({.type = VOS_MSG_TYPE_CCD}).word(8).text({"obj\0\0\0\0\0", 8}).word(valueLength);
 }
 
+/* As the header says. Sanitizers make every frame larger. */
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kNamedStack = 1024 * 1024;
+#else
+constexpr std::size_t kNamedStack = 80 * 1024;
+#endif
+
+/* Runs in a thread with a stack of that size. */
+void onStackOf(std::size_t size, const std::function<void()> &action) {
+    pthread_attr_t attributes;
+    EXPECT_EQ(pthread_attr_init(&attributes), 0);
+    EXPECT_EQ(pthread_attr_setstacksize(&attributes, size), 0);
+    pthread_t thread{};
+    const auto body = [](void *argument) -> void * {
+        (*static_cast<const std::function<void()> *>(argument))();
+        return nullptr;
+    };
+    EXPECT_EQ(pthread_create(&thread, &attributes, body, const_cast<std::function<void()> *>(&action)), 0);
+    EXPECT_EQ(pthread_join(thread, nullptr), 0);
+}
+
 }  // namespace
 
 TEST(ThreadChannel, AValueIsBoundedByTheCallersRealBuffer) {
-    const Outcome outcome = run([] {
+    run([] {
         const int32_t fd = openBoth();
         vosMsgRegisterCcd(readObject);
         Peer client{"/tmp/vos/client"};
         room.fill('#');
-        EXPECT_TRUE(client.send("/tmp/vos/app3", objectRequest(64)));
-        EXPECT_TRUE(client.send("/tmp/vos/app3", objectRequest(65)));
+        for (const uint32_t announced : {64u, 65u, 64552u, 0xFFFFFFFFu})
+            EXPECT_TRUE(client.send("/tmp/vos/app3", objectRequest(announced)));
         EXPECT_TRUE(client.send("/tmp/vos/app3", application("")));
         VOS_MSG_PEER from;
         EXPECT_EQ(vosMsgThreadRecv(fd, room.data(), 48 + 64, 0, &from), 32);
-        EXPECT_EQ(handled, 1);
+        EXPECT_EQ(handled, 4);
         EXPECT_EQ(room[48 + 64], '#');
-        EXPECT_EQ(client.receive().size(), 48u + 64);
+        for (int i = 0; i < 4; ++i) {
+            const Bytes answer = client.receive();
+            EXPECT_EQ(answer.size(), 48u + 64);
+            EXPECT_EQ(answer.wordAt(44), 64u);
+        }
     });
-    EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgProcessInternel:ccd value of 65 bytes is beyond the buffer."));
+}
+
+TEST(ThreadChannel, InABufferLargerThanAMessageAValueIsBoundedByTheMessage) {
+    run([] {
+        const int32_t fd = openBoth();
+        vosMsgRegisterCcd(readObject);
+        Peer client{"/tmp/vos/client"};
+        EXPECT_TRUE(client.send("/tmp/vos/app3", objectRequest(69000)));
+        EXPECT_TRUE(client.send("/tmp/vos/app3", application("")));
+        VOS_MSG_PEER from;
+        EXPECT_EQ(vosMsgThreadRecv(fd, room.data(), 70000, 0, &from), 32);
+        EXPECT_EQ(client.receive().size(), 64600u);
+    });
+}
+
+TEST(ThreadChannel, AThreadWithTheStackThatTheHeaderNamesServesEveryKindOfMessage) {
+    run([] {
+        static const int32_t fd = openBoth();
+        vosMsgRegisterCcd(readObject);
+        Peer client{"/tmp/vos/client"};
+        const Peer unnamed;
+        for (const Bytes &each : {objectRequest(64552), message({.type = VOS_MSG_TYPE_BLDRUN, .length = 100}),
+                                  message({.type = VOS_MSG_TYPE_CCD}), message({.type = 99})})
+            for (const Peer *peer : {&std::as_const(client), &unnamed}) EXPECT_TRUE(peer->send("/tmp/vos/app3", each));
+        EXPECT_TRUE(client.send("/tmp/vos/app3", application("last")));
+        const std::function<void()> serve = [] {
+            vosDebugConfig(0xFFFFFFFD); /* every line is written, and lines need stack too */
+            VOS_MSG_PEER from;
+            EXPECT_EQ(vosMsgThreadRecv(fd, room.data(), 64600, 0, &from), 36);
+            vosDebugConfig(0);
+        };
+        onStackOf(kNamedStack, serve);
+        EXPECT_EQ(handled, 2);
+        EXPECT_EQ(client.receive().size(), 64600u);
+    });
 }
 
 TEST(ThreadChannel, ABufferThatIsNotAlignedMeetsTheNamedAssertion) {
@@ -272,6 +333,29 @@ TEST(ThreadChannel, FailingCallsOfTheReceiveEndItWithTheirLines) {
     EXPECT_EQ(at(attempts, "recvfrom#1").result, VOS_ERROR);
     EXPECT_THAT(at(attempts, "recvfrom#1").messages,
                 ElementsAre(errnoLine("vosMsgRecvStream:recvfrom", EIO), "vosMsgThreadRecv:vosMsgRecvStream failed."));
+}
+
+TEST(ThreadChannel, AWaitThatEndsWithNothingReadyTimesOutWithoutALine) {
+    const Outcome outcome = run([] {
+        const int32_t fd = openBoth();
+        substitute(
+            "select", +[](int, fd_set *, fd_set *, fd_set *, timeval *) { return 0; });
+        vosDebugConfig(VOS_DEBUG_TRACE);
+        VOS_MSG_PEER from;
+        EXPECT_EQ(vosMsgThreadRecv(fd, room.data(), 200, 0, &from), VOS_ERR_TIMEOUT);
+    });
+    EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgThreadRecv:start."));
+}
+
+TEST(ThreadChannel, WhenNoAnswerIsWantedTheBufferIsNotWritten) {
+    run([] {
+        room.fill('#');
+        VOS_MSG_PEER peer{};
+        peer.ulNoReturn = 1;
+        EXPECT_THAT(Faults::record([&] { EXPECT_EQ(vosMsgThreadResp(0, room.data(), 9, 4, &peer), VOS_OK); }),
+                    IsEmpty());
+        EXPECT_EQ(textOf(0, 100), std::string(100, '#'));
+    });
 }
 
 TEST(ThreadChannel, AnAnswerIsSentFromTheBufferWithoutTheMark) {

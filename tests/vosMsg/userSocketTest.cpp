@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The application's own descriptors in the receive loop. */
+/* The application's own descriptors: the registry, and how the receive loop serves them. */
 #include <fcntl.h>
 #include <sys/resource.h>
 
@@ -163,14 +163,19 @@ TEST(UserSocket, AHandlerMayDeleteTheNodeThatFollows) {
     });
 }
 
-TEST(UserSocket, ANullHandlerIsListedAndNotCalled) {
+TEST(UserSocket, ANodeWithoutAHandlerIsListedAndNotWatched) {
     run([] {
         openChannel("A");
         const Pipe a;
         EXPECT_EQ(vosMsgSockAdd(a.fd(), nullptr, nullptr), VOS_OK);
+        EXPECT_EQ(vosMsgSockAdd(a.fd(), note, nullptr), VOS_ERR_EXIST);
         a.fill();
-        EXPECT_TRUE(Peer{}.send("/tmp/vos/A", application("still served")));
-        EXPECT_EQ(receive().result, 44);
+        /* one wait, which the readable descriptor does not end */
+        EXPECT_THAT(Faults::record([] { EXPECT_EQ(receive(100, 20).result, VOS_ERR_TIMEOUT); }), ElementsAre("select"));
+        g_pUserSocketList->pProc = note;
+        g_pUserSocketList->pArg = const_cast<char *>("now watched");
+        runDry();
+        EXPECT_THAT(seen, ElementsAre("now watched"));
     });
 }
 
@@ -209,6 +214,19 @@ TEST(UserSocket, ANodeWhoseDescriptorWasChangedBeyondTheRangeIsSkippedWithALine)
     EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgRecv:user socket 1024 is out of select range.",
                                                 "vosMsgRecv:user socket 2147483647 is out of select range.",
                                                 "vosMsgRecv:user socket -5 is out of select range."));
+}
+
+TEST(UserSocket, AListedNodeIsRefusedAsListedWhateverItsDescriptorHasBecome) {
+    const Outcome outcome = run([] {
+        VOS_MSG_USER_SOCKET node{nullptr, 7, note, nullptr};
+        EXPECT_EQ(vosMsgSockAddUser(&node), VOS_OK);
+        for (const int32_t fd : {1024, 2000, -3, 8}) {
+            node.iFd = fd;
+            EXPECT_EQ(vosMsgSockAddUser(&node), VOS_ERR_EXIST);
+        }
+        EXPECT_EQ(vosMsgSockDelUser(&node), VOS_OK);
+    });
+    EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
 TEST(UserSocket, AClosedDescriptorFailsTheWait) {

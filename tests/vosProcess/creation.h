@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* Real programs to start, and what can be seen of them. The program that is started is the test program itself: with
- * a role in its environment it plays that role in place of running tests. */
+ * a role in its environment it does what the role says and runs no tests. */
 #ifndef TESTS_VOS_PROCESS_CREATION_H
 #define TESTS_VOS_PROCESS_CREATION_H
 
@@ -32,8 +32,7 @@ inline const char *const kRole = "VOS_TEST_ROLE";
 inline const char *const kDemo = "/app/bin/demo";
 
 /* The roles: "end" at once; "wait" for a signal; "copy" standard input to standard output, then a word to standard
- * error; "tell" the policy and
- * the arguments on standard output. */
+ * error; "tell" the policy and the arguments on standard output. */
 [[gnu::constructor, gnu::used]] static void playRole(int argc, char **argv) {
     const char *const role = getenv(kRole);
     if (role == nullptr) return;
@@ -88,8 +87,8 @@ class Started {
         waitpid(pid_, nullptr, 0);
     }
 
-    /* The argument vector, as the kernel has it. The creator is let go a moment before the kernel shows it, and a long
-     * one that is read just then begins with the creator's own: two readings must agree. */
+    /* The argument vector, as the kernel shows it. vosProcessCreate() returns a moment before the kernel shows it, and
+     * a long one that is read just then begins with the creator's own: two readings must agree. */
     [[nodiscard]] std::vector<std::string> arguments() const {
         const auto own = argumentsOf(getpid());
         std::vector<std::string> all;
@@ -136,8 +135,8 @@ inline std::string endOf(pid_t pid) {
     return "signal " + std::to_string(WTERMSIG(status));
 }
 
-/* What a scenario needs that not every build and machine gives: the whole list. A test whose need is not met is shown
- * as skipped, with the reason. */
+/* What a scenario needs and what some builds and machines do not have. A test whose need is not met is shown as
+ * skipped, with the reason. */
 struct Need {
     bool (*met)();
     const char *reason;
@@ -175,7 +174,7 @@ inline const Need kSharedMemory{[] {
                                     }
                                     return endsWell(child) && shared;
                                 },
-                                "an emulator and the thread sanitizer make a fork() of vfork(): nothing is shared"};
+                                "an emulator and the thread sanitizer use fork() for vfork(), so no memory is shared"};
 
 inline const Need kOwnCallNumbers{[] {
                                       std::ifstream file("/proc/self/syscall"); /* shows the call that reads it */

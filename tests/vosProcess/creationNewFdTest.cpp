@@ -38,7 +38,7 @@ std::string contentOf(const char *path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-int create(const char *path, int flags) { return open(path, flags | O_CREAT | O_CLOEXEC, 0600); }
+int newFile(const char *path) { return open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600); }
 
 }  // namespace
 
@@ -48,8 +48,8 @@ TEST(CreationWithNewFd, TheProgramReadsAndWritesTheGivenDescriptors) {
     const Outcome outcome = run([] {
         provide(kDemo, "copy");
         const Pipe input;
-        const int out = create("/tmp/out", O_WRONLY);
-        const int err = create("/tmp/err", O_WRONLY);
+        const int out = newFile("/tmp/out");
+        const int err = newFile("/tmp/err");
         const int32_t pid = createWith(kDemo, input.from(), out, err);
         EXPECT_EQ(write(input.to(), "word", 4), 4);
         EXPECT_EQ(endOf(pid), "exit 0");
@@ -81,7 +81,7 @@ TEST(CreationWithNewFd, TheDescriptorsArePutInPlaceInTheOrderInputOutputError) {
         provide(kDemo, "copy");
         const Pipe input;
         EXPECT_EQ(write(input.to(), "word", 4), 4);
-        const int err = create("/tmp/err", O_WRONLY);
+        const int err = newFile("/tmp/err");
         dup2(err, STDIN_FILENO);
         /* Once it is the input, descriptor 0 is the pipe: as output it names what the input has just become. */
         const int32_t pid = createWith(kDemo, input.from(), STDIN_FILENO, err);
@@ -189,16 +189,42 @@ TEST(CreationWithNewFd, AMissingProgramReturnsZeroInTheChildAndTheIdInTheParent)
                                     "vosProcessCreateWithNewFd:end name /app/missing return " + childPid + "."));
 }
 
-TEST(CreationWithNewFd, TheFailedChildSpeaksOnItsNewOutput) {
+TEST(CreationWithNewFd, TheFailedChildsLineGoesToItsNewOutput) {
     NEEDS(kRealTime);
     const Outcome outcome = run([] {
-        const int out = create("/tmp/out", O_WRONLY);
+        const int out = newFile("/tmp/out");
         const int32_t pid = createWith("/app/missing", STDIN_FILENO, out, out);
         if (pid == 0) _exit(kFailedChild);
         EXPECT_EQ(endOf(pid), "exit " + std::to_string(kFailedChild));
     });
     EXPECT_THAT(outcome.output, IsEmpty());
     EXPECT_THAT(contentOf("/tmp/out"), HasSubstr("name /app/missing execl failed errno:" + errnoText(ENOENT) + "."));
+}
+
+TEST(CreationWithNewFd, WhatTheCreatorHadNotFlushedAppearsOnTheFailedChildsNewOutputToo) {
+    const Outcome outcome = run([] {
+        vosProcessInit("demo");
+        printf("not flushed");
+        const int out = newFile("/tmp/out");
+        if (createWith("/app/missing", STDIN_FILENO, out, out) == 0) _exit(kFailedChild);
+    });
+    EXPECT_THAT(contentOf("/tmp/out"), testing::StartsWith("not flushed\r\ndemo("));
+    EXPECT_THAT(outcome.output, testing::StartsWith("not flushed"));
+}
+
+TEST(CreationWithNewFd, InTheFailedChildCaughtSignalsHaveTheirDefaultAction) {
+    const Outcome outcome = run([] {
+        vosDebugConfig(0);
+        vosProcessRegTerminateProc([](int32_t) { say("the procedure"); });
+        const int32_t pid = create("/app/missing");
+        if (pid == 0) {
+            raise(SIGTERM);
+            _exit(kFailedChild);
+        }
+        EXPECT_EQ(endOf(-1), "no child"); /* reaps it */
+        _exit(0);
+    });
+    EXPECT_THAT(outcome.output, IsEmpty());
 }
 
 TEST(CreationWithNewFd, APathLongerThanAnyFilesIsNoProgram) {

@@ -4,7 +4,9 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
+#include <algorithm>
 #include <memory>
+#include <thread>
 
 #include "creation.h"
 #include "support/faults.h"
@@ -49,6 +51,16 @@ void runUnder(int policy, int priority) {
     ASSERT_EQ(sched_setscheduler(0, policy, &parameter), 0);
 }
 
+constexpr int kNicest = 19;
+
+/* Of this process. The tests may run under any nice value; one below 0 is given up first, because -1 cannot be
+ * described. */
+int niceValue() {
+    const int now = std::max(getpriority(PRIO_PROCESS, 0), 0);
+    EXPECT_EQ(setpriority(PRIO_PROCESS, 0, now), 0);
+    return now;
+}
+
 pid_t startWaiting() {
     const pid_t pid = fork();
     while (pid == 0) pause();
@@ -61,10 +73,12 @@ pid_t startWaiting() {
 
 TEST(ProcessDescription, ANormalProcessIsShownWithItsNiceValue) {
     run([] {
-        expectDescribed(describe(0), "NORMAL", 0);
-        ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 5), 0);
-        expectDescribed(describe(0), "NORMAL", 5);
-        expectDescribed(describe(getpid()), "NORMAL", 5);
+        const int nice = niceValue();
+        expectDescribed(describe(0), "NORMAL", nice);
+        const int nicer = std::min(nice + 5, kNicest);
+        ASSERT_EQ(setpriority(PRIO_PROCESS, 0, nicer), 0);
+        expectDescribed(describe(0), "NORMAL", nicer);
+        expectDescribed(describe(getpid()), "NORMAL", nicer);
     });
 }
 
@@ -80,18 +94,20 @@ TEST(ProcessDescription, ARealTimeProcessIsShownWithItsRealTimePriority) {
 
 TEST(ProcessDescription, AnyOtherPolicyIsUnknownInItsOwnSpellingWithTheNiceValue) {
     run([] {
-        ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 3), 0);
+        const int nice = std::min(niceValue() + 3, kNicest);
+        ASSERT_EQ(setpriority(PRIO_PROCESS, 0, nice), 0);
         runUnder(SCHED_BATCH, 0);
-        expectDescribed(describe(0), "UNKKNOWN", 3);
+        expectDescribed(describe(0), "UNKKNOWN", nice);
         runUnder(SCHED_IDLE, 0);
-        expectDescribed(describe(0), "UNKKNOWN", 3);
+        expectDescribed(describe(0), "UNKKNOWN", nice);
     });
 }
 
 TEST(ProcessDescription, APolicyThatIsResetOnForkIsAnotherPolicy) {
     run([] {
+        const int nice = niceValue();
         runUnder(SCHED_OTHER | SCHED_RESET_ON_FORK, 0);
-        expectDescribed(describe(0), "UNKKNOWN", 0);
+        expectDescribed(describe(0), "UNKKNOWN", nice);
     });
 }
 
@@ -185,6 +201,21 @@ TEST(ProcessSched, AProcessIsPutUnderRoundRobin) {
                                                 "vosProcessSched:start.", "vosProcessSched:end return 0."));
 }
 
+TEST(ProcessSched, OfAProcessWithThreadsItIsTheMainThreadThatIsPutUnderRoundRobin) {
+    NEEDS(kRealTime);
+    run([] {
+        const pid_t self = getpid();
+        std::thread([self] {
+            EXPECT_EQ(vosProcessSched(self, 7, kReserved), VOS_OK);
+            expectDescribed(describe(self), "RR RT", 7);
+            EXPECT_EQ(describe(gettid()).text, "NORMAL");
+            EXPECT_EQ(describe(0).text, "NORMAL") << "0 is the calling thread";
+        }).join();
+        EXPECT_EQ(sched_getscheduler(0), SCHED_RR);
+        std::thread([] { EXPECT_EQ(describe(gettid()).text, "RR RT"); }).join(); /* inherited */
+    });
+}
+
 TEST(ProcessSched, TheKernelRefusesPrioritiesOutOfRange) {
     const Outcome outcome = run([] {
         for (const int priority : {0, 100, -1}) EXPECT_EQ(vosProcessSched(0, priority, kReserved), VOS_ERROR);
@@ -269,6 +300,44 @@ TEST(ProcessDestroy, AChildThatGoesOnKeepsItsCallerWaiting) {
     }));
     ASSERT_EQ(kill(std::stoi(output), SIGKILL), 0);
     EXPECT_THAT(caller.finish().output, EndsWith("asked to end\r\nthe child has ended"));
+}
+
+/* A timer's handler, installed without SA_RESTART, interrupts the wait again and again. */
+TEST(ProcessDestroy, AHandledSignalDoesNotEndTheWait) {
+    Process caller = start([] {
+        const Pipe registered;
+        const pid_t child = fork();
+        if (child == 0) {
+            vosProcessRegTerminateProc([](int32_t) { say("[asked to end]"); });
+            EXPECT_EQ(write(registered.to(), "", 1), 1);
+            while (true) pause();
+        }
+        char byte = 0;
+        EXPECT_EQ(read(registered.from(), &byte, 1), 1);
+        dprintf(STDOUT_FILENO, "%d", child);
+        struct sigaction interruption = {};
+        interruption.sa_handler = [](int) { say("."); };
+        sigaction(SIGALRM, &interruption, nullptr);
+        const itimerval often{{0, 5000}, {0, 5000}};
+        setitimer(ITIMER_REAL, &often, nullptr);
+        EXPECT_EQ(vosProcessDestroy(child), VOS_OK);
+        const itimerval never{};
+        setitimer(ITIMER_REAL, &never, nullptr);
+        EXPECT_EQ(kill(child, 0), -1) << "the child has ended and is reaped";
+    });
+    const std::string output = caller.awaitOutput("[asked to end].....");
+    ASSERT_EQ(kill(std::stoi(output), SIGKILL), 0);
+    EXPECT_TRUE(caller.finish().exited(0));
+}
+
+TEST(ProcessDestroy, WithIgnoredChildrenItReturnsOnceTheChildHasEnded) {
+    run([] {
+        vosProcessSignalDef();
+        const pid_t child = startWaiting();
+        EXPECT_EQ(vosProcessDestroy(child), VOS_OK);
+        EXPECT_EQ(kill(child, 0), -1);
+        EXPECT_EQ(errno, ESRCH);
+    });
 }
 
 TEST(ProcessDestroy, AnEndedChildThatIsNotYetReapedIsReaped) {

@@ -68,6 +68,16 @@ TEST(ProcessInit, RenamesAndLeavesNothingOfALongerName) {
     });
 }
 
+TEST(ProcessInit, ThePresentNameMayBeGivenAgainWholeOrInPart) {
+    run([] {
+        vosProcessInit("a-long-name");
+        EXPECT_EQ(vosProcessInit(vosProcessGetName()), VOS_OK);
+        EXPECT_STREQ(vosProcessGetName(), "a-long-name");
+        EXPECT_EQ(vosProcessInit(vosProcessGetName() + 2), VOS_OK);
+        EXPECT_STREQ(vosProcessGetName(), "long-name");
+    });
+}
+
 TEST(ProcessInit, AnEmptyNameIsTakenFromTheCommandLineWhenItIsNextNeeded) {
     run([] {
         vosProcessInit("before");
@@ -179,10 +189,13 @@ TEST(ProcessCheck, Process0IsTheCallerAndExists) {
     });
 }
 
-TEST(ProcessCheck, AnEndedAndReapedChildDoesNotExist) {
+TEST(ProcessCheck, AnEndedChildExistsUntilItIsReaped) {
     run([] {
         const pid_t child = fork();
         if (child == 0) _exit(0);
+        siginfo_t ended{};
+        ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT), 0);
+        EXPECT_EQ(vosProcessCheck(child), VOS_OK);
         waitpid(child, nullptr, 0);
         EXPECT_EQ(vosProcessCheck(child), VOS_ERROR);
         EXPECT_EQ(vosProcessCheck(-5), VOS_ERROR);

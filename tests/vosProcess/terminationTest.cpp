@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: MIT */
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -192,11 +193,35 @@ TEST(Termination, EachFailingCallIsIgnored) {
 }
 
 TEST(Termination, WithoutTheExitHookASignalStillRunsTheProcedure) {
-    const Attempt attempt = failCall(
-        {.call = "atexit"}, [] {},
-        [] {
-            vosProcessRegTerminateProc(procedureP);
-            return 0L;
-        });
-    EXPECT_EQ(attempt.outcome.output, "") << "no hook, so nothing ran at exit";
+    const auto outputWith = [](bool signalled) {
+        return failCall(
+                   {.call = "atexit"}, [] {},
+                   [signalled] {
+                       vosProcessRegTerminateProc(procedureP);
+                       if (signalled) raise(SIGTERM);
+                       return 0L;
+                   })
+            .outcome.output;
+    };
+    EXPECT_EQ(outputWith(true), "p(0) ");
+    EXPECT_EQ(outputWith(false), "") << "no hook, so nothing ran at exit";
+}
+
+TEST(Termination, TheInterruptedCodeFindsItsErrno) {
+    run([] {
+        vosProcessRegTerminateProc([](int32_t) { errno = EBADF; });
+        errno = ENOENT;
+        raise(SIGTERM);
+        EXPECT_EQ(errno, ENOENT);
+        EXPECT_EQ(g_bProcTermProcRunned, 1u);
+    });
+}
+
+/* The program has loaded the library, registered a procedure and unloaded the library again. */
+TEST(Termination, AfterTheLibraryWasUnloadedTheProcedureStillRunsAtSigtermOnly) {
+    Dl_info library{};
+    ASSERT_NE(dladdr(reinterpret_cast<const void *>(vosExitHandle), &library), 0);
+    const Outcome outcome =
+        run([&library] { execl((testPrograms() + "/unloading").c_str(), "unloading", library.dli_fname, nullptr); });
+    EXPECT_EQ(outcome.output, "unloaded terminated after the signal");
 }

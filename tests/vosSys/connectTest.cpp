@@ -4,9 +4,11 @@
 #include <net/route.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 #include <array>
+#include <csignal>
 #include <cstring>
 
 #include "sockets.h"
@@ -22,14 +24,14 @@ namespace {
 
 bool nonBlocking(int fd) { return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0; }
 
-/* A port of this machine where nobody listens. */
+/* A port of this machine on which no socket listens. */
 Address closedPort() {
     Address address;
     close(boundTo(address, SOCK_STREAM));
     return address;
 }
 
-/* An address behind the loopback interface that is nobody's: packets to it are sent, and no answer ever comes. */
+/* An address that the loopback interface sends to and that no machine has: no answer ever comes. */
 Address unreachable() {
     const Address network{0, 0xC0000200}; /* 192.0.2.0/24 is for examples */
     const Address mask{0, 0xFFFFFF00};
@@ -90,13 +92,13 @@ TEST(ConnectWithTimeout, AConnectionThatStandsAtOnceLeavesTheDescriptorNonBlocki
 
 TEST(ConnectWithTimeout, AClosedPortFailsAndTheFlagsAreRestored) {
     run([] {
-        Address nobody = closedPort();
+        Address closed = closedPort();
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
         timeval timeout{5, 0};
-        EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(vosConnectWithTimeout(fd, closed.get(), Address::size, &timeout), -1);
         EXPECT_FALSE(nonBlocking(fd));
         vosSetNonblocking(fd, 1);
-        EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(vosConnectWithTimeout(fd, closed.get(), Address::size, &timeout), -1);
         EXPECT_TRUE(nonBlocking(fd)) << "it was so before";
     });
 }
@@ -115,29 +117,95 @@ TEST(ConnectWithTimeout, ARefusalAtOnceLeavesTheDescriptorNonBlocking) {
 
 TEST(ConnectWithTimeout, AnUnreachableAddressIsGivenUpAfterItsTimeNonBlocking) {
     const Outcome outcome = run([] {
-        Address nobody = unreachable();
+        Address silent = unreachable();
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
         timeval timeout{1, 0};
         expectAbout(Milliseconds(1000),
-                    duration([&] { EXPECT_EQ(vosConnectWithTimeout(fd, nobody.get(), Address::size, &timeout), -1); }));
+                    duration([&] { EXPECT_EQ(vosConnectWithTimeout(fd, silent.get(), Address::size, &timeout), -1); }));
         EXPECT_TRUE(nonBlocking(fd));
     });
     EXPECT_EQ(outcome.output, "");
 }
 
-TEST(ConnectWithTimeout, ADescriptorThatNoSetHoldsIsNotWaitedFor) {
+TEST(ConnectWithTimeout, ADescriptorOfAnyNumberIsWaitedFor) {
     run([] {
         const rlimit many{4096, 4096};
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
         Address server;
         listeningOn(server);
-        for (const int fd : {FD_SETSIZE - 1, FD_SETSIZE, 4095}) {
+        Address closed = closedPort();
+        for (const int fd : {FD_SETSIZE - 1, FD_SETSIZE, FD_SETSIZE + 63, FD_SETSIZE + 64, 4095}) {
             ASSERT_EQ(dup2(socket(AF_INET, SOCK_STREAM, 0), fd), fd);
             timeval timeout{5, 0};
-            const bool fits = fd < FD_SETSIZE;
-            EXPECT_EQ(vosConnectWithTimeout(fd, server.get(), Address::size, &timeout), fits ? 0 : -1);
-            EXPECT_EQ(nonBlocking(fd), !fits);
+            EXPECT_EQ(vosConnectWithTimeout(fd, server.get(), Address::size, &timeout), 0) << fd;
+            EXPECT_FALSE(nonBlocking(fd));
+            ASSERT_EQ(dup2(socket(AF_INET, SOCK_STREAM, 0), fd), fd);
+            EXPECT_EQ(vosConnectWithTimeout(fd, closed.get(), Address::size, &timeout), -1);
+            EXPECT_EQ(errno, ECONNREFUSED);
         }
+        EXPECT_EQ(Faults::liveBlocks(), 0);
+    });
+}
+
+TEST(ConnectWithTimeout, ALargeDescriptorWithoutMemoryForItsSetIsAFailure) {
+    run([] {
+        const rlimit many{4096, 4096};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
+        Address server;
+        listeningOn(server);
+        ASSERT_EQ(dup2(socket(AF_INET, SOCK_STREAM, 0), 4000), 4000);
+        Faults::arm({.call = "calloc"});
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(4000, server.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, ENOMEM);
+        EXPECT_TRUE(Faults::disarm());
+        EXPECT_TRUE(nonBlocking(4000));
+    });
+}
+
+TEST(ConnectWithTimeout, ErrnoTellsWhyItFailed) {
+    run([] {
+        Address closed = closedPort();
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(fd, closed.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, ECONNREFUSED);
+
+        Address silent = unreachable();
+        timeval shortly{0, 1000};
+        EXPECT_EQ(vosConnectWithTimeout(socket(AF_INET, SOCK_STREAM, 0), silent.get(), Address::size, &shortly), -1);
+        EXPECT_EQ(errno, ETIMEDOUT);
+
+        EXPECT_EQ(vosConnectWithTimeout(-1, closed.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, EBADF);
+    });
+}
+
+TEST(ConnectWithTimeout, ASignalHandlerEndsTheWait) {
+    run([] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval again{{0, 50'000}, {0, 50'000}};
+        Address silent = unreachable();
+        setitimer(ITIMER_REAL, &again, nullptr);
+        timeval timeout{60, 0};
+        EXPECT_EQ(vosConnectWithTimeout(socket(AF_INET, SOCK_STREAM, 0), silent.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, EINTR);
+    });
+}
+
+TEST(ConnectWithTimeout, TheReasonOfAFailedQuerySurvivesTheLine) {
+    run([] {
+        Address server;
+        listeningOn(server);
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        close(STDOUT_FILENO);
+        Faults::arm({.call = "getsockopt", .error = ENOBUFS});
+        timeval timeout{5, 0};
+        EXPECT_EQ(vosConnectWithTimeout(fd, server.get(), Address::size, &timeout), -1);
+        EXPECT_EQ(errno, ENOBUFS);
+        EXPECT_TRUE(Faults::disarm());
     });
 }
 

@@ -1,9 +1,13 @@
 /* SPDX-License-Identifier: MIT */
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <csignal>
+#include <cstring>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -14,8 +18,10 @@
 #include "vos.h"
 
 using namespace vostest;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -104,7 +110,8 @@ TEST(IntervalTimer, AOneShotFiresOnceAndIsGone) {
         errno = 0;
         EXPECT_EQ(vosTimerDel(&record), -1);
         EXPECT_EQ(errno, EINVAL);
-        EXPECT_THAT(Faults::record([&] { vosTimerDel(&record); }), IsEmpty()) << "the dead handle is not touched";
+        EXPECT_THAT(Faults::record([&] { vosTimerDel(&record); }), Not(Contains("timer_delete")))
+            << "the handle of a timer that is gone is not touched";
         EXPECT_EQ(calls, 1);
     });
 }
@@ -239,7 +246,7 @@ TEST(IntervalTimer, FailingStepsAreNamedByTheirNumbers) {
                                            if (deleted != 0) vosTimerDel(&record);
                                            return result * 10L + deleted;
                                        });
-    ASSERT_EQ(attempts.size(), 3U);
+    ASSERT_EQ(attempts.size(), 7U) << "the three calls, and four of the mutex";
     EXPECT_EQ(at(attempts, "timer_create#1").result, -11) << "nothing was made, nothing can be deleted";
     EXPECT_EQ(at(attempts, "timer_create#1").outcome.output, "\r\nvosTimerAdd 1873 rc = -1 ");
     EXPECT_EQ(at(attempts, "timer_settime#1").result, -10) << "the timer stays, and can be deleted";
@@ -257,6 +264,173 @@ TEST(IntervalTimer, ADeletionThatFailsLeavesTheTimerToBeDeleted) {
         EXPECT_EQ(errno, EIO);
         EXPECT_TRUE(Faults::disarm());
         EXPECT_EQ(vosTimerDel(&record), 0);
+    });
+}
+
+TEST(IntervalTimer, ARecordWhoseTimerCouldNotBeCreatedHasNone) {
+    run([] {
+        VOS_TIMER record = timer(count, 10, 0);
+        memset(&record.hTimer, 0xA5, sizeof record.hTimer); /* the caller's storage held something else before */
+        Faults::arm({.call = "timer_create", .error = EAGAIN});
+        EXPECT_EQ(vosTimerAdd(&record), -1);
+        EXPECT_TRUE(Faults::disarm());
+        EXPECT_EQ(record.hTimer, nullptr);
+        EXPECT_EQ(vosTimerDel(&record), -1);
+        EXPECT_EQ(errno, EINVAL);
+    });
+}
+
+TEST(IntervalTimer, TheTimerIsCreatedInTheRecord) {
+    run([] {
+        static VOS_TIMER record = timer(count, 60000, 1);
+        substitute(
+            "timer_create", +[](clockid_t, sigevent *notification, timer_t *handle) {
+                EXPECT_EQ(handle, &record.hTimer);
+                EXPECT_EQ(notification->sigev_value.sival_ptr, &record);
+                return timer_create(CLOCK_MONOTONIC, notification, handle);
+            });
+        EXPECT_EQ(vosTimerAdd(&record), VOS_OK);
+        EXPECT_EQ(vosTimerDel(&record), 0);
+    });
+}
+
+TEST(IntervalTimer, TheReasonOfAFailureSurvivesTheLine) {
+    run([] {
+        VOS_TIMER record = timer(count, 10, 0);
+        close(STDOUT_FILENO);
+        for (const char *const call : {"timer_create", "timer_settime"}) {
+            Faults::arm({.call = call, .error = EAGAIN});
+            EXPECT_EQ(vosTimerAdd(&record), -1);
+            EXPECT_EQ(errno, EAGAIN) << call;
+            EXPECT_TRUE(Faults::disarm());
+        }
+        EXPECT_EQ(vosTimerDel(&record), 0);
+    });
+}
+
+/* The C library gives the new timer the handle of the one that was deleted just before. */
+TEST(IntervalTimer, AOneShotThatItsFunctionRestartsFiresAgain) {
+    if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
+    run([] {
+        static VOS_TIMER record;
+        record = timer(
+            [](uint64_t) {
+                if (++calls < 5) {
+                    EXPECT_EQ(vosTimerDel(&record), 0);
+                    EXPECT_EQ(vosTimerAdd(&record), VOS_OK);
+                }
+                return 0;
+            },
+            10, 0);
+        ASSERT_EQ(vosTimerAdd(&record), VOS_OK);
+        EXPECT_TRUE(eventually([] { return calls == 5; }));
+        EXPECT_TRUE(eventually([] { return gone(record); })) << "the last one is deleted";
+    });
+}
+
+TEST(IntervalTimer, AOneShotThatIsRestartedWhileItsFunctionRunsFiresAgain) {
+    if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
+    run([] {
+        static std::atomic<bool> goOn = false;
+        VOS_TIMER record =
+            timer([](uint64_t) { return ++calls == 1 && !eventually([] { return goOn.load(); }) ? -1 : 0; }, 10, 0);
+        ASSERT_EQ(vosTimerAdd(&record), VOS_OK);
+        EXPECT_TRUE(eventually([] { return calls == 1; }));
+        EXPECT_EQ(vosTimerDel(&record), 0);
+        record.ulPeriodMs = 200;
+        ASSERT_EQ(vosTimerAdd(&record), VOS_OK);
+        goOn = true;
+        EXPECT_TRUE(eventually([] { return calls == 2; }));
+        EXPECT_TRUE(eventually([&] { return gone(record); }));
+    });
+}
+
+/* Its thread starts late: the timer that made the call is gone, and a newer one is armed. */
+TEST(IntervalTimer, ACallThatComesAfterTheRestartLeavesTheNewTimerAlone) {
+    if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
+    run([] {
+        static void (*expiry)(sigval) = nullptr;
+        substitute(
+            "timer_create", +[](clockid_t clock, sigevent *notification, timer_t *handle) {
+                expiry = notification->sigev_notify_function;
+                return timer_create(clock, notification, handle);
+            });
+        VOS_TIMER record = timer(count, 200, 0);
+        ASSERT_EQ(vosTimerAdd(&record), VOS_OK);
+        sigval late{};
+        late.sival_ptr = &record;
+        std::thread(expiry, late).join();
+        EXPECT_EQ(calls, 1);
+        EXPECT_FALSE(gone(record));
+        EXPECT_TRUE(eventually([] { return calls == 2; }));
+        EXPECT_TRUE(eventually([&] { return gone(record); }));
+    });
+}
+
+/* A late call of the deleted timer that deleted the new one would end it before its time. */
+TEST(IntervalTimer, RestartsThatMeetTheExpiryLoseNoTimer) {
+    if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
+    run([] {
+        VOS_TIMER record = timer(count, 1, 0);
+        for (int round = 0; round < 100; ++round) {
+            record.ulPeriodMs = 1;
+            const auto expiry = Clock::now() + std::chrono::microseconds(1000 + 3 * round);
+            ASSERT_EQ(vosTimerAdd(&record), VOS_OK);
+            while (Clock::now() < expiry) continue; /* so that the deletion meets the call at another point each time */
+            vosTimerDel(&record);
+            record.ulPeriodMs = 20;
+            const auto begin = Clock::now();
+            ASSERT_EQ(vosTimerAdd(&record), VOS_OK);
+            ASSERT_TRUE(eventually([&] { return gone(record); }));
+            ASSERT_GE(Clock::now() - begin, Milliseconds(20)) << round;
+        }
+        letOthersFire(20, 2); /* a late call may still look at the record */
+    });
+}
+
+TEST(IntervalTimer, ASlowPeriodicFunctionMayRunSeveralTimesAtOnce) {
+    if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
+    run([] {
+        static std::atomic<bool> goOn = false;
+        VOS_TIMER record = timer(
+            [](uint64_t) {
+                ++calls;
+                EXPECT_TRUE(eventually([] { return goOn.load(); }));
+                --calls;
+                return 0;
+            },
+            10, 1);
+        ASSERT_EQ(vosTimerAdd(&record), VOS_OK);
+        EXPECT_TRUE(eventually([] { return calls >= 3; }));
+        EXPECT_EQ(vosTimerDel(&record), 0);
+        goOn = true;
+        EXPECT_TRUE(eventually([] { return calls == 0; }));
+    });
+}
+
+TEST(IntervalTimer, AForkWhileOtherThreadsUseTimersGivesAChildThatUsesTimers) {
+    run([] {
+        std::atomic<bool> stop = false;
+        std::thread busy([&] {
+            VOS_TIMER record = timer(count, 60000, 0);
+            while (!stop) {
+                vosTimerAdd(&record);
+                vosTimerDel(&record);
+            }
+        });
+        for (int i = 0; i < 200; ++i) {
+            const pid_t child = fork();
+            if (child == 0) {
+                alarm(static_cast<unsigned>(deadline().count() / 1000)); /* instead of waiting for ever */
+                VOS_TIMER none = timer(count, 60000, 0);
+                _exit(vosTimerDel(&none) == -1 ? 0 : 1);
+            }
+            int status = -1;
+            EXPECT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_EQ(status, 0);
+        }
+        stop = true;
+        busy.join();
     });
 }
 

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include <gmock/gmock.h>
 
+#include <array>
 #include <cstring>
 
 #include "sockets.h"
@@ -88,6 +89,33 @@ TEST(ReceiveExtension, TheDevicesKernelIsAskedAndItsBytesArePassedOn) {
         EXPECT_EQ(memcmp(&extension, expected + 4, 40), 0);
         vosRecvfromExt(0, payload, sizeof payload, 0x0F000000 | MSG_PEEK, nullptr, nullptr, &extension);
         EXPECT_EQ(flagsSeen, MSG_PEEK | 0x0F000000);
+    });
+}
+
+TEST(ReceiveExtension, OfALongerSenderAddressSixteenBytesAreWritten) {
+    run([] {
+        sockaddr_in6 address{};
+        address.sin6_family = AF_INET6;
+        address.sin6_addr = in6addr_loopback;
+        auto *const any = reinterpret_cast<sockaddr *>(&address);
+        const int receiver = socket(AF_INET6, SOCK_DGRAM, 0);
+        ASSERT_EQ(bind(receiver, any, sizeof address), 0);
+        uint32_t length = sizeof address;
+        ASSERT_EQ(vosGetsockname(receiver, any, &length), 0);
+        const int sender = socket(AF_INET6, SOCK_DGRAM, 0);
+        ASSERT_EQ(vosSendto(sender, "x", 1, 0, any, sizeof address), 1);
+        std::array<unsigned char, sizeof address> from{};
+        from.fill(0xEE);
+        char payload[10];
+        VOS_RECV_EXT extension;
+        EXPECT_EQ(vosRecvfromExt(receiver, payload, sizeof payload, 0, reinterpret_cast<sockaddr *>(from.data()),
+                                 &length, &extension),
+                  1);
+        uint16_t family = 0;
+        memcpy(&family, from.data(), sizeof family);
+        EXPECT_EQ(family, AF_INET6);
+        EXPECT_EQ(from[15], 0) << "a byte of the loopback address";
+        for (std::size_t i = 16; i < from.size(); ++i) EXPECT_EQ(from.at(i), 0xEE) << i;
     });
 }
 

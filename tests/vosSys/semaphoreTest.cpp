@@ -355,11 +355,8 @@ TEST(Semaphore, EveryFailingCallOfAMutexOneIsPassedOn) {
                                                    ++held;
                                                else
                                                    failures += 1;
-                                           for (int give = held; give > 0;)
-                                               if (vosSemGive(sem) == VOS_OK)
-                                                   --give;
-                                               else
-                                                   failures += 10;
+                                           for (; held > 0; --held)
+                                               if (vosSemGive(sem) != VOS_OK) failures += 10;
                                            if (vosSemDelete(sem) != VOS_OK) {
                                                failures += 400;
                                                vosSemDelete(sem);

@@ -1,13 +1,20 @@
 /* SPDX-License-Identifier: MIT */
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <thread>
 
@@ -53,6 +60,13 @@ void expectHandlerStillThere(int number) {
     EXPECT_EQ(sigismember(&now.sa_mask, SIGUSR2), 1);
 }
 
+/* The calls of an action without those that only guard the library's own data. */
+std::vector<std::string> stepsOf(const std::function<void()> &action) {
+    std::vector<std::string> calls = Faults::record(action);
+    std::erase_if(calls, [](const std::string &call) { return call.starts_with("pthread_mutex_"); });
+    return calls;
+}
+
 std::string contents(const std::string &path) {
     std::ifstream file(path);
     std::ostringstream text;
@@ -82,6 +96,78 @@ bool shellRuns() {
     for (const auto &each : std::filesystem::directory_iterator("/proc"))
         if (contents(each.path() / "stat").find(child) != std::string::npos) return true;
     return false;
+}
+
+/* How many children a process has, all of them or those in one state. */
+int childrenOf(pid_t parent, char state = 0) {
+    const std::string wanted = " " + std::to_string(parent) + " ";
+    int count = 0;
+    for (const auto &each : std::filesystem::directory_iterator("/proc")) {
+        const std::string stat = contents(each.path() / "stat");
+        const std::size_t name = stat.rfind(") ");
+        if (name == std::string::npos || stat.compare(name + 3, wanted.size(), wanted) != 0) continue;
+        if (state == 0 || stat[name + 2] == state) ++count;
+    }
+    return count;
+}
+
+/* A child that ends at once with 7. */
+pid_t endAtOnce() {
+    const pid_t child = fork();
+    if (child == 0) _exit(7);
+    return child;
+}
+
+/* A child that ends with 7 while a command runs: the command waits until the child is a zombie. */
+pid_t endDuringCommand() {
+    std::array<int, 2> gate{};
+    if (pipe2(gate.data(), O_CLOEXEC) != 0) abort();
+    const pid_t child = fork();
+    if (child == 0) {
+        char go = 0;
+        _exit(read(gate[0], &go, 1) == 1 ? 7 : 8);
+    }
+    const std::string command = "echo >&" + std::to_string(gate[1]) + "; until grep -q '(.*) Z' /proc/" +
+                                std::to_string(child) + "/stat; do :; done";
+    fcntl(gate[1], F_SETFD, 0);
+    EXPECT_EQ(vosSystem(command.c_str(), kPlain), VOS_OK);
+    for (const int end : gate) close(end);
+    return child;
+}
+
+/* Whether an action comes to its end in a process that is in the background of its controlling terminal. */
+bool inBackgroundOf(const StandardInputTerminal &terminal, const std::function<void()> &action) {
+    const pid_t session = fork();
+    if (session != 0) {
+        int status = 0;
+        return waitpid(session, &status, 0) == session && status == 0;
+    }
+    for (const int number : {SIGINT, SIGQUIT, SIGCHLD, SIGTTOU}) signal(number, SIG_DFL);
+    if (setsid() < 0 || ioctl(STDIN_FILENO, TIOCSCTTY, 1) != 0) _exit(2);
+    const pid_t background = fork();
+    if (background == 0) {
+        setpgid(0, 0);
+        action();
+        _exit(0);
+    }
+    setpgid(background, background);
+    (void)terminal;
+    int status = 0;
+    const bool waited = waitpid(background, &status, WUNTRACED) == background;
+    if (WIFSTOPPED(status)) kill(background, SIGKILL);
+    _exit(waited && status == 0 ? 0 : 1);
+}
+
+/* In place of a shell, which would change its own mask. SIGUSR2 is to be blocked and SIGUSR1 ignored; a handler of
+ * SIGALRM must be gone. */
+int exitThreeWhenSignalsAreRight(const char * /*path*/, const char * /*first*/, ...) {
+    sigset_t inherited;
+    sigemptyset(&inherited);
+    pthread_sigmask(SIG_SETMASK, nullptr, &inherited);
+    const bool right = sigismember(&inherited, SIGUSR2) == 1 && sigismember(&inherited, SIGTERM) == 0 &&
+                       dispositionOf(SIGUSR1).sa_handler == SIG_IGN && dispositionOf(SIGALRM).sa_handler == SIG_DFL &&
+                       dispositionOf(SIGCHLD).sa_handler == SIG_DFL;
+    _exit(right ? 3 : 4);
 }
 
 /* A program named "reboot", first in the path, that only counts how often it was started. */
@@ -135,10 +221,10 @@ TEST(Shell, ANullCommandIsRefusedWithoutAnyCall) {
 TEST(Shell, TheStepsComeInTheirOrder) {
     run([] {
         const StandardInputTerminal terminal;
-        EXPECT_THAT(Faults::record([] { vosSystem("true", kInteractive); }),
+        EXPECT_THAT(stepsOf([] { vosSystem("true", kInteractive); }),
                     ElementsAre("sigaction", "sigaction", "sigaction", "tcgetattr", "fork", "wait4", "sigaction",
                                 "sigaction", "sigaction", "tcflush", "tcsetattr"));
-        EXPECT_THAT(Faults::record([] { vosSystemNoWait("true"); }),
+        EXPECT_THAT(stepsOf([] { vosSystemNoWait("true"); }),
                     ElementsAre("sigaction", "sigaction", "sigaction", "tcgetattr", "fork", "sigaction", "sigaction",
                                 "sigaction", "tcflush", "tcsetattr"));
     });
@@ -173,6 +259,215 @@ TEST(Shell, ACallerThatIgnoresItsChildrenStillGetsTheStatus) {
         vosProcessSignalDef();
         EXPECT_EQ(statusOf("exit 3"), 768);
         EXPECT_EQ(dispositionOf(SIGCHLD).sa_handler, SIG_IGN);
+    });
+}
+
+TEST(Shell, ChildrenThatEndWhileACommandRunsAreReapedWhereSigchldIsIgnored) {
+    run([] {
+        vosProcessSignalDef();
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(vosSystemNoWait(":"), VOS_OK);
+            endAtOnce();
+        }
+        EXPECT_EQ(statusOf("sleep 0.3; exit 3"), 768) << "the three others end meanwhile";
+        EXPECT_TRUE(eventually([] { return childrenOf(getpid(), 'Z') == 0; }));
+        EXPECT_EQ(childrenOf(getpid()), 0);
+    });
+}
+
+TEST(Shell, ABurstOfCommandsWithoutWaitingLeavesNoZombie) {
+    run([] {
+        vosProcessSignalDef();
+        for (int i = 0; i < 50; ++i) EXPECT_EQ(vosSystemNoWait(":"), VOS_OK);
+        EXPECT_TRUE(eventually([] { return childrenOf(getpid()) == 0; }));
+    });
+}
+
+TEST(Shell, ChildrenAreReapedAlsoUnderNoCldWait) {
+    run([] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        action.sa_flags = SA_NOCLDWAIT | SA_RESTART;
+        sigaction(SIGCHLD, &action, nullptr);
+        endDuringCommand();
+        EXPECT_EQ(childrenOf(getpid()), 0);
+    });
+}
+
+TEST(Shell, ChildrenOfACallerThatWaitsForThemAreLeftToIt) {
+    run([] {
+        for (const sighandler_t handler : {SIG_DFL, static_cast<sighandler_t>([](int) {})}) {
+            struct sigaction action = {};
+            action.sa_handler = handler;
+            action.sa_flags = SA_RESTART;
+            sigaction(SIGCHLD, &action, nullptr);
+            const pid_t child = endDuringCommand();
+            int status = 0;
+            EXPECT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_EQ(status, 7 << 8);
+        }
+    });
+}
+
+TEST(Shell, TheReapingKeepsTheReasonOfAFailure) {
+    run([] {
+        vosProcessSignalDef();
+        Faults::arm({.call = "wait4", .error = EINTR});
+        EXPECT_EQ(vosSystem(":", kPlain), VOS_ERROR);
+        EXPECT_EQ(errno, EINTR); /* without a child left, the last waitpid() fails with ECHILD */
+        EXPECT_TRUE(Faults::disarm());
+    });
+}
+
+TEST(Shell, CommandsOfSeveralThreadsEachGetTheirOwnStatusAndLeaveNoZombie) {
+    run([] {
+        vosProcessSignalDef();
+        std::vector<std::thread> threads;
+        for (int thread = 1; thread <= 4; ++thread)
+            threads.emplace_back([thread] {
+                const std::string command = "exit " + std::to_string(thread);
+                for (int i = 0; i < 25; ++i) {
+                    EXPECT_EQ(statusOf(command.c_str()), thread << 8);
+                    EXPECT_EQ(vosSystemNoWait(":"), VOS_OK);
+                }
+            });
+        for (std::thread &each : threads) each.join();
+        EXPECT_EQ(dispositionOf(SIGCHLD).sa_handler, SIG_IGN);
+        EXPECT_TRUE(eventually([] { return childrenOf(getpid()) == 0; }));
+    });
+}
+
+TEST(Shell, TheLastOfSeveralCommandsPutsTheDispositionsBack) {
+    run([] {
+        for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) handle(number);
+        for (const char *const gate : {"/tmp/first", "/tmp/second"}) ASSERT_EQ(mkfifo(gate, 0600), 0);
+        const auto runUntil = [](const std::string &gate) {
+            return std::thread([gate] {
+                const std::string command = "echo > " + gate + "Runs; read line < " + gate + "; exit 3";
+                EXPECT_EQ(statusOf(command.c_str()), 768);
+            });
+        };
+        std::thread first = runUntil("/tmp/first");
+        EXPECT_TRUE(eventually([] { return contents("/tmp/firstRuns") == "\n"; }));
+        std::thread second = runUntil("/tmp/second");
+        EXPECT_TRUE(eventually([] { return contents("/tmp/secondRuns") == "\n"; }));
+        std::ofstream{"/tmp/first"} << "go\n";
+        first.join();
+        EXPECT_EQ(dispositionOf(SIGINT).sa_handler, SIG_IGN) << "the second command still runs";
+        EXPECT_EQ(dispositionOf(SIGCHLD).sa_handler, SIG_DFL);
+        std::ofstream{"/tmp/second"} << "go\n";
+        second.join();
+        for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) expectHandlerStillThere(number);
+    });
+}
+
+TEST(Shell, AForkWhileOtherThreadsRunCommandsGivesAChildThatRunsCommands) {
+    run([] {
+        vosProcessSignalDef();
+        std::atomic<bool> stop = false;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 2; ++i)
+            threads.emplace_back([&] {
+                while (!stop) vosSystemNoWait(":");
+            });
+        for (int i = 0; i < 100; ++i) {
+            const pid_t child = fork();
+            if (child == 0) {
+                alarm(static_cast<unsigned>(deadline().count() / 1000)); /* instead of waiting for ever */
+                int32_t status = 0;
+                const bool right = vosSystem2("exit 3", kPlain, &status) == VOS_OK && status == 768;
+                _exit(right ? 0 : 1);
+            }
+            int status = 0;
+            if (waitpid(child, &status, 0) == child) { /* else the other threads' commands have reaped it */
+                EXPECT_EQ(status, 0);
+            }
+        }
+        stop = true;
+        for (std::thread &each : threads) each.join();
+    });
+}
+
+TEST(Shell, AThreadThatIsCancelledWhileItWaitsPutsEverythingBack) {
+    run([] {
+        vosProcessSignalDef();
+        const StandardInputTerminal terminal;
+        const termios before = StandardInputTerminal::settings();
+        ASSERT_EQ(mkfifo("/tmp/gate", 0600), 0);
+        pthread_t thread{};
+        const auto command = [](void *) -> void * {
+            vosSystem("stty raw; echo > /tmp/begun; read line < /tmp/gate", kPlain);
+            return nullptr;
+        };
+        ASSERT_EQ(pthread_create(&thread, nullptr, command, nullptr), 0);
+        EXPECT_TRUE(eventually([] { return contents("/tmp/begun") == "\n"; }));
+        void *result = nullptr;
+        pthread_cancel(thread);
+        ASSERT_EQ(pthread_join(thread, &result), 0);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) EXPECT_EQ(dispositionOf(number).sa_handler, SIG_IGN);
+        EXPECT_TRUE(sameSettings(StandardInputTerminal::settings(), before));
+        EXPECT_EQ(statusOf("exit 3"), 768) << "commands still run";
+        EXPECT_EQ(childrenOf(getpid()), 1) << "the cancelled one's command runs on";
+        std::ofstream{"/tmp/gate"} << "go\n";
+        EXPECT_TRUE(eventually([] { return childrenOf(getpid()) == 0; }));
+    });
+}
+
+TEST(Shell, ASignalHandlerMayRunACommandWhileOneRuns) {
+    run([] {
+        vosProcessSignalDef();
+        static int32_t nested = -1;
+        struct sigaction action = {};
+        action.sa_handler = [](int) { vosSystem2("exit 4", kPlain, &nested); };
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGUSR1, &action, nullptr);
+        EXPECT_EQ(statusOf("kill -USR1 $PPID; sleep 0.2; exit 3"), 768);
+        EXPECT_EQ(nested, 4 << 8);
+        EXPECT_EQ(dispositionOf(SIGCHLD).sa_handler, SIG_IGN);
+    });
+}
+
+TEST(Shell, ASignalThatMeetsTheChildBeforeItsProgramRunsNoHandlerThere) {
+    run([] {
+        static char *const ran =
+            static_cast<char *>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+        static const pid_t caller = getpid();
+        signal(SIGUSR1, [](int) { ran[getpid() == caller ? 0 : 1] = 1; });
+        substitute(
+            "fork", +[] {
+                const pid_t child = fork();
+                if (child == 0) raise(SIGUSR1);
+                return child;
+            });
+        EXPECT_EQ(statusOf("exit 3"), SIGUSR1) << "the signal has its default action in the child";
+        EXPECT_EQ(ran[1], 0);
+    });
+}
+
+TEST(Shell, TheCommandInheritsTheCallersSignalMaskAndItsIgnoredSignals) {
+    run([] {
+        signal(SIGUSR1, SIG_IGN);
+        signal(SIGALRM, [](int) {});
+        sigset_t mask;
+        sigemptyset(&mask);
+        sigaddset(&mask, SIGUSR2);
+        pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+        substitute("execl", exitThreeWhenSignalsAreRight);
+        EXPECT_EQ(statusOf("true"), 768);
+        sigset_t now;
+        pthread_sigmask(SIG_SETMASK, nullptr, &now);
+        EXPECT_EQ(sigismember(&now, SIGUSR2), 1);
+        EXPECT_EQ(sigismember(&now, SIGTERM), 0);
+    });
+}
+
+TEST(Shell, ABackgroundProcessIsNotStoppedByItsTerminal) {
+    run([] {
+        const StandardInputTerminal terminal;
+        EXPECT_TRUE(inBackgroundOf(terminal, [] { vosSystem("true", kInteractive); }));
+        EXPECT_TRUE(inBackgroundOf(terminal, [] { vosSystemNoWait("true"); }));
+        EXPECT_TRUE(inBackgroundOf(terminal, [] { vosTerminalCtrlClear(); }));
     });
 }
 
@@ -312,7 +607,7 @@ TEST(Shell, AFailedForkPutsTheSignalsBackAndLeavesTheTerminalAlone) {
         const StandardInputTerminal terminal;
         handle(SIGINT);
         Faults::arm({.call = "fork", .error = EAGAIN});
-        EXPECT_THAT(Faults::record([] { EXPECT_EQ(vosSystem("true", kInteractive), VOS_ERROR); }),
+        EXPECT_THAT(stepsOf([] { EXPECT_EQ(vosSystem("true", kInteractive), VOS_ERROR); }),
                     ElementsAre("sigaction", "sigaction", "sigaction", "tcgetattr", "fork", "sigaction", "sigaction",
                                 "sigaction"));
         EXPECT_EQ(errno, EAGAIN);
@@ -363,7 +658,7 @@ TEST(Shell, SettingsThatCouldNotBeReadAreNotApplied) {
     run([] {
         const StandardInputTerminal terminal;
         Faults::arm({.call = "tcgetattr"});
-        EXPECT_THAT(Faults::record([] { vosSystem("true", kPlain); }),
+        EXPECT_THAT(stepsOf([] { vosSystem("true", kPlain); }),
                     ElementsAre("sigaction", "sigaction", "sigaction", "tcgetattr", "fork", "wait4", "sigaction",
                                 "sigaction", "sigaction", "tcflush"));
         EXPECT_TRUE(Faults::disarm());
@@ -394,6 +689,19 @@ TEST(Reboot, ModeOneLeavesTheMarkerAndRunsTheProgram) {
         EXPECT_EQ(marker.st_mode & 07777U, 0644U);
     });
     EXPECT_EQ(outcome.output, "");
+}
+
+TEST(Reboot, TheMarkerIsClosedBeforeTheRebootBegins) {
+    run([] {
+        harmlessReboot();
+        EXPECT_THAT(stepsOf([] { vosReboot(1); }),
+                    testing::ElementsAreArray({"open", "close", "sigaction", "sigaction", "sigaction", "tcgetattr",
+                                               "fork", "wait4", "sigaction", "sigaction", "sigaction", "tcflush"}));
+        std::ofstream{"/tmp/bin/reboot"} << "#!/bin/sh\nls -l /proc/$PPID/fd /proc/" << getpid() << "/fd > /tmp/open\n";
+        vosReboot(1);
+        EXPECT_THAT(contents("/tmp/open"), testing::HasSubstr("0 ->"));
+        EXPECT_THAT(contents("/tmp/open"), testing::Not(testing::HasSubstr("/flash")));
+    });
 }
 
 TEST(Reboot, AMarkerThatIsThereIsNotTruncated) {

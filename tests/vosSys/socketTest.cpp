@@ -1,8 +1,11 @@
 /* SPDX-License-Identifier: MIT */
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/select.h>
+#include <unistd.h>
 
+#include <array>
 #include <cstring>
 
 #include "sockets.h"
@@ -135,21 +138,39 @@ TEST(Socket, ANullLengthIsPassedOnAsNull) {
     });
 }
 
-TEST(Socket, LengthsAndCountsWithoutSenseAreInvalid) {
+TEST(Socket, ANegativeLengthIsInvalid) {
     run([] {
-        const auto calls = Faults::record([] {
-            EXPECT_EQ(vosSend(1, "x", -1, 0), -1);
-            EXPECT_EQ(errno, EINVAL);
-            errno = 0;
-            fd_set none;
-            FD_ZERO(&none);
-            EXPECT_EQ(vosSelect(FD_SETSIZE + 1, &none, nullptr, nullptr, nullptr), -1);
-            EXPECT_EQ(errno, EINVAL);
-        });
-        EXPECT_THAT(calls, IsEmpty());
+        EXPECT_THAT(Faults::record([] { EXPECT_EQ(vosSend(1, "x", -1, 0), -1); }), IsEmpty());
+        EXPECT_EQ(errno, EINVAL);
+    });
+}
+
+TEST(Socket, ACountBeyondTheSetsOfTheHeaderIsPassedOn) {
+    run([] {
+        const rlimit many{4096, 4096};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
         timeval now{0, 0};
         EXPECT_EQ(vosSelect(FD_SETSIZE, nullptr, nullptr, nullptr, &now), 0);
+        EXPECT_EQ(vosSelect(2000, nullptr, nullptr, nullptr, &now), 0) << "there are no sets";
         EXPECT_EQ(vosSelect(-1, nullptr, nullptr, nullptr, &now), -1);
+        EXPECT_EQ(errno, EINVAL);
+
+        constexpr int kFd = 2000;
+        std::array<int, 2> ends{};
+        ASSERT_EQ(pipe(ends.data()), 0);
+        ASSERT_EQ(write(ends[1], "x", 1), 1);
+        ASSERT_EQ(dup2(ends[0], kFd), kFd);
+        std::array<uint64_t, 4096 / 64> bits{};
+        bits[kFd / 64] = uint64_t{1} << (kFd % 64);
+        EXPECT_EQ(vosSelect(kFd + 1, reinterpret_cast<fd_set *>(bits.data()), nullptr, nullptr, &now), 1);
+        EXPECT_EQ(bits[kFd / 64], uint64_t{1} << (kFd % 64));
+
+        ASSERT_EQ(read(kFd, bits.data(), 1), 1);
+        ASSERT_EQ(write(ends[1], "x", 1), 1);
+        fd_set readable;
+        FD_ZERO(&readable);
+        FD_SET(ends[0], &readable);
+        EXPECT_EQ(vosSelect(FD_SETSIZE, &readable, nullptr, nullptr, &now), 1);
     });
 }
 

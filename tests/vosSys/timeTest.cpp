@@ -174,6 +174,15 @@ TEST(Time, NullIsRefused) {
                             "vosHostNameSet:parameter error.", "vosTimeZoneSet:parameter error."));
 }
 
+TEST(HostName, ThatDoesNotFitLeavesItsBeginningWithoutANul) {
+    run([] {
+        char name[] = "xxxxx";
+        EXPECT_EQ(vosHostNameGet(name, 2), -1); /* of "vos" */
+        EXPECT_EQ(errno, ENAMETOOLONG);
+        EXPECT_STREQ(name, "voxxx");
+    });
+}
+
 TEST(HostName, IsSetAndRead) {
     run([] {
         char name[65];

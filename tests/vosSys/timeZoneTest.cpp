@@ -103,7 +103,7 @@ TEST(TimeZone, TheFileBeforeTheRuleIsTheDescribedOneByteByByte) {
     });
 }
 
-TEST(TimeZone, TheSystemLibraryReadsIt) {
+TEST(TimeZone, TheCLibraryReadsIt) {
     run([] {
         ASSERT_EQ(vosTimeZoneSet("CST-8"), VOS_OK);
         EXPECT_EQ(local(kSummer2024), "2024-07-03 17:46:40 CST +0800");
@@ -165,6 +165,34 @@ TEST(TimeZone, AShorterRuleReplacesALongerOneWhole) {
         EXPECT_EQ(contents("/etc/TZ"), "\n");
         EXPECT_EQ(contents("/etc/localtime").size(), kTemplate + 1);
     });
+}
+
+TEST(TimeZone, ALinkIsFollowedAndTheFileItPointsAtIsOverwritten) {
+    run([] {
+        std::ofstream{"/tmp/zone"} << "a file of the zone database";
+        for (const char *const path : {"/etc/localtime", "/etc/TZ"}) std::filesystem::remove(path);
+        std::filesystem::create_symlink("/tmp/zone", "/etc/localtime");
+        std::filesystem::create_symlink("/tmp/rule", "/etc/TZ"); /* points at nothing yet */
+        ASSERT_EQ(vosTimeZoneSet("CST-8"), VOS_OK);
+        EXPECT_TRUE(std::filesystem::is_symlink("/etc/localtime"));
+        EXPECT_EQ(contents("/tmp/zone").size(), kTemplate + 6);
+        EXPECT_EQ(contents("/tmp/rule"), "CST-8\n");
+    });
+}
+
+TEST(TimeZone, ADirectoryInPlaceOfTheFirstFileLeavesTheSecondOneAlone) {
+    const Outcome outcome = run([] {
+        for (const char *const path : {"/etc/localtime", "/etc/TZ"}) std::filesystem::remove(path);
+        std::filesystem::create_directory("/etc/TZ");
+        EXPECT_EQ(vosTimeZoneSet("CST-8"), VOS_ERROR);
+        EXPECT_FALSE(std::filesystem::exists("/etc/localtime"));
+        std::filesystem::remove("/etc/TZ");
+        std::filesystem::create_directory("/etc/localtime");
+        EXPECT_EQ(vosTimeZoneSet("CST-8"), VOS_ERROR);
+        EXPECT_EQ(contents("/etc/TZ"), "CST-8\n");
+    });
+    EXPECT_THAT(outcome.messages(), testing::Contains("vosTimeZoneSet:vosFileWrite failed."));
+    EXPECT_THAT(outcome.messages(), testing::Contains("_vosLocalTimeSet:vosFileWrite failed."));
 }
 
 TEST(TimeZone, TheProcessesOwnZoneIsNotTouched) {

@@ -152,6 +152,35 @@ TEST(Wait, NullIsRefused) {
     });
 }
 
+TEST(Wait, AnObjectWithAWaiterIsNotDeleted) {
+    run([] {
+        VOS_WAIT *const wait = vosWaitCreate();
+        std::atomic<pid_t> waiter = 0;
+        std::thread thread([&] {
+            waiter = gettid();
+            EXPECT_EQ(vosWaitTake(wait, VOS_WAIT_FOREVER), VOS_OK);
+        });
+        EXPECT_TRUE(eventually([&] { return waiter != 0 && sleeps(waiter); }));
+        EXPECT_EQ(vosWaitDelete(wait), VOS_ERROR);
+        EXPECT_EQ(vosWaitGive(wait), VOS_OK) << "it is still usable";
+        thread.join();
+        EXPECT_EQ(vosWaitDelete(wait), VOS_OK);
+    });
+}
+
+/* The number is negative then, and so may be the nanoseconds of the deadline, which the C library refuses. */
+TEST(Wait, ATimeOutOfMoreThan2147SecondsFailsAtOnce) {
+    run([] {
+        const auto failed = [](int32_t result) { return result == VOS_ERROR || result == VOS_ERR_TIMEOUT; };
+        VOS_WAIT *const wait = vosWaitCreate();
+        EXPECT_TRUE(failed(vosWaitTake(wait, 3'600'000'000U)));
+        EXPECT_EQ(vosWaitDelete(wait), VOS_OK);
+        VOS_SEM *const sem = vosSemBCreate(0);
+        EXPECT_TRUE(failed(vosSemTake(sem, 3'600'000'000U)));
+        EXPECT_EQ(vosSemDelete(sem), VOS_OK);
+    });
+}
+
 TEST(Wait, AFailedDeletionKeepsTheRecord) {
     static VOS_WAIT *volatile kept; /* still reachable, so that it counts as kept and not as lost */
     const auto deleteOne = [] {
@@ -219,6 +248,65 @@ TEST(Wait, AFailedWaitWithoutLimitGivesTheLockBack) {
         EXPECT_TRUE(Faults::disarm());
         std::thread([&] { EXPECT_EQ(vosWaitGive(wait), VOS_OK); }).join();
         EXPECT_EQ(vosWaitTake(wait, VOS_WAIT_FOREVER), VOS_OK);
+        EXPECT_EQ(vosWaitDelete(wait), VOS_OK);
+    });
+}
+
+namespace {
+
+/* Cancels a thread that waits for an event with that time-out. */
+void cancelAWaiter(VOS_WAIT *wait, uint32_t timeout) {
+    struct Waiter {
+        VOS_WAIT *wait;
+        uint32_t timeout;
+        std::atomic<pid_t> id = 0;
+    } waiter{wait, timeout};
+    pthread_t thread{};
+    const auto body = [](void *argument) -> void * {
+        auto *const self = static_cast<Waiter *>(argument);
+        self->id = gettid();
+        vosWaitTake(self->wait, self->timeout);
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, body, &waiter), 0);
+    EXPECT_TRUE(eventually([&] { return waiter.id != 0 && sleeps(waiter.id); }));
+    EXPECT_EQ(pthread_cancel(thread), 0);
+    void *result = nullptr;
+    EXPECT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+}
+
+}  // namespace
+
+TEST(Wait, AWaiterThatIsCancelledGivesTheLockBack) {
+    run([] {
+        VOS_WAIT *const wait = vosWaitCreate();
+        for (const uint32_t timeout : {VOS_WAIT_FOREVER, 600'000'000U}) {
+            cancelAWaiter(wait, timeout);
+            std::atomic<bool> given = false;
+            std::thread giver([&] {
+                EXPECT_EQ(vosWaitGive(wait), VOS_OK);
+                given = true;
+            });
+            if (!eventually([&] { return given.load(); })) abort(); /* the giver waits for the lock for ever */
+            giver.join();
+            EXPECT_EQ(vosWaitTake(wait, VOS_NO_WAIT), VOS_OK) << "the event was not taken by the cancelled thread";
+        }
+        EXPECT_EQ(vosWaitDelete(wait), VOS_OK) << "nobody holds the mutex";
+    });
+}
+
+/* Some wait, some are cancelled, events are given: every event is taken once. */
+TEST(Wait, CancelledWaitersTakeNoEvents) {
+    run([] {
+        VOS_WAIT *const wait = vosWaitCreate();
+        for (int round = 0; round < 20; ++round) {
+            std::thread waiter([&] { EXPECT_EQ(vosWaitTake(wait, VOS_WAIT_FOREVER), VOS_OK); });
+            cancelAWaiter(wait, VOS_WAIT_FOREVER);
+            EXPECT_EQ(vosWaitGive(wait), VOS_OK);
+            waiter.join();
+            EXPECT_EQ(countOf(wait), 0);
+        }
         EXPECT_EQ(vosWaitDelete(wait), VOS_OK);
     });
 }

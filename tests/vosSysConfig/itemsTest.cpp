@@ -16,7 +16,7 @@ struct Item {
     bool lengthIsSigned;
 };
 
-/* Written down once more, so that a slip in the library's table shows. */
+/* A second copy of the library's table, so that an error in it is found. */
 const Item kItems[] = {
     {0, "BSP_SYS_MAC", true, 0, 6, true},
     {1, "BSP_DEFAULT_MAC", true, 6, 6, true},
@@ -202,17 +202,37 @@ TEST(Items, ARepairedStackIsWrittenAlongWithAnotherStackOnly) {
     EXPECT_EQ(bodyOf(kSystem).substr(568, 24), std::string(24, '\xFF'));
 }
 
-TEST(Items, AShortStackIsNamedWithItsLengthAndNothingIsReadPastIt) {
+TEST(Items, AGetOfTheStackWithAShortLengthIsNamedWithTheLength) {
     putErased();
     const Outcome outcome = run([] {
         std::string value(23, '.');
         EXPECT_EQ(vosSysConfigDataGet(BSP_STACK, value.data(), 23), VOS_ERROR);
-        EXPECT_EQ(vosSysConfigDataSet(BSP_STACK, value.data(), 23), VOS_ERROR);
+        EXPECT_EQ(value, std::string(23, '.'));
     });
-    EXPECT_THAT(outcome.messages(),
-                ElementsAre("vosSysConfigDataGet:BSP_STACK invalid len 23 .",
-                            "vosSysConfigDataSet:BSP_STACK invalid len 23 .", "vosSysConfigDataSet:error exit."));
-    EXPECT_EQ(bodyOf(kSystem), erasedBody(kSystem));
+    EXPECT_THAT(outcome.messages(), ElementsAre("vosSysConfigDataGet:BSP_STACK invalid len 23 ."));
+}
+
+TEST(Items, ASetOfTheStackTakes24BytesWhateverItsLengthSays) {
+    for (const uint32_t length : {0u, 23u, 24u, 25u, 0x80000000u, 0xFFFFFFFFu}) {
+        putErased();
+        const std::string value = pattern(20, static_cast<int>(length & 0xFF)) + kStackMagic;
+        const Outcome outcome = run([&] { EXPECT_EQ(vosSysConfigDataSet(BSP_STACK, value.data(), length), VOS_OK); });
+        EXPECT_THAT(outcome.messages(), IsEmpty());
+        EXPECT_EQ(bodyOf(kSystem), erasedBody(kSystem).replace(568, 24, value)) << length;
+    }
+}
+
+/* The copies are read from flash before the value is taken. */
+TEST(Items, AValueThatLiesInTheCopyInMemoryIsStoredAsItWasOnFlash) {
+    putErased();
+    run([] {
+        EXPECT_EQ(setWord(BSP_ZTP, 5), VOS_OK);
+        flashData[664] = 9;
+        EXPECT_EQ(vosSysConfigDataSet(BSP_ZTP, &flashData[664], 4), VOS_OK);
+        uint32_t value = 0;
+        EXPECT_EQ(getWord(BSP_ZTP, value), VOS_OK);
+        EXPECT_EQ(value, 5u);
+    });
 }
 
 TEST(Items, ALengthFailureHasRefreshedTheCopyInMemory) {

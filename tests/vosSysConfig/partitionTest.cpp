@@ -2,7 +2,10 @@
 /* The two partitions as files: initialised, validated, rewritten, and every failing call. */
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/time.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "vosSysConfig/partitions.h"
 
@@ -40,8 +43,8 @@ std::string initLine(const Partition &partition) { return "Initialize " + partit
 
 const Partition *vanishing = nullptr;
 
-/* Takes the place of standard output: the log is kept, and the moment it says that the rewriting has begun, the
- * partition is removed. */
+/* Receives standard output in place of the terminal: keeps the log, and removes the partition when the line comes that
+ * the rewriting starts. */
 ssize_t removeWhenTheWriterStarts(void *, const char *text, size_t length) {
     const std::string line(text, length);
     std::ofstream{"/tmp/log", std::ios::app} << line;
@@ -223,7 +226,7 @@ TEST_P(EachPartition, EachFailingCallOfAWrite) {
     expectLines(attempts, "open#2", VOS_ERROR, setLines(failedLine(partition.data(writer, "open"))));
     expectLines(attempts, "flock#3", VOS_OK, {failedLine(partition.data(writer, "lock"))});
     expectLines(attempts, "read#2", VOS_ERROR, setLines(failedLine(partition.data(writer, "read"))));
-    /* A write that goes to the end of what was read leaves the partition as it was. */
+    /* Without the seek the write goes behind the partition, which stays as it was. */
     expectLines(attempts, "lseek#1", VOS_OK, {failedLine(partition.data(writer, "lseek"))});
     expectLines(attempts, "write#1", VOS_OK, {failedLine(partition.data(writer, "write") + blank)});
     expectLines(attempts, "flock#4", VOS_OK, {failedLine(partition.data(writer, "unlock") + blank)});
@@ -257,7 +260,7 @@ TEST_P(EachPartition, EachFailingCallOfAnInitialisation) {
         },
         [] { return vosSysConfigDataInit(); });
     expectNothingKept(attempts);
-    /* The read of the partition that is not there, in its place before or after the read of the other. */
+    /* The factory partition is read first, so the numbers of the calls depend on which partition is missing. */
     const bool first = partition.word == "factory";
     const std::string open = first ? "open#2" : "open#3";
     const std::string malloc = first ? "malloc#2" : "malloc#3";
@@ -282,6 +285,43 @@ TEST_P(EachPartition, EachFailingCallOfAnInitialisation) {
     ASSERT_THAT(shortened.messages, SizeIs(3));
     EXPECT_EQ(shortened.messages.at(1), partition.data(init, "write") + partition.blanks + "need " +
                                             std::to_string(partition.size()) + " but only write 100.");
+}
+
+TEST_P(EachPartition, AFailedSetLeavesTheNewItemInTheCopyInMemory) {
+    run([&] {
+        putErased();
+        Faults::arm({.call = "open", .occurrence = 2, .error = EROFS});
+        EXPECT_EQ(setWord(partition.item, 77), VOS_ERROR);
+        const bool factory = partition.word == "factory";
+        EXPECT_EQ((factory ? flashConfig + 12 : flashData + 16)[0], 77);
+        uint32_t value = 0;
+        EXPECT_EQ(get(), VOS_OK);
+        EXPECT_EQ(getWord(partition.item, value), VOS_OK);
+        EXPECT_EQ(value, 0xFFFFFFFFu);
+    });
+}
+
+/* The lock of another process is ignored once a signal without SA_RESTART has interrupted the wait. */
+TEST_P(EachPartition, ASignalWithoutRestartEndsTheWaitForTheLock) {
+    putErased();
+    Process holder = start([&] {
+        const int fd = open(partition.path, O_RDWR);
+        ASSERT_EQ(flock(fd, LOCK_EX), 0);
+        ready();
+        pause();
+    });
+    holder.awaitReady();
+    const Outcome outcome = run([&] {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        ASSERT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
+        const itimerval often{{0, 5000}, {0, 5000}};
+        ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+        EXPECT_EQ(setWord(partition.item, 7), VOS_OK);
+    });
+    EXPECT_THAT(outcome.messages(), ElementsAre(failedLine(partition.data(partition.reader, "lock"), EINTR),
+                                                failedLine(partition.data(partition.writer, "lock"), EINTR)));
+    EXPECT_NE(bodyOf(partition), erasedBody(partition));
 }
 
 TEST_P(EachPartition, StartUpRepairsWhateverCannotBeRead) {

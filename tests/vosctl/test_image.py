@@ -2,6 +2,7 @@
 """vosctl image."""
 import os
 import pathlib
+import shutil
 import subprocess
 import zlib
 
@@ -61,7 +62,9 @@ def test_refusals_in_words(vosctl, data, arguments, code, reason):
 ])
 def test_refusals_of_the_library_in_words(vosctl, code, reason):
     install_first()
-    refused = {"LD_PRELOAD": os.path.join(os.environ["PROGRAMS"], "refusing.so"), "REFUSAL": str(code),
+    # The loader takes a blank in LD_PRELOAD as the end of a name, and the directory of the programs may have blanks.
+    shutil.copy(os.path.join(os.environ["PROGRAMS"], "refusing.so"), "/tmp/refusing.so")
+    refused = {"LD_PRELOAD": "/tmp/refusing.so", "REFUSAL": str(code),
                "ASAN_OPTIONS": "verify_asan_link_order=0"}
     path = write("/tmp/image", image(2, b"second"))
     told = vosctl("--json", "image", "check", path, env=refused)

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The house's way to write log lines: one call to log, one call to log and return. */
+/* How the library writes log lines: one call to log, one call to log and return a result. */
 #ifndef VOS_BASE_LOG_H
 #define VOS_BASE_LOG_H
 
@@ -15,14 +15,17 @@
 
 namespace vos {
 
-/* A text from outside as it may stand in a log line. Longer than a line's body is never shown, so it is cut. */
+/* Bytes of a line's body: 255 characters and the NUL. A longer one is cut. */
+inline constexpr std::size_t kLineBody = 256;
+
+/* A text from outside as it is put into a log line: its percent signs are doubled, and count as two characters where
+ * the line is cut. What is longer than a body is left out here. */
 class ShownOutside {
   public:
     explicit ShownOutside(Outside outside);
     [[nodiscard]] const char *get() const { return text_.data(); }
 
   private:
-    static constexpr std::size_t kLineBody = 256;
     std::array<char, 2 * kLineBody> text_;
 };
 
@@ -41,9 +44,12 @@ inline ShownOutside shown(Outside text) { return ShownOutside{text}; }
 
 }  // namespace logargument
 
-/* Whether a level is switched on: one load and one AND, before anything is evaluated for a line. The word is plain
- * data that any thread may change; a relaxed access is the same plain load, without a data race. */
-inline bool logged(uint32_t level) { return (__atomic_load_n(&g_ulVosDebugFlags, __ATOMIC_RELAXED) & level) != 0; }
+/* Whether one of these bits is set in the debug flag word. Any thread may change the word at any time; a relaxed access
+ * is the same plain load, without a data race. */
+inline bool flagSet(uint32_t bits) { return (__atomic_load_n(&g_ulVosDebugFlags, __ATOMIC_RELAXED) & bits) != 0; }
+
+/* Whether a level is switched on. It is asked before anything is computed for a line. */
+inline bool logged(uint32_t level) { return flagSet(level); }
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"

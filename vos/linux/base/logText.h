@@ -26,7 +26,7 @@ constexpr bool takes(bool isLong, char conversion) {
     return integer && std::is_integral_v<Arg> && sizeof(Arg) == (isLong ? sizeof(long) : sizeof(int));
 }
 
-/* The end of the text was reached where a conversion had to follow, or the conversion is of another kind. */
+/* Whether the conversions of a text are those of the arguments, one by one. Also false for a "%" at the end. */
 template <class... Args>
 constexpr bool matches(const char *text) {
     bool (*const takers[])(bool, char) = {takes<Args>...};
@@ -42,12 +42,12 @@ constexpr bool matches(const char *text) {
     return taken == sizeof...(Args);
 }
 
-/* Not constant on purpose: reaching it stops the compilation. */
+/* Not constexpr on purpose: a constant expression that calls it does not compile. */
 inline void conversionsAndArgumentsDiffer() {}
 
 }  // namespace logtext
 
-/* The first argument of every text is the speaking function's name, so it is not listed. */
+/* The first argument of every text is the caller's name. It is not listed here. */
 template <class... Args>
 struct LogText {
     const char *text;

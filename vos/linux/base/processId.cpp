@@ -12,24 +12,25 @@ namespace {
 
 constexpr long kPageSize = 4096;
 
-/* A page of its own: the kernel wipes whole ones. */
+/* A whole page: the kernel clears whole pages in a child. */
 struct alignas(kPageSize) Page {
     pid_t id;
-    std::array<char, kPageSize - sizeof(pid_t)> nothingElse;
+    std::array<char, kPageSize - sizeof(pid_t)> padding;
 };
 constinit Page g_page{};
 
 enum : int { kUnknown, kAlways, kNever };
 constinit int g_wiped = kUnknown;
 
-/* A kernel of larger pages would wipe what lies beside ours, and an emulator that takes any advice follows none. */
+/* Not with larger pages, because other data on the page would be cleared too. Not where an impossible advice is taken:
+ * an emulator that accepts any advice follows none. */
 bool adviseWiping() {
     constexpr int kNoAdvice = -1;
     return sysconf(_SC_PAGESIZE) == kPageSize && madvise(&g_page, sizeof g_page, kNoAdvice) != 0 &&
            madvise(&g_page, sizeof g_page, MADV_WIPEONFORK) == 0;
 }
 
-/* Whether every child finds zeros in the page. */
+/* Whether the kernel clears the page in every child. */
 bool wipedInChildren() {
     int wiped = __atomic_load_n(&g_wiped, __ATOMIC_RELAXED);
     if (wiped == kUnknown) {

@@ -7,9 +7,9 @@
 
 namespace vos {
 
-/* As getpid(), and a call of the kernel the first time only. A child made by any kind of fork gets its own id. One that
- * borrows its parent's memory until it executes a program is told the parent's id: good enough for a name that nobody
- * else uses meanwhile, not for a line that says who speaks. */
+/* As getpid(), but the kernel is asked only once. A child of fork() or clone() gets its own id. A child of vfork()
+ * shares its parent's memory and gets the parent's id until it executes a program. For the name of a socket that is
+ * good enough, because the parent's thread sleeps meanwhile. Log lines must show the true id: use getpid() there. */
 pid_t processId();
 
 }  // namespace vos

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Short texts put together in place: no heap, no format, never past the end. */
+/* Short texts in a buffer of their own: no heap, no format, never past the end. */
 #ifndef VOS_BASE_TEXT_H
 #define VOS_BASE_TEXT_H
 
@@ -11,10 +11,13 @@
 
 namespace vos {
 
-/* A NUL-terminated text of at most Size - 1 characters. What does not fit is cut off, and fits() tells. */
+/* A NUL-terminated text of at most Size - 1 characters. What does not fit is cut off; fits() is then false. */
 template <std::size_t Size>
 class Text {
   public:
+    /* Only the first byte is set: the rest is written before it is read. */
+    Text() { text_[0] = '\0'; }
+
     Text &append(std::string_view more) {
         const std::size_t room = Size - 1 - length_;
         if (more.size() <= room) [[likely]]
@@ -23,7 +26,7 @@ class Text {
         return put({more.data(), room}); /* substr() could throw */
     }
 
-    /* A function of its own: digits are a lot of code, and a caller often has several numbers. */
+    /* Not inlined: the conversion is large, and a caller often has several numbers. */
     template <class Integer>
     [[gnu::noinline]] Text &appendDecimal(Integer number) {
         std::array<char, 24> digits;
@@ -37,7 +40,7 @@ class Text {
     [[nodiscard]] std::string_view view() const { return {text_.data(), length_}; }
 
   private:
-    /* Of a literal the size is known here, and a few moves are all that is left of this. */
+    /* Inlined: for a literal of known size the compiler makes a few moves of this. */
     Text &put(std::string_view more) {
         std::copy_n(more.data(), more.size(), text_.data() + length_);
         length_ += more.size();
@@ -45,9 +48,8 @@ class Text {
         return *this;
     }
 
-    /* Only the first byte is set: the rest is written before it is read. */
     std::array<char, Size> text_;
-    std::size_t length_ = (text_[0] = '\0', 0);
+    std::size_t length_ = 0;
     bool fits_ = true;
 };
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The one gate for bytes from outside: a cursor that hands out words, bytes and text, or says no. */
+/* Reads bytes that come from outside: words, byte sequences and texts, never past the end. */
 #ifndef VOS_BASE_WIRE_H
 #define VOS_BASE_WIRE_H
 
@@ -11,8 +11,8 @@
 
 namespace vos {
 
-/* Reads a byte sequence from front to back. What lies past the end is answered with nullopt, and then nothing has been
- * taken. Lengths are 64 bits wide, so that a length from outside is compared before it can wrap. */
+/* Reads from front to back. What would reach past the end gives nullopt, and the position stays. Lengths have 64 bits,
+ * so that a sum of lengths from outside does not wrap before it is compared. */
 class WordReader {
   public:
     explicit WordReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}

@@ -18,10 +18,8 @@ constinit uint32_t g_ulVosDebugFlags = VOS_DEBUG_ERROR;
 
 namespace {
 
-constexpr std::size_t kBodySize = 256; /* 255 characters and the NUL */
-
-/* Room for the line: a header in which every percent sign of the process name may be doubled, and the body. */
-using Line = std::array<char, 2 * VOS_PRINTF_HEAD_LEN + kBodySize>;
+/* The line: a header in which each percent sign of the process name may be doubled, and the body. */
+using Line = std::array<char, 2 * VOS_PRINTF_HEAD_LEN + vos::kLineBody>;
 
 /* Writes the header and returns its length in the line, or 0 when it would show more than VOS_PRINTF_HEAD_LEN
  * characters. The name may come from the command line, and the line is used as a format: its percent signs must not
@@ -36,6 +34,17 @@ std::size_t writeHeader(Line &line) {
         line[end++] = c;
     }
     return end;
+}
+
+/* Formats the body. One that is too long is cut. The line is used as a format afterwards, so a pair of percent signs
+ * must not be cut in two: the one that is left would stand for a conversion. */
+void writeBody(char *body, const char *format, va_list arguments) {
+    const int length = vsnprintf(body, vos::kLineBody, format, arguments);
+    if (length < 0) body[0] = '\0';
+    if (length < static_cast<int>(vos::kLineBody)) return;
+    std::size_t end = vos::kLineBody - 1;
+    while (end > 0 && body[end - 1] == '%') --end;
+    if ((vos::kLineBody - 1 - end) % 2 != 0) body[vos::kLineBody - 2] = '\0';
 }
 
 }  // namespace
@@ -57,7 +66,7 @@ int32_t vosDebugPrintf(uint32_t ulLevel, const char *pFormat, ...) {
     }
     va_list arguments;
     va_start(arguments, pFormat);
-    if (vsnprintf(&line[header], kBodySize, pFormat, arguments) < 0) line[header] = '\0';
+    writeBody(&line[header], pFormat, arguments);
     va_end(arguments);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Allocation with 32-bit sizes: the system library's, so that a block may be released by either's free. */
+/* Allocation with 32-bit sizes, by the C library's functions: a block may be released with vosFree() or free(). */
 #include <cstdlib>
 
 #include "vosDebug.h"

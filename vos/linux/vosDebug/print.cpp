@@ -10,7 +10,7 @@ int32_t vosPrintf(const char *pFormat, ...) {
     va_start(arguments, pFormat);
     const int written = vprintf(pFormat, arguments);
     va_end(arguments);
-    fflush(stdout); /* a line must be seen even if the process dies at its next step */
+    fflush(stdout); /* a line must be seen even if the process crashes right after it */
     return written;
 }
 

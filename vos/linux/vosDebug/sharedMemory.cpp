@@ -8,11 +8,8 @@
 
 namespace {
 
-constexpr int kOptionReadOnly = 1;
-constexpr int kOptionCreate = 2;
-
-/* The read-write case grants group write and not owner write: that is how segments in use have been created, and the
- * device's processes, which run with full privileges, are not stopped by it. */
+/* The read-write mode has group write and no owner write: existing segments were created with it. The device's
+ * processes run with full privileges, so the mode does not stop them. */
 constexpr int kModeReadOnly = 0400;
 constexpr int kModeReadWrite = 0420;
 
@@ -20,7 +17,7 @@ constexpr int kModeReadWrite = 0420;
 
 void *vosMemoryShareGet(const char *pPath, uint8_t ucProject, uint32_t ulSize, int32_t iOptions) {
     const vos::Caller me;
-    const bool readOnly = (iOptions & kOptionReadOnly) != 0;
+    const bool readOnly = (iOptions & VOS_SHARE_READ_ONLY) != 0;
     if (pPath == nullptr) {
         vos::error(me, "%s:parameter error.");
         return nullptr;
@@ -30,7 +27,7 @@ void *vosMemoryShareGet(const char *pPath, uint8_t ucProject, uint32_t ulSize, i
         vos::errorErrno(me, "%s:ftok failed errno:%d(%s).");
         return nullptr;
     }
-    const int create = (iOptions & kOptionCreate) != 0 ? IPC_CREAT : 0;
+    const int create = (iOptions & VOS_SHARE_CREATE) != 0 ? IPC_CREAT : 0;
     const int segment = shmget(key, ulSize, create | (readOnly ? kModeReadOnly : kModeReadWrite));
     if (segment == -1) {
         vos::errorErrno(me, "%s:shmget failed errno:%d(%s).");

@@ -16,7 +16,7 @@ namespace {
 constexpr uint32_t kSpareBytes = 128;
 constexpr const char *kCoreDumpSettings = "/flash/core-file";
 
-/* A file too large for a 32-bit length is one that does not fit into memory. */
+/* A file whose length does not fit into 32 bits counts as one that does not fit into memory. */
 vos::Block allocateFor(off_t size) {
     constexpr off_t kLargest = std::numeric_limits<uint32_t>::max() - kSpareBytes;
     return size <= kLargest ? vos::allocate(static_cast<uint32_t>(size) + kSpareBytes) : nullptr;
@@ -32,6 +32,8 @@ int32_t vosFileCfgRead(char **ppBuf, uint32_t *pLen) {
     *pLen = 0;
     const char *const path = szVosCfgFileName;
     if (const int32_t found = vos::findFile(me, vos::kConfigurationFile, path); found != VOS_OK) return found;
+    const vos::SteadyFile steady{me, path}; /* with the journal the size below is that of a whole configuration */
+    if (!steady) return VOS_ERROR;
     struct stat state;
     if (stat(path, &state) != 0) return vos::failedErrno(me, VOS_ERROR, "%s:stat cfg file failed errno:%d(%s).");
     vos::Block buffer = allocateFor(state.st_size);
@@ -39,8 +41,8 @@ int32_t vosFileCfgRead(char **ppBuf, uint32_t *pLen) {
     const auto size = static_cast<uint32_t>(state.st_size);
     const int32_t count = vos::readWhole(me, vos::kConfigurationFile, path, {buffer.get(), size});
     if (count < 0) return VOS_ERROR;
-    /* The length stays the one announced. Where the file has shrunk since, the rest holds zeros and not what the heap
-     * happened to hold. */
+    /* The length is the one asked before the lock. If the file has shrunk since, the rest is zeros, and never old heap
+     * content. */
     memset(&buffer[static_cast<uint32_t>(count)], 0, size - static_cast<uint32_t>(count));
     *ppBuf = reinterpret_cast<char *>(buffer.release());
     *pLen = size;
@@ -66,6 +68,8 @@ int32_t vosFileCfgDelete(void) {
     const char *const path = szVosCfgFileName;
     if ((!vos::named(path) || remove(path) != 0) && errno != ENOENT)
         vos::errorErrno(me, "%s:remove cfg file failed errno:%d(%s).");
+    else
+        vos::forgetSave(me, path);
     remove(kCoreDumpSettings);
     return vos::ended(me, VOS_OK);
 }

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* The checksum that guards images, which are tens of megabytes: whoever installs one waits for it. */
-#include "crc32.h"
+/* The CRC-32 of images. They have tens of megabytes, and an installation waits for the checksum, so it has to be fast.
+ */
+#include "../base/crc32.h"
 
 #include <cstring>
 
@@ -17,15 +18,15 @@ static_assert(kSlices[0][0] == 0 && kSlices[0][1] == 0x77073096u && kSlices[0][1
 static_assert(~byByte(kSlices[0], 0xFFFFFFFFu, kKnown) == 0xCBF43926u);
 static_assert(~byWord(Slicing{}, 0xFFFFFFFFu, kKnown) == 0xCBF43926u);
 
-/* From here on, looking for a change in the table costs less than going byte by byte. The fast forms are right for
- * the standard table only, and the exported one is the application's to write to, or even to define. */
+/* From this length on, comparing the table costs less than going byte by byte. The fast forms hold for the standard
+ * table only; an application may change the exported table, or define its own. */
 constexpr uint32_t kLong = 16;
 
 bool standardTable() { return memcmp(vosCrctable, kSlices[0].data(), sizeof vosCrctable) == 0; }
 
 }  // namespace
 
-/* An array can only be filled from a list. */
+/* C++ has no loop in an initialiser of a plain array, so these macros list the 256 entries. */
 #define CRC_4(i)  kSlices[0][i], kSlices[0][(i) + 1], kSlices[0][(i) + 2], kSlices[0][(i) + 3]
 #define CRC_16(i) CRC_4(i), CRC_4((i) + 4), CRC_4((i) + 8), CRC_4((i) + 12)
 #define CRC_64(i) CRC_16(i), CRC_16((i) + 16), CRC_16((i) + 32), CRC_16((i) + 48)

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* The CRC-32 by the processor's own instructions. */
-#include "crc32.h"
+#include "../base/crc32.h"
 
 #if defined(__x86_64__)
 

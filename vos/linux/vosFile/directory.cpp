@@ -11,6 +11,7 @@
 #include "../base/block.h"
 #include "../base/errnoKeeper.h"
 #include "../base/log.h"
+#include "store.h"
 #include "vosFile.h"
 
 namespace {
@@ -56,9 +57,9 @@ int32_t deleteChildren(vos::Caller me, const char *path) {
 
 }  // namespace
 
-/* Every single removal is followed by a sync of the whole system: flash file systems on a device whose power may go at
- * any moment, at the price of speed on large trees. The recursion is as deep as the tree, which the longest path and
- * the number of descriptors bound. */
+/* Every single removal is followed by a sync of the whole system, because the power can fail at any moment; large trees
+ * are slow therefore. The recursion is as deep as the tree. The longest path and the limit of open descriptors bound
+ * it. */
 int32_t vosDirDelete(const char *pPath) {
     const vos::Caller me;
     if (pPath == nullptr) return VOS_ERROR;
@@ -70,6 +71,7 @@ int32_t vosDirDelete(const char *pPath) {
     if (!S_ISDIR(state.st_mode)) {
         if (unlink(pPath) != 0)
             return vos::failedErrno(me, VOS_ERROR, "%s:unlink file %s failed errno:%d(%s).", vos::outside(pPath));
+        vos::forgetSave(me, pPath);
     } else {
         if (deleteChildren(me, pPath) != VOS_OK) return VOS_ERROR;
         if (rmdir(pPath) != 0)

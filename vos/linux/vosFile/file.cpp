@@ -7,6 +7,8 @@
 #include <cstdio>
 
 #include "../base/log.h"
+#include "image.h"
+#include "store.h"
 #include "vosFile.h"
 
 int32_t vosFileExist(const char *pPath) {
@@ -18,24 +20,36 @@ int32_t vosFileDelete(const char *pPath) {
     const vos::Caller me;
     if (pPath == nullptr)
         vos::error(me, "%s:parameter error.");
-    else if (remove(pPath) != 0 && errno != ENOENT)
+    else if (remove(pPath) == 0 || errno == ENOENT)
+        vos::forgetSave(me, pPath);
+    else
         vos::errorErrno(me, "%s:remove file %s failed errno:%d(%s).", vos::outside(pPath));
     return vos::ended(me, VOS_OK);
 }
 
+namespace vos {
+
+std::optional<uint64_t> vosFileSizeGet(const char *path) {
+    const Caller me;
+    trace(me, "%s:start name %s.", outside(path));
+    struct stat state;
+    if (!named(path) || settle(me, path) != VOS_OK || stat(path, &state) != 0) return std::nullopt;
+    return static_cast<uint64_t>(state.st_size);
+}
+
+}  // namespace vos
+
 int32_t vosFileSizeGet(const char *pPath, uint32_t *pSize) {
     const vos::Caller me;
-    vos::trace(me, "%s:start name %s.", vos::outside(pPath));
+    const auto size = vos::vosFileSizeGet(pPath);
     if (pSize == nullptr) return vos::failed(me, VOS_ERROR, "%s:parameter error.");
-    *pSize = 0;
-    struct stat state;
-    if (!vos::named(pPath) || stat(pPath, &state) != 0) return VOS_ERROR;
-    *pSize = static_cast<uint32_t>(state.st_size);
-    return VOS_OK;
+    *pSize = static_cast<uint32_t>(size.value_or(0));
+    return size ? VOS_OK : VOS_ERROR;
 }
 
 int32_t vosFileSize(const char *pPath) {
-    FILE *const stream = vos::named(pPath) ? fopen(pPath, "re") : nullptr;
+    const vos::Caller me;
+    FILE *const stream = vos::named(pPath) && vos::settle(me, pPath) == VOS_OK ? fopen(pPath, "re") : nullptr;
     if (stream == nullptr) return VOS_ERROR;
     const long size = fseek(stream, 0, SEEK_END) == 0 ? ftell(stream) : -1;
     fclose(stream);

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstring>
+#include <limits>
 
 #include "../base/block.h"
 #include "../base/file.h"
@@ -23,7 +24,8 @@ struct Image {
     Bytes payload;
 };
 
-/* Applications and packages begin with their header; a boot loader, which runs from its first byte, ends with it. */
+/* Applications and packages begin with their header. A boot loader ends with it, because it runs from its first byte.
+ */
 Image split(uint32_t type, Bytes image) {
     if (type == vos::kApplicationImage || type == vos::kPackageImage)
         return {image.first(vos::kImageHeader), image.subspan(vos::kImageHeader)};
@@ -61,9 +63,10 @@ int32_t vosFileImageCheck(uint32_t ulType, const uint8_t *pBuf, uint32_t ulBufLe
 }
 
 int32_t vosFileImageCheckFile(uint32_t ulType, const char *pFileName) {
-    uint32_t size = 0;
-    if (const int32_t result = vosFileSizeGet(pFileName, &size); result != VOS_OK) return result;
-    if (size <= vos::kImageHeader) return VOS_ERROR;
+    constexpr uint64_t kLargest = std::numeric_limits<uint32_t>::max();
+    const auto whole = vos::vosFileSizeGet(pFileName);
+    if (!whole || *whole <= vos::kImageHeader || *whole > kLargest) return VOS_ERROR;
+    const auto size = static_cast<uint32_t>(*whole);
     const vos::Block image = vos::allocate(size);
     if (image == nullptr) return VOS_ERROR;
     if (int64_t{vosFileRead(pFileName, image.get(), size)} < int64_t{size}) return VOS_ERROR;

@@ -26,14 +26,14 @@ constexpr std::size_t kVersionSize = 512;
 constexpr std::size_t kLongestAppPath = 252;
 using VersionPath = vos::Text<kLongestAppPath + sizeof ".ver">;
 
-/* The application's version file. None for a path that is too long: a cut name would be another file's. */
+/* The path of the application's version file. None when the application's path is null or too long. */
 std::optional<VersionPath> versionPath() {
     const char *const path = szAppFileName;
     if (!vos::named(path) || strlen(path) > kLongestAppPath) return std::nullopt;
     return VersionPath{}.append(path).append(".ver");
 }
 
-/* The application is kept as the way back, if it is a released one: one with a version. No failure here stops an
+/* Keeps the installed application as the backup, if it has a version file. A failure is logged and does not stop the
  * installation. */
 void backUp(vos::Caller me) {
     const auto version = versionPath();
@@ -46,8 +46,8 @@ void backUp(vos::Caller me) {
         vosFileDelete(version->get());
 }
 
-/* Where an image goes. The boot loader's device exists, is no longer than it is, and needs no flush; the texts say "app
- * file" for both. */
+/* Where an image is written. The boot loader's device has a fixed size, so it is neither created nor truncated; it is
+ * closed without fsync. The log texts say "app file" for both. */
 struct Target {
     const char *const *path;
     int flags;
@@ -56,7 +56,7 @@ struct Target {
 constexpr Target kApplication{&szAppFileName, O_RDWR | O_CREAT | O_TRUNC | O_SYNC, true};
 constexpr Target kBootLoader{&szBootLoaderFileName, O_RDWR, false};
 
-/* Half an image is no image: a short write fails. */
+/* Unlike a save of a file, a short write of an image is a failure. */
 int32_t writeImage(vos::Caller me, const vos::UniqueFd &file, Bytes image) {
     const auto wanted = static_cast<uint32_t>(image.size());
     const auto count = static_cast<int32_t>(write(file.get(), image.data(), image.size()));

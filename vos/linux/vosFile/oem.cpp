@@ -31,8 +31,9 @@ static_assert(std::size(kFields) == 9 && adjoin() && kFields[8].offset + kFields
 constexpr std::size_t kRecordHeader = 12; /* magic, field, length of the value behind it */
 constexpr uint8_t kMark[] = {'d', 'e', 'v', 'i', 'n', 'f', 'o', '\0'};
 
-/* A field holds its text; a shorter one ends with a NUL, and the rest is 0xFF, as is a field without a text. */
-void fill(OemBlock &block, const Field &field, Bytes value) {
+/* A text that is shorter than its field ends with a NUL, and the rest of the field is 0xFF. A field without a text is
+ * all 0xFF. A stored field makes the block one that begins with the mark. */
+void storeField(OemBlock &block, const Field &field, Bytes value) {
     const auto place = std::span{block}.subspan(field.offset, field.size);
     std::ranges::fill(place, uint8_t{0xFF});
     std::ranges::copy(value, place.begin());
@@ -47,11 +48,11 @@ bool applyRecord(vos::WordReader &in, OemBlock &block) {
     if (!length || *magic != VOS_PACKAGE_MAGIC || *index >= std::size(kFields)) return false;
     const auto value = in.bytes(*length);
     if (!value || *length > kFields[*index].size) return false;
-    fill(block, kFields[*index], *value);
+    storeField(block, kFields[*index], *value);
     return true;
 }
 
-/* As many records as there are fields at most, and nothing behind them. */
+/* At most as many records as there are fields. False when bytes remain behind them. */
 bool applyRecords(Bytes records, OemBlock &block) {
     vos::WordReader in{records};
     for (std::size_t i = 0; i < std::size(kFields) && in.left() > 0; ++i)

@@ -15,8 +15,8 @@ namespace {
 
 using Bytes = std::span<const uint8_t>;
 
-/* Prefixes, one behind the other. They are compared as they are: what begins like one is permitted, also where it goes
- * on as another name or climbs out again. Packages in use depend on it. */
+/* The permitted prefixes. A path that begins with one is permitted, also "/app/oemx" and a path that leaves the
+ * directory with "..": packages in use depend on it. */
 constexpr std::string_view kPermitted = "/app/preZEB.sh;/app/oem";
 
 constexpr std::size_t kPackageHeader = 16; /* behind the image header: magic, payload length, entries, unused */
@@ -87,7 +87,7 @@ int32_t applyFile(vos::Caller me, const Entry &entry) {
                             vos::outside(entry.path()));
 }
 
-/* A directory that is there already is as good as a new one, so nobody asks. */
+/* A directory that exists already is a success, so the result of mkdir() is not examined. */
 int32_t addDirectory(const Entry &entry) {
     mkdir(entry.path(), entry.mode);
     return VOS_OK;
@@ -130,7 +130,7 @@ int32_t apply(vos::Caller me, const Entry &entry) {
     }
 }
 
-/* The package header; gives the number of entries. */
+/* Reads the package header, and the number of entries from it. */
 int32_t readPackageHeader(vos::WordReader &in, uint32_t &entries) {
     const auto header = in.bytes(kPackageHeader);
     if (!header) return VOS_ERROR;

@@ -5,15 +5,18 @@
 #define VOS_FILE_STORE_H
 
 #include <cstddef>
+#include <optional>
 #include <span>
 
 #include "../base/file.h"
+#include "../base/journal.h"
 #include "../base/log.h"
+#include "vosFile.h"
 
 namespace vos {
 
-/* A text of one of the stores: those of any file name the path first, those of the others do not. Without a text the
- * store does not look at what the text would tell. */
+/* A log text of a store. vosFileRead() and vosFileWrite() show the path in their texts, the others do not; which it is
+ * follows from the number of conversions. Where a store has no text for an event, the event is not examined. */
 template <class... Args>
 struct StoreText {
     const char *text = nullptr;
@@ -29,7 +32,8 @@ using FailureText = StoreText<int, const char *>; /* errno and its text */
 using ReadCounts = StoreText<int32_t, int32_t>;   /* wanted, got */
 using WriteCounts = StoreText<uint32_t, int32_t>; /* wanted, got */
 
-enum class FailedRead { ClosesThenLogs, UnlocksThenLogs, LogsThenEnds };
+/* What follows a failed read, in this order. "End" is the trace line at the end of the call. */
+enum class FailedRead { CloseAndLog, UnlockCloseAndLog, LogUnlockCloseAndEnd };
 enum class Result { Zero, Count };
 
 struct Store {
@@ -40,14 +44,14 @@ struct Store {
 
     FailureText read;
     FailedRead failedRead;
-    ReadCounts shortRead; /* without: a short read is no event */
+    ReadCounts shortRead; /* null: a short read is not logged */
 
-    FailureText truncate; /* without: a failed truncation goes unnoticed, and the write goes ahead */
+    FailureText truncate; /* null: a failed truncation is ignored, and the write follows */
     FailureText write;
-    bool failedWriteCloses; /* at once, before the lock would be released */
+    bool failedWriteCloses; /* the file is closed before the failure is logged */
     WriteCounts shortWrite;
     bool flushed;
-    Result result; /* what the end lines show and a write returns; a read always returns the count */
+    Result result; /* shown in the end lines and returned by a write; a read always returns the count */
 };
 
 inline constexpr Store kAnyFile{
@@ -56,7 +60,7 @@ inline constexpr Store kAnyFile{
     .lock = "%s:lock file %s failed errno:%d(%s).",
     .unlock = "%s:unlock file %s failed errno:%d(%s).",
     .read = "%s:read file %s failed errno:%d(%s).",
-    .failedRead = FailedRead::ClosesThenLogs,
+    .failedRead = FailedRead::CloseAndLog,
     .shortRead = nullptr,
     .truncate = "%s:ftruncate file %s failed errno:%d(%s).",
     .write = "%s:write file %s failed errno:%d(%s).",
@@ -72,7 +76,7 @@ inline constexpr Store kConfigurationFile{
     .lock = "%s:lock cfg file failed errno:%d(%s).",
     .unlock = "%s:unlock cfg file failed errno:%d(%s).",
     .read = "%s:read cfg file failed errno:%d(%s).",
-    .failedRead = FailedRead::UnlocksThenLogs,
+    .failedRead = FailedRead::UnlockCloseAndLog,
     .shortRead = "%s:read cfg file need %d but only read %d.",
     .truncate = nullptr,
     .write = "%s:write cfg file failed errno:%d(%s).",
@@ -82,14 +86,15 @@ inline constexpr Store kConfigurationFile{
     .result = Result::Zero,
 };
 
-/* Not flushed: a log is saved often, and losing its end in a power cut is cheaper than wearing out the flash. */
+/* Not flushed, because a log is saved often and each flush wears out the flash. A power cut soon after a save can leave
+ * an empty file, since the file is truncated first. */
 inline constexpr Store kSyslogFile{
     .missing = "%s:syslog file does not exist errno:%d(%s).",
     .open = "%s:open syslog file failed errno:%d(%s).",
     .lock = "%s:lock syslog file failed errno:%d(%s).",
     .unlock = "%s:unlock syslog file failed errno:%d(%s).",
     .read = "%s:read syslog file failed errno:%d(%s).",
-    .failedRead = FailedRead::LogsThenEnds,
+    .failedRead = FailedRead::LogUnlockCloseAndEnd,
     .shortRead = nullptr,
     .truncate = nullptr,
     .write = "%s:write syslog file failed errno:%d(%s).",
@@ -99,13 +104,34 @@ inline constexpr Store kSyslogFile{
     .result = Result::Count,
 };
 
-/* VOS_OK, or VOS_ERR_NO_FILE after the store's trace line. */
+/* Returns VOS_OK if the path can be reached. Else writes the store's trace line and returns VOS_ERR_NO_FILE. */
 int32_t findFile(Caller me, const Store &store, const char *path);
+
+/* Completes a file whose save was interrupted, for readers that do not lock it. VOS_ERROR when that failed, which has
+ * been logged: the file may be torn. Without the journal nothing happens. */
+int32_t settle(Caller me, const char *path);
+
+/* With the journal: keeps the file from being saved, and complete. Without it: nothing. False when the file may be
+ * torn. */
+class SteadyFile {
+  public:
+    SteadyFile(Caller me, const char *path) {
+        const journal::Target target{me, szVosJournalDir, path};
+        if (target.on()) hold_.emplace(target);
+    }
+    explicit operator bool() const { return !hold_ || !hold_->failed(); }
+
+  private:
+    std::optional<journal::Hold> hold_;
+};
+
+/* A file that was removed is not to be completed any more. */
+void forgetSave(Caller me, const char *path);
 
 /* Reads at most the buffer's size, from the file's start. Returns the number of bytes, or VOS_ERROR. */
 int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uint8_t> to);
 
-/* Makes the bytes the file's content. Returns the store's result, or VOS_ERROR. */
+/* Replaces the file's content by the bytes. Returns the store's result, or VOS_ERROR with errno of the failed call. */
 int32_t replaceWhole(Caller me, const Store &store, const char *path, std::span<const uint8_t> from,
                      mode_t mode = kFileMode);
 

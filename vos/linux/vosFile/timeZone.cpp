@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT */
-/* The system's time zone: a rule in "/etc/TZ", and the same rule at the end of a TZif file in "/etc/localtime". It
- * stands in this room because the files are written with its whole-file operations.
+/* The system's time zone: a rule in "/etc/TZ", and the same rule at the end of a TZif file in "/etc/localtime". The
+ * call is declared in vosSys.h. It is defined in vosFile because it writes with the whole-file operations, and vosSys
+ * may not use a layer above it.
  *
- * What precedes the rule never matters for a present-day time: all transitions lie before 1952, and readers turn to
- * the rule behind the last one. They only need a file that is valid. */
+ * The content before the rule does not matter for a present-day time: all its transitions lie before 1952, and a reader
+ * uses the rule for every later time. It only makes the file valid. */
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -25,7 +26,7 @@ constexpr std::size_t kTemplateSize = 286;
 struct LocalTime {
     int32_t offset; /* seconds east of UTC */
     uint8_t daylight;
-    uint8_t abbreviation; /* where its name begins among the abbreviations */
+    uint8_t abbreviation; /* offset of its name in the abbreviations */
 };
 
 /* The data of one block. */
@@ -37,7 +38,7 @@ struct Block {
     std::span<const uint8_t> indicators; /* standard/wall, and the same once more for UT/local; one for each type */
 };
 
-/* The midnight that ends a day in Japan: 15:00 UTC of that day. */
+/* Midnight at the end of a day in Japan: 15:00 UTC of that day. */
 consteval int64_t midnightAfter(int year, unsigned month, unsigned day) {
     namespace calendar = std::chrono;
     const calendar::sys_days date = calendar::year{year} / calendar::month{month} / calendar::day{day};
@@ -58,7 +59,7 @@ constexpr LocalTime kLocalTimes[] = {{33539, 0, 0}, {36000, 1, 4}, {32400, 0, 8}
 constexpr uint8_t kIndicators[] = {0, 0, 0, 1};
 constexpr Block kVersion2 = {kTimes, kTypes, kLocalTimes, "LMT\0JDT\0JST\0"sv, kIndicators};
 
-/* In 32 bits the first transition cannot be said, so the type before the others is the last one: no LMT. */
+/* The first transition does not fit into 32 bits and is left out, and with it the type LMT. */
 constexpr uint8_t kOldTypes[] = {0, 1, 0, 1, 0, 1, 0, 1};
 constexpr LocalTime kOldLocalTimes[] = {{36000, 1, 0}, {32400, 0, 4}, {32400, 0, 4}};
 constexpr uint8_t kOldIndicators[] = {0, 0, 1};

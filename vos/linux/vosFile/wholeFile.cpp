@@ -10,7 +10,8 @@ namespace {
 
 constexpr uint32_t kCopyBuffer = 0x200000;
 
-/* The result of a write is not looked at: the copy is as complete as the destination allows. */
+/* The result of a write is not examined: after a short write the next piece follows directly, so the copy can be cut
+ * short and can also lack bytes in the middle. */
 void copyBytes(const vos::UniqueFd &from, const vos::UniqueFd &to, uint8_t *buffer) {
     for (ssize_t count = 0; (count = read(from.get(), buffer, kCopyBuffer)) > 0;) {
         [[maybe_unused]] const ssize_t written = write(to.get(), buffer, static_cast<std::size_t>(count));
@@ -49,6 +50,7 @@ int32_t vosFileCopy(const char *pSource, const char *pDestination) {
     vos::trace(me, "%s:start name %s name2 %s.", vos::outside(pSource), vos::outside(pDestination));
     if (pSource == nullptr || pDestination == nullptr) return vos::failed(me, VOS_ERROR, "%s:parameter error.");
     if (const int32_t found = vos::findFile(me, vos::kAnyFile, pSource); found != VOS_OK) return found;
+    if (vos::settle(me, pSource) != VOS_OK) return VOS_ERROR;
     const vos::Block buffer = vos::allocate(kCopyBuffer);
     if (buffer == nullptr) return vos::failed(me, VOS_ERR_MEMORY, "%s:vosMalloc failed.");
     const vos::UniqueFd from = openLogged(me, pSource, O_RDONLY);

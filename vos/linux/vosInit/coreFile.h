@@ -9,7 +9,8 @@
 
 namespace vos {
 
-/* As other programs of the device write it, in the machine's byte order. More may follow and is not read. */
+/* The record as other programs of the device write it, in the machine's byte order. What follows it in the file is not
+ * read. */
 struct CoreFileRecord {
     uint32_t magic;
     uint32_t sizeMiB;

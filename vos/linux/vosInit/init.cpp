@@ -1,16 +1,36 @@
 /* SPDX-License-Identifier: MIT */
 /* The first call of every process. */
+#include "../base/journal.h"
 #include "../base/log.h"
+#include "vosFile.h"
 #include "vosProcess.h"
 #include "vosSysConfig.h"
+
+namespace {
+
+/* Completes the stores early in a start, before an application can save by other means. */
+void settleStores(vos::Caller me) {
+    if (szVosJournalDir == nullptr) return;
+    const auto settle = [me](const char *path) {
+        const vos::journal::Target target{me, szVosJournalDir, path};
+        if (target.on()) vos::journal::settle(target);
+    };
+    settle(szVosCfgFileName);
+    settle(szVosSyslogFileName);
+    if (szAppFileName != nullptr)
+        settle(vos::Text<vos::journal::kLongestPath + 1>{}.append(szAppFileName).append(".ver").get());
+}
+
+}  // namespace
 
 int32_t vosInit(const char *pProcName) {
     const vos::Caller me;
     vos::trace(me, "%s:start.");
     if (vosLinuxOOMInit() != VOS_OK) vos::error(me, "%s:vosLinuxOOMInit failed.");
-    /* The same text on purpose: it is what those who watch the log know for either step. */
+    /* The same text on purpose: those who read the log know it for both steps. */
     if (vosLinuxCoreDumpInit(pProcName) != VOS_OK) vos::error(me, "%s:vosLinuxOOMInit failed.");
     if (vosLinuxNetInit() != VOS_OK) vos::error(me, "%s:vosLinuxNetInit failed.");
-    vosSysConfigDataInit();
+    settleStores(me);
+    vosSysConfigDataInit(); /* completes the partitions itself */
     return vos::ended(me, VOS_OK);
 }

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The process takes its name. It stands in this room because it checks the message core's buffers first, and the
- * process's identity is built below the message core. */
+/* The process takes its name. This is not in the vosProcess folder because the message core uses that layer, and here
+ * the message core is called: its buffers are checked first. */
 #include <algorithm>
 #include <cstring>
 

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The kernel settings that the device's software relies on. Each is written by a shell command line, and each start of
- * a process writes all of them again, so that no process depends on another's having started first. */
+/* The kernel settings that the device's software needs. Each is written by a shell command line. Every process writes
+ * all of them when it starts, so the order in which processes start does not matter. */
 #include <sys/resource.h>
 
 #include <cerrno>
@@ -17,7 +17,7 @@
 namespace {
 
 constexpr uint32_t kPlainTerminal = 0;
-constexpr int32_t kSocketBufferMax = 14 * 1024 * 1024; /* the message sockets ask for buffers of this order */
+constexpr int32_t kSocketBufferMax = 14 * 1024 * 1024; /* bytes; the message sockets ask for about as much */
 constexpr int32_t kDatagramQueue = 4096;               /* waiting datagrams before a sender blocks or fails */
 
 constexpr std::size_t kCommandSize = 256;
@@ -44,7 +44,8 @@ void limitCoreFiles(vos::Caller me, uint32_t sizeMiB) {
         vosPrintf("\r\n%s: setrlimit RLIMIT_CORE failed error no(%d) str(%s).", me.name, errno, strerror(errno));
 }
 
-/* A name that does not leave room for what follows it is cut: the quotes are closed in every case. */
+/* A name that is too long for the command line is cut, so that the rest of the line always fits and the quotes are
+ * closed. */
 void nameCoreFiles(vos::Caller me, const char *directory, const char *name) {
     constexpr std::string_view kEnd = "-%e-%p-%t\" > /proc/sys/kernel/core_pattern";
     vos::Text<kCommandSize - kEnd.size()> begin;

@@ -13,23 +13,24 @@ static_assert(sizeof(LST_LIST) == 24 && offsetof(LST_LIST, tail) == 8 && offseto
 
 namespace {
 
-/* The place that points at a node from before (or at the first one), and from behind (or at the last one). */
-LST_NODE *&linkBefore(LST_LIST *list, LST_NODE *previous) { return previous == nullptr ? list->head : previous->next; }
-LST_NODE *&linkBehind(LST_LIST *list, LST_NODE *next) { return next == nullptr ? list->tail : next->previous; }
+/* The pointer to what follows `previous`: its `next`, or the list's head when there is no previous node. */
+LST_NODE *&nextOf(LST_LIST *list, LST_NODE *previous) { return previous == nullptr ? list->head : previous->next; }
+/* The pointer to what precedes `next`: its `previous`, or the list's tail when there is no next node. */
+LST_NODE *&previousOf(LST_LIST *list, LST_NODE *next) { return next == nullptr ? list->tail : next->previous; }
 
 void insert(LST_LIST *list, LST_NODE *previous, LST_NODE *node) {
-    LST_NODE *&before = linkBefore(list, previous);
+    LST_NODE *const next = nextOf(list, previous);
     node->previous = previous;
-    node->next = before;
-    linkBehind(list, before) = node;
-    before = node;
+    node->next = next;
+    nextOf(list, previous) = node;
+    previousOf(list, next) = node;
     ++list->count;
 }
 
-/* Closes the gap that a run of nodes leaves. */
-void unlink(LST_LIST *list, LST_NODE *start, LST_NODE *end, int32_t length) {
-    linkBefore(list, start->previous) = end->next;
-    linkBehind(list, end->next) = start->previous;
+/* Links the neighbours of a run of nodes to each other. The links of the run itself stay as they are. */
+void cutOut(LST_LIST *list, LST_NODE *start, LST_NODE *end, int32_t length) {
+    nextOf(list, start->previous) = end->next;
+    previousOf(list, end->next) = start->previous;
     list->count -= length;
 }
 
@@ -63,7 +64,7 @@ void lstAdd(LST_LIST *pList, LST_NODE *pNode) {
     insert(pList, pList->tail, pNode);
 }
 
-/* Behind the head, never in front of it: applications keep the entry in service at the head. */
+/* Behind the head, never in front of it: applications keep at the head the entry that they are working on. */
 void lstAddUrgent(LST_LIST *pList, LST_NODE *pNode) {
     if (refuseNull(__func__, pList, pNode)) return;
     insert(pList, pList->head, pNode);
@@ -71,20 +72,23 @@ void lstAddUrgent(LST_LIST *pList, LST_NODE *pNode) {
 
 void lstDelete(LST_LIST *pList, LST_NODE *pNode) {
     if (refuseNull(__func__, pList, pNode)) return;
-    unlink(pList, pNode, pNode, 1);
+    cutOut(pList, pNode, pNode, 1);
 }
 
 LST_NODE *lstGet(LST_LIST *pList) {
     if (refuseNull(__func__, pList)) return nullptr;
     LST_NODE *const first = pList->head;
-    if (first != nullptr) unlink(pList, first, first, 1);
+    if (first == nullptr) return nullptr;
+    pList->head = first->next;
+    previousOf(pList, pList->head) = nullptr; /* not cutOut(), which would write where first->previous points */
+    --pList->count;
     return first;
 }
 
 void lstExtract(LST_LIST *pList, LST_NODE *pStart, LST_NODE *pEnd, LST_LIST *pDestination) {
     if (refuseNull(__func__, pList, pStart, pEnd, pDestination)) return;
     const int32_t length = runLength(pStart, pEnd);
-    unlink(pList, pStart, pEnd, length);
+    cutOut(pList, pStart, pEnd, length);
     pStart->previous = nullptr;
     pEnd->next = nullptr;
     *pDestination = {pStart, pEnd, length};
@@ -93,7 +97,7 @@ void lstExtract(LST_LIST *pList, LST_NODE *pStart, LST_NODE *pEnd, LST_LIST *pDe
 void lstConcat(LST_LIST *pDestination, LST_LIST *pSource) {
     if (refuseNull(__func__, pDestination, pSource)) return;
     if (pSource->head == nullptr || pSource == pDestination) return;
-    linkBefore(pDestination, pDestination->tail) = pSource->head;
+    nextOf(pDestination, pDestination->tail) = pSource->head;
     pSource->head->previous = pDestination->tail;
     pDestination->tail = pSource->tail;
     pDestination->count += pSource->count;

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The lists' answer to a null list or node. */
+/* The check of the lists' arguments for null. */
 #ifndef VOS_LIST_REFUSE_H
 #define VOS_LIST_REFUSE_H
 
@@ -7,7 +7,7 @@
 
 namespace vos {
 
-/* True, after one error line, when one of the pointers is null. */
+/* Whether one of the pointers is null; one error line tells it. */
 template <class... Pointers>
 inline bool refuseNull(Caller me, const Pointers *...pointers) {
     if ((... && (pointers != nullptr))) [[likely]]

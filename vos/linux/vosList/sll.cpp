@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Singly linked lists. A list that sllGet has emptied may keep a stale tail: whoever needs the tail asks first
- * whether there is a head. */
+/* Singly linked lists. A list that sllGet() has emptied may keep an old tail: code that needs the tail first checks
+ * that there is a head. */
 #include <cstddef>
 #include <cstdlib>
 
@@ -13,10 +13,9 @@ static_assert(sizeof(SLL_NODE) == 8 && offsetof(SLL_NODE, next) == 0);
 static_assert(sizeof(SLL_LIST) == 16 && offsetof(SLL_LIST, head) == 0 && offsetof(SLL_LIST, tail) == 8);
 
 SLL_LIST *sllCreate(void) {
-    const vos::Caller me;
     auto *const list = static_cast<SLL_LIST *>(malloc(sizeof(SLL_LIST)));
     if (list == nullptr) {
-        vos::error(me, "%s:malloc failed.");
+        vos::error(__func__, "%s:malloc failed.");
         return nullptr;
     }
     sllInit(list);

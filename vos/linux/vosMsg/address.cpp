@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A process is reached by name: names become paths, paths become addresses. */
+/* The paths of message sockets, made of process names, and the addresses made of paths. */
 #include "address.h"
 
 #include <pthread.h>
@@ -16,14 +16,21 @@
 namespace {
 
 constexpr uint32_t kLastSequence = 127;
-constexpr std::size_t kPathRoom = 128; /* what callers of vosMsgNLChangePath() provide */
+constexpr std::size_t kPathSize = 128; /* what callers of vosMsgNLChangePath() provide */
 
-/* Plain data of all threads: two that meet here may take the same number, and their thread ids keep them apart. */
+/* The number that the next requester of this process gets, whichever thread it runs in. */
 constinit uint32_t g_vosMsgClientSeq = 1;
 
+constexpr uint32_t after(uint32_t sequence) { return sequence >= kLastSequence ? 1 : sequence + 1; }
+
+/* One atomic step: no two threads take the same number, and none sets the counter back. A number then returns only
+ * after 126 others, so that a late answer to the path that had it before meets a new requester as seldom as possible.
+ */
 uint32_t takeSequence() {
-    const uint32_t taken = __atomic_load_n(&g_vosMsgClientSeq, __ATOMIC_RELAXED);
-    __atomic_store_n(&g_vosMsgClientSeq, taken >= kLastSequence ? 1 : taken + 1, __ATOMIC_RELAXED);
+    uint32_t taken = __atomic_load_n(&g_vosMsgClientSeq, __ATOMIC_RELAXED);
+    while (!__atomic_compare_exchange_n(&g_vosMsgClientSeq, &taken, after(taken), true, __ATOMIC_RELAXED,
+                                        __ATOMIC_RELAXED))
+        continue;
     return taken;
 }
 
@@ -34,16 +41,17 @@ std::string_view baseName(std::string_view name) {
     return name;
 }
 
-/* What all paths of a thread's requests begin with. It is long, and stays the same: writing it is left to the first
- * request of each thread, and of each child. */
+/* What all paths of a thread's requests begin with. It is written once for each thread and each child: numbers cost
+ * more to format than a text to copy. */
 struct RequesterStem {
     pid_t process;
     uint32_t length;
-    std::array<char, 128> text; /* as a path has, which is more than it needs: the compiler sees that it fits */
+    std::array<char, 128> text; /* as large as a path, so that the compiler sees that it fits into one */
     [[nodiscard]] std::string_view view() const { return {text.data(), length}; }
 };
 
-/* In the room that every thread has for such data from its start: the address takes no call. */
+/* In the static part of thread-local storage (initial-exec): access takes no call of __tls_get_addr(). The price: the
+ * shared object is marked DF_STATIC_TLS, and dlopen() refuses it when the C library has none of that part left. */
 [[gnu::tls_model("initial-exec")]] constinit thread_local RequesterStem g_stem{};
 
 [[gnu::noinline]] void writeStem(pid_t process) {
@@ -62,18 +70,18 @@ std::string_view requesterStem() {
     return g_stem.view();
 }
 
-/* Family, path, NUL. The length tells the truth also about a path that does not fit, and the kernel refuses it. */
+/* Family, path, NUL. The length is the true one also of a path that does not fit, so that the kernel refuses it. */
 uint32_t fillAddress(std::string_view path, sockaddr_un &address) {
     address.sun_family = AF_UNIX;
     memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path));
     return static_cast<uint32_t>(path.size() + sizeof address.sun_family + 1);
 }
 
-template <class Source>
-void copyText(char *to, std::size_t size, const Source &text) {
+/* Cut to the size, NUL included; a size of 0 takes nothing. */
+void copyText(char *to, std::size_t size, std::string_view text) {
     if (size == 0) return;
-    const std::size_t length = std::min(text.length(), size - 1);
-    memcpy(to, text.get(), length);
+    const std::size_t length = std::min(text.size(), size - 1);
+    memcpy(to, text.data(), length);
     to[length] = '\0';
 }
 
@@ -107,18 +115,18 @@ Text<128> requesterPath() {
     return path;
 }
 
-/* Behind the path only its NUL is set, unless the whole room will be read. */
+/* Behind the path only its NUL is set, unless the kernel may read on: see the class. */
 LocalAddress::LocalAddress(std::string_view path) {
     if (path.size() < sizeof local_.sun_path) [[likely]]
         local_.sun_path[path.size()] = '\0';
     else
-        room_ = {};
+        storage_ = {};
     length_ = fillAddress(path, local_);
 }
 
-bool bindTo(int socket, std::string_view path) {
+bool bindTo(int socket, const char *path) {
     const LocalAddress address{path};
-    unlink(path.data());
+    unlink(path);
     return bind(socket, address.get(), address.length()) == 0;
 }
 
@@ -127,14 +135,14 @@ bool bindTo(int socket, std::string_view path) {
 int32_t vosMsgNLChangePath(const char *pProcName, char *pPath) {
     const vos::Caller me;
     if (pProcName == nullptr || pPath == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
-    copyText(pPath, kPathRoom, vos::normalPath(pProcName));
+    copyText(pPath, kPathSize, vos::normalPath(pProcName).view());
     return VOS_OK;
 }
 
 int32_t vosMsgGetLocalFile(char *pPath, int32_t iSize) {
     const vos::Caller me;
     if (pPath == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
-    copyText(pPath, iSize > 0 ? static_cast<std::size_t>(iSize) : 0, vos::requesterPath());
+    copyText(pPath, iSize > 0 ? static_cast<std::size_t>(iSize) : 0, vos::requesterPath().view());
     return VOS_OK;
 }
 

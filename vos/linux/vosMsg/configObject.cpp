@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* Answers an access to a configuration object through the registered handler. */
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 
@@ -12,7 +13,7 @@ namespace {
 
 using vos::Caller;
 
-/* As many index words as a message can carry. */
+/* As many index words as a message can carry: the handler may return up to that number. */
 constexpr std::size_t kMaxIndexes = vos::kMaxPayload / sizeof(uint32_t);
 
 /* Where the pieces of a request lie in its message. */
@@ -20,9 +21,9 @@ struct Request {
     std::span<const uint8_t> indexes;
     char *name;
     uint32_t nameSize;
-    uint32_t valueSize; /* the value's length, or the room that a reader has for it */
     uint8_t *value;
-    std::size_t valueRoom; /* from the value on to the end of the buffer */
+    uint32_t valueRoom; /* bytes from the value to the end of the buffer */
+    uint32_t valueSize; /* the length that the requester announced, at most the room */
 };
 
 std::optional<Request> parse(Caller me, const vos::Arrival &arrival) {
@@ -41,16 +42,27 @@ std::optional<Request> parse(Caller me, const vos::Arrival &arrival) {
     uint8_t *const value = arrival.message.data() + in.offset();
     vos::check(vos::aligned(value, ZEB_LONGBYTES), "0 == (((uintptr_t)pValueBuf) % ZEB_LONGBYTES)", vos::kMsgArea, me);
     vos::check(in.offset() < VOS_MSG_BUFFER_LEN, "iRecvLen < VOS_MSG_BUFFER_LEN", vos::kMsgArea, me);
-    const std::size_t room = arrival.room - in.offset();
-    if (*valueSize > room) {
-        vos::error(me, "%s:ccd value of %u bytes is beyond the buffer.", *valueSize);
-        return std::nullopt;
-    }
-    return Request{*indexes, reinterpret_cast<char *>(arrival.message.data() + nameAt), *nameSize, *valueSize, value,
-                   room};
+    /* A thread's own buffer may be larger than a message; the answer may not. */
+    const std::size_t end = std::min<std::size_t>(arrival.room, VOS_MSG_BUFFER_LEN);
+    const auto room = static_cast<uint32_t>(end - in.offset());
+    return Request{
+        .indexes = *indexes,
+        .name = reinterpret_cast<char *>(arrival.message.data() + nameAt),
+        .nameSize = *nameSize,
+        .value = value,
+        .valueRoom = room,
+        .valueSize = std::min(*valueSize, room),
+    };
 }
 
-/* What the handler leaves behind. */
+/* A requester may announce more bytes than it has sent. The buffer behind those holds parts of earlier messages, which
+ * are not for this requester. */
+void clearWhatDidNotCome(const vos::Arrival &arrival, const Request &request) {
+    const auto came = static_cast<std::size_t>(arrival.message.data() + arrival.message.size() - request.value);
+    if (came < request.valueSize) memset(request.value + came, 0, request.valueSize - came);
+}
+
+/* What the handler has returned. */
 struct Result {
     int32_t code;
     int32_t indexCount;
@@ -76,7 +88,8 @@ int32_t answer(Caller me, const vos::Arrival &arrival, const Request &request, c
     out.word(result.valueSize);
     if (result.code == 0) out.bytes(request.value, result.valueSize);
     if (!out.fits()) return vos::failed(me, VOS_ERROR, "%s:ccd answer does not fit a message.");
-    return vosMsgSendStream(arrival.socket, g_vosMsgBufferSend, out.length(), arrival.sender, arrival.senderLength);
+    return vosMsgSendStream(arrival.socket, g_vosMsgBufferSend, out.length(), arrival.sender,
+                            vos::answerLength(arrival.senderLength));
 }
 
 }  // namespace
@@ -87,6 +100,7 @@ int32_t vos::answerConfigObject(Caller me, const Arrival &arrival) {
     const auto request = parse(me, arrival);
     if (!request) return VOS_ERROR;
     const VOS_MSG_HEAD head = arrival.head();
+    clearWhatDidNotCome(arrival, *request);
     uint32_t indexes[kMaxIndexes]; /* on the stack: a handler may use the message buffers for requests of its own */
     memcpy(indexes, request->indexes.data(), request->indexes.size());
     Result result{0, static_cast<int32_t>(head.ulValue2), request->valueSize, static_cast<uint16_t>(head.ulValue3), 0};

@@ -1,8 +1,9 @@
 /* SPDX-License-Identifier: MIT */
-/* Diagnostics of a running process, changed from outside. */
+/* Changes the debug output of another process: its flag words, and where its standard output goes. */
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "../base/file.h"
 #include "../base/log.h"
 #include "../base/text.h"
 #include "../base/uniqueFd.h"
@@ -16,13 +17,11 @@ namespace {
 using vos::Caller;
 
 constexpr uint32_t kTimeoutMs = 3000;
-constexpr uint32_t kRestore = 0;
-constexpr uint32_t kRedirect = 1;
 
 /* Standard output as it was before the first redirection. */
 constinit int32_t g_vosStdoutSaveFd = -1;
 
-/* The socket has no name: nobody is meant to answer. */
+/* The socket is not bound, so that nobody can answer. */
 int32_t sendControl(Caller me, const char *name, uint32_t type, uint32_t value1, uint32_t value2) {
     if (name == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     VOS_MSG_HEAD head{};
@@ -46,16 +45,23 @@ vos::UniqueFd openTerminal(uint32_t terminal) {
         path.append("/dev/console");
     else
         path.append("/dev/pts/").appendDecimal(terminal - 1);
-    /* A terminal that became the controlling one would end the process when it is closed. */
-    return vos::UniqueFd{open(path.get(), O_WRONLY | O_NOCTTY)};
+    /* O_NOCTTY: the end of a controlling terminal would end the process. */
+    return vos::openFile(path.get(), O_WRONLY | O_NOCTTY);
+}
+
+/* The copy is inherited by the programs that this process starts; the terminal's own descriptor is not. Where both are
+ * the same, because descriptor 1 was closed, dup2() would change nothing. */
+bool becomesStandardOutput(int terminal) {
+    if (terminal == STDOUT_FILENO) return fcntl(STDOUT_FILENO, F_SETFD, 0) != -1;
+    return dup2(terminal, STDOUT_FILENO) != -1;
 }
 
 int32_t redirectTo(uint32_t terminal) {
-    if (g_vosStdoutSaveFd == -1) g_vosStdoutSaveFd = dup(STDOUT_FILENO);
+    if (g_vosStdoutSaveFd == -1) g_vosStdoutSaveFd = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
     if (g_vosStdoutSaveFd == -1) return VOS_ERROR;
     vos::UniqueFd opened = openTerminal(terminal);
-    if (!opened || dup2(opened.get(), STDOUT_FILENO) == -1) return VOS_ERROR;
-    (void)opened.release(); /* stays open: a pseudo-terminal lives as long as somebody holds it */
+    if (!opened || !becomesStandardOutput(opened.get())) return VOS_ERROR;
+    (void)opened.release(); /* stays open: each redirection keeps its descriptor */
     return VOS_OK;
 }
 
@@ -84,7 +90,7 @@ int32_t vosMsgDebugSmdSet(uint32_t ulFlags) {
 }
 
 int32_t vosMsgDebugStdRedirect(uint32_t ulAction, uint32_t ulTty) {
-    if (ulAction == kRedirect) return redirectTo(ulTty);
-    if (ulAction != kRestore) return VOS_ERR_PARAM;
+    if (ulAction == VOS_MSG_STDOUT_TERMINAL) return redirectTo(ulTty);
+    if (ulAction != VOS_MSG_STDOUT_RESTORE) return VOS_ERR_PARAM;
     return dup2(g_vosStdoutSaveFd, STDOUT_FILENO) == -1 ? VOS_ERROR : VOS_OK;
 }

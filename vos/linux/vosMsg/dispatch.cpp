@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The messages that the library handles itself. Any process may send any bytes: every length is compared with the bytes
- * that came before it is used. */
+/* The messages that the library handles itself. Any process may send any bytes. So before a length from a message is
+ * used, it is compared with the number of bytes that came. */
 #include "../base/log.h"
 #include "../base/wire.h"
 #include "message.h"
@@ -13,7 +13,7 @@ using vos::Caller;
 int32_t handlePacket(Caller me, const Arrival &event) {
     vos::log(VOS_DEBUG_EVENT, me, "%s:receive VOS_MSG_TYPE_PACKET.");
     if (g_vosPktProc == nullptr) return VOS_OK;
-    constexpr std::size_t kPadding = 2; /* puts the IP header behind an Ethernet header on a word boundary */
+    constexpr std::size_t kPadding = 2; /* so the IP header behind an Ethernet header lies on a word boundary */
     const uint32_t length = event.head().ulValue1;
     vos::WordReader in{event.payload()};
     const auto padding = in.bytes(kPadding);

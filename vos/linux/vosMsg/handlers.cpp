@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The application's handlers: one slot for each kind of event or request. */
+/* The application's handlers: one pointer for each kind of event or request. */
 #include "../base/log.h"
 #include "vosMsg.h"
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Opens the process's receiving sockets, once. What is open stays open for the life of the process. */
+/* Opens the process's receiving sockets, once. They stay open until the process ends. */
 #include <linux/netlink.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,8 +23,6 @@ namespace {
 using vos::Caller;
 using vos::UniqueFd;
 
-constexpr uint32_t kOpenLocal = 1;
-constexpr uint32_t kOpenNetlink = 2;
 constexpr uint32_t kTimeoutMs = 3000;
 /* The private protocol of the device's kernel module. */
 constexpr int kNetlinkUnicast = 30;
@@ -34,22 +32,20 @@ struct Sockets {
     int32_t *normal;
     int32_t *high;
     int32_t *netlink;    /* null: the flag for it is ignored */
-    bool makesDirectory; /* the channels beside the main one come after it */
+    bool makesDirectory; /* the other channels are opened after the main one */
 };
 
 constinit const Sockets kMainSockets{&g_vosFdProc, &g_vosFdProcHigh, &g_vosFdNLUni, true};
 constinit const Sockets kSecondSockets{&g_vosFdProc_thread, &g_vosFdProcHigh_thread, nullptr, false};
 
-/* The two creations come before the first bind. A socket that another's failure leaves without a place stays open: the
- * process is expected to give up, and a socket that was announced keeps its number until then. */
+/* Both sockets are created before the first bind. Plain descriptors, because leaking is required here: when the high
+ * socket cannot be created, the normal one stays open. The process is expected to end then. */
 int32_t createPair(Caller me, const char *name, int &normal, int &high) {
-    UniqueFd first{vosMsgLocalSocket(kTimeoutMs)};
-    if (!first) return vos::failed(me, VOS_ERROR, "%s:local socket failed.");
-    normal = first.release();
+    normal = vosMsgLocalSocket(kTimeoutMs);
+    if (normal < 0) return vos::failed(me, VOS_ERROR, "%s:local socket failed.");
     vos::trace(me, "%s:create %s socket %d.", vos::outside(name), normal);
-    UniqueFd second{vosMsgLocalSocket(kTimeoutMs)};
-    if (!second) return vos::failed(me, VOS_ERROR, "%s:local high socket failed.");
-    high = second.release();
+    high = vosMsgLocalSocket(kTimeoutMs);
+    if (high < 0) return vos::failed(me, VOS_ERROR, "%s:local high socket failed.");
     vos::trace(me, "%s:create %s high socket %d.", vos::outside(name), high);
     return VOS_OK;
 }
@@ -62,16 +58,16 @@ constexpr BindTexts kNormalTexts{"%s:local bind iSocketFd %d failed errno:%d(%s)
 constexpr BindTexts kHighTexts{"%s:local bind high  iSocketFd %d failed errno:%d(%s).",
                                "%s:local high socket %d success."};
 
-/* Binds and tunes a socket, which is closed if it cannot be bound, and hands it to its owner. */
-int32_t establish(Caller me, UniqueFd fd, std::string_view path, const BindTexts &texts, int32_t *owner) {
-    if (!vos::bindTo(fd.get(), path)) return vos::failedErrno(me, VOS_ERROR, texts.failed, fd.get());
+/* Binds a socket, sets its buffer sizes and stores it. One that cannot be bound is closed. */
+int32_t establish(Caller me, UniqueFd fd, const vos::Path &path, const BindTexts &texts, int32_t *owner) {
+    if (!vos::bindTo(fd.get(), path.get())) return vos::failedErrno(me, VOS_ERROR, texts.failed, fd.get());
     vosMsgSocketOptmize(fd.get(), 1);
     *owner = fd.release();
     vos::trace(me, texts.done, *owner);
     return VOS_OK;
 }
 
-/* Both channels' lines show the main channel's names, by which they are looked for. */
+/* The lines of both channels show the names of the main channel's globals: the texts are fixed. */
 int32_t openPair(Caller me, const Sockets &sockets, const char *name) {
     if (*sockets.normal != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdProc %d exist.", *sockets.normal);
     if (*sockets.high != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdProcHigh %d exist.", *sockets.high);
@@ -79,14 +75,14 @@ int32_t openPair(Caller me, const Sockets &sockets, const char *name) {
     int high = -1;
     if (createPair(me, name, normal, high) != VOS_OK) return VOS_ERROR;
     if (sockets.makesDirectory) mkdir("/tmp/vos", 0777);
-    if (establish(me, UniqueFd{normal}, vos::normalPath(name).view(), kNormalTexts, sockets.normal) != VOS_OK)
-        return VOS_ERROR; /* the high socket stays open, unrecorded; see createPair() */
-    return establish(me, UniqueFd{high}, vos::highPath(name).view(), kHighTexts, sockets.high);
+    if (establish(me, UniqueFd{normal}, vos::normalPath(name), kNormalTexts, sockets.normal) != VOS_OK)
+        return VOS_ERROR; /* the high socket stays open, and nobody knows it: this leak is required, too */
+    return establish(me, UniqueFd{high}, vos::highPath(name), kHighTexts, sockets.high);
 }
 
 int32_t openNetlink(Caller me, int32_t *owner) {
     if (*owner != -1) return vos::failed(me, VOS_ERR_EXIST, "%s:g_vosFdNLUni %d exist.", *owner);
-    UniqueFd fd{socket(AF_NETLINK, SOCK_RAW, kNetlinkUnicast)};
+    UniqueFd fd{socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, kNetlinkUnicast)};
     if (!fd) return vos::failed(me, VOS_ERROR, "%s:netlink unicast socket failed.");
     vos::trace(me, "%s:create netlink unicast socket %d.", fd.get());
     sockaddr_nl address{};
@@ -104,8 +100,8 @@ int32_t openChannel(Caller me, const Sockets &sockets, const char *name, uint32_
     vos::trace(me, "%s:start.");
     if (name == nullptr || reserved == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     int32_t result = VOS_OK;
-    if ((flags & kOpenLocal) != 0) result = openPair(me, sockets, name);
-    if (result == VOS_OK && sockets.netlink != nullptr && (flags & kOpenNetlink) != 0)
+    if ((flags & VOS_MSG_OPEN_LOCAL) != 0) result = openPair(me, sockets, name);
+    if (result == VOS_OK && sockets.netlink != nullptr && (flags & VOS_MSG_OPEN_NETLINK) != 0)
         result = openNetlink(me, sockets.netlink);
     return result == VOS_OK ? vos::ended(me, VOS_OK) : result;
 }
@@ -131,5 +127,5 @@ int32_t vosMsgThreadInit(const char *pProcName, int32_t iNumber, int32_t *pSocke
     vos::trace(me, "%s:create %s socket %d.", vos::outside(pProcName), fd.get());
     vos::Path path = vos::threadPath(pProcName, iNumber);
     if (ulHigh == 1) path.append("High");
-    return establish(me, std::move(fd), path.view(), kNormalTexts, pSocketFd);
+    return establish(me, std::move(fd), path, kNormalTexts, pSocketFd);
 }

@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT */
-/* What the files of the message core share: the records of the wire, one received message, and a bounded writer. */
+/* What the files of the message core share: the layout of messages, one received message, and a writer of answers. */
 #ifndef VOS_MSG_MESSAGE_H
 #define VOS_MSG_MESSAGE_H
 
 #include <sys/socket.h>
+#include <sys/un.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -18,12 +19,15 @@ namespace vos {
 /* The source shown in the message core's assertion lines. */
 inline constexpr const char *kMsgArea = "vos/linux/vosMsg";
 
-/* Processes of different builds exchange these bytes. */
+/* Layouts that processes, applications and the kernel module of other builds rely on. */
 static_assert(sizeof(VOS_MSG_HEAD) == 32 && alignof(VOS_MSG_HEAD) == 4);
 static_assert(offsetof(VOS_MSG_HEAD, ulType) == 0 && offsetof(VOS_MSG_HEAD, ulNoReturn) == 4);
 static_assert(offsetof(VOS_MSG_HEAD, ulRetCode) == 8 && offsetof(VOS_MSG_HEAD, ulValue1) == 12);
 static_assert(offsetof(VOS_MSG_HEAD, ulValue2) == 16 && offsetof(VOS_MSG_HEAD, ulValue3) == 20);
 static_assert(offsetof(VOS_MSG_HEAD, ulValue4) == 24 && offsetof(VOS_MSG_HEAD, ulBufLen) == 28);
+static_assert(sizeof(VOS_MSG_PEER) == 124 && alignof(VOS_MSG_PEER) == 4 && sizeof(sockaddr_un) == 110);
+static_assert(offsetof(VOS_MSG_PEER, stAddr) == 0 && offsetof(VOS_MSG_PEER, ulAddrLen) == 112);
+static_assert(offsetof(VOS_MSG_PEER, ulNoReturn) == 116 && offsetof(VOS_MSG_PEER, iSocketFd) == 120);
 static_assert(sizeof(VOS_PKT_INFO) == 88 && sizeof(VOS_PKT_EXT) == 56);
 static_assert(sizeof(long) == ZEB_LONGBYTES);
 static_assert(VOS_MSG_BUFFER_LEN % ZEB_LONGBYTES == 0);
@@ -32,9 +36,15 @@ inline constexpr uint32_t kHeadSize = sizeof(VOS_MSG_HEAD);
 inline constexpr uint32_t kMaxPayload = VOS_MSG_BUFFER_LEN - kHeadSize;
 static_assert(kMaxPayload == 64568);
 
-/* What every message socket asks of the kernel, and where the transfers warn. */
+/* The buffer sizes that are requested for every message socket. Larger transfers are logged and tried. */
 inline constexpr uint32_t kSendBuffer = 4194304;
 inline constexpr uint32_t kReceiveBuffer = 6291456;
+
+/* The length of an address to which an answer goes. The kernel reports 111 bytes for a sender whose path fills all 108
+ * characters, and takes no address longer than 110. */
+constexpr uint32_t answerLength(uint32_t reported) {
+    return reported < sizeof(sockaddr_un) ? reported : uint32_t{sizeof(sockaddr_un)};
+}
 
 /* One received message. */
 struct Arrival {
@@ -42,7 +52,7 @@ struct Arrival {
     std::span<uint8_t> message; /* header and payload: the bytes that came */
     std::size_t room;           /* bytes of the real buffer from the header on: at least message.size() */
     const sockaddr *sender;
-    uint32_t senderLength;
+    uint32_t senderLength; /* as the kernel reports it; see answerLength() */
 
     [[nodiscard]] VOS_MSG_HEAD head() const {
         VOS_MSG_HEAD head;
@@ -52,7 +62,8 @@ struct Arrival {
     [[nodiscard]] std::span<uint8_t> payload() const { return message.subspan(kHeadSize); }
 };
 
-/* Puts an answer together in a buffer. What would reach past its end is not written, and fits() tells. */
+/* Writes an answer into a buffer, from front to back. What would reach past the end is not written; fits() is then
+ * false. */
 class AnswerWriter {
   public:
     explicit AnswerWriter(std::span<uint8_t> room) : room_(room) {}
@@ -74,7 +85,7 @@ class AnswerWriter {
     bool fits_ = true;
 };
 
-/* Handles a message that is not the application's. The result is for the log alone. */
+/* Handles a message that is not the application's. Only the log shows the result. */
 int32_t vosMsgProcessInternel(const Arrival &arrival);
 
 /* Receives and handles one message of the kernel into a buffer of VOS_MSG_BUFFER_LEN bytes. */
@@ -82,8 +93,7 @@ int32_t vosMsgNetlinkUniProcess(int32_t iSocketFd, uint8_t *buffer);
 /* The same for a datagram that has been received. */
 int32_t handleNetlinkDatagram(Caller me, const Arrival &datagram);
 
-/* The dispatcher's halves of the exchanges; each stands beside its requester. They speak under the dispatcher's name.
- */
+/* The dispatcher calls these to answer requests. They log under the dispatcher's name. */
 int32_t answerRunningConfig(Caller me, const Arrival &request);
 int32_t answerConfigObject(Caller me, const Arrival &request);
 int32_t answerObjectInfo(Caller me, const Arrival &request);

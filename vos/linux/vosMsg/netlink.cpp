@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The kernel's messages: a netlink header, then ours. */
+/* Messages of the kernel: the netlink header, then VOS_MSG_HEAD. */
 #include <linux/netlink.h>
 
 #include "../base/assertion.h"

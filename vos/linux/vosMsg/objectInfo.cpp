@@ -1,11 +1,10 @@
 /* SPDX-License-Identifier: MIT */
-/* Asking another process for the description of a configuration object, and answering. */
-#include <sys/socket.h>
+/* Descriptions of configuration objects: the request to another process, and the answer to such a request. */
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <optional>
 
 #include "../base/assertion.h"
 #include "../base/log.h"
@@ -22,7 +21,7 @@ using vos::kHeadSize;
 constexpr uint32_t kTimeoutMs = 10000;
 constexpr std::size_t kTableWords = 32;
 
-/* What a handler fills and a requester gets: outputs 1 to 10, of which 7 counts the table's words. */
+/* What a handler fills and a requester receives: outputs 1 to 10. Output 7 is the number of table words in use. */
 struct Description {
     std::array<uint32_t, 11> out{}; /* [0] is not used */
     std::array<uint32_t, kTableWords> table{};
@@ -37,18 +36,20 @@ int32_t ask(char *name, uint32_t argument, Description &to) {
                                   &out[7], &out[8], &out[9], &out[10]);
 }
 
+/* The name is moved first: it may lie in the same buffer, also where the header goes. */
 uint32_t writeRequest(const char *name, uint32_t nameSize, uint32_t argument) {
     VOS_MSG_HEAD head{};
     head.ulType = VOS_MSG_TYPE_CCD_OBJ_INFO_GET;
     head.ulValue1 = argument;
     head.ulValue2 = nameSize;
+    memmove(g_vosMsgBufferSend + kHeadSize, name, strlen(name) + 1);
     memcpy(g_vosMsgBufferSend, &head, kHeadSize);
-    memcpy(g_vosMsgBufferSend + kHeadSize, name, strlen(name) + 1);
     return kHeadSize + nameSize;
 }
 
 /* Outputs 8 to 10 are read right behind the words that the count announces, although an answer always holds the whole
- * table: a count below 32 yields table words. Peers of all builds agree on it. */
+ * table: with a count below 32 they are table words. This is required. Do not repair it: existing applications rely on
+ * what they get. */
 bool readAnswer(std::span<const uint8_t> answer, Description &to) {
     vos::WordReader in{answer};
     VOS_MSG_HEAD head;
@@ -70,7 +71,7 @@ bool readAnswer(std::span<const uint8_t> answer, Description &to) {
     return take(to.out[8]) && take(to.out[9]) && take(to.out[10]);
 }
 
-/* Receives the answer into the send buffer; the header and, when the responder's code is 0, the description. */
+/* Receives the answer into the send buffer, and takes from it the header and, when its code is 0, the description. */
 int32_t receiveAnswer(Caller me, int fd, VOS_MSG_HEAD &head, Description &description) {
     const ssize_t count = read(fd, g_vosMsgBufferSend, VOS_MSG_BUFFER_LEN);
     if (count < 0) return vos::failedErrno(me, VOS_ERROR, "%s:read failed errno:%d(%s).");
@@ -83,11 +84,6 @@ int32_t receiveAnswer(Caller me, int fd, VOS_MSG_HEAD &head, Description &descri
     if (!whole) return vos::failed(me, VOS_ERROR, "%s:answer of %u bytes is malformed.", received);
     errno = static_cast<int>(head.ulValue4); /* the caller sees the responder's */
     return VOS_OK;
-}
-
-template <class... Pointers>
-bool anyNull(const Pointers *...pointers) {
-    return (... || (pointers == nullptr));
 }
 
 }  // namespace
@@ -118,7 +114,8 @@ int32_t vos::answerObjectInfo(Caller me, const Arrival &arrival) {
     answer.bytes(&out[3], 5 * sizeof out[3]);
     answer.bytes(description.table.data(), sizeof description.table);
     answer.bytes(&out[8], 3 * sizeof out[8]);
-    return vosMsgSendStream(arrival.socket, g_vosMsgBufferSend, answer.length(), arrival.sender, arrival.senderLength);
+    return vosMsgSendStream(arrival.socket, g_vosMsgBufferSend, answer.length(), arrival.sender,
+                            answerLength(arrival.senderLength));
 }
 
 int32_t vosMsgCcdObjInfoGetSend(uint32_t *pRetCode, const char *pDestName, const char *pObjName, uint32_t ulValue1,
@@ -126,18 +123,18 @@ int32_t vosMsgCcdObjInfoGetSend(uint32_t *pRetCode, const char *pDestName, const
                                 uint32_t *pOut6, uint32_t *pTable, uint32_t *pCount, uint32_t *pOut8, uint32_t *pOut9,
                                 uint32_t *pOut10) {
     const Caller me;
-    uint32_t *const outputs[] = {nullptr, pOut1, pOut2, pOut3, pOut4, pOut5, pOut6, pCount, pOut8, pOut9, pOut10};
-    if (anyNull(pRetCode, pDestName, pObjName, pTable, pOut1, pOut2, pOut3, pOut4, pOut5, pOut6, pCount, pOut8, pOut9,
-                pOut10))
+    uint32_t *const outputs[] = {pOut1, pOut2, pOut3, pOut4, pOut5, pOut6, pCount, pOut8, pOut9, pOut10};
+    if (pRetCode == nullptr || pDestName == nullptr || pObjName == nullptr || pTable == nullptr ||
+        std::ranges::count(outputs, nullptr) > 0)
         return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     vos::trace(me, "%s:start object %s.", vos::outside(pObjName));
     const uint64_t nameSize = paddedSize(pObjName);
     if (nameSize > vos::kMaxPayload) return vos::failed(me, VOS_ERR_TOO_LONG, "%s:ulMsgSize too long.");
+    const vos::Path path = vos::normalPath(pDestName); /* before the request: the name may lie in the same buffer */
     const uint32_t size = writeRequest(pObjName, static_cast<uint32_t>(nameSize), ulValue1);
     vos::Requester requester;
     if (!requester.open(me, kTimeoutMs)) return VOS_ERROR;
-    if (!requester.connect(vos::normalPath(pDestName).view()))
-        return vos::failedErrno(me, VOS_ERROR, "%s:connect failed errno:%d(%s).");
+    if (!requester.connect(path.view())) return vos::failedErrno(me, VOS_ERROR, "%s:connect failed errno:%d(%s).");
     const ssize_t sent = write(requester.fd(), g_vosMsgBufferSend, size);
     if (sent < 0) return vos::failedErrno(me, VOS_ERROR, "%s:write failed errno:%d(%s).");
     if (sent < ssize_t{size})
@@ -147,7 +144,7 @@ int32_t vosMsgCcdObjInfoGetSend(uint32_t *pRetCode, const char *pDestName, const
     const int32_t result = receiveAnswer(me, requester.fd(), head, description);
     if (result == VOS_OK) *pRetCode = head.ulRetCode;
     if (result == VOS_OK && head.ulRetCode == 0) {
-        for (std::size_t i = 1; i <= 10; ++i) *outputs[i] = description.out[i];
+        for (std::size_t i = 0; i < std::size(outputs); ++i) *outputs[i] = description.out[i + 1];
         memcpy(pTable, description.table.data(), description.out[7] * sizeof(uint32_t));
     }
     requester.close();

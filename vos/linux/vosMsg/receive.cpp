@@ -1,16 +1,15 @@
 /* SPDX-License-Identifier: MIT */
-/* The receive loop. One wake-up serves one message of the kernel, the high socket until it is empty, one message of the
- * normal socket, then the application's descriptors; only an application message makes it return. */
+/* The receive loop, the same for all channels. One wake-up serves one message of the kernel, the high socket until it
+ * is empty, one message of the normal socket, then the application's descriptors. Only an application message ends the
+ * call with a length. */
 #include <sys/time.h>
 
 #include <algorithm>
-#include <array>
 #include <optional>
 
-#include "../base/assertion.h"
 #include "../base/log.h"
-#include "channel.h"
 #include "message.h"
+#include "timers.h"
 #include "userSockets.h"
 
 namespace {
@@ -19,9 +18,26 @@ using std::nullopt;
 using std::optional;
 using vos::Arrival;
 using vos::Caller;
-using vos::Channel;
-using vos::Delivery;
 using vos::ReadSet;
+
+/* What one receive loop owns and watches. */
+struct Channel {
+    const int32_t *normal;
+    const int32_t *high;    /* null: the channel has none */
+    const int32_t *netlink; /* null: the kernel's messages are not this channel's */
+    uint8_t *buffer;        /* every datagram is received into it */
+    uint32_t bufferSize;
+    const vos::TimerList *timers; /* null: no timers fire in this loop */
+    bool userSockets;             /* whether the loop watches the application's descriptors */
+    bool inPlace;                 /* the buffer is the caller's own, and a message stays in it with its header */
+};
+
+/* Where an application message goes. In place only the peer is used. */
+struct Delivery {
+    void *buffer;
+    uint32_t size; /* at most the largest payload */
+    VOS_MSG_PEER *peer;
+};
 
 struct Wait {
     uint32_t ms;
@@ -39,14 +55,15 @@ int waitFor(ReadSet &set, uint32_t ms) {
     return set.wait(&limit);
 }
 
-bool watch(Caller me, const Channel &channel, ReadSet &set) {
-    for (const int32_t *const fd : {channel.normal, channel.high, channel.netlink}) {
-        if (fd == nullptr || (fd == channel.netlink && *fd == -1) || set.add(*fd)) continue;
-        vos::error(me, "%s:socket %d is out of select range.", *fd);
-        return false;
-    }
-    if (channel.userSockets) vos::watchUserSockets(me, set);
-    return true;
+bool watchSocket(Caller me, int32_t socket, ReadSet &set) {
+    if (set.add(socket)) return true;
+    vos::error(me, "%s:socket %d is out of select range.", socket);
+    return false;
+}
+
+bool watchSockets(Caller me, const Channel &channel, ReadSet &set) {
+    return watchSocket(me, *channel.normal, set) && (channel.high == nullptr || watchSocket(me, *channel.high, set)) &&
+           (channel.netlink == nullptr || *channel.netlink == -1 || watchSocket(me, *channel.netlink, set));
 }
 
 /* A sender's address as the kernel reports it. */
@@ -65,11 +82,14 @@ Arrival arrivalOf(const Channel &channel, int32_t socket, uint32_t received, Sen
 }
 
 int32_t deliver(const Channel &channel, const Delivery &to, const Arrival &arrival, uint32_t count) {
-    /* The sum stays inside the receive buffer, because the caller's size is at most the largest payload. */
-    if (!channel.inPlace) memmove(to.buffer, channel.buffer + vos::kHeadSize, count);
+    /* The header is read before the payload moves, because the caller's buffer may be the receive buffer itself. */
+    const uint32_t noReturn = arrival.head().ulNoReturn;
+    /* The copy ends inside the receive buffer: the count is at most the caller's size, which is at most the largest
+     * payload. A count of 0 may come with a null pointer. */
+    if (!channel.inPlace && count > 0) memmove(to.buffer, channel.buffer + vos::kHeadSize, count);
     memcpy(&to.peer->stAddr, arrival.sender, sizeof to.peer->stAddr);
     to.peer->ulAddrLen = arrival.senderLength;
-    to.peer->ulNoReturn = arrival.head().ulNoReturn;
+    to.peer->ulNoReturn = noReturn;
     to.peer->iSocketFd = arrival.socket;
     return static_cast<int32_t>(count);
 }
@@ -82,7 +102,7 @@ bool readableNow(Caller me, int32_t socket) {
     return count > 0;
 }
 
-/* Drains the high socket. A result ends the loop. */
+/* Serves the high socket until it is empty. A result ends the loop. */
 optional<int32_t> serveHigh(Caller me, const Channel &channel, const ReadSet &ready, const Delivery &delivery) {
     if (channel.high == nullptr || !ready.has(*channel.high)) return nullopt;
     const int32_t socket = *channel.high;
@@ -91,7 +111,8 @@ optional<int32_t> serveHigh(Caller me, const Channel &channel, const ReadSet &re
         const auto received = static_cast<uint32_t>(receiveInto(channel, socket, sender));
         if (received < vos::kHeadSize)
             return vos::failed(me, VOS_ERROR, "%s:vosMsgRecvStream high failed, size %d.", received);
-        /* A failed receive is the largest length here: what the buffer still holds is looked at once more. */
+        /* A failed receive, an empty datagram included, is -1 and so the largest length here. It is required that the
+         * loop then looks at the last message in the buffer once more. */
         const Arrival arrival = arrivalOf(channel, socket, std::min(received, channel.bufferSize), sender);
         if (arrival.head().ulType == VOS_MSG_TYPE_SELF) {
             vos::trace(me, "%s:high receive VOS_MSG_TYPE_SELF.");
@@ -121,8 +142,31 @@ optional<int32_t> serveNormal(Caller me, const Channel &channel, const ReadSet &
     }
     if (channel.inPlace) return deliver(channel, delivery, arrival, received);
     vos::trace(me, "%s:receive VOS_MSG_TYPE_SELF.");
-    /* Counts the header, unlike the high socket: applications have come to subtract it. */
+    /* It is required that this length counts the header and that of the high socket does not. */
     return deliver(channel, delivery, arrival, std::min(received, delivery.size));
+}
+
+/* The receive loop: returns with an application message's length, or a result code. */
+int32_t receiveMessage(Caller me, const Channel &channel, const Delivery &delivery, uint32_t timeoutMs) {
+    for (;;) {
+        const Wait wait = untilTimerOr(channel, timeoutMs);
+        ReadSet ready;
+        if (!watchSockets(me, channel, ready)) return VOS_ERROR;
+        const vos::Moment made = channel.userSockets ? vos::watchUserSockets(me, ready) : 0;
+        const int count = waitFor(ready, wait.ms);
+        if (count < 0) return vos::failedErrno(me, VOS_ERROR, "%s:select failed errno:%d(%s).");
+        if (count == 0) {
+            if (channel.inPlace) return VOS_ERR_TIMEOUT; /* it waits for ever, so this needs no line */
+            vos::trace(me, "%s:select timeout.");
+            if (wait.forTimer) continue;
+            return VOS_ERR_TIMEOUT;
+        }
+        if (channel.netlink != nullptr && ready.has(*channel.netlink))
+            vos::vosMsgNetlinkUniProcess(*channel.netlink, channel.buffer);
+        if (const auto result = serveHigh(me, channel, ready, delivery)) return *result;
+        if (const auto result = serveNormal(me, channel, ready, delivery)) return *result;
+        if (channel.userSockets) vos::callUserSockets(ready, made);
+    }
 }
 
 int32_t receiveChecked(Caller me, const Channel &channel, const Delivery &delivery, uint32_t timeoutMs) {
@@ -135,7 +179,7 @@ int32_t receiveChecked(Caller me, const Channel &channel, const Delivery &delive
         vosPrintf("\r\n%s:ulMsgSize too long.", me.name);
         return VOS_ERR_PARAM;
     }
-    return vos::receiveMessage(me, channel, delivery, timeoutMs);
+    return receiveMessage(me, channel, delivery, timeoutMs);
 }
 
 constinit const Channel kMainChannel{
@@ -160,7 +204,7 @@ constinit const Channel kSecondChannel{
     .inPlace = false,
 };
 
-/* A thread's channel is its caller's descriptor and buffer. */
+/* A thread channel consists of its caller's descriptor and buffer. */
 Channel threadChannel(const int32_t &socket, void *buffer, uint32_t size) {
     return {
         .normal = &socket,
@@ -175,26 +219,6 @@ Channel threadChannel(const int32_t &socket, void *buffer, uint32_t size) {
 }
 
 }  // namespace
-
-int32_t vos::receiveMessage(Caller me, const Channel &channel, const Delivery &delivery, uint32_t timeoutMs) {
-    for (;;) {
-        const Wait wait = untilTimerOr(channel, timeoutMs);
-        ReadSet ready;
-        if (!watch(me, channel, ready)) return VOS_ERROR;
-        const int count = waitFor(ready, wait.ms);
-        if (count < 0) return failedErrno(me, VOS_ERROR, "%s:select failed errno:%d(%s).");
-        if (count == 0) {
-            trace(me, "%s:select timeout.");
-            if (wait.forTimer) continue;
-            return VOS_ERR_TIMEOUT;
-        }
-        if (channel.netlink != nullptr && ready.has(*channel.netlink))
-            vosMsgNetlinkUniProcess(*channel.netlink, channel.buffer);
-        if (const auto result = serveHigh(me, channel, ready, delivery)) return *result;
-        if (const auto result = serveNormal(me, channel, ready, delivery)) return *result;
-        if (channel.userSockets) callUserSockets(ready);
-    }
-}
 
 int32_t vosMsgRecv(uint32_t /*ulReserved*/, void *pMsgBuf, uint32_t ulMsgSize, uint32_t ulTimeoutMs,
                    VOS_MSG_PEER *pPeer) {
@@ -218,5 +242,5 @@ int32_t vosMsgThreadRecv(int32_t iSocketFd, void *pMsgBuf, uint32_t ulMsgSize, u
         return VOS_ERR_PARAM;
     }
     const Channel channel = threadChannel(iSocketFd, pMsgBuf, ulMsgSize);
-    return vos::receiveMessage(me, channel, {pMsgBuf, ulMsgSize, pPeer}, vos::kForever);
+    return receiveMessage(me, channel, {pMsgBuf, ulMsgSize, pPeer}, vos::kForever);
 }

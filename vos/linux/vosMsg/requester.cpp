@@ -15,7 +15,7 @@ bool vos::Requester::open(Caller me, uint32_t timeoutMs) {
     }
     trace(me, "%s:create socket %d.", fd());
     path_ = requesterPath();
-    bound_ = bindTo(fd(), path_.view());
+    bound_ = bindTo(fd(), path_.get());
     if (!bound_) {
         errorErrno(me, "%s:local bind iSocketFd %d failed errno:%d(%s).", fd());
         return false;

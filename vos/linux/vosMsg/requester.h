@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The socket of one request: it lives under a path of its own, which routes the answer back, and goes with it. */
+/* The socket of one request. It is bound to a path of its own, to which the answer is sent. */
 #ifndef VOS_MSG_REQUESTER_H
 #define VOS_MSG_REQUESTER_H
 
@@ -13,13 +13,13 @@ namespace vos {
 
 class Requester {
   public:
-    /* Creates, binds and tunes. False after its line when that fails. */
+    /* Creates the socket, binds it and sets its buffer sizes. False when that fails, after logging why. */
     bool open(Caller me, uint32_t timeoutMs);
     /* False with errno when nobody receives under that path. */
     bool connect(std::string_view receiver) const;
     [[nodiscard]] int fd() const { return socket_.get(); }
 
-    /* Removes the path and closes, ahead of the end of the scope. errno stays. */
+    /* Removes the path and closes the socket, if the destructor is not to do it. errno is kept. */
     void close();
 
     Requester() = default;

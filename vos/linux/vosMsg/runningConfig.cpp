@@ -1,11 +1,13 @@
 /* SPDX-License-Identifier: MIT */
-/* Asking another process for its running configuration as text, and answering. */
+/* The running configuration as text: the request to another process, and the answer to such a request. */
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <memory>
 
+#include "../base/block.h"
 #include "../base/log.h"
 #include "address.h"
 #include "message.h"
@@ -16,23 +18,18 @@ namespace {
 using vos::Caller;
 using vos::kHeadSize;
 
-constexpr uint32_t kTimeoutMs = 90000; /* a large device takes its time to print its configuration */
+constexpr uint32_t kTimeoutMs = 90000; /* the configuration of a large device takes long to print */
 
-/* The text under construction; released with the scope. */
-class TextBuffer {
-  public:
-    explicit TextBuffer(uint32_t size) : text_(size <= vos::kSendBuffer ? calloc(1, size > 0 ? size : 1) : nullptr) {}
-    TextBuffer(const TextBuffer &) = delete;
-    TextBuffer &operator=(const TextBuffer &) = delete;
-    ~TextBuffer() { free(text_); }
-    explicit operator bool() const { return text_ != nullptr; }
-    [[nodiscard]] char *get() const { return static_cast<char *>(text_); }
+/* The text that the handler builds: zeroed, and freed with the scope. Null when there is no memory, or when the text
+ * would be longer than one datagram may be. */
+using TextBuffer = std::unique_ptr<char[], vos::FreeBlock>;
 
-  private:
-    void *text_;
-};
+TextBuffer allocateText(uint32_t size) {
+    if (size > vos::kSendBuffer) return nullptr;
+    return TextBuffer{static_cast<char *>(calloc(1, size > 0 ? size : 1))};
+}
 
-/* Lets the handler build the text. `room` is what it leaves free. */
+/* Lets the handler build the text. `room` receives the number of bytes that it leaves free. */
 int32_t build(Caller me, const VOS_MSG_HEAD &request, char *text, int32_t &room) {
     const auto capacity = static_cast<int32_t>(request.ulBufLen);
     room = capacity;
@@ -45,7 +42,7 @@ int32_t sendAnswer(Caller me, const vos::Arrival &request, VOS_MSG_HEAD &head, c
     iovec pieces[] = {{&head, kHeadSize}, {text, textSize}};
     msghdr message{};
     message.msg_name = const_cast<sockaddr *>(request.sender); /* the record has no const; sending writes nothing */
-    message.msg_namelen = request.senderLength;
+    message.msg_namelen = vos::answerLength(request.senderLength);
     message.msg_iov = pieces;
     message.msg_iovlen = text != nullptr ? 2 : 1;
     if (vosMsgSendStream1(request.socket, &message, kHeadSize + textSize) < 0)
@@ -58,19 +55,25 @@ int32_t refuse(Caller me, const vos::Arrival &request, VOS_MSG_HEAD &head, int32
     return sendAnswer(me, request, head, nullptr, 0);
 }
 
-/* Sends the header and receives the answer into the header and the caller's text. */
-int32_t exchange(Caller me, int fd, VOS_MSG_HEAD &head, char *text, uint32_t *length) {
+/* Whether an answer of that many bytes holds the text that its header announces. Of a capacity, `left` bytes are free.
+ */
+bool whole(uint32_t received, uint32_t left, uint32_t capacity) {
+    return left <= capacity && received >= uint64_t{kHeadSize} + (capacity - left);
+}
+
+/* Receives the answer into the header and the caller's buffer. The size given to vosMsgRecvStream1() is only traced. */
+int32_t receiveAnswer(Caller me, int fd, VOS_MSG_HEAD &head, char *text, uint32_t *length) {
     iovec pieces[] = {{&head, kHeadSize}, {text, *length}};
     msghdr message{};
     message.msg_iov = pieces;
     message.msg_iovlen = std::size(pieces);
-    const uint64_t whole = uint64_t{*length} + kHeadSize;
+    const uint64_t expected = uint64_t{*length} + kHeadSize;
     head = {};
     const int32_t received = vosMsgRecvStream1(fd, &message, *length);
     if (received < 0) return vos::failed(me, VOS_ERROR, "%s:vosMsgRecvStream1 failed.");
-    if (static_cast<uint64_t>(received) < whole)
-        vos::trace(me, "%s:read need read %d but read only %d.", static_cast<int32_t>(whole), received);
-    if (head.ulRetCode == 0 && (static_cast<uint32_t>(received) < kHeadSize || head.ulValue3 > *length))
+    if (static_cast<uint64_t>(received) < expected)
+        vos::trace(me, "%s:read need read %d but read only %d.", static_cast<int32_t>(expected), received);
+    if (head.ulRetCode == 0 && !whole(static_cast<uint32_t>(received), head.ulValue3, *length))
         return vos::failed(me, VOS_ERROR, "%s:answer of %d bytes leaves %u of %u.", received, head.ulValue3, *length);
     if (head.ulRetCode == 0) *length = head.ulValue3;
     return static_cast<int32_t>(head.ulRetCode);
@@ -85,7 +88,7 @@ int32_t vos::answerRunningConfig(Caller me, const Arrival &request) {
         error(me, "%s:bldrun when g_vosBldrunProc is null.");
         return refuse(me, request, head, VOS_ERR_NO_HANDLER);
     }
-    const TextBuffer text{head.ulBufLen};
+    const TextBuffer text = allocateText(head.ulBufLen);
     if (!text) {
         error(me, "%s:bldrun malloc %d failed.", head.ulBufLen);
         return refuse(me, request, head, VOS_ERR_MEMORY);
@@ -117,7 +120,7 @@ int32_t vosMsgBldrunSend(const char *pDestName, char *pBuf, uint32_t *pLen, uint
     if (sent < 0) return vos::failedErrno(me, VOS_ERROR, "%s:write failed errno:%d(%s).");
     if (sent < ssize_t{kHeadSize})
         vos::error(me, "%s:write need send %d but send only %d.", int32_t{kHeadSize}, static_cast<int32_t>(sent));
-    const int32_t result = exchange(me, requester.fd(), head, pBuf, pLen);
+    const int32_t result = receiveAnswer(me, requester.fd(), head, pBuf, pLen);
     requester.close();
     return vos::ended(me, result);
 }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The four transfers under everything that is sent and received. Each moves one datagram. */
+/* The four functions that send or receive one datagram. Most other code uses them. */
 #include <sys/socket.h>
 
 #include "../base/log.h"
@@ -39,7 +39,7 @@ int32_t vosMsgRecvStream(int32_t iSocketFd, void *pBuf, uint32_t ulSize, struct 
     return vos::ended(me, static_cast<int32_t>(count));
 }
 
-/* Its size warning is a trace: the scatter list of a running configuration is as large as the requester likes. */
+/* A size above the limit is only traced here: the buffer for a running configuration may be of any size. */
 int32_t vosMsgRecvStream1(int32_t iSocketFd, struct msghdr *pMsg, uint32_t ulSize) {
     const vos::Caller me;
     vos::trace(me, "%s:start.");

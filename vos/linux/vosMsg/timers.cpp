@@ -1,12 +1,14 @@
 /* SPDX-License-Identifier: MIT */
-/* Message-loop timers: kept in a list per channel, looked at in every turn of its loop. */
+/* Message-loop timers. Each channel has a list of them, and its loop looks at the list in every turn. */
+#include "timers.h"
+
 #include <sys/time.h>
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "../base/log.h"
-#include "channel.h"
+#include "vosMsgChannel.h"
 
 constinit VOS_MSG_TIMER *g_pVosMsgTimerFirst = nullptr;
 constinit uint32_t g_ulVosMsgMagic = 0;
@@ -28,7 +30,8 @@ static_assert(offsetof(VOS_MSG_TIMER, ulRunning) == 56);
 
 namespace {
 
-/* The link that holds a record: the list's head or a predecessor's next. A handle is compared and never read. */
+/* The link that holds a record: the list's head or the pNext of the record before it. A handle is compared and never
+ * read, because it may be the address of freed memory. */
 VOS_MSG_TIMER **findLink(const vos::TimerList &timers, const VOS_MSG_TIMER *timer) {
     VOS_MSG_TIMER **link = timers.first;
     while (*link != nullptr && *link != timer) link = &(*link)->pNext;
@@ -58,7 +61,7 @@ bool timeOfDay(vos::Caller me, timeval &now) {
     return false;
 }
 
-/* In unsigned 32-bit arithmetic, so a clock that was set back to before the start makes a timer due at once. */
+/* In unsigned 32-bit arithmetic: if the clock was set back to before the start, the timer is due at once. */
 uint32_t elapsedMs(const timeval &start, const timeval &now) {
     auto seconds = static_cast<uint32_t>(now.tv_sec - start.tv_sec);
     suseconds_t microseconds = now.tv_usec - start.tv_usec;
@@ -69,7 +72,8 @@ uint32_t elapsedMs(const timeval &start, const timeval &now) {
     return seconds * 1000 + static_cast<uint32_t>(microseconds / 1000);
 }
 
-/* After its callback a record may be gone, and its memory may already be another timer's. */
+/* Tells after a callback whether the record is still the same timer: it may be freed, and its memory may already be
+ * another timer's. */
 struct Identity {
     const VOS_MSG_TIMER *timer;
     uint32_t serial;
@@ -108,10 +112,11 @@ Processed vosMsgTimerProcess(const vos::TimerList &timers, VOS_MSG_TIMER *timer)
     return {fire(me, timers, timer, elapsed - timer->ulIntervalMs, now), true};
 }
 
-/* What the callbacks of a walk have registered or restarted counts for the wait that follows. */
-uint32_t nearest(const vos::TimerList &timers) {
+/* The wait until the next timer after callbacks have run, which may have registered, restarted, stopped and cancelled
+ * timers. Without a clock it is the wait that was found before the callbacks. */
+uint32_t nearest(const vos::TimerList &timers, uint32_t withoutClock) {
     timeval now{};
-    if (gettimeofday(&now, nullptr) != 0) return vos::kForever;
+    if (!timeOfDay("vosMsgTimerProcess", now)) return withoutClock;
     uint32_t least = vos::kForever;
     for (const VOS_MSG_TIMER *timer = *timers.first; timer != nullptr; timer = timer->pNext) {
         if (timer->ulRunning != 1) continue;
@@ -121,31 +126,31 @@ uint32_t nearest(const vos::TimerList &timers) {
     return least;
 }
 
-int32_t registerTimer(vos::Caller me, const vos::TimerList &timers, const VOS_MSG_TIMER &filled,
-                      VOS_MSG_TIMER **ppTimer) {
+struct Settings {
+    uint32_t periodic;
+    uint32_t intervalMs;
+    VOS_MSG_TIMER_PROC proc;
+    uint64_t argument;
+};
+
+int32_t registerTimer(vos::Caller me, const vos::TimerList &timers, const Settings &settings, VOS_MSG_TIMER **handle) {
     vos::trace(me, "%s:start.");
-    if (ppTimer == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
+    if (handle == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     auto *const timer = static_cast<VOS_MSG_TIMER *>(calloc(1, sizeof(VOS_MSG_TIMER)));
     if (timer == nullptr) return vos::failed(me, VOS_ERR_MEMORY, "%s:malloc failed.");
-    *timer = filled;
     if (!timeOfDay(me, timer->stStart)) {
         free(timer);
         return VOS_ERROR;
     }
     timer->ulSerial = (*timers.serial)++;
+    timer->ulPeriodic = settings.periodic;
+    timer->pProc = settings.proc;
+    timer->ulIntervalMs = settings.intervalMs;
+    timer->ulUserArg = settings.argument;
     timer->ulRunning = 1;
     addLast(timers, timer);
-    *ppTimer = timer;
+    *handle = timer;
     return vos::ended(me, VOS_OK);
-}
-
-VOS_MSG_TIMER described(uint32_t periodic, uint32_t intervalMs, VOS_MSG_TIMER_PROC proc, uint64_t argument) {
-    VOS_MSG_TIMER timer{};
-    timer.ulPeriodic = periodic;
-    timer.ulIntervalMs = intervalMs;
-    timer.pProc = proc;
-    timer.ulUserArg = argument;
-    return timer;
 }
 
 }  // namespace
@@ -162,24 +167,24 @@ uint32_t vos::runTimers(const TimerList &timers) {
         if (!processed.fired) continue;
         fired = true;
         if (!listed(timers, next))
-            break; /* the callback has cancelled it: what is left has its turn in the next walk */
+            break; /* the callback has cancelled it; the timers behind it are looked at in the next turn */
     }
-    return fired ? std::min(least, nearest(timers)) : least;
+    return fired ? nearest(timers, least) : least;
 }
 
 int32_t vosTimerRegister(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TIMER_PROC pProc, VOS_MSG_TIMER **ppTimer,
                          uint64_t ulUserArg) {
     const vos::Caller me;
-    return registerTimer(me, vos::kMainTimers, described(ulPeriodic, ulIntervalMs, pProc, ulUserArg), ppTimer);
+    return registerTimer(me, vos::kMainTimers, {ulPeriodic, ulIntervalMs, pProc, ulUserArg}, ppTimer);
 }
 
-/* The calls below know the main channel's timers alone. */
 int32_t vosTimerRegister2(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TIMER_PROC pProc, VOS_MSG_TIMER **ppTimer,
                           uint64_t ulUserArg) {
     const vos::Caller me;
-    return registerTimer(me, vos::kSecondTimers, described(ulPeriodic, ulIntervalMs, pProc, ulUserArg), ppTimer);
+    return registerTimer(me, vos::kSecondTimers, {ulPeriodic, ulIntervalMs, pProc, ulUserArg}, ppTimer);
 }
 
+/* This call and the two below know only the main channel's timers. */
 int32_t vosTimerCancel(VOS_MSG_TIMER *pTimer) {
     const vos::Caller me;
     vos::trace(me, "%s:start.");
@@ -188,9 +193,9 @@ int32_t vosTimerCancel(VOS_MSG_TIMER *pTimer) {
 }
 
 int32_t vosTimerStart(VOS_MSG_TIMER *pTimer, uint32_t ulIntervalMs) {
-    const vos::Caller me;
     timeval now{};
-    if (pTimer == nullptr || !listed(vos::kMainTimers, pTimer) || !timeOfDay(me, now)) return VOS_ERROR;
+    if (pTimer == nullptr || !listed(vos::kMainTimers, pTimer)) return VOS_ERROR;
+    if (gettimeofday(&now, nullptr) != 0) return VOS_ERROR; /* this call writes no line at all */
     pTimer->ulIntervalMs = ulIntervalMs;
     pTimer->ulRunning = 1;
     pTimer->stStart = now;

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The application's own descriptors, watched by the receive loops. Newest first. */
+/* The application's own descriptors, which the receive loops watch. The newest is the first of the list. */
 #include "userSockets.h"
 
 #include <cstdlib>
@@ -11,8 +11,22 @@ constinit uint32_t g_vosUserSocketNum = 0; /* the applications' own; nothing her
 
 namespace {
 
+using vos::Moment;
+
 static_assert(sizeof(VOS_MSG_USER_SOCKET) == 32 && offsetof(VOS_MSG_USER_SOCKET, iFd) == 8);
 static_assert(offsetof(VOS_MSG_USER_SOCKET, pProc) == 16 && offsetof(VOS_MSG_USER_SOCKET, pArg) == 24);
+
+/* A handler may remove a descriptor, close it, open another file under the same number and add that one. What select()
+ * reported about the number is then about another file. So every number has the moment of its last change here, and a
+ * loop compares it with the moment of its own set. The numbers are 64 bits wide and never start again. The accesses are
+ * atomic because the loops of two threads may serve descriptors at the same time; the list itself has no protection. */
+constinit Moment now = 0;
+constinit Moment lastChange[FD_SETSIZE] = {};
+
+void noteChange(int32_t fd) {
+    const Moment moment = __atomic_add_fetch(&now, 1, __ATOMIC_RELAXED);
+    __atomic_store_n(&lastChange[fd], moment, __ATOMIC_RELAXED);
+}
 
 /* The link that holds the first node for which the condition is true, or null. */
 template <class Condition>
@@ -33,22 +47,35 @@ VOS_MSG_USER_SOCKET **findNode(const VOS_MSG_USER_SOCKET *wanted) {
 void addFirst(VOS_MSG_USER_SOCKET *node) {
     node->pNext = g_pUserSocketList;
     g_pUserSocketList = node;
+    noteChange(node->iFd);
+}
+
+bool toBeServed(const VOS_MSG_USER_SOCKET &node, const vos::ReadSet &ready, Moment made) {
+    return node.pProc != nullptr && ready.has(node.iFd) &&
+           __atomic_load_n(&lastChange[node.iFd], __ATOMIC_RELAXED) <= made;
 }
 
 }  // namespace
 
-void vos::watchUserSockets(Caller me, ReadSet &set) {
-    for (const VOS_MSG_USER_SOCKET *node = g_pUserSocketList; node != nullptr; node = node->pNext)
+Moment vos::watchUserSockets(Caller me, ReadSet &set) {
+    const Moment made = __atomic_load_n(&now, __ATOMIC_RELAXED);
+    for (const VOS_MSG_USER_SOCKET *node = g_pUserSocketList; node != nullptr; node = node->pNext) {
+        /* Without a handler nobody would read what comes, and the loop would never wait again. */
+        if (node->pProc == nullptr) continue;
         if (!set.add(node->iFd)) error(me, "%s:user socket %d is out of select range.", node->iFd);
+    }
+    return made;
 }
 
-void vos::callUserSockets(const ReadSet &ready) {
-    VOS_MSG_USER_SOCKET *next = nullptr;
-    for (VOS_MSG_USER_SOCKET *node = g_pUserSocketList; node != nullptr; node = next) {
-        next = node->pNext;
-        if (!ready.has(node->iFd)) continue;
-        if (node->pProc != nullptr) node->pProc(node->iFd, node->pArg);
-        if (findNode(next) == nullptr) break; /* the handler has removed it; what is still readable is seen again */
+void vos::callUserSockets(const ReadSet &ready, Moment made) {
+    const auto next = [&] {
+        return findLink([&](const VOS_MSG_USER_SOCKET &node) { return toBeServed(node, ready, made); });
+    };
+    /* Each search begins at the head of the list, because a handler may have changed any part of it. */
+    while (VOS_MSG_USER_SOCKET **const link = next()) {
+        const VOS_MSG_USER_SOCKET *const node = *link;
+        noteChange(node->iFd);
+        node->pProc(node->iFd, node->pArg);
     }
 }
 
@@ -78,9 +105,9 @@ int32_t vosMsgSockDelete(int32_t iFd) {
 int32_t vosMsgSockAddUser(VOS_MSG_USER_SOCKET *pNode) {
     const vos::Caller me;
     if (pNode == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
+    if (findNode(pNode) != nullptr || findDescriptor(pNode->iFd) != nullptr) return VOS_ERR_EXIST;
     if (!vos::ReadSet::holds(pNode->iFd))
         return vos::failed(me, VOS_ERR_PARAM, "%s:socket %d is out of select range.", pNode->iFd);
-    if (findNode(pNode) != nullptr || findDescriptor(pNode->iFd) != nullptr) return VOS_ERR_EXIST;
     addFirst(pNode);
     return VOS_OK;
 }

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* Starting programs as processes of their own. */
-#undef NDEBUG /* the assertion below reports in every build type */
+#undef NDEBUG /* <assert.h> declares __assert_fail() only without it */
 #include <libgen.h>
 #include <unistd.h>
 
@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "../base/log.h"
+#include "../base/signalsBlocked.h"
 #include "roundRobin.h"
 #include "vosProcess.h"
 
@@ -36,8 +37,8 @@ std::size_t countBlanks(const char *text) {
     return static_cast<std::size_t>(std::count(text, text + strlen(text), ' '));
 }
 
-/* A program's arguments as execv() takes them: the vector, and the text that its pointers point into. The two blocks
- * are given back by discard() and by nothing else: a creation that fails keeps them, as it always has. */
+/* A program's arguments as execv() takes them: the vector, and the text that its pointers point into. Only discard()
+ * frees the two blocks: a creation that fails keeps them, as it always has. */
 struct Arguments {
     char **vector = nullptr;
     char *text = nullptr;
@@ -55,7 +56,7 @@ struct Arguments {
         memcpy(text + nameLength + 1, arguments, strlen(arguments) + 1);
     }
 
-    /* Every single blank separates: two in a row stand around an empty argument. */
+    /* Each blank separates two arguments, so there is an empty argument between two blanks in a row. */
     void split() const {
         char **slot = vector;
         *slot++ = text;
@@ -72,8 +73,8 @@ struct Arguments {
     }
 };
 
-/* Takes the argument string apart. False when there is no memory. A blank in the program's name makes more arguments
- * than there are slots; that ends the process before the first one is stored. */
+/* Splits the argument string. False when there is no memory. A blank in the program's name makes more arguments than
+ * there are slots; that aborts the process before the first one is stored. */
 bool parse(const char *path, const char *name, const char *argumentString, Arguments &arguments) {
     const std::size_t slots = countBlanks(argumentString) + 3; /* the name, one more than blanks, the null pointer */
     if (!arguments.obtain(slots, strlen(path) + strlen(argumentString) + 16)) return false;
@@ -88,24 +89,32 @@ void reportProgramNotExecuted(vos::Caller me, const char *path) {
     vos::errorErrno(me, "%s:name %s execl failed errno:%d(%s).", vos::outside(path));
 }
 
-/* Runs in the child of vfork(): its memory, its stack too, is the creator's, whose calling thread stands still until
- * the program runs or the child ends. So the child never returns into the frame that called vfork() and leaves the
- * caller's variables alone. When there is no program to run, what it does is done to the creator: the line goes through
- * the creator's standard output, and the normal exit flushes that and runs the creator's exit hooks on the creator's
- * own variables. Descriptors and dispositions are copies. */
-[[noreturn]] void becomeProgram(vos::Caller me, const char *path, const char *name, char *const *vector) {
+void execute(const char *path, const char *name, char *const *vector) {
     if (vector != nullptr)
         execv(path, vector);
     else
         execl(path, name, nullptr);
+}
+
+/* Runs in the child of vfork(). The child uses the creator's memory, its stack too, and the creator's calling thread
+ * waits until the program runs or the child has ended. So the child never returns into the frame that called vfork(),
+ * works in a frame of its own (noinline) and does not change the caller's variables. When there is no program to run,
+ * the child's log line and its exit() act on the creator's streams, exit hooks and variables. Signals are blocked again
+ * for that: a child that is killed in the middle would leave the locks of the creator's streams locked for ever. */
+[[noreturn, gnu::noinline]] void becomeProgram(vos::Caller me, const vos::SignalsBlocked &blocked, const char *path,
+                                               const char *name, char *const *vector) {
+    blocked.restoreInChild();
+    execute(path, name, vector);
+    const vos::SignalsBlocked blockedAgain;
     reportProgramNotExecuted(me, path);
     exit(1);
 }
 
 /* vfork(), because the creator may be large and the kernel strict about memory. */
 pid_t startSuspended(vos::Caller me, const char *path, const char *name, char *const *vector) {
+    const vos::SignalsBlocked blocked;
     const pid_t child = vfork(); /* NOLINT(clang-analyzer-security.insecureAPI.vfork): see becomeProgram() */
-    if (child == 0) becomeProgram(me, path, name, vector); /* NOLINT(clang-analyzer-unix.Vfork): see there */
+    if (child == 0) becomeProgram(me, blocked, path, name, vector); /* NOLINT(clang-analyzer-unix.Vfork): see there */
     return child;
 }
 
@@ -114,16 +123,19 @@ pid_t startCopy(vos::Caller me, const char *path, const std::array<int, 3> &stan
     std::array<char, PATH_MAX> copy{}; /* basename() writes; a longer path has no program */
     std::copy_n(path, std::min(strlen(path), copy.size() - 1), copy.begin());
     const char *const name = basename(copy.data());
+    const vos::SignalsBlocked blocked;
     const pid_t child = fork();
     if (child != 0) return child;
     for (int fd = 0; fd < 3; ++fd) dup2(standardFds[static_cast<std::size_t>(fd)], fd);
+    blocked.restoreInChild();
     execl(path, name, nullptr);
     reportProgramNotExecuted(me, path);
     return child;
 }
 
-/* The creator's part, once the child runs: the child's id, or what has failed. */
-int32_t schedule(vos::Caller me, const char *path, pid_t child, int32_t priority) {
+/* The creator's part, after the start: gives the child its policy. Returns the child's id, or the result code of what
+ * has failed: the fork, too. */
+int32_t finishStart(vos::Caller me, const char *path, pid_t child, int32_t priority) {
     if (child == -1) return vos::failed(me, VOS_ERR_FORK, "%s:name %s fork failed.", vos::outside(path));
     if (!vos::setRoundRobin(child, priority))
         return vos::failedErrno(me, VOS_ERROR, "%s:name %s sched_setscheduler failed errno:%d(%s).",
@@ -147,7 +159,8 @@ int32_t vosProcessCreate(const char *pPath, int32_t iPriority, uint32_t /*ulRese
     /* NOLINTBEGIN(clang-analyzer-unix.Malloc): the failing paths keep the blocks, see Arguments */
     if (pArgs != nullptr && !parse(pPath, name, pArgs, arguments))
         return vos::failed(me, VOS_ERR_MEMORY, "%s:name %s malloc failed.", vos::outside(pPath));
-    const int32_t result = schedule(me, pPath, startSuspended(me, pPath, name, arguments.vector), iPriority);
+    const pid_t child = startSuspended(me, pPath, name, arguments.vector);
+    const int32_t result = finishStart(me, pPath, child, iPriority);
     if (result < 0) return result;
     /* NOLINTEND(clang-analyzer-unix.Malloc) */
     arguments.discard();
@@ -160,7 +173,7 @@ int32_t vosProcessCreateWithNewFd(const char *pPath, int32_t iPriority, uint32_t
     vos::trace(me, "%s:start.");
     if (const int32_t refused = checkRequest(me, pPath, iPriority); refused != VOS_OK) return refused;
     const pid_t child = startCopy(me, pPath, {iStdinFd, iStdoutFd, iStderrFd});
-    if (child == 0) return endedWithId(me, pPath, 0); /* the caller goes on in two processes and tells them by this */
-    const int32_t result = schedule(me, pPath, child, iPriority);
+    if (child == 0) return endedWithId(me, pPath, 0); /* the caller's code goes on in two processes: 0 is the child */
+    const int32_t result = finishStart(me, pPath, child, iPriority);
     return result < 0 ? result : endedWithId(me, pPath, result);
 }

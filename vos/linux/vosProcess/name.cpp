@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The process's name: the ground floor on which the log line stands, so nothing here writes one. */
+/* The process's name. Each log line begins with it, so nothing in this file writes a log line. */
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -21,7 +21,7 @@ vos::UniqueFd openCommandLine(int pid) {
     return vos::UniqueFd{open(path.data(), O_RDONLY | O_CLOEXEC)};
 }
 
-/* The arguments stand one behind the other, each with its NUL, so what is read is a text of its own: the first
+/* The kernel gives the arguments one after the other, each with its NUL. So the text that is read ends with the first
  * argument. A failed read leaves the name as it was. */
 void readFirstArgument(const vos::UniqueFd &commandLine, char *name) {
     [[maybe_unused]] const ssize_t count = read(commandLine.get(), name, kNameLength);

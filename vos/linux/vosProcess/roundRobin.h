@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The one policy under which processes are started and rescheduled here. */
+/* The policy of every process that is started or rescheduled here. */
 #ifndef VOS_PROCESS_ROUND_ROBIN_H
 #define VOS_PROCESS_ROUND_ROBIN_H
 

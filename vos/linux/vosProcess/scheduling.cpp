@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kDescriptionSize = 9; /* what the caller's buffer holds at least */
 
-/* As applications show and compare them: the spelling of the last one stays. */
+/* Applications show and compare these texts, so the spelling of the last one stays. */
 const char *describe(int policy) {
     switch (policy) {
         case SCHED_FIFO:
@@ -46,14 +46,20 @@ int32_t readNiceValue(int32_t pid, int32_t *priority) {
     return VOS_OK;
 }
 
+/* Waits until a child has ended. Returns at once for a process that is not a child. A handled signal does not end the
+ * wait. The status is not needed. */
+void waitForEnd(int32_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) == -1 && errno == EINTR) continue;
+}
+
 }  // namespace
 
 int32_t vosProcessDestroy(int32_t iPid) {
     const vos::Caller me;
     vos::trace(me, "%s:start.");
     if (kill(iPid, SIGTERM) == -1) return vos::failedErrno(me, VOS_ERROR, "%s:kill failed errno:%d(%s).");
-    int status = 0;
-    waitpid(iPid, &status, 0); /* fails at once for a process that is not a child; what it tells is not needed */
+    waitForEnd(iPid);
     return vos::ended(me, VOS_OK);
 }
 

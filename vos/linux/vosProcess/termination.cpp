@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <initializer_list>
 
+#include "../base/errnoKeeper.h"
 #include "vosProcess.h"
 
 constinit VOS_TERMINATE_PROC g_ProcTerminate = nullptr;
@@ -11,19 +12,23 @@ constinit uint32_t g_bProcTermProcRunned = 0;
 
 namespace {
 
-/* The two words are plain data of a process whose handler may run on any thread: tested, then set, without an
- * exchange. Relaxed accesses are the same plain loads and stores and keep the compiler from moving them. */
-bool alreadyStarted() { return __atomic_load_n(&g_bProcTermProcRunned, __ATOMIC_RELAXED) != 0; }
-void markStarted(uint32_t started) { __atomic_store_n(&g_bProcTermProcRunned, started, __ATOMIC_RELAXED); }
+/* The handler may run on any thread and at any instruction. The flag is released and acquired, so that a thread that
+ * finds it at 0 also finds the procedure that was stored before. It is tested and then set, without an exchange. */
+bool alreadyStarted() { return __atomic_load_n(&g_bProcTermProcRunned, __ATOMIC_ACQUIRE) != 0; }
+void markStarted(uint32_t started) { __atomic_store_n(&g_bProcTermProcRunned, started, __ATOMIC_RELEASE); }
 
 void terminateOnce() {
-    const VOS_TERMINATE_PROC procedure = __atomic_load_n(&g_ProcTerminate, __ATOMIC_RELAXED);
-    if (procedure == nullptr || alreadyStarted()) return;
+    if (alreadyStarted()) return;
+    const VOS_TERMINATE_PROC procedure = __atomic_load_n(&g_ProcTerminate, __ATOMIC_ACQUIRE);
+    if (procedure == nullptr) return;
     markStarted(1); /* before the call: a signal that arrives meanwhile must not start it again */
     procedure(0);
 }
 
-void vosTermSignalHandle(int /*signalNumber*/) { terminateOnce(); }
+void vosTermSignalHandle(int /*signalNumber*/) {
+    const vos::ErrnoKeeper keep; /* the interrupted code may be about to read it */
+    terminateOnce();
+}
 
 }  // namespace
 
@@ -32,7 +37,7 @@ void vosProcessSignalDef(void) {
 }
 
 int32_t vosProcessRegTerminateProc(VOS_TERMINATE_PROC pProc) {
-    __atomic_store_n(&g_ProcTerminate, pProc, __ATOMIC_RELAXED);
+    __atomic_store_n(&g_ProcTerminate, pProc, __ATOMIC_RELEASE);
     markStarted(0);
     signal(SIGTERM, vosTermSignalHandle);
     signal(SIGHUP, vosTermSignalHandle);

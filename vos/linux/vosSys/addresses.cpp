@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Internet addresses: text and back, and the look-up of a host's name. */
+/* Internet addresses: conversions from and to text, and the look-up of a host name. */
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>

@@ -9,7 +9,7 @@ namespace {
 uint32_t load(const VOS_ATOMIC *counter) { return __atomic_load_n(&counter->ulValue, __ATOMIC_RELAXED); }
 void store(VOS_ATOMIC *counter, uint32_t value) { __atomic_store_n(&counter->ulValue, value, __ATOMIC_RELAXED); }
 
-/* Adds, wrapping, and tells the new value as it was while the guard was held. */
+/* Adds, wrapping, and returns the sum. Another thread may have changed the value again by then. */
 uint32_t addGuarded(VOS_ATOMIC *counter, uint32_t summand) {
     vosSemTake(counter->pGuard, VOS_WAIT_FOREVER);
     const uint32_t sum = load(counter) + summand;

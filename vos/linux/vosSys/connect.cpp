@@ -1,32 +1,47 @@
 /* SPDX-License-Identifier: MIT */
-/* A connect that does not wait for ever. */
+/* A connect with a time limit. */
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <memory>
 
+#include "../base/block.h"
+#include "../base/errnoKeeper.h"
 #include "../base/log.h"
 #include "vosSys.h"
 
 namespace {
 
-/* Waits until the connection has come about or failed. A descriptor that no set can hold counts as a failed wait. */
+/* Waits until the connection is made or has failed; errno tells why it is not known. An fd_set ends at descriptor 1023,
+ * but the kernel takes a set of any length: a larger descriptor gets a larger set. */
 bool awaitWritable(int fd, timeval *timeout) {
+    const auto number = static_cast<std::size_t>(fd);
+    fd_set small;
+    FD_ZERO(&small);
+    std::unique_ptr<fd_mask[], vos::FreeBlock> large;
     if (fd >= FD_SETSIZE) {
-        errno = EINVAL;
-        return false;
+        large.reset(static_cast<fd_mask *>(calloc(number / NFDBITS + 1, sizeof(fd_mask))));
+        if (!large) return false;
     }
-    fd_set writable;
-    FD_ZERO(&writable);
-    FD_SET(fd, &writable);
-    return select(fd + 1, nullptr, &writable, nullptr, timeout) >= 1;
+    fd_mask *const words = large ? large.get() : small.fds_bits;
+    words[number / NFDBITS] |= fd_mask{1} << (number % NFDBITS); /* FD_SET() would end the process for a large number */
+    const int ready = select(fd + 1, nullptr, static_cast<fd_set *>(static_cast<void *>(words)), nullptr, timeout);
+    if (ready == 0) errno = ETIMEDOUT;
+    return ready >= 1;
+}
+
+int32_t failedWith(int reason) {
+    errno = reason;
+    return VOS_ERROR;
 }
 
 }  // namespace
 
-/* Only a connect that has been waited for to its end gets its flags back: whoever comes back earlier keeps a
- * non-blocking descriptor, and callers close it or set it up anew. */
+/* Only a connect whose outcome is known restores the flags. Whoever returns earlier leaves the descriptor non-blocking;
+ * callers close it or set its flags again. */
 int32_t vosConnectWithTimeout(int32_t iFd, const struct sockaddr *pAddr, uint32_t ulAddrLen, struct timeval *pTimeout) {
     const vos::Caller me;
     const int flags = fcntl(iFd, F_GETFL);
@@ -37,9 +52,10 @@ int32_t vosConnectWithTimeout(int32_t iFd, const struct sockaddr *pAddr, uint32_
     int32_t socketError = -1;
     socklen_t length = sizeof socketError;
     if (getsockopt(iFd, SOL_SOCKET, SO_ERROR, &socketError, &length) == -1) {
+        const vos::ErrnoKeeper keep;
         vosPrintf("%s:getsockopt SOL_SOCKET SO_ERROR failed.", me.name);
         return VOS_ERROR;
     }
     fcntl(iFd, F_SETFL, flags);
-    return socketError == 0 ? VOS_OK : VOS_ERROR;
+    return socketError == 0 ? VOS_OK : failedWith(socketError);
 }

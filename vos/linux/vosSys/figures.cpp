@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr uint32_t kAllIdle = 100; /* also stands for "not known" */
+constexpr uint32_t kAllIdle = 100; /* also the result when the figure is not known */
 constexpr unsigned kMegabyteShift = 20;
 
 /* What follows the third blank of "#1 SMP PREEMPT Tue Mar 3 ...". */

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Instants of the clocks that time-outs are measured on. */
+/* Instants on the clocks by which time-outs are measured. */
 #ifndef VOS_SYS_INSTANT_H
 #define VOS_SYS_INSTANT_H
 
@@ -8,11 +8,11 @@
 
 namespace vos {
 
-/* Moves an instant by microseconds, in the arithmetic of the argument's type: a signed number may move it back. The
- * nanoseconds are brought below a second only when they exceed one: exactly one second of them is left standing, and
- * callers depend on what becomes of such an instant. */
+/* Adds microseconds to an instant, in the arithmetic of their type: a signed number may be negative. The nanoseconds
+ * are carried into the seconds only when they exceed one second. Exactly one second of nanoseconds stays: the C library
+ * refuses a deadline with it (EINVAL), and that result is kept. */
 template <class Microseconds>
-void move(timespec &instant, Microseconds by) {
+void advance(timespec &instant, Microseconds by) {
     constexpr long kNanosecondsPerSecond = 1'000'000'000;
     constexpr Microseconds kPerSecond = 1'000'000;
     instant.tv_sec += by / kPerSecond;
@@ -26,7 +26,7 @@ void move(timespec &instant, Microseconds by) {
 /* The deadline of a wait; false when the clock cannot be read. */
 inline bool deadlineAfter(uint32_t microseconds, timespec &deadline) {
     if (clock_gettime(CLOCK_REALTIME, &deadline) == -1) return false;
-    move(deadline, static_cast<int32_t>(microseconds));
+    advance(deadline, static_cast<int32_t>(microseconds));
     return true;
 }
 

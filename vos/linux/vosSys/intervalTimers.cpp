@@ -1,52 +1,126 @@
 /* SPDX-License-Identifier: MIT */
-/* Timers that call a function on a thread of the system library's timer machinery. */
+/* Timers that call a function on a thread that the C library creates for each expiry. */
+#include <pthread.h>
+
 #include <cerrno>
 #include <csignal>
 #include <ctime>
 
+#include "../base/errnoKeeper.h"
 #include "../base/log.h"
+#include "lock.h"
 #include "vosSys.h"
 
 namespace {
 
 constexpr uint32_t kOneShot = 0;
 constexpr uint32_t kPeriodic = 1;
-/* How the printed lines name the step that failed. */
+/* The numbers by which the printed lines name the step that failed. */
 constexpr int kStepCreate = 1873;
 constexpr int kStepArm = 1893;
 
-/* The record's handle is null once the timer has been deleted; the machinery's handles of timers with a thread never
- * are. Whoever takes the handle out deletes the timer, so that nobody touches a handle that another thread, or the
- * callback itself, has deleted. */
-void put(VOS_TIMER *record, timer_t handle) { __atomic_store_n(&record->hTimer, handle, __ATOMIC_RELEASE); }
-timer_t takeOut(VOS_TIMER *record) {
-    return __atomic_exchange_n(&record->hTimer, static_cast<timer_t>(nullptr), __ATOMIC_ACQ_REL);
+/* One call of a record's function, on the stack of the thread that makes it. */
+struct Run {
+    VOS_TIMER *record;
+    bool restarted; /* the record has a newer timer than the one that made this call */
+    Run *next;
+};
+
+/* The mutex guards the list and the handles in all records: as long as it is held, a handle that is not null belongs to
+ * a timer that exists. */
+struct Runs {
+    pthread_mutex_t mutex;
+    Run *first;
+};
+constinit Runs g_runs{PTHREAD_MUTEX_INITIALIZER, nullptr};
+
+/* A child made by fork() has no timers and only the thread that called fork(). Another thread may have held the mutex.
+ */
+void forgetInChild() {
+    pthread_mutex_init(&g_runs.mutex, nullptr);
+    g_runs.first = nullptr;
 }
+[[gnu::constructor]] void beReadyForFork() { pthread_atfork(nullptr, nullptr, forgetInChild); }
+
+/* Atomic, because callers may look at the handle without the mutex. */
+void setHandle(VOS_TIMER *record, timer_t handle) { __atomic_store_n(&record->hTimer, handle, __ATOMIC_RELEASE); }
 
 int32_t deleteTimer(VOS_TIMER *record) {
-    const timer_t handle = takeOut(record);
-    if (handle == nullptr) {
+    if (record->hTimer == nullptr) {
         errno = EINVAL;
         return VOS_ERROR;
     }
-    const int result = timer_delete(handle);
-    if (result != 0) put(record, handle); /* it still exists */
+    const int result = timer_delete(record->hTimer);
+    if (result == 0) setHandle(record, nullptr);
     return result;
 }
 
+bool armed(timer_t handle) {
+    itimerspec left = {};
+    return handle != nullptr && timer_gettime(handle, &left) == 0 &&
+           (left.it_value.tv_sec != 0 || left.it_value.tv_nsec != 0);
+}
+
+/* A one-shot timer that has fired is not armed any more. If the record's timer is armed, it was added after the one
+ * that makes this call, whose thread came too late. */
+void begin(Run &run) {
+    const vos::Locked locked{&g_runs.mutex};
+    run.restarted = run.record->ulMode == kOneShot && armed(run.record->hTimer);
+    run.next = g_runs.first;
+    g_runs.first = &run;
+}
+
+void markRestarted(const VOS_TIMER *record) {
+    for (Run *run = g_runs.first; run != nullptr; run = run->next)
+        if (run->record == record) run->restarted = true;
+}
+
+void finish(Run &run) {
+    const vos::Locked locked{&g_runs.mutex};
+    for (Run **at = &g_runs.first; *at != nullptr; at = &(*at)->next)
+        if (*at == &run) {
+            *at = run.next;
+            break;
+        }
+    if (run.record->ulMode == kOneShot && !run.restarted) deleteTimer(run.record);
+}
+
+/* A comparison of handles cannot tell a restarted timer from the one that fired: the C library often gives both the
+ * same handle. So the calls are listed, and vosTimerAdd() marks those of its record. */
 void expired(sigval value) {
-    auto *const record = static_cast<VOS_TIMER *>(value.sival_ptr);
-    record->pProc(record->ulArg);
-    if (record->ulMode == kOneShot) deleteTimer(record);
+    Run run = {.record = static_cast<VOS_TIMER *>(value.sival_ptr), .restarted = false, .next = nullptr};
+    begin(run);
+    run.record->pProc(run.record->ulArg);
+    finish(run);
 }
 
 timespec periodOf(const VOS_TIMER *record) {
     return {.tv_sec = record->ulPeriodMs / 1000, .tv_nsec = long{record->ulPeriodMs % 1000} * 1'000'000};
 }
 
+/* Callers look at errno after the line. */
 int32_t failedAt(int step, int result, vos::Caller me) {
+    const vos::ErrnoKeeper keep;
     vosPrintf("\r\n%s %d rc = %d ", me.name, step, result);
     return result;
+}
+
+int32_t create(vos::Caller me, VOS_TIMER *record) {
+    sigevent notification = {};
+    notification.sigev_notify = SIGEV_THREAD;
+    notification.sigev_value.sival_ptr = record;
+    notification.sigev_notify_function = expired;
+    setHandle(record, nullptr); /* so that a record whose timer could not be created has none */
+    const int result = timer_create(CLOCK_MONOTONIC, &notification, &record->hTimer);
+    return result == 0 ? VOS_OK : failedAt(kStepCreate, result, me);
+}
+
+/* A timer that cannot be armed stays: the caller deletes it. */
+int32_t arm(vos::Caller me, VOS_TIMER *record) {
+    const timespec period = periodOf(record);
+    const itimerspec times = {.it_interval = record->ulMode == kPeriodic ? period : timespec{}, .it_value = period};
+    const int result = timer_settime(record->hTimer, 0, &times, nullptr);
+    return result == 0 ? VOS_OK : failedAt(kStepArm, result, me);
 }
 
 }  // namespace
@@ -54,26 +128,16 @@ int32_t failedAt(int step, int result, vos::Caller me) {
 int32_t vosTimerAdd(VOS_TIMER *pTimer) {
     const vos::Caller me;
     if (pTimer == nullptr || pTimer->pProc == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
-
-    sigevent notification = {};
-    notification.sigev_notify = SIGEV_THREAD;
-    notification.sigev_value.sival_ptr = pTimer;
-    notification.sigev_notify_function = expired;
-    timer_t handle = nullptr;
-    if (const int result = timer_create(CLOCK_MONOTONIC, &notification, &handle); result != 0)
-        return failedAt(kStepCreate, result, me);
-    put(pTimer, handle);
-
-    const timespec period = periodOf(pTimer);
-    const itimerspec times = {.it_interval = pTimer->ulMode == kPeriodic ? period : timespec{}, .it_value = period};
-    if (const int result = timer_settime(handle, 0, &times, nullptr); result != 0)
-        return failedAt(kStepArm, result, me); /* the timer stays, for the caller to delete */
-    return VOS_OK;
+    const vos::Locked locked{&g_runs.mutex};
+    markRestarted(pTimer);
+    const int32_t created = create(me, pTimer);
+    return created == VOS_OK ? arm(me, pTimer) : created;
 }
 
 int32_t vosTimerDel(VOS_TIMER *pTimer) {
     const vos::Caller me;
     if (pTimer == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
+    const vos::Locked locked{&g_runs.mutex};
     return deleteTimer(pTimer);
 }
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The network namespaces of VRFs: a thread goes into one and comes back. */
+/* The network namespaces of VRFs: a thread enters one and returns to its own. */
 #include <fcntl.h>
 #include <sched.h>
 #include <unistd.h>
@@ -18,11 +18,10 @@ using Path = vos::Text<256>;
 
 vos::UniqueFd openNamespace(const char *path) { return vos::UniqueFd{open(path, O_RDONLY | O_CLOEXEC)}; }
 
-/* "self" is the process's main thread. Any other thread may live in another namespace already, and has to come back
- * to its own. */
+/* "self" is the process's main thread. Any other thread may be in another namespace, and must return to that one. */
 const char *ownNamespace() { return gettid() == getpid() ? "/proc/self/ns/net" : "/proc/thread-self/ns/net"; }
 
-/* The number is shown as a signed one, as the names of the namespaces have it. */
+/* The names of the namespaces are made with the signed number. */
 Path namespaceOf(uint32_t vrf) {
     Path path;
     path.append("/var/run/netns/").append("ns").appendDecimal(static_cast<int32_t>(vrf));
@@ -58,13 +57,13 @@ int32_t vosSwitchToNetVrf(uint32_t ulVrf, int32_t *pSavedFd) {
         return VOS_ERROR;
     }
     if (enter(me, vrf.get()) != VOS_OK) return VOS_ERROR;
-    *pSavedFd = own.release(); /* the caller's way back */
+    *pSavedFd = own.release(); /* the caller returns by it */
     return VOS_OK;
 }
 
 int32_t vosNetVrfRestore(int32_t iSavedFd) {
     const vos::Caller me;
-    if (iSavedFd < 0) return VOS_OK;                     /* the switch never happened */
+    if (iSavedFd < 0) return VOS_OK;                     /* the thread was not moved */
     if (enter(me, iSavedFd) != VOS_OK) return VOS_ERROR; /* the descriptor stays, so that the caller may try again */
     if (close(iSavedFd) == 0) return VOS_OK;
     const vos::ErrnoKeeper keep;

@@ -16,11 +16,11 @@
 
 namespace vos {
 
-/* The beginning of a file, as far as one read brings it. */
+/* The beginning of a file: what one read returns. */
 template <std::size_t Size>
 class FileStart {
   public:
-    /* The read's result: negative when it failed, and then the text is empty. */
+    /* Returns read()'s result. When it is negative the text is empty. */
     ssize_t readFrom(const UniqueFd &file) {
         const ssize_t count = read(file.get(), bytes_.data(), bytes_.size());
         length_ = count > 0 ? static_cast<std::size_t>(count) : 0;
@@ -33,19 +33,21 @@ class FileStart {
     std::size_t length_ = 0;
 };
 
-/* Takes numbers and words from the front of a text. What does not stand there is a 0, and so is all that follows. */
+/* Takes words and numbers from the front of a text. If the expected word or a number is not there, all numbers from
+ * that place on are 0. */
 class Numbers {
   public:
     explicit Numbers(std::string_view text) : left_(text) {}
 
     void word(std::string_view expected) {
-        if (left_.rfind(expected, 0) == 0) /* starts_with() may throw, and the library has nobody to throw to */
+        if (left_.rfind(expected, 0) ==
+            0) /* starts_with() may call substr(), whose range check needs the C++ run time */
             left_.remove_prefix(expected.size());
         else
             left_ = {};
     }
 
-    /* Of at most that many digits; more of them are left standing. */
+    /* Reads at most that many digits. Further digits stay in the text. */
     uint64_t number(std::size_t digits = std::string_view::npos) {
         left_.remove_prefix(std::min(left_.find_first_not_of(" \t\n"), left_.size()));
         uint64_t value = 0;

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A receive that collects what the device's kernel appends to a datagram. */
+/* A receive with the data that the device's kernel appends to a datagram. */
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -17,7 +17,7 @@ namespace {
 constexpr int kAppendExtension = 0x0F000000;
 
 static_assert(sizeof(VOS_RECV_EXT) == 40 && offsetof(VOS_RECV_EXT, aucData) == 12,
-              "the words and the bytes as they follow the payload");
+              "the order in which they follow the payload");
 
 }  // namespace
 

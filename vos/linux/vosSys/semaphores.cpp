@@ -80,7 +80,7 @@ VOS_SEM *vosSemMCreate(uint32_t ulInitial) {
 int32_t vosSemDelete(VOS_SEM *pSem) {
     if (!usable(pSem)) return VOS_ERR_PARAM;
     const int outcome = isMutex(pSem) ? pthread_mutex_destroy(&pSem->mutex) : sem_destroy(&pSem->semaphore);
-    if (outcome != 0) return VOS_ERROR; /* still in use: the record must outlive its users */
+    if (outcome != 0) return VOS_ERROR; /* still in use: its users need the record */
     vosFree(pSem);
     return VOS_OK;
 }

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The socket calls under portable names, with 32-bit lengths. The kernel answers bad pointers with EFAULT by itself. */
+/* The socket calls under portable names, with 32-bit lengths. Bad pointers are not checked: the kernel answers them
+ * with EFAULT. */
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -10,8 +11,8 @@
 
 namespace {
 
-/* Makes a call with a length of the system library's type in place of the caller's. It is written back whether or not
- * the call succeeded; a null pointer is passed on as it is. */
+/* Calls with a length of the C library's type in place of the caller's. The length is written back whether or not the
+ * call succeeded. A null pointer is passed on as it is. */
 template <class Call>
 int32_t withLength(uint32_t *callersLength, Call call) {
     if (callersLength == nullptr) return static_cast<int32_t>(call(nullptr));
@@ -19,11 +20,6 @@ int32_t withLength(uint32_t *callersLength, Call call) {
     const auto result = call(&length);
     *callersLength = length;
     return static_cast<int32_t>(result);
-}
-
-int32_t invalid() {
-    errno = EINVAL;
-    return VOS_ERROR;
 }
 
 }  // namespace
@@ -43,12 +39,14 @@ int32_t vosAccept(int32_t iFd, struct sockaddr *pAddr, uint32_t *pAddrLen) {
 }
 
 int32_t vosSelect(int32_t iCount, fd_set *pRead, fd_set *pWrite, fd_set *pExcept, struct timeval *pTimeout) {
-    if (iCount > FD_SETSIZE) return invalid(); /* there is nothing behind the sets */
     return select(iCount, pRead, pWrite, pExcept, pTimeout);
 }
 
 int32_t vosSend(int32_t iFd, const void *pBuf, int32_t iLen, int32_t iFlags) {
-    if (iLen < 0) return invalid(); /* not a buffer of nearly all memory */
+    if (iLen < 0) { /* as a size_t it would be nearly all memory */
+        errno = EINVAL;
+        return VOS_ERROR;
+    }
     return static_cast<int32_t>(send(iFd, pBuf, static_cast<size_t>(iLen), iFlags));
 }
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Sleeping, the time of day, the host's name, the time since the start, deadlines. */
+/* Sleeping, the time of day, the name of the host, the uptime, deadlines. */
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -37,7 +37,7 @@ int32_t vosHostNameGet(char *pName, int32_t iLen) {
     const vos::Caller me;
     if (pName == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     if (iLen < 0) {
-        errno = EINVAL; /* not a buffer of nearly all memory */
+        errno = EINVAL; /* as a size_t it would be nearly all memory */
         return VOS_ERROR;
     }
     return gethostname(pName, static_cast<size_t>(iLen));
@@ -55,7 +55,7 @@ int32_t vosUpTime(uint64_t *pSeconds, uint64_t *pHundredths) {
     const vos::UniqueFd upTime{open("/proc/uptime", O_RDONLY | O_CLOEXEC)};
     if (!upTime) return VOS_ERROR;
     vos::FileStart<100> start;
-    start.readFrom(upTime); /* of a failed read nothing stands in the text, and both figures are 0 */
+    start.readFrom(upTime); /* after a failed read the text is empty, and both figures are 0 */
     vos::Numbers in{start.text()};
     *pSeconds = in.number();
     in.word(".");
@@ -95,7 +95,7 @@ int32_t vosJiffiesAfterUsecs(struct timespec *pDeadline, uint32_t ulMicroseconds
     if (pDeadline == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     timespec deadline;
     if (clock_gettime(CLOCK_MONOTONIC, &deadline) == -1) return VOS_ERROR;
-    vos::move(deadline, ulMicroseconds);
+    vos::advance(deadline, ulMicroseconds);
     *pDeadline = deadline;
     return VOS_OK;
 }

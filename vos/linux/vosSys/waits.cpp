@@ -1,11 +1,12 @@
 /* SPDX-License-Identifier: MIT */
-/* Wait objects: events that are counted until somebody waits for them. Nothing here logs. */
+/* Wait objects: events that are counted until a thread takes them. Nothing here logs. */
 #include <pthread.h>
 
 #include <cerrno>
 #include <limits>
 
 #include "instant.h"
+#include "lock.h"
 #include "vosDebug.h"
 #include "vosSys.h"
 
@@ -17,35 +18,32 @@ struct VOS_WAIT {
 
 namespace {
 
-/* Holds the record's mutex as long as it lives. */
-class Locked {
-  public:
-    explicit Locked(VOS_WAIT *wait) : mutex_(&wait->mutex), holds_(pthread_mutex_lock(mutex_) == 0) {}
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-    ~Locked() {
-        if (holds_) pthread_mutex_unlock(mutex_);
-    }
-    explicit operator bool() const { return holds_; }
-
-  private:
-    pthread_mutex_t *mutex_;
-    bool holds_;
-};
-
 bool takeOne(VOS_WAIT *wait) {
     if (wait->iCount <= 0) return false;
     --wait->iCount;
     return true;
 }
 
+void releaseMutex(void *mutex) { pthread_mutex_unlock(static_cast<pthread_mutex_t *>(mutex)); }
+
+/* pthread_cond_wait(), or pthread_cond_timedwait() where there is a deadline. Both are cancellation points, and a
+ * thread that is cancelled there holds the mutex again. It gives it back by the C form of the cleanup, because without
+ * exceptions no destructor runs in a cancelled thread. */
+int waitForSignal(VOS_WAIT *wait, const timespec *deadline) {
+    int outcome = 0;
+    pthread_cleanup_push(releaseMutex, &wait->mutex);
+    outcome = deadline == nullptr ? pthread_cond_wait(&wait->condition, &wait->mutex)
+                                  : pthread_cond_timedwait(&wait->condition, &wait->mutex, deadline);
+    pthread_cleanup_pop(0);
+    return outcome;
+}
+
 int32_t waitOnce(VOS_WAIT *wait, uint32_t timeoutUs) {
-    if (timeoutUs == VOS_WAIT_FOREVER)
-        return pthread_cond_wait(&wait->condition, &wait->mutex) == 0 ? VOS_OK : VOS_ERROR;
+    if (timeoutUs == VOS_WAIT_FOREVER) return waitForSignal(wait, nullptr) == 0 ? VOS_OK : VOS_ERROR;
     timespec deadline;
-    /* A wait that must not block gets the present instant, as zero moves nothing. */
+    /* VOS_NO_WAIT adds zero: its deadline is the present instant. */
     if (!vos::deadlineAfter(timeoutUs, deadline)) return VOS_ERROR;
-    const int outcome = pthread_cond_timedwait(&wait->condition, &wait->mutex, &deadline);
+    const int outcome = waitForSignal(wait, &deadline);
     if (outcome == ETIMEDOUT) return VOS_ERR_TIMEOUT;
     return outcome == 0 ? VOS_OK : VOS_ERROR;
 }
@@ -74,10 +72,10 @@ int32_t vosWaitDelete(VOS_WAIT *pWait) {
 
 int32_t vosWaitTake(VOS_WAIT *pWait, uint32_t ulTimeoutUs) {
     if (pWait == nullptr) return VOS_ERR_PARAM;
-    const Locked locked{pWait};
+    const vos::Locked locked{&pWait->mutex};
     if (!locked) return VOS_ERROR;
     if (takeOne(pWait)) return VOS_OK;
-    /* A single wait, without a loop: who is woken although nothing was given returns as well, and takes nothing. */
+    /* A single wait, without a loop: a wake-up without a give ends it, too, and then nothing is taken. */
     const int32_t result = waitOnce(pWait, ulTimeoutUs);
     if (result == VOS_OK) takeOne(pWait);
     return result;
@@ -86,7 +84,7 @@ int32_t vosWaitTake(VOS_WAIT *pWait, uint32_t ulTimeoutUs) {
 int32_t vosWaitGive(VOS_WAIT *pWait) {
     if (pWait == nullptr) return VOS_ERR_PARAM;
     {
-        const Locked locked{pWait};
+        const vos::Locked locked{&pWait->mutex};
         if (!locked) return VOS_ERROR;
         if (pWait->iCount < std::numeric_limits<int32_t>::max()) ++pWait->iCount; /* a full count stays full */
     }

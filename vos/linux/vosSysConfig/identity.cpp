@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Who this unit is: serial number and versions. */
+/* The identity of this unit: serial number and versions. */
 #include <algorithm>
 #include <string_view>
 
@@ -13,8 +13,8 @@ constexpr std::string_view kDefaultSerial = "123456789";
 constexpr std::string_view kBootromVersion = "1.0";
 constexpr int32_t kHardwareVersion = 1;
 
-/* As much of a text as fits, with its NUL; nothing where there is no room at all. */
-void give(std::string_view text, char *to, int32_t room) {
+/* Copies as much of a text as fits, and a NUL. Writes nothing when there is no room. */
+void copyText(std::string_view text, char *to, int32_t room) {
     if (to == nullptr || room <= 0) return;
     const std::size_t length = std::min(text.size(), static_cast<std::size_t>(room) - 1);
     std::copy_n(text.data(), length, to);
@@ -23,22 +23,22 @@ void give(std::string_view text, char *to, int32_t room) {
 
 bool printable(char c) { return c >= 0x20 && c <= 0x7E; }
 
-/* The text of a serial number item, which has no NUL when it fills the item. */
+/* A serial number of all 32 characters has no NUL. */
 std::string_view serialText(const char *item) { return {item, strnlen(item, kSerialSize)}; }
 
 }  // namespace
 
-/* Any trouble gives the default: a unit without a proper serial number must still be able to show one. */
+/* Every failure yields the default: management software expects some serial number of every unit. */
 int32_t vosProdSerialNoRead(char *pBuf, int32_t iBufLen) {
     const vos::Caller me;
     vos::trace(me, "%s:start iBufLen %d.", iBufLen);
     if (vosSysConfigDataGet(BSP_SERIAL_NUMBER, pBuf, static_cast<uint32_t>(iBufLen)) != VOS_OK) {
-        give(kDefaultSerial, pBuf, iBufLen);
+        copyText(kDefaultSerial, pBuf, iBufLen);
         return VOS_OK;
     }
     const std::string_view serial = serialText(pBuf);
     if (serial.empty() || !std::ranges::all_of(serial, printable))
-        give(kDefaultSerial, pBuf, iBufLen);
+        copyText(kDefaultSerial, pBuf, iBufLen);
     else if (serial.size() == kSerialSize && static_cast<std::size_t>(iBufLen) > kSerialSize)
         pBuf[kSerialSize] = '\0';
     return VOS_OK;
@@ -48,7 +48,7 @@ int32_t vosBootromVersionGet(char *pBuf, int32_t iBufLen) {
     const vos::Caller me;
     vos::trace(me, "%s:start iBufLen %d.", iBufLen);
     if (pBuf == nullptr) vos::error(me, "%s:parameter error.");
-    give(kBootromVersion, pBuf, iBufLen);
+    copyText(kBootromVersion, pBuf, iBufLen);
     return VOS_OK;
 }
 

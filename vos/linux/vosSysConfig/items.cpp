@@ -9,7 +9,7 @@
 
 namespace {
 
-/* What the items of one partition are read into, and how. */
+/* The partition that an item lies in. */
 struct Record {
     uint8_t *body;
     uint32_t size;
@@ -32,7 +32,7 @@ constexpr Record kSystem{flashData,
                          "%s:readFlashAppData failed.",
                          "%s:writeFlashAppData failed."};
 
-/* The text for a length below the item's size. It may show the length. */
+/* The text for a length that is too short. It may show the length. */
 struct LengthText {
     const char *text;
     consteval LengthText(const char *t) : text(t) {
@@ -52,7 +52,10 @@ struct Item {
     LengthText tooShort;
 };
 
-/* The stacking settings carry a validity word of their own. */
+constexpr uint32_t kUserSize = 476;
+
+/* The stacking settings end with a validity word. */
+constexpr uint32_t kStackOffset = 568;
 constexpr uint32_t kStackData = 20;
 constexpr uint32_t kStackSize = kStackData + sizeof(uint32_t);
 
@@ -70,12 +73,12 @@ constexpr Item kItems[] = {
     {kSystem, BSP_PRIVMODE_PWD, 668, 36, Compare::Signed, "%s:BSP_PRIVMODE_PWD invalid len."},
     {kSystem, BSP_PRIVMODE_ENCRYPT, 704, 1, Compare::Unsigned, "%s:BSP_PRIVMODE_ENCRYPT invalid len."},
     {kSystem, BSP_BOOTTIME, 56, 4, Compare::Unsigned, "%s:BSP_BOOTTIME invalid len."},
-    {kSystem, BSP_USER, 72, 476, Compare::Unsigned, "%s:BSP_USER invalid len."},
+    {kSystem, BSP_USER, 72, kUserSize, Compare::Unsigned, "%s:BSP_USER invalid len."},
     {kSystem, BSP_SOFTFLAG, 552, 4, Compare::Unsigned, "%s:BSP_SOFTFLAG invalid len."},
     {kFactory, BSP_OEM_INFO, 48, 1024, Compare::Signed, "%s:BSP_OEM_INFO invalid len."},
     {kSystem, BSP_MACLEARNING_MODE, 560, 4, Compare::Unsigned, "%s:BSP_MACLEARNING_MODE invalid len."},
     {kSystem, BSP_MACHASH_MODE, 564, 4, Compare::Unsigned, "%s:BSP_MACHASH_MODE invalid len."},
-    {kSystem, BSP_STACK, 568, kStackSize, Compare::Unsigned, "%s:BSP_STACK invalid len %d ."},
+    {kSystem, BSP_STACK, kStackOffset, kStackSize, Compare::Unsigned, "%s:BSP_STACK invalid len %d ."},
     {kSystem, BSP_ZTP, 664, 4, Compare::Unsigned, "%s:BSP_ZTP invalid len."},
 };
 
@@ -111,9 +114,9 @@ int32_t errorExit(vos::Caller me, vos::LogText<> text) {
     return errorExit(me);
 }
 
-/* Stacking settings without their validity word are none: in memory they become zeros and valid. */
+/* Stacking settings without the validity word count as not set: in memory they become zeros with the word. */
 void repairStack() {
-    uint8_t *const settings = &flashData[find(BSP_STACK)->offset];
+    uint8_t *const settings = &flashData[kStackOffset];
     uint32_t validity = 0;
     memcpy(&validity, &settings[kStackData], sizeof validity);
     if (validity == VOS_STACK_VALID_MAGIC) return;
@@ -122,14 +125,14 @@ void repairStack() {
     memcpy(&settings[kStackData], &validity, sizeof validity);
 }
 
-/* Brings an item's record into memory. */
+/* Reads the partition of an item from flash. */
 int32_t load(vos::Caller me, const Item &item) {
     if (item.record.read(item.record.body) != VOS_OK) return errorExit(me, item.record.readFailed);
     if (item.number == BSP_STACK) repairStack();
     return VOS_OK;
 }
 
-/* The flags are kept as a 64-bit word of which 32 bits are exchanged; every other item is its bytes. */
+/* The flags are a 64-bit word, of which the low 32 bits are the item. Every other item is copied as it is. */
 void fetch(const Item &item, void *value) {
     const uint8_t *const field = &item.record.body[item.offset];
     if (item.number == BSP_SOFTFLAG) {
@@ -179,7 +182,7 @@ int32_t vosSysConfigDataGet(int32_t iItem, void *pValue, uint32_t ulLen) {
     if (load(me, *item) != VOS_OK) return VOS_ERROR;
     if (!reaches(*item, ulLen)) {
         sayTooShort(me, *item, ulLen);
-        return iItem == BSP_STACK ? VOS_ERROR : errorExit(me); /* here alone the stacking settings are left out */
+        return iItem == BSP_STACK ? VOS_ERROR : errorExit(me); /* a Get of BSP_STACK has no "error exit" line */
     }
     fetch(*item, pValue);
     return VOS_OK;
@@ -191,7 +194,8 @@ int32_t vosSysConfigDataSet(int32_t iItem, const void *pValue, uint32_t ulLen) {
     const Item *const item = find(iItem);
     if (item == nullptr) return errorExit(me, "%s:invalid data.");
     if (load(me, *item) != VOS_OK) return VOS_ERROR;
-    if (!reaches(*item, ulLen)) {
+    /* Callers pass any length with BSP_STACK, so it is not checked: 24 bytes are taken. */
+    if (iItem != BSP_STACK && !reaches(*item, ulLen)) {
         sayTooShort(me, *item, ulLen);
         return errorExit(me);
     }
@@ -201,7 +205,7 @@ int32_t vosSysConfigDataSet(int32_t iItem, const void *pValue, uint32_t ulLen) {
 }
 
 int32_t vosBspUserClearAll(void) {
-    std::array<uint8_t, 476> erased;
+    std::array<uint8_t, kUserSize> erased;
     erased.fill(0xFF);
     return vosSysConfigDataSet(BSP_USER, erased.data(), erased.size());
 }

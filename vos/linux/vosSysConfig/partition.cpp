@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <span>
 
 #include "../base/block.h"
 #include "../base/file.h"
+#include "../base/journal.h"
 #include "../base/log.h"
 #include "vosFile.h"
 
@@ -25,7 +27,7 @@ namespace {
 using FailureText = LogText<int, const char *>;
 using CountsText = LogText<int32_t, int32_t>;
 
-/* What the partitions differ in. */
+/* The differences between the two partitions. */
 struct PartitionSpec {
     const char *const *path;
     uint32_t bodySize;
@@ -45,7 +47,7 @@ struct PartitionSpec {
     [[nodiscard]] uint32_t size() const { return static_cast<uint32_t>(sizeof(PartitionHeader)) + bodySize; }
 };
 
-/* Writing to a missing factory partition leaves an empty file, which the next start-up finds and replaces. */
+/* A write to a missing factory partition fails and leaves an empty file. The next start-up replaces it. */
 constexpr PartitionSpec kFactory{
     .path = &szFactoryData,
     .bodySize = sizeof flashConfig,
@@ -62,7 +64,7 @@ constexpr PartitionSpec kFactory{
     .shortWrite = "%s:write factory data need %d but only write %d.",
 };
 
-/* Writing to a missing system partition fails and creates nothing: only an initialised one can be changed. */
+/* A write to a missing system partition fails and creates nothing. */
 constexpr PartitionSpec kSystem{
     .path = &szSysData,
     .bodySize = sizeof flashData,
@@ -120,30 +122,35 @@ void unlockFile(Caller me, const FailureText &text, const UniqueFd &file) {
     if (flock(file.get(), LOCK_UN) != 0) errorErrno(me, text);
 }
 
-/* A write that fails or is short shows in the log only. */
-void writeImage(Caller me, const PartitionSpec &spec, const UniqueFd &file, const Image &image) {
+/* A failed or short write is only logged. With the journal the lock is kept until the entry is removed: another process
+ * would take the entry of a save at work for that of an interrupted one. */
+void writeImage(Caller me, const PartitionSpec &spec, const UniqueFd &file, const Image &image,
+                std::optional<journal::Save> &save) {
     const auto wanted = static_cast<int32_t>(spec.size());
     const auto count = static_cast<int32_t>(write(file.get(), image.bytes().data(), spec.size()));
     if (count < 0)
         errorErrno(me, spec.write);
     else if (count < wanted)
         error(me, spec.shortWrite, wanted, count);
+    if (!save) unlockFile(me, spec.unlock, file);
+    const bool synced = fsync(file.get()) == 0;
+    const bool flushed = syncfs(file.get()) == 0 && synced;
+    if (!save) return;
+    save->finish(count == wanted && flushed);
     unlockFile(me, spec.unlock, file);
-    fsync(file.get());
-    syncfs(file.get());
 }
 
 int32_t readImage(const UniqueFd &file, const Image &image) {
     return static_cast<int32_t>(read(file.get(), image.bytes().data(), image.bytes().size()));
 }
 
-/* What a read of fewer bytes than the partition has means. */
+/* Logs a failed or short read. */
 int32_t shortOf(Caller me, const PartitionSpec &spec, int32_t count) {
     if (count < 0) return failedErrno(me, VOS_ERROR, spec.read);
     return failed(me, VOS_ERROR, spec.shortRead, static_cast<int32_t>(spec.size()), count);
 }
 
-/* 0xFFFFFFFF is erased flash, whatever the body's checksum may be. */
+/* A stored checksum of 0xFFFFFFFF means erased flash. It is never valid, also when it is the body's checksum. */
 int32_t validate(Caller me, const Image &image) {
     const PartitionHeader header = image.header();
     if (header.magic != VOS_PARTITION_MAGIC) return failed(me, VOS_ERR_MAGIC, "%s:invalid magic.");
@@ -152,16 +159,52 @@ int32_t validate(Caller me, const Image &image) {
     return VOS_OK;
 }
 
+/* As validate(), for the journal. */
+bool valid(std::span<const uint8_t> bytes) {
+    PartitionHeader header;
+    memcpy(&header, bytes.data(), sizeof header);
+    const auto body = bytes.subspan(sizeof header);
+    return header.magic == VOS_PARTITION_MAGIC && header.checksum != 0xFFFFFFFFu &&
+           header.checksum == Cal_CRC(body.data(), static_cast<uint32_t>(body.size()));
+}
+
+journal::Target targetOf(Caller me, const PartitionSpec &spec) {
+    return {me, szVosJournalDir, *spec.path, spec.size(), valid};
+}
+
+/* Completes a partition whose save was interrupted. False when that failed: the partition may be torn. */
+bool complete(const journal::Target &target, const UniqueFd &file) {
+    return !target.on() || journal::settle(target, file) != journal::Settled::Failed;
+}
+
+/* Whether a partition that could not be read can be read now, because its save has been completed meanwhile. */
+bool isWhole(const PartitionSpec &spec, const journal::Target &target, const UniqueFd &file) {
+    if (journal::settle(target, file) != journal::Settled::Changed) return false;
+    const Image image{spec};
+    return image && readImage(file, image) == static_cast<int32_t>(spec.size()) && valid(image.bytes());
+}
+
+using MaybeSave = std::optional<journal::Save>;
+
+MaybeSave saveOf(const journal::Target &target, const Image &image) {
+    if (!target.on()) return std::nullopt;
+    return MaybeSave{std::in_place, target, image.bytes()};
+}
+
 int32_t initialise(Caller me, const PartitionSpec &spec) {
     trace(me, "%s:start.");
     const Image image{spec};
     if (!image) return failed(me, VOS_ERROR, "%s:paramters error.");
     std::ranges::fill(image.body(), 0xFF);
     image.setHeader(freshHeader(spec, image.checksum()));
-    const UniqueFd file = openFile(*spec.path, O_RDWR | O_CREAT);
-    if (!file) return failedErrno(me, VOS_ERROR, spec.open);
+    const auto target = targetOf(me, spec);
+    MaybeSave save = saveOf(target, image);
+    const UniqueFd file = save ? save->open(kFileMode) : openFile(*spec.path, O_RDWR | O_CREAT);
+    if (!file) return save && save->refused() ? VOS_ERROR : failedErrno(me, VOS_ERROR, spec.open);
     lockFile(me, spec, file, LOCK_EX);
-    writeImage(me, spec, file, image);
+    if (save && isWhole(spec, target, file)) return VOS_OK;
+    if (save && !save->protect(file)) return VOS_ERROR;
+    writeImage(me, spec, file, image, save);
     return VOS_OK;
 }
 
@@ -173,6 +216,7 @@ int32_t readPartition(Caller me, const PartitionSpec &spec, uint8_t *body) {
     UniqueFd file = openFile(*spec.path, O_RDONLY);
     if (!file) return failedErrno(me, VOS_ERROR, spec.open);
     lockFile(me, spec, file, LOCK_SH);
+    if (!complete(targetOf(me, spec), file)) return VOS_ERROR;
     const int32_t count = readImage(file, image);
     {
         const ErrnoKeeper keep;
@@ -186,7 +230,7 @@ int32_t readPartition(Caller me, const PartitionSpec &spec, uint8_t *body) {
     return VOS_OK;
 }
 
-/* The magic and the checksum of what is rewritten are not examined, and its reserved bytes stay. */
+/* Magic and checksum of the old content are not examined, and its reserved bytes are kept. */
 int32_t writePartition(Caller me, const PartitionSpec &spec, const uint8_t *body) {
     trace(me, "%s:start.");
     if (body == nullptr) return failed(me, VOS_ERROR, "%s:paramters error.");
@@ -195,15 +239,20 @@ int32_t writePartition(Caller me, const PartitionSpec &spec, const uint8_t *body
     const UniqueFd file = openFile(*spec.path, spec.writeFlags);
     if (!file) return failedErrno(me, VOS_ERROR, spec.open);
     lockFile(me, spec, file, LOCK_EX);
+    const auto target = targetOf(me, spec);
+    if (!complete(target, file)) return VOS_ERROR;
     const int32_t count = readImage(file, image);
     if (count < static_cast<int32_t>(spec.size())) return shortOf(me, spec, count);
+    const uint32_t previous = target.on() ? journal::checksum(0, image.bytes()) : 0;
     std::copy_n(body, spec.bodySize, image.body().data());
     PartitionHeader header = image.header();
     header.bodyLength = spec.bodySize;
     header.checksum = image.checksum();
     image.setHeader(header);
+    MaybeSave save = saveOf(target, image);
+    if (save && !save->protect(file, previous)) return VOS_ERROR;
     if (lseek(file.get(), 0, SEEK_SET) < 0) errorErrno(me, spec.seek);
-    writeImage(me, spec, file, image);
+    writeImage(me, spec, file, image, save);
     return VOS_OK;
 }
 

@@ -10,7 +10,7 @@
 
 namespace vos {
 
-/* The file is this, and the body behind it. Words in the machine's byte order. */
+/* The first 128 bytes of the file; the body follows. Words are in the machine's byte order. */
 struct PartitionHeader {
     uint32_t bodyLength; /* rewritten by every write, never examined */
     uint32_t magic;
@@ -23,8 +23,9 @@ static_assert(sizeof(PartitionHeader) == 128 && offsetof(PartitionHeader, magic)
 static_assert(offsetof(PartitionHeader, checksum) == 8 && offsetof(PartitionHeader, reserved) == 12);
 static_assert(offsetof(PartitionHeader, unused) == 20 && offsetof(PartitionHeader, zero) == 64);
 
-/* Each speaks under its own name. Results: VOS_OK; VOS_ERROR; of a read also VOS_ERR_PARAM, VOS_ERR_CHECKSUM and
- * VOS_ERR_MAGIC (no partition, or an empty file). A read that fails leaves the body as it was. */
+/* Each logs under its own name. Results: VOS_OK; VOS_ERROR; of a read also VOS_ERR_PARAM, VOS_ERR_CHECKSUM and
+ * VOS_ERR_MAGIC (wrong magic, or an empty file). A missing file is VOS_ERROR. A failed read leaves the body as it was.
+ */
 int32_t bootConfigDataInit();
 int32_t readBootConfigData(uint8_t *body);
 int32_t writeBootConfigData(const uint8_t *body);

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* The CRC-32: byte by byte over any table, and, for the standard table, eight bytes at a time or by the processor. */
-#ifndef VOS_FILE_CRC32_H
-#define VOS_FILE_CRC32_H
+#ifndef VOS_BASE_CRC32_H
+#define VOS_BASE_CRC32_H
 
 #include <algorithm>
 #include <array>
@@ -20,7 +20,7 @@ inline constexpr uint32_t kOne = 0x80000000;
 
 constexpr uint32_t timesX(uint32_t a) { return (a >> 1) ^ (0xEDB88320 & -(a & 1)); }
 
-/* Without a branch: its outcome would be a coin's. */
+/* Without a branch, which would be mispredicted half the time. */
 constexpr uint32_t product(uint32_t a, uint32_t b) {
     uint32_t sum = 0;
     for (int power = 0; power < 32; ++power) {

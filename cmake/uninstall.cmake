@@ -1,0 +1,28 @@
+# Removes what the last installation from this build directory has installed, and the directories of vos that are empty then.
+#
+#     cmake -D MANIFEST=build/install_manifest.txt -P cmake/uninstall.cmake
+if(NOT EXISTS "${MANIFEST}")
+  message(FATAL_ERROR "Nothing was installed from this build directory: there is no ${MANIFEST}")
+endif()
+file(STRINGS "${MANIFEST}" files)
+foreach(file IN LISTS files)
+  set(installed "$ENV{DESTDIR}${file}")
+  if(EXISTS "${installed}" OR IS_SYMLINK "${installed}")
+    message(STATUS "Removing ${installed}")
+    file(REMOVE "${installed}")
+    if(EXISTS "${installed}" OR IS_SYMLINK "${installed}")
+      message(FATAL_ERROR "Not removed (no right to write there?): ${installed}")
+    endif()
+  endif()
+  cmake_path(GET installed PARENT_PATH directory)
+  list(APPEND directories "${directory}")
+endforeach()
+# The others may be shared with other programs.
+list(REMOVE_DUPLICATES directories)
+foreach(directory IN LISTS directories)
+  file(GLOB left "${directory}/*")
+  if(directory MATCHES "/vos$" AND IS_DIRECTORY "${directory}" AND NOT left)
+    file(REMOVE_RECURSE "${directory}")
+  endif()
+endforeach()
+file(REMOVE "${MANIFEST}")

@@ -1,0 +1,100 @@
+/* SPDX-License-Identifier: MIT */
+/* The journal: saves that a power cut, a kill or a full flash cannot tear. The new content goes into an entry of its
+ * own first; then the target is written as without the journal; then the entry is removed. Whoever opens a target that
+ * has an entry completes it.
+ *
+ * An entry is placed and removed under the exclusive lock of its target. A target that does not exist yet cannot be
+ * locked: it is created under the lock of the journal's directory. Order of the locks: directory, then target. */
+#ifndef VOS_BASE_JOURNAL_H
+#define VOS_BASE_JOURNAL_H
+
+#include <sys/types.h>
+
+#include "caller.h"
+#include "journalEntry.h"
+#include "uniqueFd.h"
+
+namespace vos::journal {
+
+/* What is saved, and by whom. */
+struct Target {
+    Caller me;
+    const char *directory; /* of the journal; null: there is none */
+    const char *path;
+    uint32_t partition = 0;                   /* size of a partition; 0 for a file */
+    bool (*valid)(Bytes partition) = nullptr; /* whether the bytes of a partition are a valid one */
+
+    /* Files of the kernel keep nothing, so their content need not survive. */
+    [[nodiscard]] bool on() const;
+    [[nodiscard]] Kind kind() const { return partition == 0 ? Kind::File : Kind::Partition; }
+};
+
+enum class Settled {
+    Nothing, /* there was no entry, or one that could not be removed */
+    Changed, /* the target was completed, or the entry was removed */
+    Failed   /* the entry remains and the target may be torn; logged */
+};
+
+/* Completes the target if it has an entry. The caller has locked the target through this descriptor, shared or
+ * exclusive; when there is an entry the lock becomes exclusive. Without an entry this is one system call. */
+Settled settle(const Target &target, const UniqueFd &locked);
+
+Settled settle(const Target &target, const Names &names, const UniqueFd &locked);
+
+/* The same for calls that take no lock. Also removes the entry of a target that does not exist. */
+Settled settle(const Target &target);
+
+/* Removes the entry of a target that does not exist. */
+void forget(const Target &target);
+
+/* Keeps the target locked shared and without an entry, for calls that ask its size before they lock it. */
+class Hold {
+  public:
+    explicit Hold(const Target &target);
+    [[nodiscard]] bool failed() const { return failed_; }
+
+  private:
+    UniqueFd file_;
+    bool failed_ = false;
+};
+
+/* One save: open() or a caller's own open, the caller's lock, protect(), the caller's writing and flushing, finish().
+ */
+class Save {
+  public:
+    Save(const Target &target, Bytes content);
+
+    /* Opens the target to read and write. A target that does not exist is created when its entry is in place. */
+    UniqueFd open(mode_t mode);
+    /* An open() that failed has been logged. */
+    [[nodiscard]] bool refused() const { return refused_; }
+
+    /* Places the entry. False when that failed: it has been logged, and the target must not be touched. `previous` is
+     * the CRC-32 of what the target holds, if the caller has settled it and read it. */
+    bool protect(const UniqueFd &locked, std::optional<uint32_t> previous = {});
+
+    /* Removes the entry, if the target was written and flushed whole. Otherwise the next opener completes the target.
+     */
+    void finish(bool whole);
+
+  private:
+    bool refuse();
+    bool openDirectory();
+    bool createEntry(UniqueFd &file);
+    bool writeEntry(const UniqueFd &file, std::optional<uint32_t> previous);
+    bool place(std::optional<uint32_t> previous);
+    bool placed();
+    UniqueFd create(mode_t mode);
+
+    const Target &target_;
+    Bytes content_;
+    Names names_;
+    UniqueFd directory_;
+    bool creating_ = false; /* the directory is locked, and the entry is in place */
+    bool refused_ = false;
+    bool protected_ = false;
+};
+
+}  // namespace vos::journal
+
+#endif

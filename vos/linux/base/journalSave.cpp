@@ -1,0 +1,164 @@
+/* SPDX-License-Identifier: MIT */
+/* The saving side of the journal. */
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "file.h"
+#include "journal.h"
+#include "log.h"
+
+namespace vos::journal {
+
+namespace {
+
+constexpr mode_t kDirectoryMode = 0700;
+constexpr mode_t kEntryMode = 0600;
+
+/* Writes all pieces, in as many calls as the kernel needs. */
+bool writeAll(const UniqueFd &file, std::span<iovec> pieces) {
+    while (!pieces.empty()) {
+        const ssize_t count = writev(file.get(), pieces.data(), static_cast<int>(pieces.size()));
+        if (count < 0) return false;
+        auto left = static_cast<std::size_t>(count);
+        while (!pieces.empty() && left >= pieces.front().iov_len) {
+            left -= pieces.front().iov_len;
+            pieces = pieces.subspan(1);
+        }
+        if (pieces.empty()) return true;
+        if (count == 0) { /* no progress, no error: a file system without room may do so */
+            errno = ENOSPC;
+            return false;
+        }
+        pieces.front().iov_base = static_cast<uint8_t *>(pieces.front().iov_base) + left;
+        pieces.front().iov_len -= left;
+    }
+    return true;
+}
+
+iovec piece(Bytes bytes) { return {const_cast<uint8_t *>(bytes.data()), bytes.size()}; }
+
+}  // namespace
+
+Save::Save(const Target &target, Bytes content)
+    : target_(target), content_(content), names_(target.directory, target.path) {}
+
+bool Save::refuse() {
+    errorErrno(target_.me, "%s:journal of file %s failed errno:%d(%s), the file is not saved.", outside(target_.path));
+    refused_ = true;
+    return false;
+}
+
+bool Save::openDirectory() {
+    if (directory_) return true;
+    if (!names_.fit()) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY;
+    directory_ = openFile(target_.directory, kFlags);
+    if (directory_ || errno != ENOENT) return static_cast<bool>(directory_);
+    if (mkdir(target_.directory, kDirectoryMode) != 0 && errno != EEXIST) return false;
+    directory_ = openFile(target_.directory, kFlags);
+    /* An entry on flash is worth nothing while its directory is not. */
+    return directory_ && syncfs(directory_.get()) == 0;
+}
+
+/* What an earlier save has left under the temporary name is removed first, whatever it is. */
+bool Save::createEntry(UniqueFd &file) {
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    file.reset(openat(directory_.get(), names_.temporary(), kFlags, kEntryMode));
+    if (file || errno != EEXIST) return static_cast<bool>(file);
+    if (unlinkat(directory_.get(), names_.temporary(), 0) != 0) return false;
+    file.reset(openat(directory_.get(), names_.temporary(), kFlags, kEntryMode));
+    return static_cast<bool>(file);
+}
+
+bool Save::writeEntry(const UniqueFd &file, std::optional<uint32_t> previous) {
+    const Bytes path = names_.pathBytes();
+    HeaderBytes header = encode({.kind = target_.kind(),
+                                 .pathLength = static_cast<uint32_t>(path.size()),
+                                 .contentLength = static_cast<uint32_t>(content_.size()),
+                                 .previous = previous,
+                                 .checksum = 0});
+    seal(header, checksum(checksum(headerChecksum(header), path), content_));
+    std::array<iovec, 3> pieces{piece(header), piece(path), piece(content_)};
+    return writeAll(file, pieces) && fsync(file.get()) == 0;
+}
+
+/* A temporary file that failed is removed, because its room may be what is missing. */
+bool Save::place(std::optional<uint32_t> previous) {
+    if (!openDirectory()) return refuse();
+    UniqueFd file;
+    if (!createEntry(file)) return refuse();
+    const bool written = writeEntry(file, previous);
+    file.reset();
+    const int directory = directory_.get();
+    if (!written || renameat(directory, names_.temporary(), directory, names_.entry()) != 0) {
+        const ErrnoKeeper keep;
+        unlinkat(directory, names_.temporary(), 0);
+        return refuse();
+    }
+    if (fsync(directory) == 0) return true;
+    const ErrnoKeeper keep;
+    unlinkat(directory, names_.entry(), 0);
+    return refuse();
+}
+
+bool Save::placed() {
+    struct stat state;
+    return fstatat(directory_.get(), names_.entry(), &state, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+/* Two processes that create one target wait for each other here. The one that comes second finds the target. */
+UniqueFd Save::create(mode_t mode) {
+    if (!openDirectory() || flock(directory_.get(), LOCK_EX) != 0) {
+        refuse();
+        return {};
+    }
+    UniqueFd file = openFile(target_.path, O_RDWR);
+    if (file || errno != ENOENT) {
+        const ErrnoKeeper keep;
+        flock(directory_.get(), LOCK_UN);
+        return file;
+    }
+    if (!place({})) return {};
+    file = openFile(target_.path, O_RDWR | O_CREAT, mode);
+    creating_ = static_cast<bool>(file);
+    if (!file) {
+        const ErrnoKeeper keep;
+        unlinkat(directory_.get(), names_.entry(), 0);
+    }
+    return file;
+}
+
+UniqueFd Save::open(mode_t mode) {
+    UniqueFd file = openFile(target_.path, O_RDWR);
+    return file || errno != ENOENT ? std::move(file) : create(mode);
+}
+
+/* Between its creation and its lock a target can be seen by another process, which then completes it from the entry and
+ * removes the entry. */
+bool Save::protect(const UniqueFd &locked, std::optional<uint32_t> previous) {
+    struct stat state;
+    if (fstat(locked.get(), &state) != 0) return refuse();
+    if (!S_ISREG(state.st_mode)) return true;
+    if (!creating_ || !placed()) {
+        if (!previous && settle(target_, names_, locked) == Settled::Failed) return false;
+        if (!place(previous)) return false;
+    }
+    if (creating_) flock(directory_.get(), LOCK_UN);
+    protected_ = true;
+    return true;
+}
+
+void Save::finish(bool whole) {
+    const ErrnoKeeper keep;
+    if (!protected_ || !whole) return;
+    if (unlinkat(directory_.get(), names_.entry(), 0) == 0) fsync(directory_.get());
+}
+
+}  // namespace vos::journal
