@@ -56,7 +56,8 @@ extern const char *szBootLoaderFileName;
  * removed. The next call that reads or writes a file with an entry completes it from the entry and logs one line.
  * Reading then takes the exclusive lock.
  *
- * - An entry that cannot be written, for example on a full flash: the save is refused with VOS_ERROR and one line, and
+ * - An entry that cannot be written, for example on a full flash, or no room for the
+ *   content beside it: the save is refused with VOS_ERROR and one line, and
  * the file is untouched.
  * - A save that fails after that gives the result that it has without the journal. The entry stays, and the next call
  *   completes the file with the new content, also where the result was VOS_ERROR.
