@@ -19,7 +19,7 @@ namespace vos::journal {
 /* What is saved, and by whom. */
 struct Target {
     Caller me;
-    const char *directory; /* of the journal; null: there is none */
+    const char *directory; /* of the journal; null or empty: there is none */
     const char *path;
     uint32_t partition = 0;                   /* size of a partition; 0 for a file */
     bool (*valid)(Bytes partition) = nullptr; /* whether the bytes of a partition are a valid one */

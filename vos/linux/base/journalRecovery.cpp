@@ -228,7 +228,8 @@ Settled look(const Target &target, const Names &names) {
 }  // namespace
 
 bool Target::on() const {
-    return directory != nullptr && path != nullptr && strncmp(path, "/proc/", 6) != 0 && strncmp(path, "/sys/", 5) != 0;
+    return directory != nullptr && *directory != '\0' && path != nullptr && strncmp(path, "/proc/", 6) != 0 &&
+           strncmp(path, "/sys/", 5) != 0;
 }
 
 Settled settle(const Target &target, const UniqueFd &locked) {

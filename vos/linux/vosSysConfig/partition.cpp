@@ -182,7 +182,9 @@ bool complete(const journal::Target &target, const UniqueFd &file) {
 bool isWhole(const PartitionSpec &spec, const journal::Target &target, const UniqueFd &file) {
     if (journal::settle(target, file) != journal::Settled::Changed) return false;
     const Image image{spec};
-    return image && readImage(file, image) == static_cast<int32_t>(spec.size()) && valid(image.bytes());
+    /* The offset stays at the start, where the caller writes. */
+    return image && pread(file.get(), image.bytes().data(), spec.size(), 0) == ssize_t{spec.size()} &&
+           valid(image.bytes());
 }
 
 using MaybeSave = std::optional<journal::Save>;
