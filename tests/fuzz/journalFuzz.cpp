@@ -57,6 +57,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     } else {
         std::string buffer(4096, '\0');
         vosFileRead(path, buffer.data(), 4096);
+        if (access(entryOf(path).c_str(), F_OK) == 0) abort();
+        const std::string saved(reinterpret_cast<const char *>(data), size);
+        if (vosFileWrite(path, data, static_cast<uint32_t>(size)) != VOS_OK || contentOf(path) != saved) abort();
+        entry = saved;
     }
     szVosJournalDir = nullptr;
 
