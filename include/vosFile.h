@@ -46,31 +46,32 @@ extern const char *szAppFileName;
 extern const char *szBootLoaderFileName;
 
 /**
- * Directory of the journal, by which a save survives a power cut, a kill and a full flash. Null at load, unless the
- * library was built with VOS_JOURNAL_DIR: then there is no journal, and nothing is different. A directory that does not
- * exist is made with mode 0700 by the first save. It should lie on flash; its entries have the size of what is saved.
+ * Directory of the journal, an absolute path. With the journal a save survives a power cut, a kill and a full flash.
+ * Null at load, unless the library was built with VOS_JOURNAL_DIR. Null or empty: there is no journal. A directory that
+ * does not exist is made with mode 0700 by the first save. It should lie on flash; its entries are as large as what is
+ * saved.
  *
  * With the journal every save of a whole file (vosFileWrite(), vosFileCfgWrite(), vosFileSyslogWrite(),
- * vosFileAppVerUpdate(), the files of a package) and of a partition is first written to an entry of the journal, which
- * is flushed. Then the file is written as without the journal, and flushed, the syslog as well. Then the entry is
- * removed. The next call that reads or writes a file with an entry completes it from the entry and logs one line.
- * Reading then takes the exclusive lock.
+ * vosFileAppVerUpdate(), the files of a package) and of a partition is first written to an entry of the journal and
+ * flushed. Then the file is written as without the journal and flushed, the syslog as well. Then the entry is removed.
+ * The next call that reads or writes a file with an entry completes it from the entry and logs one line. Such a reader
+ * takes the exclusive lock. vosFileSizeGet(), vosFileSize() and vosFileCopy() also wait for a save at work.
  *
- * - An entry that cannot be written, for example on a full flash: the save is refused with VOS_ERROR and one line, and
- * the file is untouched.
- * - A save that fails after that gives the result that it has without the journal. The entry stays, and the next call
+ * - When the entry cannot be written, for example on a full flash, or there is no room for the content beside it, the
+ *   save is refused with VOS_ERROR and one line, and the file is untouched.
+ * - A save that fails after that has the result that it has without the journal. The entry stays, and the next call
  *   completes the file with the new content, also where the result was VOS_ERROR.
- * - A file that cannot be completed is not read: VOS_ERROR and one line, and the entry stays. This is also the result
- * for a process that may not search the directory or may not write the file. vosInit() does not make a partition anew
- *   that has such an entry.
- * - An entry never replaces a later save, also of a program without the journal, with two exceptions. A file is
- * completed when it is empty or holds the beginning of the entry's content; bytes that are 0 count as not written. A
- * partition is completed when it is short or its checksum is wrong, or when it holds exactly what it held before the
- * interrupted save. In all other cases the entry is removed with one line.
+ * - A file that cannot be completed is not read: VOS_ERROR and one line, and the entry stays. A process that may not
+ *   search the directory gets this for every file. vosInit() does not make a partition anew that has such an entry.
+ * - An entry never replaces a later save, also of a program without the journal, with two exceptions. A file that is
+ *   empty or holds the beginning of the entry's content is completed; bytes of 0 count as not written. A partition that
+ *   is short, has a wrong checksum or holds what it held before the interrupted save is completed. Otherwise the
+ *   entry is removed with one line.
  *
  * All programs of a device should have the same directory, and name a file by the same path: an entry belongs to the
- * text of the absolute path. A path has at most 1023 characters, the directory's path at most 255. Applications and
- * boot loaders are not saved by way of the journal, nor is what vosFileCopy() writes.
+ * text of the absolute path. A path has at most 1023 characters, the directory's path at most 255.
+ * Applications and boot loaders are not saved by way of the journal, nor is what vosFileCopy() writes. Files below
+ * "/proc" and "/sys", and what is no regular file, are saved without it.
  */
 extern const char *szVosJournalDir;
 

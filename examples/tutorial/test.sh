@@ -9,7 +9,7 @@ expect() { # WANTED GOT
     [ "$1" = "$2" ] || { echo "wanted \"$1\", got \"$2\"" >&2; exit 1; }
 }
 trap 'kill "$greeter" 2>/dev/null || true' EXIT
-ask() { vosctl send greeter "$@" | sed -n 's/^text  *//p'; }
+ask() { vosctl send greeter "$@" --json=short | sed 's/.*"text":"\([^"]*\)".*/\1/'; }
 start() {
     tutorial-5 >>/tmp/greeter.log &
     greeter=$!

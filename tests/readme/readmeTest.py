@@ -175,7 +175,7 @@ for block in blocks:
     else:  # a drawing has nothing to run
         expect(language == "text", f"a block of an unknown kind, \"{language}\":\n{content}")
 spans = [" ".join(span.split()) for span in re.findall(r"`([^`]+)`", text)]
-project_lines = [span for span in spans if re.fullmatch(r"\w+\(.*\)", span)]
+project_lines = [span for span in spans if re.fullmatch(r"(find_package|target_link_libraries)\(.*\)", span)]
 commands += [span for span in spans if any(re.fullmatch(pattern, span) for pattern, _ in KINDS)]
 words = [span for span in spans if span not in commands and span not in project_lines]
 unknown = [command for command in commands if not any(re.fullmatch(pattern, command) for pattern, _ in KINDS)]

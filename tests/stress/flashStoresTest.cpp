@@ -1,7 +1,11 @@
 /* SPDX-License-Identifier: MIT */
 /* Many processes at one partition and one configuration file, and writers that die. */
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <csignal>
+#include <memory>
 #include <random>
 
 #include "vosSysConfig/partitions.h"
@@ -141,4 +145,122 @@ TEST(FlashStress, AWriterKilledAtARandomMoment) {
         });
     }
     printf("%d of %d kills left an empty configuration\n", empty, kRounds);
+}
+
+namespace {
+
+/* What the processes of the kill test tell the test. Times are ticks of one clock; a save is named by the tick at which
+ * it started, and carries it as its content. */
+struct Ledger {
+    static constexpr uint32_t kSaves = 1 << 24;
+    std::atomic<uint32_t> clock = 0;
+    std::atomic<uint32_t> lastStart[2] = {}; /* of a save of each store that was reported */
+    std::atomic<uint32_t> end[kSaves] = {};  /* when it was reported */
+    std::atomic<uint32_t> owner[kSaves] = {};
+};
+
+std::string contentOf(uint32_t save) {
+    std::array<char, 17> text;
+    snprintf(text.data(), text.size(), "%015u ", save);
+    std::string content;
+    while (content.size() < kConfigurationSize) content += text.data();
+    return content;
+}
+
+uint32_t numberOf(const std::string &content) {
+    const auto save = static_cast<uint32_t>(std::stoul("0" + content.substr(0, 15)));
+    EXPECT_EQ(content, contentOf(save)) << "torn";
+    return save;
+}
+
+uint32_t savedConfiguration() {
+    char *buffer = nullptr;
+    uint32_t length = 0;
+    EXPECT_EQ(vosFileCfgRead(&buffer, &length), VOS_OK);
+    const std::string content(buffer, length);
+    vosFileCfgFree(buffer);
+    return numberOf(content);
+}
+
+uint32_t savedItem() {
+    uint32_t save = 0;
+    EXPECT_EQ(getWord(BSP_BANDRATE, save), VOS_OK);
+    return save;
+}
+
+void saveAndRead(Ledger &ledger, uint32_t life, const std::string &journal) {
+    szVosJournalDir = journal.c_str();
+    vosDebugConfig(0);
+    std::mt19937 random(life);
+    while (!testing::Test::HasFailure()) {
+        const unsigned store = random() % 2;
+        if (random() % 2 == 0) {
+            EXPECT_LE(store == 0 ? savedConfiguration() : savedItem(), ledger.clock);
+            continue;
+        }
+        const uint32_t save = ++ledger.clock;
+        if (save >= Ledger::kSaves) return;
+        ledger.owner[save] = life;
+        const std::string content = contentOf(save);
+        EXPECT_EQ(store == 0 ? vosFileCfgWrite(content.data(), size32(content)) : setWord(BSP_BANDRATE, save), VOS_OK);
+        ledger.end[save] = ++ledger.clock;
+        for (uint32_t last = ledger.lastStart[store]; last < save;)
+            if (ledger.lastStart[store].compare_exchange_weak(last, save)) break;
+    }
+}
+
+}  // namespace
+
+/* After each kill the stores hold a whole save, and none that was over before the start of another that was reported.
+ */
+TEST(FlashStress, KillsOfProcessesThatSaveByWayOfTheJournalTearAndLoseNothing) {
+    const char *const asked = getenv("VOS_TEST_KILLS"); /* for a long run */
+    const uint32_t kills = asked != nullptr ? static_cast<uint32_t>(atoi(asked)) : 300;
+    constexpr std::size_t kSavers = 32;
+    const std::string journal = "/flash/journal";
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    std::string body = erasedBody(kSystem);
+    putFile(kSystem.path, partitionOf(body.replace(16, 4, nativeWord(0))));
+    putFile(kConfiguration, contentOf(0));
+    void *const room = mmap(nullptr, sizeof(Ledger), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(room, MAP_FAILED);
+    Ledger &ledger = *new (room) Ledger;
+
+    uint32_t lives = 0;
+    std::vector<uint32_t> died(1, 0); /* when each life was over */
+    const auto startOne = [&] {
+        died.push_back(0);
+        const uint32_t life = ++lives;
+        return std::make_unique<Process>([&ledger, life, journal] { saveAndRead(ledger, life, journal); });
+    };
+    std::vector<std::pair<uint32_t, std::unique_ptr<Process>>> savers;
+    for (std::size_t i = 0; i < kSavers; ++i) savers.emplace_back(lives + 1, startOne());
+    for (uint32_t kill = 0; kill < kills; ++kill) {
+        auto &[life, process] = savers[random() % kSavers];
+        usleep(static_cast<useconds_t>(random() % 3000)); /* the random moment itself; nothing is waited for */
+        process->send(SIGKILL);
+        EXPECT_TRUE(process->finish().killedBy(SIGKILL)) << "life " << life << " ended by itself";
+        died[life] = ++ledger.clock;
+        life = lives + 1;
+        process = startOne();
+    }
+    for (auto &[life, process] : savers) {
+        process->send(SIGKILL);
+        EXPECT_TRUE(process->finish().killedBy(SIGKILL));
+        died[life] = ++ledger.clock;
+    }
+    run([&] {
+        szVosJournalDir = journal.c_str();
+        vosDebugConfig(0);
+        for (const unsigned store : {0u, 1u}) {
+            const uint32_t save = store == 0 ? savedConfiguration() : savedItem();
+            const uint32_t over = ledger.end[save] != 0 ? ledger.end[save].load() : died[ledger.owner[save]];
+            EXPECT_GE(over, ledger.lastStart[store]) << "a later save was reported, and is lost";
+            EXPECT_GT(ledger.lastStart[store], 100u) << "nearly nothing was saved";
+        }
+    });
+    printf("%u kills, %u saves and reports\n", kills, ledger.clock.load());
+    munmap(room, sizeof(Ledger));
 }

@@ -20,6 +20,7 @@
 #include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -367,6 +368,7 @@ void *realloc(void *block, size_t size) {
     if (refused("realloc")) return nullptr;
     given(block);
     void *const moved = ::realloc(block, size);
+    if (moved == nullptr && size == 0) return nullptr; /* the block is released */
     return taken(moved != nullptr ? moved : block) == moved ? moved : nullptr;
 }
 

@@ -1,6 +1,4 @@
 /* SPDX-License-Identifier: MIT */
-#include <sys/mman.h>
-
 #include <array>
 #include <random>
 
@@ -68,22 +66,6 @@ TEST(Checksum, KnownAnswersOfTheUnmaskedRegister) {
         EXPECT_EQ(Cal_CRC(raw(kKnown), 0), 0u);
     });
 }
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) /* minutes with a sanitizer */
-/* Zeros in front do not change a register of 0, so the result is that of the last bytes. */
-TEST(Checksum, TheLargestLengthIsNotCut) {
-    run([] {
-        constexpr uint32_t kLength = 0xFFFFFFFF;
-        constexpr int kFlags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
-        void *const room = mmap(nullptr, kLength, PROT_READ | PROT_WRITE, kFlags, -1, 0);
-        ASSERT_NE(room, MAP_FAILED);
-        auto *const bytes = static_cast<uint8_t *>(room);
-        memcpy(&bytes[kLength - kKnown.size()], kKnown.data(), kKnown.size());
-        EXPECT_EQ(Cal_CRC(bytes, kLength), 0x869031C3u);
-        EXPECT_EQ(vosFileCrc32(0, bytes, kLength), vosFileCrc32(0, raw(kKnown), size32(kKnown)));
-    });
-}
-#endif
 
 TEST(Checksum, OneByteGivesItsTableEntryAndTwoShowTheFirstHighByteAboveTheRegister) {
     run([] {

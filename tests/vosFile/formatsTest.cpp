@@ -128,3 +128,20 @@ TEST(FlashFormats, AConfigurationAndASyslogAreTheirBytes) {
         EXPECT_EQ(log.substr(0, 7), content);
     });
 }
+
+TEST(FlashFormats, AJournalEntryCompletesTheConfiguration) {
+    const std::string example = bytes(
+        "4a 52 4e 4c 00 00 00 01 00 00 00 00 00 00 00 0e 00 00 00 02 00 00 00 00 00 00 00 00 6a 8c 50 e2"
+        " 2f 66 6c 61 73 68 2f 7a 65 62 63 66 67 00 68 69");
+    std::filesystem::create_directory("/flash/journal");
+    putFile("/flash/journal/b110631700e4cc58.save", example);
+    putFile("/flash/zebcfg", "");
+    run([] {
+        szVosJournalDir = "/flash/journal";
+        std::string buffer(8, '.');
+        EXPECT_EQ(vosFileRead("/flash/zebcfg", buffer.data(), 8), 2);
+        EXPECT_EQ(buffer, "hi......");
+    });
+    EXPECT_EQ(fileContent("/flash/zebcfg"), "hi");
+    EXPECT_FALSE(present("/flash/journal/b110631700e4cc58.save"));
+}

@@ -19,7 +19,7 @@ namespace vos::journal {
 /* What is saved, and by whom. */
 struct Target {
     Caller me;
-    const char *directory; /* of the journal; null: there is none */
+    const char *directory; /* of the journal; null or empty: there is none */
     const char *path;
     uint32_t partition = 0;                   /* size of a partition; 0 for a file */
     bool (*valid)(Bytes partition) = nullptr; /* whether the bytes of a partition are a valid one */
@@ -30,8 +30,9 @@ struct Target {
 };
 
 enum class Settled {
-    Nothing, /* there was no entry, or one that could not be removed */
+    Nothing, /* there was no entry */
     Changed, /* the target was completed, or the entry was removed */
+    Kept,    /* there is an entry, but it is not one of this target, and it cannot be removed */
     Failed   /* the entry remains and the target may be torn; logged */
 };
 
@@ -66,6 +67,8 @@ class Save {
 
     /* Opens the target to read and write. A target that does not exist is created when its entry is in place. */
     UniqueFd open(mode_t mode);
+    /* Whether open() has created the target. Its entry is in place then. */
+    [[nodiscard]] bool creating() const { return creating_; }
     /* An open() that failed has been logged. */
     [[nodiscard]] bool refused() const { return refused_; }
 
@@ -83,6 +86,8 @@ class Save {
     bool createEntry(UniqueFd &file);
     bool writeEntry(const UniqueFd &file, std::optional<uint32_t> previous);
     bool place(std::optional<uint32_t> previous);
+    bool roomFor(const UniqueFd &locked);
+    bool withdraw();
     bool placed();
     UniqueFd create(mode_t mode);
 

@@ -190,7 +190,7 @@ Settled Recovery::finish(Verdict verdict) {
     const Caller me = target_.me;
     if (verdict == Verdict::Complete && !complete()) verdict = Verdict::Failed;
     if (verdict == Verdict::Failed) return failed(target_);
-    if (verdict == Verdict::AnotherFile) return Settled::Nothing;
+    if (verdict == Verdict::AnotherFile) return Settled::Kept;
     const bool removed = removeEntry();
     const auto path = outside(target_.path);
     if (verdict == Verdict::Complete)
@@ -199,7 +199,7 @@ Settled Recovery::finish(Verdict verdict) {
         error(me, "%s:journal entry of file %s is not used, the file is another one.", path);
     else
         error(me, "%s:journal entry of file %s is not valid.", path);
-    return removed ? Settled::Changed : Settled::Nothing;
+    return removed ? Settled::Changed : Settled::Kept;
 }
 
 Settled Recovery::run(const UniqueFd &locked) {
@@ -215,7 +215,7 @@ Settled Recovery::run(const UniqueFd &locked) {
     return finish(verdict);
 }
 
-Settled Recovery::remove() { return removeEntry() ? Settled::Changed : Settled::Nothing; }
+Settled Recovery::remove() { return removeEntry() ? Settled::Changed : Settled::Kept; }
 
 /* Whether there is something under the entry's name. Another failure than "not there" is logged. */
 Settled look(const Target &target, const Names &names) {
@@ -228,7 +228,8 @@ Settled look(const Target &target, const Names &names) {
 }  // namespace
 
 bool Target::on() const {
-    return directory != nullptr && path != nullptr && strncmp(path, "/proc/", 6) != 0 && strncmp(path, "/sys/", 5) != 0;
+    return directory != nullptr && *directory != '\0' && path != nullptr && strncmp(path, "/proc/", 6) != 0 &&
+           strncmp(path, "/sys/", 5) != 0;
 }
 
 Settled settle(const Target &target, const UniqueFd &locked) {
@@ -268,11 +269,13 @@ Hold::Hold(const Target &target) {
     const ErrnoKeeper keep;
     file_ = openFile(target.path, O_RDONLY);
     if (!file_) return;
-    for (Settled settled = Settled::Changed; settled == Settled::Changed;) {
+    Settled settled = Settled::Changed;
+    while (settled == Settled::Changed) {
         if (flock(file_.get(), LOCK_SH) != 0) break;
         settled = settle(target, file_);
         failed_ = settled == Settled::Failed;
     }
+    if (settled == Settled::Kept) flock(file_.get(), LOCK_SH); /* the look at the entry has made it exclusive */
     if (failed_) file_.reset();
 }
 

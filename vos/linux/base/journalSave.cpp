@@ -2,6 +2,7 @@
 /* The saving side of the journal. */
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -140,6 +141,26 @@ UniqueFd Save::open(mode_t mode) {
     return file || errno != ENOENT ? std::move(file) : create(mode);
 }
 
+/* Whether the content fits into the target's file system, beside the entry. What the old content occupies is not
+ * counted: a flash file system gets it back only later. File systems without blocks of their own do not tell. */
+bool Save::roomFor(const UniqueFd &locked) {
+    struct statvfs room;
+    if (fstatvfs(locked.get(), &room) != 0) return false;
+    if (room.f_blocks == 0) return true;
+    constexpr uint64_t kOverhead = 16; /* a sixteenth for the headers of a flash file system, and one block */
+    errno = ENOSPC;
+    return room.f_bavail * room.f_frsize >= content_.size() + content_.size() / kOverhead + room.f_frsize;
+}
+
+/* Takes the entry back before the target is touched. */
+bool Save::withdraw() {
+    refuse();
+    const ErrnoKeeper keep;
+    if (creating_) unlink(target_.path);
+    if (unlinkat(directory_.get(), names_.entry(), 0) == 0) fsync(directory_.get());
+    return false;
+}
+
 /* Between its creation and its lock a target can be seen by another process, which then completes it from the entry and
  * removes the entry. */
 bool Save::protect(const UniqueFd &locked, std::optional<uint32_t> previous) {
@@ -150,6 +171,7 @@ bool Save::protect(const UniqueFd &locked, std::optional<uint32_t> previous) {
         if (!previous && settle(target_, names_, locked) == Settled::Failed) return false;
         if (!place(previous)) return false;
     }
+    if (!roomFor(locked)) return withdraw();
     if (creating_) flock(directory_.get(), LOCK_UN);
     protected_ = true;
     return true;

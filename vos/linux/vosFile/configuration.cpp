@@ -39,7 +39,7 @@ int32_t vosFileCfgRead(char **ppBuf, uint32_t *pLen) {
     vos::Block buffer = allocateFor(state.st_size);
     if (buffer == nullptr) return vos::failed(me, VOS_ERR_MEMORY, "%s:malloc failed.");
     const auto size = static_cast<uint32_t>(state.st_size);
-    const int32_t count = vos::readWhole(me, vos::kConfigurationFile, path, {buffer.get(), size});
+    const int32_t count = vos::readWhole(me, vos::kConfigurationFile, path, {buffer.get(), size}, &steady);
     if (count < 0) return VOS_ERROR;
     /* The length is the one asked before the lock. If the file has shrunk since, the rest is zeros, and never old heap
      * content. */

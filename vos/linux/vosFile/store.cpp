@@ -142,7 +142,7 @@ int32_t findFile(Caller me, const Store &store, const char *path) {
     return VOS_ERR_NO_FILE;
 }
 
-int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uint8_t> to) {
+int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uint8_t> to, const SteadyFile *steady) {
     const Work work{me, store, path};
     UniqueFd file = openFile(path, O_RDONLY);
     if (!file) {
@@ -150,7 +150,7 @@ int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uin
         return VOS_ERROR;
     }
     work.lock(file, LOCK_SH);
-    if (settleLocked(me, path, file) != VOS_OK) return VOS_ERROR;
+    if (steady == nullptr && settleLocked(me, path, file) != VOS_OK) return VOS_ERROR;
     const auto count = static_cast<int32_t>(read(file.get(), to.data(), to.size()));
     if (count < 0) return readFailed(work, std::move(file));
     if (store.shortRead && static_cast<uint32_t>(count) < to.size())

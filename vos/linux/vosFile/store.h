@@ -111,6 +111,9 @@ int32_t findFile(Caller me, const Store &store, const char *path);
  * been logged: the file may be torn. Without the journal nothing happens. */
 int32_t settle(Caller me, const char *path);
 
+/* A file that was removed is not to be completed any more. */
+void forgetSave(Caller me, const char *path);
+
 /* With the journal: keeps the file from being saved, and complete. Without it: nothing. False when the file may be
  * torn. */
 class SteadyFile {
@@ -125,11 +128,10 @@ class SteadyFile {
     std::optional<journal::Hold> hold_;
 };
 
-/* A file that was removed is not to be completed any more. */
-void forgetSave(Caller me, const char *path);
-
-/* Reads at most the buffer's size, from the file's start. Returns the number of bytes, or VOS_ERROR. */
-int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uint8_t> to);
+/* Reads at most the buffer's size, from the file's start. Returns the number of bytes, or VOS_ERROR. A
+ * file that the caller keeps steady is complete; another lock than the shared one would wait for the caller's own. */
+int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uint8_t> to,
+                  const SteadyFile *steady = nullptr);
 
 /* Replaces the file's content by the bytes. Returns the store's result, or VOS_ERROR with errno of the failed call. */
 int32_t replaceWhole(Caller me, const Store &store, const char *path, std::span<const uint8_t> from,

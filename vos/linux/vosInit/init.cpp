@@ -10,7 +10,6 @@ namespace {
 
 /* Completes the stores early in a start, before an application can save by other means. */
 void settleStores(vos::Caller me) {
-    if (szVosJournalDir == nullptr) return;
     const auto settle = [me](const char *path) {
         const vos::journal::Target target{me, szVosJournalDir, path};
         if (target.on()) vos::journal::settle(target);

@@ -122,10 +122,11 @@ void unlockFile(Caller me, const FailureText &text, const UniqueFd &file) {
     if (flock(file.get(), LOCK_UN) != 0) errorErrno(me, text);
 }
 
-/* A failed or short write is only logged. With the journal the lock is kept until the entry is removed: another process
- * would take the entry of a save at work for that of an interrupted one. */
+/* A failed or short write is only logged; one that does not begin at the start leaves the partition as it was. With the
+ * journal the lock is kept until the entry is removed: another process would take the entry of a save at work for that
+ * of an interrupted one. */
 void writeImage(Caller me, const PartitionSpec &spec, const UniqueFd &file, const Image &image,
-                std::optional<journal::Save> &save) {
+                std::optional<journal::Save> &save, bool atStart) {
     const auto wanted = static_cast<int32_t>(spec.size());
     const auto count = static_cast<int32_t>(write(file.get(), image.bytes().data(), spec.size()));
     if (count < 0)
@@ -136,7 +137,7 @@ void writeImage(Caller me, const PartitionSpec &spec, const UniqueFd &file, cons
     const bool synced = fsync(file.get()) == 0;
     const bool flushed = syncfs(file.get()) == 0 && synced;
     if (!save) return;
-    save->finish(count == wanted && flushed);
+    save->finish(atStart && count == wanted && flushed);
     unlockFile(me, spec.unlock, file);
 }
 
@@ -181,7 +182,9 @@ bool complete(const journal::Target &target, const UniqueFd &file) {
 bool isWhole(const PartitionSpec &spec, const journal::Target &target, const UniqueFd &file) {
     if (journal::settle(target, file) != journal::Settled::Changed) return false;
     const Image image{spec};
-    return image && readImage(file, image) == static_cast<int32_t>(spec.size()) && valid(image.bytes());
+    /* The offset stays at the start, where the caller writes. */
+    return image && pread(file.get(), image.bytes().data(), spec.size(), 0) == ssize_t{spec.size()} &&
+           valid(image.bytes());
 }
 
 using MaybeSave = std::optional<journal::Save>;
@@ -202,9 +205,9 @@ int32_t initialise(Caller me, const PartitionSpec &spec) {
     const UniqueFd file = save ? save->open(kFileMode) : openFile(*spec.path, O_RDWR | O_CREAT);
     if (!file) return save && save->refused() ? VOS_ERROR : failedErrno(me, VOS_ERROR, spec.open);
     lockFile(me, spec, file, LOCK_EX);
-    if (save && isWhole(spec, target, file)) return VOS_OK;
+    if (save && !save->creating() && isWhole(spec, target, file)) return VOS_OK;
     if (save && !save->protect(file)) return VOS_ERROR;
-    writeImage(me, spec, file, image, save);
+    writeImage(me, spec, file, image, save, true);
     return VOS_OK;
 }
 
@@ -251,8 +254,9 @@ int32_t writePartition(Caller me, const PartitionSpec &spec, const uint8_t *body
     image.setHeader(header);
     MaybeSave save = saveOf(target, image);
     if (save && !save->protect(file, previous)) return VOS_ERROR;
-    if (lseek(file.get(), 0, SEEK_SET) < 0) errorErrno(me, spec.seek);
-    writeImage(me, spec, file, image, save);
+    const bool sought = lseek(file.get(), 0, SEEK_SET) == 0;
+    if (!sought) errorErrno(me, spec.seek);
+    writeImage(me, spec, file, image, save, sought);
     return VOS_OK;
 }
 
