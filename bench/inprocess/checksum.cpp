@@ -4,9 +4,9 @@
 
 #include <vector>
 
+#include "base/crc32.h"
 #include "bench.h"
 #include "vos.h"
-#include "base/crc32.h"
 
 namespace {
 

@@ -228,8 +228,9 @@ Settled look(const Target &target, const Names &names) {
 }  // namespace
 
 bool Target::on() const {
-    return directory != nullptr && *directory != '\0' && path != nullptr && strncmp(path, "/proc/", 6) != 0 &&
-           strncmp(path, "/sys/", 5) != 0;
+    if (directory == nullptr || *directory == '\0' || path == nullptr) return false;
+    const std::string_view text{path};
+    return !text.starts_with("/proc/") && !text.starts_with("/sys/");
 }
 
 Settled settle(const Target &target, const UniqueFd &locked) {
