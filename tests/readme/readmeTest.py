@@ -144,9 +144,11 @@ FOREIGN = ["git clone", "docker run --privileged"]
 
 def is_known(word):
     """A name in the text that is not a command."""
+    exported = re.findall(r"^\s+(\w+);", (source / "vos/vos.map").read_text(encoding="utf-8"), flags=re.M)
     presets = json.loads((source / "CMakePresets.json").read_text(encoding="utf-8"))["configurePresets"]
     return (
         word in FOREIGN
+        or word.removeprefix("man ").removesuffix("()") in exported
         or (source / word).exists()
         or (source / "scripts" / word).is_file()
         or (word.startswith("/") and os.path.isdir(word))
