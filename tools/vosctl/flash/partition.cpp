@@ -70,10 +70,11 @@ PartitionState readState(const Partition &partition) {
     if (!file) return troubled(Trouble::unreadable, why, "run it as a user who may read it, such as root");
     struct stat status {};
     fstat(file.get(), &status);
-    if (!S_ISREG(status.st_mode))
+    if (!S_ISREG(status.st_mode)) {
         return troubled(Trouble::unreadable,
                         std::string(path) + (S_ISDIR(status.st_mode) ? " is a directory" : " is no regular file"),
                         "see what is at this path, and remove it");
+    }
     awaitLock(path, LOCK_SH);
     flock(file.get(), LOCK_SH);
     PartitionState state;
