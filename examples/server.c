@@ -28,7 +28,7 @@ int main(void) {
     char text[64];
     VOS_MSG_PEER peer;
     vosProcessInit("server");
-    if (vosMsgInit("server", 1, &peer) != VOS_OK) return 1;
+    if (vosMsgInit("server", VOS_MSG_OPEN_LOCAL, &peer) != VOS_OK) return 1;
     vosMsgRegisterBldrun(printConfig);
     for (;;) {
         memset(text, 0, sizeof text);

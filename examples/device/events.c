@@ -16,7 +16,7 @@ void oltAlarm(const char *pText) {
     /* mgmtd need not run: no answer is wanted, and a failure is not logged. */
     const uint32_t flags = g_ulVosDebugFlags;
     vosDebugConfig(0);
-    vosMsgSend(MGMTD_ALARMS, text, (uint32_t)strlen(text) + 1, 1, NULL, 100, 0);
+    vosMsgSend(MGMTD_ALARMS, text, (uint32_t)strlen(text) + 1, VOS_MSG_NO_ANSWER, NULL, 100, 0);
     vosDebugConfig(flags);
 }
 
