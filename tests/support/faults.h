@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Fault injection: the calls that libvos makes into the system library are led through overrides of the test program,
+/* Fault injection: the calls that libvos makes into the C library are led through overrides of the test program,
  * which record them and can make any of them fail. Nothing in the library exists for this: its own global offset table
  * is redirected at start-up, so that no call of the test program itself is counted or failed. */
 #ifndef TESTS_SUPPORT_FAULTS_H
@@ -19,7 +19,7 @@ namespace vostest {
 
 /* One call to be failed. */
 struct FaultPoint {
-    std::string call;    // name in the system library
+    std::string call;    // name in the C library
     int occurrence = 1;  // which of these calls: 1 is the first after arming
     int error = 0;       // errno that it reports; 0 takes the usual one (EIO, or ENOMEM for an allocation)
     long shortTo = -1;   // not -1: the call succeeds, but moves only that many bytes

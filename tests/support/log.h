@@ -24,7 +24,7 @@ std::vector<LogLine> splitLog(const std::string &output);
  * test; pieces without a header are listed as they are. */
 std::vector<std::string> logMessages(const std::string &output, pid_t pid);
 
-/* The text that the system library has for an errno, as lines show it: "5(Input/output error)". */
+/* The text that the C library has for an errno, as lines show it: "5(Input/output error)". */
 std::string errnoText(int error);
 
 }  // namespace vostest

@@ -312,7 +312,7 @@ int atexit(void (*hook)()) {
     return ::atexit(hook);
 }
 
-/* How atexit() reaches the system library from a shared object, unless a sanitizer stands in between. */
+/* How atexit() reaches the C library from a shared object, unless a sanitizer stands in between. */
 int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
     if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
     return __cxa_atexit(hook, argument, object);
