@@ -86,7 +86,7 @@ def floor_section(rows, directory):
 def others_section(rows, directory):
     parts = [
         "## Other ways to exchange messages\n\nRequests per second with one client. `kept` keeps its connection, `request`"
-        " opens one for each request, as vos does.\nWhat that means is told in [performance](../performance.md).\n"
+        " opens one for each request, as vos does.\n[Performance](../performance.md) explains what that means.\n"
     ]
     ways = list(dict.fromkeys(way for row in rows for way in [*row["ways"], *row["missing"]]))
     columns = [(row["placement"], row["size"]) for row in rows]
@@ -202,7 +202,7 @@ def main(directory, raw=None):
     quick = "\n**A quick run, which only shows that everything works: its figures mean nothing.**\n" if messages["quick"] else ""
     parts = [
         "# Benchmarks\n\nWritten by `scripts/bench` on %s: %s, %d processors, Linux %s. Server and client share a core, have\n"
-        "one each, or are placed by the kernel. [Performance](../performance.md) says where the time goes.\n%s"
+        "one each, or are placed by the kernel. [Performance](../performance.md) explains where the time is spent.\n%s"
         % (messages["date"], messages["machine"], messages["cpus"], messages["kernel"], quick),
         floor_section(messages["floor"], directory),
         others_section(messages["others"], directory),

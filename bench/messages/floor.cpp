@@ -1,10 +1,10 @@
 /* SPDX-License-Identifier: MIT */
-/* The same exchange by hand: the system calls that a request cannot do without, and nothing around them.
+/* The same exchange by hand: only the system calls that a request needs.
  *
  *     request    a socket of its own for each request: what the library does
  *     post       the same without waiting for an answer
  *     kept       both sockets stay open: what the system calls of a private socket cost
- *     copied     as request, and the server copies the payload to where an application wants it
+ *     copied     as request, and the server copies the payload to the buffer of an application
  */
 #include <pthread.h>
 #include <sys/select.h>

@@ -3,7 +3,7 @@
  *
  *     request    vosMsgSend() and its answer
  *     high       the same over the high-priority lane
- *     post       vosMsgSend() to which no answer is wanted
+ *     post       vosMsgSend() that asks for no answer
  */
 #include <sys/eventfd.h>
 #include <unistd.h>
