@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A server: it greets, works, counts its work, and tells its configuration. */
+/* A server: it greets, works, counts its work, and builds its running configuration. */
 #include <stdio.h>
 #include <string.h>
 #include <time.h>

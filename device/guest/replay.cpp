@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* Tries every point at which a save can be cut.
  *
- *     replay save SIZE                      makes everything, saves each store, and writes a mark between two saves
+ *     replay save SIZE                      makes everything, and saves each store between two marks
  *     replay cut SIZE DIRECTORY [EVERY]     tries every point of one save, or one in EVERY
  *
  * DIRECTORY/before is the flash before a save, DIRECTORY/steps what the save did to it: words written, blocks erased.

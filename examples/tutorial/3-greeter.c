@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Step 3: the greeting is kept on flash, and the running configuration can be asked for. */
+/* Step 3: the greeting is kept on flash, and other processes can request the running configuration. */
 #include <stdio.h>
 #include <string.h>
 #include <vos.h>

@@ -128,7 +128,7 @@ def build_project(lines):
 # What to do with a command, in this order.
 KINDS = [
     (r"cmake .*", install),
-    # The loader's cache is the machine's; here LD_LIBRARY_PATH stands for it.
+    # The loader's cache is the machine's; here LD_LIBRARY_PATH replaces it.
     (r"ldconfig", lambda command: None),
     (r"cc .*", run),
     (r"\./\w+ &", start_program),
@@ -164,7 +164,7 @@ def is_known(word):
 blocks = list(re.finditer(r"^```(\w*)\n(.*?)^```$", readme, flags=re.M | re.S))
 expect(readme.count("```") == 2 * len(blocks), "the fences of the blocks do not match")
 text = re.sub(r"^```.*?^```$", "", readme, flags=re.M | re.S)
-expect(not re.search(r"^(    |\t)", text, flags=re.M), "a block without a fence says not what it is")
+expect(not re.search(r"^(    |\t)", text, flags=re.M), "a block without a fence has no language")
 
 commands, programs = [], []
 for block in blocks:

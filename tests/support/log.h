@@ -17,7 +17,7 @@ struct LogLine {
     std::string message;
 };
 
-/* Splits output at every CR LF. What stands before the first one is a piece without a header, if it is not empty. */
+/* Splits output at every CR LF. What comes before the first one is a piece without a header, if it is not empty. */
 std::vector<LogLine> splitLog(const std::string &output);
 
 /* The messages of a child's output, in order. A line whose header names another process id than the child's fails the
