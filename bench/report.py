@@ -78,8 +78,9 @@ def floor_section(rows, directory):
     return (
         "## Requests against the floor\n\n"
         "The floor makes the same system calls by hand. Both take turns of a fraction of a second; a ratio is the median of\n"
-        "those inside each round. The last column compares with a floor whose server, as the interface of `vosMsgRecv` asks\n"
-        "for, hands the payload on from the buffer into which it was received.\n\n![](floor.svg)\n\n" + table(head, body)
+        "those inside each round. The last column compares with a floor whose server, like `vosMsgRecv`,\n"
+        "copies the payload from the buffer into which it was received to a buffer of the application.\n\n![](floor.svg)\n\n"
+        + table(head, body)
     )
 
 
@@ -129,7 +130,7 @@ def posts_section(rows):
 def lanes_section(rows):
     body = [[f"normal queue {name}", number(row["requests"]), micro(row["p50"]), micro(row["p99"])] for name, row in rows.items()]
     return (
-        "## The high lane while the normal queue is full\n\nEach message of the normal queue takes the server 100 µs.\n\n"
+        "## The high-priority socket while the normal queue is full\n\nEach message of the normal queue takes the server 100 µs.\n\n"
         + table(["case", "requests", "p50 µs", "p99 µs"], body)
     )
 

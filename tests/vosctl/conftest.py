@@ -194,7 +194,7 @@ def stale():
 
 
 def eventually(true):
-    """Waits until the call gives a true value, and returns it."""
+    """Waits until the call returns a true value, and returns it."""
     deadline = time.monotonic() + PATIENCE
     while time.monotonic() < deadline:
         if value := true():
