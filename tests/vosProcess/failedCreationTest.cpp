@@ -137,6 +137,25 @@ TEST(FailedCreation, TheChildsExitRunsTheCreatorsTerminationProcedureInTheCreato
     EXPECT_EQ(messages[3], "exit 1");
 }
 
+TEST(FailedCreation, AChildThatAsksForARequestersPathLeavesTheCreatorItsOwnProcessId) {
+    NEEDS(kRealTime);
+    NEEDS(kSharedMemory);
+    const Outcome outcome = run([] {
+        static std::array<char, 128> path;
+        vosProcessRegTerminateProc([](int32_t) { vosMsgGetLocalFile(path.data(), path.size()); });
+        const int32_t child = create(kMissing, nullptr);
+        dprintf(STDOUT_FILENO, "\r\n%s", path.data());
+        vosMsgGetLocalFile(path.data(), path.size());
+        dprintf(STDOUT_FILENO, "\r\n%s", path.data());
+        leave(child);
+    });
+    const auto messages = messagesOfAll(outcome);
+    ASSERT_EQ(messages.size(), 4u) << outcome.output;
+    const std::string own = "/tmp/vos/clientp" + std::to_string(outcome.pid) + "t";
+    EXPECT_THAT(messages[1], testing::StartsWith(own));
+    EXPECT_THAT(messages[2], testing::StartsWith(own));
+}
+
 TEST(FailedCreation, ADirectoryOrAPathBehindAFileIsNoProgram) {
     NEEDS(kRealTime);
     const auto errorFor = [](const char *path) {
