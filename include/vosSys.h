@@ -685,6 +685,8 @@ int32_t vosStartTypeGet(uint32_t *pStartType);
  * time as the rest of the program, so shared data needs a lock. vosTimerRegister() of vosMsg.h needs a receive loop and
  * calls its function there, between two messages, so no lock is needed; a handler that takes long makes it late. A
  * process with a receive loop normally takes vosTimerRegister().
+ *
+ * A child of fork() has none of these timers. Before it uses a record of its parent it sets hTimer to null.
  */
 
 /**

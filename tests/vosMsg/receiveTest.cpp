@@ -255,6 +255,27 @@ TEST(Receive, AnEmptyMessageOnTheHighSocketHasTheLastRequestServedAgainForItsSen
     });
 }
 
+TEST(Receive, TheLastMessageThatIsServedAgainEndsWhereItEnded) {
+    const Outcome outcome = run([] {
+        openChannel("A");
+        vosMsgRegisterCcd([](uint32_t, char *, uint32_t *, int32_t *, void *, uint32_t *, uint16_t *) { return -1; });
+        Peer other{"/tmp/vos/other"};
+        /* Behind its first 32 bytes this message looks like the rest of a request for a configuration object. */
+        Bytes secret = message({.type = VOS_MSG_TYPE_SELF});
+        secret.word(8).text({"secret\0\0", 8}).word(4).text("abcd");
+        EXPECT_TRUE(Peer{}.send(kNormal, secret));
+        EXPECT_GT(receive(100).result, 0);
+        EXPECT_TRUE(other.send(kHigh, message({.type = VOS_MSG_TYPE_CCD})));
+        EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
+        EXPECT_TRUE(other.send(kHigh, {}));
+        EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
+        EXPECT_FALSE(other.hasMail());
+    });
+    EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgProcessInternel:ccd request of 32 bytes is malformed.",
+                                                "vosMsgRecvStream:recvfrom failed due to peer shutdown.",
+                                                "vosMsgProcessInternel:ccd request of 32 bytes is malformed."));
+}
+
 TEST(Receive, AnUnknownTypeIsRejectedAndNotAnswered) {
     const Outcome outcome = run([] {
         openChannel("A");

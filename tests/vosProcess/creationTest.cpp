@@ -210,6 +210,8 @@ TEST(Creation, TheCallsAreTheseAndSuccessReleasesTheBlocks) {
     };
     run([&] {
         provide(kDemo, "end");
+        std::array<char, 128> path{};
+        vosMsgGetLocalFile(path.data(), path.size()); /* the first creation would prepare the process's id */
         EXPECT_THAT(callsFor("-a 1"),
                     ElementsAre("malloc", "malloc", "vfork", "sigaction", "execv", "sched_setscheduler"));
         EXPECT_THAT(callsFor(nullptr), ElementsAre("vfork", "sigaction", "execl", "sched_setscheduler"));

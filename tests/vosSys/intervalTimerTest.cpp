@@ -328,6 +328,24 @@ TEST(IntervalTimer, AOneShotThatItsFunctionRestartsFiresAgain) {
     });
 }
 
+TEST(IntervalTimer, AOneShotWhoseFunctionEndsItsThreadIsGoneAndMayBeUsedAgain) {
+    if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
+    run([] {
+        static VOS_TIMER record;
+        record = timer(
+            [](uint64_t) -> int32_t {
+                ++calls;
+                pthread_exit(nullptr);
+            },
+            1, 0);
+        for (int round = 1; round <= 20; ++round) {
+            ASSERT_EQ(vosTimerAdd(&record), VOS_OK);
+            EXPECT_TRUE(eventually([round] { return calls == round; }));
+            EXPECT_TRUE(eventually([] { return gone(record); }));
+        }
+    });
+}
+
 TEST(IntervalTimer, AOneShotThatIsRestartedWhileItsFunctionRunsFiresAgain) {
     if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
     run([] {

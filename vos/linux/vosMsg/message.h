@@ -88,8 +88,9 @@ class AnswerWriter {
 /* Handles a message that is not the application's. Only the log shows the result. */
 int32_t vosMsgProcessInternel(const Arrival &arrival);
 
-/* Receives and handles one message of the kernel into a buffer of VOS_MSG_BUFFER_LEN bytes. */
-int32_t vosMsgNetlinkUniProcess(int32_t iSocketFd, uint8_t *buffer);
+/* Receives and handles one message of the kernel into a buffer of VOS_MSG_BUFFER_LEN bytes. `bufferLength` receives the
+ * length of the datagram; when none comes it stays. */
+int32_t vosMsgNetlinkUniProcess(int32_t iSocketFd, uint8_t *buffer, uint32_t &bufferLength);
 /* The same for a datagram that has been received. */
 int32_t handleNetlinkDatagram(Caller me, const Arrival &datagram);
 

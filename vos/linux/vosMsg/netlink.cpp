@@ -39,7 +39,7 @@ int32_t vos::handleNetlinkDatagram(Caller me, const Arrival &datagram) {
     return ended(me, VOS_ERROR);
 }
 
-int32_t vos::vosMsgNetlinkUniProcess(int32_t iSocketFd, uint8_t *buffer) {
+int32_t vos::vosMsgNetlinkUniProcess(int32_t iSocketFd, uint8_t *buffer, uint32_t &bufferLength) {
     const Caller me;
     trace(me, "%s:start.");
     sockaddr_nl sender{};
@@ -47,6 +47,7 @@ int32_t vos::vosMsgNetlinkUniProcess(int32_t iSocketFd, uint8_t *buffer) {
     auto *const address = reinterpret_cast<sockaddr *>(&sender);
     const int32_t received = vosMsgRecvStream(iSocketFd, buffer, VOS_MSG_BUFFER_LEN, address, &length);
     if (received < 0) return failed(me, VOS_ERROR, "%s:vosMsgRecvStream failed.");
+    bufferLength = static_cast<uint32_t>(received);
     const std::span<uint8_t> message{buffer, static_cast<std::size_t>(received)};
     return handleNetlinkDatagram(me, {iSocketFd, message, VOS_MSG_BUFFER_LEN, address, length});
 }

@@ -27,6 +27,7 @@ struct Channel {
     const int32_t *netlink; /* null: the kernel's messages are not this channel's */
     uint8_t *buffer;        /* every datagram is received into it */
     uint32_t bufferSize;
+    uint32_t *lastLength;         /* of the datagram in the buffer; null: the channel has no high socket */
     const vos::TimerList *timers; /* null: no timers fire in this loop */
     bool userSockets;             /* whether the loop watches the application's descriptors */
     bool inPlace;                 /* the buffer is the caller's own, and a message stays in it with its header */
@@ -74,7 +75,9 @@ struct Sender {
 };
 
 int32_t receiveInto(const Channel &channel, int32_t socket, Sender &sender) {
-    return vosMsgRecvStream(socket, channel.buffer, channel.bufferSize, sender.get(), &sender.length);
+    const int32_t received = vosMsgRecvStream(socket, channel.buffer, channel.bufferSize, sender.get(), &sender.length);
+    if (received >= 0 && channel.lastLength != nullptr) *channel.lastLength = static_cast<uint32_t>(received);
+    return received;
 }
 
 Arrival arrivalOf(const Channel &channel, int32_t socket, uint32_t received, Sender &sender) {
@@ -112,8 +115,10 @@ optional<int32_t> serveHigh(Caller me, const Channel &channel, const ReadSet &re
         if (received < vos::kHeadSize)
             return vos::failed(me, VOS_ERROR, "%s:vosMsgRecvStream high failed, size %d.", received);
         /* A failed receive, an empty datagram included, is -1 and so the largest length here. It is required that the
-         * loop then looks at the last message in the buffer once more. */
-        const Arrival arrival = arrivalOf(channel, socket, std::min(received, channel.bufferSize), sender);
+         * loop then looks at the last message in the buffer once more. It is looked at with its own length: behind it
+         * lie parts of earlier messages, which are not for this sender. */
+        const uint32_t length = std::max(*channel.lastLength, vos::kHeadSize);
+        const Arrival arrival = arrivalOf(channel, socket, length, sender);
         if (arrival.head().ulType == VOS_MSG_TYPE_SELF) {
             vos::trace(me, "%s:high receive VOS_MSG_TYPE_SELF.");
             return deliver(channel, delivery, arrival, std::min(received - vos::kHeadSize, delivery.size));
@@ -162,7 +167,7 @@ int32_t receiveMessage(Caller me, const Channel &channel, const Delivery &delive
             return VOS_ERR_TIMEOUT;
         }
         if (channel.netlink != nullptr && ready.has(*channel.netlink))
-            vos::vosMsgNetlinkUniProcess(*channel.netlink, channel.buffer);
+            vos::vosMsgNetlinkUniProcess(*channel.netlink, channel.buffer, *channel.lastLength);
         if (const auto result = serveHigh(me, channel, ready, delivery)) return *result;
         if (const auto result = serveNormal(me, channel, ready, delivery)) return *result;
         if (channel.userSockets) vos::callUserSockets(ready, made);
@@ -182,12 +187,16 @@ int32_t receiveChecked(Caller me, const Channel &channel, const Delivery &delive
     return receiveMessage(me, channel, delivery, timeoutMs);
 }
 
+constinit uint32_t g_lastLength = 0;
+constinit uint32_t g_lastLength_thread = 0;
+
 constinit const Channel kMainChannel{
     .normal = &g_vosFdProc,
     .high = &g_vosFdProcHigh,
     .netlink = &g_vosFdNLUni,
     .buffer = g_vosMsgBufferRecv,
     .bufferSize = VOS_MSG_BUFFER_LEN,
+    .lastLength = &g_lastLength,
     .timers = &vos::kMainTimers,
     .userSockets = true,
     .inPlace = false,
@@ -199,6 +208,7 @@ constinit const Channel kSecondChannel{
     .netlink = nullptr,
     .buffer = g_vosMsgBufferRecv_thread,
     .bufferSize = VOS_MSG_BUFFER_LEN,
+    .lastLength = &g_lastLength_thread,
     .timers = &vos::kSecondTimers,
     .userSockets = true,
     .inPlace = false,
@@ -212,6 +222,7 @@ Channel threadChannel(const int32_t &socket, void *buffer, uint32_t size) {
         .netlink = nullptr,
         .buffer = static_cast<uint8_t *>(buffer),
         .bufferSize = size,
+        .lastLength = nullptr,
         .timers = nullptr,
         .userSockets = false,
         .inPlace = true,

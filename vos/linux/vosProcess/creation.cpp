@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "../base/log.h"
+#include "../base/processId.h"
 #include "../base/signalsBlocked.h"
 #include "roundRobin.h"
 #include "vosProcess.h"
@@ -112,6 +113,8 @@ void execute(const char *path, const char *name, char *const *vector) {
 
 /* vfork(), because the creator may be large and the kernel strict about memory. */
 pid_t startSuspended(vos::Caller me, const char *path, const char *name, char *const *vector) {
+    /* So that the id is known before: exit hooks of the child that ask for it would store their own for the creator. */
+    vos::processId();
     const vos::SignalsBlocked blocked;
     const pid_t child = vfork(); /* NOLINT(clang-analyzer-security.insecureAPI.vfork): see becomeProgram() */
     if (child == 0) becomeProgram(me, blocked, path, name, vector); /* NOLINT(clang-analyzer-unix.Vfork): see there */

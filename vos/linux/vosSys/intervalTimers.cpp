@@ -85,13 +85,17 @@ void finish(Run &run) {
     if (run.record->ulMode == kOneShot && !run.restarted) deleteTimer(run.record);
 }
 
+void finishRun(void *run) { finish(*static_cast<Run *>(run)); }
+
 /* A comparison of handles cannot tell a restarted timer from the one that fired: the C library often gives both the
- * same handle. So the calls are listed, and vosTimerAdd() marks those of its record. */
+ * same handle. So the calls are listed, and vosTimerAdd() marks those of its record. A function that ends its thread
+ * with pthread_exit() is taken off the list as well: its Run goes with the thread's stack. */
 void expired(sigval value) {
     Run run = {.record = static_cast<VOS_TIMER *>(value.sival_ptr), .restarted = false, .next = nullptr};
     begin(run);
+    pthread_cleanup_push(finishRun, &run);
     run.record->pProc(run.record->ulArg);
-    finish(run);
+    pthread_cleanup_pop(1);
 }
 
 timespec periodOf(const VOS_TIMER *record) {

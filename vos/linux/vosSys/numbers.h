@@ -40,8 +40,8 @@ class Numbers {
     explicit Numbers(std::string_view text) : left_(text) {}
 
     void word(std::string_view expected) {
-        if (left_.rfind(expected, 0) ==
-            0) /* starts_with() may call substr(), whose range check needs the C++ run time */
+        /* Not starts_with(), which may call substr(): its range check needs the C++ run time. */
+        if (left_.rfind(expected, 0) == 0)
             left_.remove_prefix(expected.size());
         else
             left_ = {};
