@@ -38,7 +38,7 @@ std::size_t writeHeader(Line &line) {
 
 /* Formats the body. One that is too long is cut. The line is used as a format afterwards, so a pair of percent signs
  * must not be cut in two: the one that is left would stand for a conversion. */
-void writeBody(char *body, const char *format, va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void writeBody(char *body, const char *format, va_list arguments) {
     const int length = vsnprintf(body, vos::kLineBody, format, arguments);
     if (length < 0) body[0] = '\0';
     if (length < static_cast<int>(vos::kLineBody)) return;
