@@ -106,6 +106,8 @@ def test_an_unknown_item(vosctl):
         assert "there is no item" in vosctl("item", *command).failed(2)
     assert vosctl("item", "set", "ztp").failed(2)
     assert vosctl("item").failed(2)
+    assert 'there is no item "ip-adress" (did you mean ip-address?);' in vosctl("item", "get", "ip-adress").failed(2)
+    assert len(vosctl("item", "get", "x" * 5000).failed(2)) < 300
 
 
 def test_a_partition_that_is_not_valid(vosctl):
