@@ -133,7 +133,7 @@ def test_a_tree_elsewhere(vosctl, tmp_path):
 
 def test_an_empty_file_name_is_a_file_that_cannot_be_opened(vosctl):
     before = FACTORY.read_bytes()
-    assert "cannot be opened" in vosctl("item", "set", "serial-number", "--file", "").failed()
+    assert "FILE is empty" in vosctl("item", "set", "serial-number", "--file", "").failed(2)
     assert FACTORY.read_bytes() == before
 
 
