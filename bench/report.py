@@ -78,15 +78,16 @@ def floor_section(rows, directory):
     return (
         "## Requests against the floor\n\n"
         "The floor makes the same system calls by hand. Both take turns of a fraction of a second; a ratio is the median of\n"
-        "those inside each round. The last column compares with a floor whose server, as the interface of `vosMsgRecv` asks\n"
-        "for, hands the payload on from the buffer into which it was received.\n\n![](floor.svg)\n\n" + table(head, body)
+        "those inside each round. The last column compares with a floor whose server, like `vosMsgRecv`,\n"
+        "copies the payload from the buffer into which it was received to a buffer of the application.\n\n![](floor.svg)\n\n"
+        + table(head, body)
     )
 
 
 def others_section(rows, directory):
     parts = [
         "## Other ways to exchange messages\n\nRequests per second with one client. `kept` keeps its connection, `request`"
-        " opens one for each request, as vos does.\nWhat that means is told in [performance](../performance.md).\n"
+        " opens one for each request, as vos does.\n[Performance](../performance.md) explains what that means.\n"
     ]
     ways = list(dict.fromkeys(way for row in rows for way in [*row["ways"], *row["missing"]]))
     columns = [(row["placement"], row["size"]) for row in rows]
@@ -129,7 +130,7 @@ def posts_section(rows):
 def lanes_section(rows):
     body = [[f"normal queue {name}", number(row["requests"]), micro(row["p50"]), micro(row["p99"])] for name, row in rows.items()]
     return (
-        "## The high lane while the normal queue is full\n\nEach message of the normal queue takes the server 100 µs.\n\n"
+        "## The high-priority socket while the normal queue is full\n\nEach message of the normal queue takes the server 100 µs.\n\n"
         + table(["case", "requests", "p50 µs", "p99 µs"], body)
     )
 
@@ -202,7 +203,7 @@ def main(directory, raw=None):
     quick = "\n**A quick run, which only shows that everything works: its figures mean nothing.**\n" if messages["quick"] else ""
     parts = [
         "# Benchmarks\n\nWritten by `scripts/bench` on %s: %s, %d processors, Linux %s. Server and client share a core, have\n"
-        "one each, or are placed by the kernel. [Performance](../performance.md) says where the time goes.\n%s"
+        "one each, or are placed by the kernel. [Performance](../performance.md) explains where the time is spent.\n%s"
         % (messages["date"], messages["machine"], messages["cpus"], messages["kernel"], quick),
         floor_section(messages["floor"], directory),
         others_section(messages["others"], directory),

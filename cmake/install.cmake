@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 install(TARGETS vos vos_static EXPORT vosTargets)
 install(FILES ${vos_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vos)
 
-# The prefix is found from where vos.pc lies, so that an installation can be moved.
+# The prefix is computed from the path of vos.pc, so that an installation can be moved.
 file(RELATIVE_PATH pc_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/vos.pc.in vos.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vos.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

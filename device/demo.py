@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The demo device on AArch64: its story on real flash, the kernel module, the boot loader's flash, core files, VRFs, and a
-restart that everything on flash survives."""
+"""The demo device on AArch64: the scenario of scripts/demo on the emulated flash, the kernel module, the boot loader's flash, core
+files, VRFs, and a restart after which everything on flash is still there."""
 import pathlib
 import shlex
 import tempfile

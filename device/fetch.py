@@ -38,7 +38,7 @@ Dir::Etc::sourceparts "{apt}/none";
 
 
 class Unavailable(Exception):
-    """Something that the device needs cannot be had."""
+    """Something that the device needs is not available."""
 
 
 def run(*command, **options):

@@ -27,7 +27,7 @@ FLASH_SIZE = 64 << 20
 FLASH_AT = 0x4000000
 PARTITIONS = (("boot", 0, 2 << 20), ("flash", 2 << 20, 8 << 20), ("app", 10 << 20, 16 << 20))
 
-# What the distribution's kernel has no modules for, as kernel make files say it.
+# The drivers for which the distribution's kernel has no modules, in the syntax of kernel make files.
 FLASH_DRIVERS = """\
 obj-m := cfi_util.o gen_probe.o cfi_probe.o cfi_cmdset_0001.o physmap.o mtdram.o
 physmap-y := physmap-core.o
@@ -42,7 +42,7 @@ FLASH_SOURCES = (
 
 
 def made(target, inputs, make):
-    """The target, made anew when its inputs are not those that it was made of."""
+    """The target. It is made again when its inputs have changed since it was made."""
     digest = hashlib.sha256()
     for each in inputs:
         digest.update(each.read_bytes() if isinstance(each, pathlib.Path) else str(each).encode())
@@ -178,7 +178,7 @@ class Machine:
 
     def command(self, job, flash, cpus=1, serial="stdio", words=(), extra=()):
         """The emulator's command line."""
-        # Sandboxes make and leave many namespaces, each of which waits for the kernel's readers to have passed.
+        # Sandboxes make and leave many namespaces. The removal of each waits for an RCU grace period of the kernel.
         words = ["console=ttyAMA0", "quiet", "loglevel=1", "rcupdate.rcu_expedited=1", f"share={TREE}", *words]
         command = [*EMULATOR, "-M", "virt", "-accel", "tcg", "-smp", str(cpus), "-serial", serial]
         command += ["-kernel", self.kernel, "-initrd", self.start, "-dtb", self.trees[cpus]]
@@ -219,9 +219,9 @@ def watch(process, patience, show):
     status, output = None, []
     for line in process.stdout:
         line = line.decode(errors="replace").replace("\r", "").rstrip("\n")
-        told = re.fullmatch(r"vos-device: exit (\d+)", line)
-        if told:
-            status = int(told.group(1))
+        ended = re.fullmatch(r"vos-device: exit (\d+)", line)
+        if ended:
+            status = int(ended.group(1))
         if status is not None:
             continue  # the kernel's good-bye
         output.append(line)

@@ -4,10 +4,10 @@
     scripts/device build [--update]   fetches (once) and builds everything that a run needs
     scripts/device run COMMAND...     runs a command of the shell in the guest, with its exit status
     scripts/device test               the whole test suite in the guest, with one and with two processors
-    scripts/device demo               the demo device in the guest: its story, and what only a device has
+    scripts/device demo               the demo device in the guest: the scenario of scripts/demo, and what only a device has
     scripts/device powercut           cuts the power at random moments while everything is being saved
     scripts/device replay             cuts every save after each word that it writes
-    scripts/device shell              a person at the guest's console; "exit" switches it off
+    scripts/device shell              opens the guest's console; "exit" switches it off
 """
 import argparse
 import os
@@ -26,7 +26,7 @@ from machine import Machine, erased_flash
 def run(arguments):
     status, _ = Machine().run(" ".join(arguments.command), cpus=arguments.cpus)
     if status is None:
-        raise Unavailable("the guest ended without an exit status: it restarted, or it died")
+        raise Unavailable("the guest ended without an exit status: it restarted, or it crashed")
     return status
 
 

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Power cuts at random moments: a program in the guest saves one store after the other, the emulator is killed, and the
-next start looks at what is left on the flash, starts up, and puts right what an application can put right."""
+next start examines what is left on the flash, starts up, and repairs what an application can repair."""
 import collections
 import pathlib
 import random
@@ -25,8 +25,8 @@ def words(*command):
 
 
 def start_and_cut(machine, flash, job, commands, wait):
-    """Runs commands in the guest, and kills the emulator some time after it has begun to save. The result: what it
-    said before."""
+    """Runs commands in the guest, and kills the emulator some time after it has begun to save. The result: its
+    output until then."""
     (job / "script").write_text(commands + "\n")
     process = subprocess.Popen(
         ["nice", *machine.command(job, flash)],
@@ -53,7 +53,7 @@ def start_and_cut(machine, flash, job, commands, wait):
 
 
 def tally(output, outcomes, cut):
-    """Counts what a look has found; the number of things that were not so."""
+    """Counts the outcomes that an examination has printed. The result: the number of failed checks."""
     broken = [line for line in output if line.startswith("NOT SO: ")]
     told = [line for line in output if line.startswith("cut ")]
     if len(told) != 1:

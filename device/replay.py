@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Every point at which a save can be cut: the emulator records each word that a save writes to the flash and each block
-that it erases; the guest then tries the flash as it was after each of these steps."""
+that it erases; the guest then mounts and checks the flash as it was after each of these steps."""
 import concurrent.futures
 import pathlib
 import re
@@ -31,7 +31,7 @@ def read_trace(path):
         for line in file:
             told = pattern.match(line)
             if told is None:
-                raise Unavailable(f"the emulator's record has a line that nobody knows: {line}")
+                raise Unavailable(f"the emulator's record has an unknown line: {line}")
             if told.group(5):
                 steps.append((int(told.group(2), 16), 0, int(told.group(5), 16)))
             elif told.group(3) == "4":
@@ -47,7 +47,7 @@ def apply(flash, step):
 
 
 def record(machine, scratch):
-    """Makes everything, saves each store, and gives back what was saved and what that did to the flash."""
+    """Makes everything, and saves each store. Returns what was saved, and the writes to the flash."""
     flash = erased_flash(scratch / "flash")
     job = scratch / "job"
     job.mkdir()
@@ -76,7 +76,7 @@ def record(machine, scratch):
 
 
 def split(names, steps):
-    """The steps of each save, which lie between its mark and the next one; and those before all."""
+    """The steps of each save, which are those between its mark and the next one; and those before all."""
     parts = [[]]
     for step in steps:
         if step[2] == 4 and MARKS <= step[0] < MARKS + 4 * (len(names) + 1) and step[1] == len(parts) - 1:

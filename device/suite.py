@@ -28,7 +28,7 @@ def build():
 
 
 def without_emulator(command):
-    """What the build runs under the emulator of a single process runs as it is here."""
+    """The command line without the emulator of a single process, which is not needed here."""
     words = list(command)
     for at, word in enumerate(words):
         if pathlib.PurePath(word).name.startswith("qemu-aarch64"):
@@ -73,7 +73,7 @@ def run_share(machine, share, cpus, show):
 
 
 def run_all(machine, chosen, cpus, show):
-    """One processor: two guests beside each other, each with half of the tests. Two processors: one guest."""
+    """One processor: two guests at the same time, each with half of the tests. Two processors: one guest."""
     shares = [chosen[0::2], chosen[1::2]] if cpus == 1 and len(chosen) > 1 else [chosen]
     with concurrent.futures.ThreadPoolExecutor() as pool:
         results = list(pool.map(lambda share: run_share(machine, share, cpus, show), shares))

@@ -8,7 +8,7 @@ int main(int argc, char **argv) {
     char text[7] = "who?"; /* one byte more than is sent and received: the answer's text may have no NUL */
     uint32_t code = 0;
     vosProcessInit("client");
-    if (vosMsgSend(name, text, sizeof text - 1, 0, &code, 3000, 0) != VOS_OK) {
+    if (vosMsgSend(name, text, sizeof text - 1, VOS_MSG_WAIT_ANSWER, &code, 3000, 0) != VOS_OK) {
         printf("\nclient: %s does not answer\n", name);
         return 1;
     }

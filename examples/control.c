@@ -4,15 +4,14 @@
 #include <string.h>
 #include <vos.h>
 
-#define NO_ANSWER      1
-#define TO_HIGH_SOCKET 1
-#define ALL_WORK       5
+#define ALL_WORK 5
 
 /* One request to the server; its answer's code, which is how often it has worked, or -1. */
 static int32_t ask(uint32_t ulFlags) {
     char text[6] = "who?";
     uint32_t code = 0;
-    return vosMsgSend("server", text, sizeof text, 0, &code, 3000, ulFlags) == VOS_OK ? (int32_t)code : -1;
+    if (vosMsgSend("server", text, sizeof text, VOS_MSG_WAIT_ANSWER, &code, 3000, ulFlags) != VOS_OK) return -1;
+    return (int32_t)code;
 }
 
 static int trace(void) {
@@ -34,9 +33,9 @@ static int busy(void) {
     const int32_t before = ask(0);
     for (int i = 0; i < ALL_WORK; ++i) {
         char text[] = "work";
-        if (vosMsgSend("server", text, sizeof text, NO_ANSWER, NULL, 3000, 0) != VOS_OK) return 1;
+        if (vosMsgSend("server", text, sizeof text, VOS_MSG_NO_ANSWER, NULL, 3000, 0) != VOS_OK) return 1;
     }
-    const int32_t high = ask(TO_HIGH_SOCKET) - before;
+    const int32_t high = ask(VOS_MSG_TO_HIGH) - before;
     const int32_t normal = ask(0) - before;
     printf("control: the high socket answered after %d of %d pieces of work, the normal one after %d\n", high, ALL_WORK,
            normal);
@@ -50,7 +49,7 @@ int main(int argc, char **argv) {
     if (argc == 2 && strcmp(argv[1], "busy") == 0) return busy();
     char stop[] = "stop";
     if (argc == 2 && strcmp(argv[1], "stop") == 0)
-        return vosMsgSend("server", stop, sizeof stop, NO_ANSWER, NULL, 3000, 0) != VOS_OK;
+        return vosMsgSend("server", stop, sizeof stop, VOS_MSG_NO_ANSWER, NULL, 3000, 0) != VOS_OK;
     fprintf(stderr, "usage: control trace|config|busy|stop\n");
     return 2;
 }

@@ -21,7 +21,7 @@ await() { # CONDITION...: at most ten seconds
 logged() { tr '\r' '\n' <"$log" | grep -c "$1" || true; }
 loggedTimes() { [ "$(logged "$1")" = "$2" ]; }
 
-say "A client asks a server that does not run: it fails at once"
+say "A client sends a request to a server that does not run: it fails at once"
 if "$programs/client" server; then fail "somebody answered"; fi
 
 say "The server starts; its channel is two sockets under /tmp/vos"
@@ -31,7 +31,7 @@ trap 'kill $server 2>/dev/null || true' EXIT
 await test -S /tmp/vos/serverHigh
 (cd /tmp/vos && ls -1 server serverHigh)
 
-say "A client asks it by name"
+say "A client sends it a request by name"
 "$programs/client" server
 
 say "Another process switches the server's trace on for one request, and off again"
@@ -40,7 +40,7 @@ await loggedTimes 'vosMsgResp:end return 0\.' 1
 tr '\r' '\n' <"$log" | grep ' vosMsg\(Recv\|Resp\):' | sed 's/^/    /'
 loggedTimes 'vosMsgRecv:receive VOS_MSG_TYPE_SELF' 1 || fail "more than the one request was traced"
 
-say "It asks for the running configuration"
+say "It requests the running configuration"
 configuration=$("$programs/control" config) || fail "no configuration came"
 printf '%s\n' "$configuration" | sed 's/^/    /'
 grep -q '^name server$' <<<"$configuration" || fail "that is not the server's configuration"
@@ -48,7 +48,7 @@ grep -q '^name server$' <<<"$configuration" || fail "that is not the server's co
 say "The server is kept busy through its normal socket; a request to the high-priority socket is answered first"
 "$programs/control" busy || fail "the high socket did not come first"
 
-say "The server is told to stop; no requester has left a socket behind"
+say "The server gets a request to stop; no requester has left a socket behind"
 "$programs/control" stop
 wait "$server" || fail "the server ended with an error"
 trap - EXIT

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A server: it greets, works, counts its work, and tells its configuration. */
+/* A server: it greets, works, counts its work, and builds its running configuration. */
 #include <stdio.h>
 #include <string.h>
 #include <time.h>
@@ -28,7 +28,7 @@ int main(void) {
     char text[64];
     VOS_MSG_PEER peer;
     vosProcessInit("server");
-    if (vosMsgInit("server", 1, &peer) != VOS_OK) return 1;
+    if (vosMsgInit("server", VOS_MSG_OPEN_LOCAL, &peer) != VOS_OK) return 1;
     vosMsgRegisterBldrun(printConfig);
     for (;;) {
         memset(text, 0, sizeof text);

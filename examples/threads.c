@@ -27,10 +27,10 @@ static void *secondLoop(void *pUnused) {
 static void *askAll(void *pSum) {
     char text[1] = "";
     uint32_t code[4] = {0};
-    vosMsgSend("threads", text, 0, 0, &code[0], 3000, 0);
-    vosMsgSend("threads-second", text, 0, 0, &code[1], 3000, 0);
-    vosMsgThreadSend("threads", 1, text, 0, 0, &code[2], 3000, 0);
-    vosMsgThreadSend("threads", 2, text, 0, 0, &code[3], 3000, 0);
+    vosMsgSend("threads", text, 0, VOS_MSG_WAIT_ANSWER, &code[0], 3000, 0);
+    vosMsgSend("threads-second", text, 0, VOS_MSG_WAIT_ANSWER, &code[1], 3000, 0);
+    vosMsgThreadSend("threads", 1, text, 0, VOS_MSG_WAIT_ANSWER, &code[2], 3000, 0);
+    vosMsgThreadSend("threads", 2, text, 0, VOS_MSG_WAIT_ANSWER, &code[3], 3000, 0);
     printf("\nthreads: main loop %u, second loop %u, thread channels %u and %u\n", code[0], code[1], code[2], code[3]);
     *(uint32_t *)pSum = code[0] + code[1] + code[2] + code[3];
     return NULL;
@@ -43,7 +43,8 @@ int main(void) {
     uint32_t sum = 0;
     pthread_t loops[4];
     vosProcessInit("threads");
-    if (vosMsgInit("threads", 1, &peer) != VOS_OK || vosMsgInit2("threads-second", 1, &peer) != VOS_OK ||
+    if (vosMsgInit("threads", VOS_MSG_OPEN_LOCAL, &peer) != VOS_OK ||
+        vosMsgInit2("threads-second", VOS_MSG_OPEN_LOCAL, &peer) != VOS_OK ||
         vosMsgThreadInit("threads", 1, &sockets[0], 0) != VOS_OK ||
         vosMsgThreadInit("threads", 2, &sockets[1], 0) != VOS_OK)
         return 1;

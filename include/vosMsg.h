@@ -420,7 +420,8 @@ int32_t vosMsgResp(int32_t iReserved, uint32_t ulRetCode, const void *pMsgBuf, u
  * @param pPeer        receives whom to answer
  * @return the number of bytes copied. For a message of the high-priority socket that is its payload, cut to the
  *         buffer; for one of the normal socket it is the message with its 32-byte header, cut to the buffer: up to 32
- *         bytes behind the payload are then to be ignored.
+ *         bytes behind the payload are then to be ignored. So the payload's length is known only when the buffer is
+ *         at least 32 bytes larger than the largest payload: it is then the result minus 32.
  *         VOS_ERR_TIMEOUT; VOS_ERR_PARAM for a null pointer or a buffer size above 64568; VOS_ERR_NOT_INIT before
  *         vosMsgInit(); VOS_ERROR when waiting or receiving fails. A handled signal makes the wait fail, also when
  *         its handler was installed with SA_RESTART. An empty datagram on the normal socket and one of 1 to 31 bytes on

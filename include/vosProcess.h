@@ -53,6 +53,8 @@ extern uint32_t g_bProcTermProcRunned;
  * vosLinuxNetInit(), and loads or re-creates the device data with vosSysConfigDataInit(). Each step is done even if an
  * earlier one has failed. May be called again, with the same effect.
  *
+ * The kernel settings are those of the whole machine. On a development machine call this as root in a sandbox only.
+ *
  * Starts seven shells with vosSystem() and waits for each of them. When standard input is a terminal, vosSystem() puts
  * the terminal's settings back after each shell and discards what was typed meanwhile; a process in the background of
  * the terminal is not stopped by that.

@@ -17,7 +17,7 @@
         }                                                     \
     } while (false)
 
-/* Sends standard output elsewhere while it lives. */
+/* Redirects standard output as long as the object exists. */
 class Redirected {
   public:
     explicit Redirected(int to) : before_(dup(STDOUT_FILENO)) {

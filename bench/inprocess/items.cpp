@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Items of the data partitions, against the same file operations written by hand. The files lie on tmpfs: what is
+/* Items of the data partitions, against the same file operations written by hand. The files are on tmpfs: what is
  * measured is the library, not a flash chip. */
 #include <fcntl.h>
 #include <sys/file.h>

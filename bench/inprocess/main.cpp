@@ -10,7 +10,7 @@
 
 namespace {
 
-/* The partitions do not exist yet; what the library says about that is no result. */
+/* The partitions do not exist yet; the lines of the library about that are not a result. */
 void makePartitions() {
     const int null = open("/dev/null", O_WRONLY);
     {

@@ -1,10 +1,10 @@
 /* SPDX-License-Identifier: MIT */
-/* The same exchange by hand: the system calls that a request cannot do without, and nothing around them.
+/* The same exchange by hand: only the system calls that a request needs.
  *
  *     request    a socket of its own for each request: what the library does
  *     post       the same without waiting for an answer
  *     kept       both sockets stay open: what the system calls of a private socket cost
- *     copied     as request, and the server copies the payload to where an application wants it
+ *     copied     as request, and the server copies the payload to the buffer of an application
  */
 #include <pthread.h>
 #include <sys/select.h>
@@ -120,7 +120,7 @@ class Socket final : public bench::Client {
 };
 
 /* The two sockets that a process of the library waits on. */
-struct Lanes {
+struct Sockets {
     int normal;
     int high;
 
@@ -139,17 +139,17 @@ uint8_t *delivered(uint8_t *payload, std::size_t size, bool copied) {
     return copied ? static_cast<uint8_t *>(memcpy(applications, payload, size)) : payload;
 }
 
-void serveOne(const Lanes &lanes, uint8_t *room, std::size_t size, bool copied) {
-    lanes.wait();
+void serveOne(const Sockets &sockets, uint8_t *buffer, std::size_t size, bool copied) {
+    sockets.wait();
     sockaddr_un sender;
     socklen_t senderLength = sizeof sender;
-    const ssize_t count =
-        must(recvfrom(lanes.normal, room, size, 0, reinterpret_cast<sockaddr *>(&sender), &senderLength), "recvfrom");
+    const ssize_t count = must(
+        recvfrom(sockets.normal, buffer, size, 0, reinterpret_cast<sockaddr *>(&sender), &senderLength), "recvfrom");
     Head head;
-    memcpy(&head, room, sizeof head);
+    memcpy(&head, buffer, sizeof head);
     if (head.noReturn == 1) return;
     const std::size_t length = static_cast<std::size_t>(count) - sizeof head;
-    uint8_t *const payload = delivered(room + sizeof head, length, copied);
+    uint8_t *const payload = delivered(buffer + sizeof head, length, copied);
     bench::answer(payload);
     const Head back{8, 0, {}, head.length};
     iovec pieces[] = {{const_cast<Head *>(&back), sizeof back}, {payload, length}};
@@ -158,7 +158,7 @@ void serveOne(const Lanes &lanes, uint8_t *room, std::size_t size, bool copied) 
     message.msg_namelen = senderLength;
     message.msg_iov = pieces;
     message.msg_iovlen = 2;
-    must(sendmsg(lanes.normal, &message, 0), "sendmsg");
+    must(sendmsg(sockets.normal, &message, 0), "sendmsg");
 }
 
 }  // namespace
@@ -166,10 +166,10 @@ void serveOne(const Lanes &lanes, uint8_t *room, std::size_t size, bool copied) 
 std::unique_ptr<bench::Client> bench::connect(const Setting &setting) { return std::make_unique<Socket>(setting); }
 
 void bench::serve(const Setting &setting) {
-    static uint8_t room[64600];
+    static uint8_t buffer[64600];
     mkdir("/tmp/vos", 0777);
     const std::string path = kServer + setting.variant;
-    const Lanes lanes{openAt(Address{path.c_str()}), openAt(Address{(path + "High").c_str()})};
+    const Sockets sockets{openAt(Address{path.c_str()}), openAt(Address{(path + "High").c_str()})};
     ready();
-    for (;;) serveOne(lanes, room, sizeof room, setting.is("copied"));
+    for (;;) serveOne(sockets, buffer, sizeof buffer, setting.is("copied"));
 }

@@ -19,7 +19,7 @@ constexpr std::size_t kName = 32;
 
 std::string serverName(const bench::Setting &setting) { return "/bench-" + setting.variant; }
 
-/* The kernel's limits may not allow the size; then this ends the program and says so. */
+/* The kernel's limits may not allow the size. Then this prints a message and ends the program. */
 mqd_t create(const std::string &name, std::size_t size) {
     mq_attr attributes{};
     attributes.mq_maxmsg = 10;

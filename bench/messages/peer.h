@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* One side of a measured exchange. A program for each way to exchange messages defines serve() and connect(); peer.cpp
- * is the rest: it takes the command line, obeys the driver, and measures. */
+/* One side of a measured exchange. A program for each way to exchange messages defines serve() and connect(). peer.cpp
+ * has the rest: it reads the command line, executes the commands of the driver, and measures. */
 #ifndef VOS_BENCH_PEER_H
 #define VOS_BENCH_PEER_H
 
@@ -13,14 +13,14 @@
 
 namespace bench {
 
-/* What the driver asks for: peer ROLE VARIANT SIZE ID [NAME=NUMBER]... */
+/* The command line that the driver uses: peer ROLE VARIANT SIZE ID [NAME=NUMBER]... */
 struct Setting {
-    std::string variant; /* how the exchange is made, where a program knows several ways */
+    std::string variant; /* how the exchange is made, if a program has several ways */
     std::size_t size;    /* bytes of a request's payload, and of its answer's */
     unsigned id;         /* clients count from 1; a server has 0 */
     unsigned timers;     /* idle timers of the server's receive loop */
     unsigned sockets;    /* idle descriptors of the server's receive loop */
-    unsigned workUs;     /* processor time that the server spends on each message of the normal lane */
+    unsigned workUs;     /* processor time that the server spends on each message of the normal socket */
 
     [[nodiscard]] bool is(std::string_view name) const { return variant == name; }
 };
@@ -41,7 +41,7 @@ std::unique_ptr<Client> connect(const Setting &setting);
 /* Opens, calls ready(), and serves until it is killed. */
 [[noreturn]] void serve(const Setting &setting);
 
-/* Tells the driver that requests may come. */
+/* Reports to the driver that requests may be sent. */
 void ready();
 
 /* Ends the program: what failed, and errno's text. */

@@ -124,7 +124,7 @@ void listenAt(const std::string &path, sd_event *event) {
     succeed(sd_event_add_io(event, nullptr, fd, EPOLLIN, onConnect, nullptr), "sd_event_add_io");
 }
 
-/* The bus dies with this process; it runs where this process runs. */
+/* The bus ends with this process, and runs on the same processors. */
 void startDaemon(const std::string &path) {
     const std::string configuration = path + ".conf";
     FILE *const file = fopen(configuration.c_str(), "w");

@@ -2,8 +2,8 @@
 /* The library.
  *
  *     request    vosMsgSend() and its answer
- *     high       the same over the high-priority lane
- *     post       vosMsgSend() to which no answer is wanted
+ *     high       the same over the high-priority socket
+ *     post       vosMsgSend() that asks for no answer
  */
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -65,7 +65,7 @@ void bench::serve(const Setting &setting) {
     for (;;) {
         int32_t size = must(vosMsgRecv(0, payload, sizeof payload, VOS_WAIT_FOREVER, &peer), "vosMsgRecv");
         if (peer.iSocketFd == g_vosFdProc) {
-            size -= static_cast<int32_t>(sizeof(VOS_MSG_HEAD)); /* the normal lane counts the header */
+            size -= static_cast<int32_t>(sizeof(VOS_MSG_HEAD)); /* the count of the normal socket includes the header */
             work(setting.workUs);
         }
         answer(payload);

@@ -20,7 +20,7 @@ enum At : std::size_t {
     kBackup = 6
 };
 
-/* Runs a piece of code as a process of its own, and gives back what it printed. */
+/* Runs a piece of code as a process of its own, and returns what it printed. */
 template <class Code>
 std::string printed(Code code) {
     int ends[2];
@@ -47,7 +47,7 @@ std::string printed(Code code) {
 
 bool says(const std::string &text, const char *what) { return text.find(what) != std::string::npos; }
 
-/* A partition that cannot be read is made anew, erased; one that can is left alone. */
+/* A partition that cannot be read is replaced by an erased one. Any other is not changed. */
 void checkPartition(const char *name, bool usable, const std::string &log, const char *line, const std::string &bytes,
                     const std::string &before) {
     expect(says(log, line) == !usable, "%s: start-up says \"%s\"%s", name, line,
@@ -95,7 +95,7 @@ void Aftermath::look() {
         const Bytes bytes = read(object, seen.after.size() + (device ? 0 : 1));
         seen.found = classify(bytes, seen.before, seen.after, device);
         seen.length = bytes.bytes.size();
-        /* Start-up does not look at the boot loader: it makes no difference which of its words are missing. */
+        /* Start-up does not read the boot loader, so it does not matter which of its words are missing. */
         state_ += device ? nameOf(seen.found) : (bytes.there ? '+' : '-') + bytes.bytes;
         const char letter = static_cast<char>(nameOf(seen.found)[0] - 'a' + 'A');
         if (seen.changed()) {
@@ -141,8 +141,8 @@ void Aftermath::repair(Store store) const {
         restoreItem(BSP_OEM_INFO, factory, 48, 1024);
     }
     if (!seen_[kApplicationFile].usable())
-        expect(vosFileCopy(objects()[kBackup].path, szAppFileName) == VOS_OK, "the backup cannot be put back");
-    /* To install again what is in place would back it up, and lose the way back to the application before. */
+        expect(vosFileCopy(objects()[kBackup].path, szAppFileName) == VOS_OK, "the backup cannot be restored");
+    /* To install the same application again would back it up, and overwrite the backup of the application before. */
     const bool installed = store == kApplication && seen_[kApplicationFile].found == Found::New;
     const int32_t result = installed ? saveVersion(after_) : save(store, after_);
     expect(result == VOS_OK, "%s cannot be saved after the cut: %d", nameOf(store), result);

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What a cut during one save has left, and what start-up and the library's calls make of it. */
+/* What a cut during one save has left, and what start-up and the library's calls do then. */
 #pragma once
 
 #include <array>
@@ -19,15 +19,15 @@ class Aftermath {
     /* The outcome of each object that the save changes, as "name=outcome" with commas between them. */
     [[nodiscard]] std::string outcome() const;
 
-    /* Everything that was read, to tell one state of the flash from another. */
+    /* Everything that was read; different for different states of the flash. */
     [[nodiscard]] const std::string &state() const { return state_; }
 
-    /* Starts up as every process does, and sees that start-up does what it is described to do with what look() found,
-     * and that the calls which read say what they are described to say. */
+    /* Starts up as every process does. Checks that start-up handles what look() found as it is described, and that the
+     * calls which read return what is described. */
     void startUp() const;
 
-    /* What an application can do: put right what cannot be used, and save again. Then everything is as if there had
-     * been no cut. */
+    /* What an application can do: repair what cannot be used, and save again. Then everything must be as without a
+     * cut. */
     void repair(Store store) const;
 
   private:

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
  * The first process of the emulated device; called as "reboot", the command that restarts it. Loads the modules, mounts
- * the flash and the shared directories, runs one job, says on the console how it ended, and switches the power off.
+ * the flash and the shared directories, runs one job, prints on the console how it ended, and switches the power off.
  *
  *     /job      shared with the host: the script to run, and whatever it leaves behind
  *     /flash    JFFS2 on the partition of that name
@@ -9,7 +9,7 @@
  *
  * Words of the kernel's command line, which arrive as environment variables:
  *     share=PATH    the host's directory that is seen under its own path
- *     shell=1       a person is at the console
+ *     shell=1       runs an interactive shell on the console
  *     flash=no      leaves the flash alone
  */
 #include <errno.h>
@@ -88,7 +88,7 @@ static const char *word(const char *name) {
     return value != NULL ? value : "";
 }
 
-/* The programs are read-only; what is changed is gone with the power. */
+/* The programs are read-only; changes are in memory, and are lost when the power goes off. */
 static void makeRoot(void) {
     static const char *const kBelow[] = {"/proc", "/sys", "/dev", "/tmp", "/run", "/flash", "/app", "/job"};
     attach("/dev/vda", "/lower", "squashfs", MS_RDONLY, NULL);
@@ -106,7 +106,7 @@ static void makeRoot(void) {
     attach("shm", "/root/dev/shm", "tmpfs", 0, NULL);
     attach("tmp", "/root/tmp", "tmpfs", 0, NULL);
     attach("run", "/root/run", "tmpfs", 0, NULL);
-    /* A link, as everywhere: what is mounted below one of the two is then below the other. */
+    /* A link, as on every system: a mount below one of the two is then visible below the other. */
     rmdir("/root/var/run");
     if (symlink("../run", "/root/var/run") != 0) die("/var/run");
 }
@@ -145,7 +145,7 @@ static void loopbackUp(void) {
 }
 
 static int runJob(void) {
-    const int person = strcmp(word("shell"), "1") == 0;
+    const int interactive = strcmp(word("shell"), "1") == 0;
     const pid_t job = fork();
     if (job < 0) die("fork");
     if (job == 0) {
@@ -154,8 +154,8 @@ static int runJob(void) {
         static char *const kEnvironment[] = {
             "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root", "LANG=C.UTF-8", "TERM=linux", "PS1=vos-device# ", NULL};
         setsid();
-        if (person) ioctl(STDIN_FILENO, TIOCSCTTY, 0);
-        execve("/bin/bash", person ? kShell : kScript, kEnvironment);
+        if (interactive) ioctl(STDIN_FILENO, TIOCSCTTY, 0);
+        execve("/bin/bash", interactive ? kShell : kScript, kEnvironment);
         die("/bin/bash");
     }
     /* The first process is the parent of every orphan. */

@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: MIT */
-/* Saves without end until the power is cut; and looks, after each cut, at what it has left.
+/* Saves again and again until the power is cut. After each cut, examines what is on flash.
  *
  *     powerCut make SIZE PROGRESS           everything on flash, from nothing
- *     powerCut hammer SIZE PROGRESS SEED    saves one store after the other, without end
- *     powerCut look SIZE PROGRESS           what the last cut has left; starts up, checks, puts right
+ *     powerCut hammer SIZE PROGRESS SEED    saves one store after the other, until the power is cut
+ *     powerCut look SIZE PROGRESS           examines what the last cut has left; starts up, checks, repairs
  *
- * PROGRESS is a file that no cut harms, with a line "begin STORE" or "done STORE" at each step.
+ * PROGRESS is a file that is not on the flash, with a line "begin STORE" or "done STORE" at each step.
  */
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,12 +1,12 @@
 /* SPDX-License-Identifier: MIT */
 /* Tries every point at which a save can be cut.
  *
- *     replay save SIZE           makes everything, and saves each store; before and after each save a mark is put on
- * flash replay cut SIZE DIRECTORY [EVERY]
+ *     replay save SIZE                      makes everything, and saves each store between two marks
+ *     replay cut SIZE DIRECTORY [EVERY]     tries every point of one save, or one in EVERY
  *
  * DIRECTORY/before is the flash before a save, DIRECTORY/steps what the save did to it: words written, blocks erased.
- * DIRECTORY/save says which save it was: a store, and how often each store had been saved before. The flash is laid out
- * in memory (mtdram); after each step it is mounted and looked at.
+ * DIRECTORY/save names the save: a store, and how often each store had been saved before. The flash is built
+ * in memory (mtdram). After each step it is mounted and examined.
  */
 #include <fcntl.h>
 #include <linux/blkpg.h>
@@ -68,7 +68,7 @@ void mark(uint32_t number) {
     close(flash);
 }
 
-/* The host reads the names: mark N stands before save N. */
+/* The host reads the names: mark N is written before save N. */
 int saves() {
     Generations now;
     now.fill(kFirst);
@@ -125,7 +125,7 @@ class Flash {
     /* What is mounted and has not been written to since stays mounted. */
     void attachToRead() { attach(MS_RDONLY); }
 
-    /* As start-up does: with a file system that puts itself in order. Takes the flash back afterwards to what it was.
+    /* As start-up does: with a file system that repairs itself. Afterwards the flash is set to what it was before.
      */
     template <class Code>
     void trial(Code code) {
@@ -161,7 +161,7 @@ class Flash {
         }
     }
 
-    /* One that a run before this has added is there already. */
+    /* An earlier run may have added it. */
     void add(const Part &part) const {
         blkpg_partition partition{};
         partition.start = part.at;
@@ -186,7 +186,8 @@ std::string whole(const std::string &path) {
     return bytes.str();
 }
 
-/* Looks at the flash as it is; a state that has not been seen yet also starts up, and is put right. */
+/* Examines the flash as it is. For a state that has not been seen before, start-up runs too, and the flash is repaired.
+ */
 class Trial {
   public:
     Trial(Flash &flash, Store store, const Generations &before, const Generations &after)
@@ -206,7 +207,7 @@ class Trial {
         return outcome_;
     }
 
-    /* The same as at the point before: nothing that is looked at has been touched. */
+    /* The same as at the point before: nothing that is examined has changed. */
     const std::string &unchanged() {
         ++points_[outcome_];
         return outcome_;
@@ -229,7 +230,7 @@ class Trial {
 
 bool has(const std::string &outcome, const char *kind) { return outcome.find(kind) != std::string::npos; }
 
-/* Whether a step touches what is looked at. */
+/* Whether a step changes what is examined. */
 bool visible(const Step &step) { return step.at < contentSize + 64 || step.at >= kParts[1].at; }
 
 int cut(const std::string &directory, std::size_t every) {
@@ -247,7 +248,7 @@ int cut(const std::string &directory, std::size_t every) {
     const std::string first = trial.at();
     expect(!has(first, "=new") && !has(first, "=torn"), "before the save: %s", first.c_str());
     const std::size_t steps = bytes.size() / sizeof(Step);
-    bool touched = false; /* since the last look */
+    bool touched = false; /* since the last examination */
     for (std::size_t i = 0; i < steps; ++i) {
         Step step;
         memcpy(&step, &bytes[i * sizeof step], sizeof step);

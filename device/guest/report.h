@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What must be so; what is not is said on the console, and counted. */
+/* Checks. A failed one is printed on the console, and counted. */
 #pragma once
 
 #include <cstdarg>

@@ -25,12 +25,12 @@ constexpr uint32_t kApplicationType = 2;
 constexpr uint32_t kPackageType = 3;
 constexpr uint32_t kPackageMagic = 0x53355335;
 constexpr std::size_t kOemFieldSize = 128;
-/* A package brings one field of the OEM block; an item is set for another, which lies near the partition's end. */
+/* A package writes one field of the OEM block. A Set writes another one, near the end of the partition. */
 constexpr uint32_t kPackageField = 6;
 constexpr std::size_t kPackageFieldAt = 464;
 constexpr std::size_t kItemFieldAt = 656;
 
-/* Bytes that no compression shortens, never 0x00 or 0xFF, others for every store and generation. */
+/* Bytes that cannot be compressed, never 0x00 or 0xFF, different for every store and generation. */
 std::string noise(Store store, unsigned generation, std::size_t size) {
     uint64_t state = 0x9E3779B97F4A7C15u * (uint64_t{generation} * kStores + store + 1);
     std::string bytes(size, '\0');

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* What a device keeps on flash, in numbered generations: after a power cut each byte can be told to be old or new. */
+/* What a device keeps on flash, in numbered generations, so that after a power cut each byte is known to be old or new.
+ */
 #pragma once
 
 #include <array>

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT OR GPL-2.0
 /*
- * Stands for the kernel module of the device: unicasts trapped packets and link
- * changes to processes, on order, in every network namespace. What a real one
- * takes from its switch chip comes here from whoever sends an order.
+ * Replaces the kernel module of the device: unicasts trapped packets and link
+ * changes to processes, on order, in every network namespace. A real module
+ * gets them from its switch chip; this one gets them from a program that sends
+ * orders.
  */
 #include <linux/module.h>
 #include <linux/netlink.h>
@@ -13,7 +14,7 @@
 
 #include "vosdevice.h"
 
-/* The header of every message of the message core, and what stands around a
+/* The header of every message of the message core, and what surrounds a
  * packet. */
 struct vos_head {
 	u32 type;

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT OR GPL-2.0 */
 /*
- * What the kernel module of the emulated device is asked for, on netlink
+ * The orders that the kernel module of the emulated device takes, on netlink
  * protocol 30. An order is the payload of a netlink message to the kernel; the
  * answer is a message of type NLMSG_DONE whose payload is a __u32, the number
  * of messages that the receiver's queue has taken.

@@ -96,7 +96,7 @@ class Entry:
 
 
 def read(header):
-    """What a header says of itself, as lines, and its entries."""
+    """The comment of a header itself, as lines, and its entries."""
     about, entries = [], []
     for match in COMMENT.finditer(header.read_text(encoding="utf-8")):
         if "@file" in match["text"]:

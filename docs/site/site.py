@@ -95,7 +95,7 @@ class Site:
     def __init__(self, source, target):
         self.source, self.target = source, target
         self.pages, self.files = [], set()
-        self.manual_pages = {}  # page of every name that the manual knows
+        self.manual_pages = {}  # page of every name of the manual
         self.manual()
         for path in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md"):
             self.document(path)

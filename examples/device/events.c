@@ -13,10 +13,10 @@ void oltAlarm(const char *pText) {
     char text[TEXT_LENGTH];
     snprintf(text, sizeof text, "%s", pText);
     vosPrintf("\r\noltd: alarm: %s", text);
-    /* mgmtd need not run: no answer is wanted, and a failure is not logged. */
+    /* mgmtd need not run: this request asks for no answer, and a failure is not logged. */
     const uint32_t flags = g_ulVosDebugFlags;
     vosDebugConfig(0);
-    vosMsgSend(MGMTD_ALARMS, text, (uint32_t)strlen(text) + 1, 1, NULL, 100, 0);
+    vosMsgSend(MGMTD_ALARMS, text, (uint32_t)strlen(text) + 1, VOS_MSG_NO_ANSWER, NULL, 100, 0);
     vosDebugConfig(flags);
 }
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Starts the processes of the OLT, and ends them in the opposite order when it is told to end. When one of them cannot
+/* Starts the processes of the OLT, and ends them in the opposite order when it gets SIGTERM. When one of them cannot
  * be started, the other is ended as well.
  *
  *     initd DIRECTORY

@@ -37,7 +37,8 @@ static void *session(void *pSocketFd) {
         const int32_t count = vosMsgThreadRecv(*(const int32_t *)pSocketFd, &message, sizeof message - 1, 0, &peer);
         if (count < 0) continue;
         uint32_t code = 0;
-        const int32_t result = vosMsgSend(OLTD, message.text, sizeof message.text, 0, &code, TIMEOUT_MS, 0);
+        const int32_t result =
+            vosMsgSend(OLTD, message.text, sizeof message.text, VOS_MSG_WAIT_ANSWER, &code, TIMEOUT_MS, 0);
         if (result != VOS_OK) {
             memset(message.text, 0, sizeof message.text);
             strcpy(message.text, "the OLT does not answer");
@@ -65,8 +66,8 @@ int main(void) {
     vosProcessInit(MGMTD);
     g_pAlarmLock = vosLockCreate();
     /* The main channel first: it makes the directory of the sockets. */
-    if (g_pAlarmLock == NULL || vosMsgInit(MGMTD, 1, &reserved) != VOS_OK ||
-        vosMsgInit2(MGMTD_ALARMS, 1, &reserved) != VOS_OK || startThreads() != VOS_OK)
+    if (g_pAlarmLock == NULL || vosMsgInit(MGMTD, VOS_MSG_OPEN_LOCAL, &reserved) != VOS_OK ||
+        vosMsgInit2(MGMTD_ALARMS, VOS_MSG_OPEN_LOCAL, &reserved) != VOS_OK || startThreads() != VOS_OK)
         return 1;
     vosPrintf("\r\nmgmtd: start complete\r\n");
     for (;;) {

@@ -41,8 +41,9 @@ int main(int argc, char **argv) {
     if (session < 1 || session > SESSIONS || !join(words, text)) return usage();
     vosProcessInit("olt");
     const bool alarm = strcmp(text, "alarm") == 0;
-    const int32_t result = alarm ? vosMsgSend(MGMTD, text, sizeof text, 0, &code, TIMEOUT_MS, 0)
-                                 : vosMsgThreadSend(MGMTD, session, text, sizeof text, 0, &code, TIMEOUT_MS + 1000, 0);
+    const int32_t result =
+        alarm ? vosMsgSend(MGMTD, text, sizeof text, VOS_MSG_WAIT_ANSWER, &code, TIMEOUT_MS, 0)
+              : vosMsgThreadSend(MGMTD, session, text, sizeof text, VOS_MSG_WAIT_ANSWER, &code, TIMEOUT_MS + 1000, 0);
     if (result != VOS_OK) {
         fprintf(stderr, "\nolt: mgmtd does not answer (%d)\n", result);
         return 1;

@@ -18,8 +18,9 @@ static int32_t start(void) {
     vosInit(OLTD);
     vosProcessInit(OLTD);
     vosProcessRegTerminateProc(terminate);
-    if (vosMsgInit(OLTD, 1, &reserved) != VOS_OK || oltEventsInit() != VOS_OK) return VOS_ERROR;
-    if (vosMsgInit(OLTD, 2, &reserved) != VOS_OK) vosPrintf("\r\noltd: no packets and links: no kernel module");
+    if (vosMsgInit(OLTD, VOS_MSG_OPEN_LOCAL, &reserved) != VOS_OK || oltEventsInit() != VOS_OK) return VOS_ERROR;
+    if (vosMsgInit(OLTD, VOS_MSG_OPEN_NETLINK, &reserved) != VOS_OK)
+        vosPrintf("\r\noltd: no packets and links: no kernel module");
     vosPrintf(oltConfigLoad() == VOS_OK ? "\r\noltd: configured from flash" : "\r\noltd: no configuration on flash");
     uint32_t warm = 0;
     vosStartTypeGet(&warm);

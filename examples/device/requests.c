@@ -108,7 +108,7 @@ static int32_t backup(const char *pRest, char *pAnswer, uint32_t ulSize) {
 static int32_t reboot(const char *pRest, char *pAnswer, uint32_t ulSize) {
     (void)pRest;
     snprintf(pAnswer, ulSize, "rebooting");
-    vosReboot(1);
+    vosReboot(VOS_REBOOT_NOW);
     return VOS_OK;
 }
 

@@ -33,7 +33,7 @@ await() { # CONDITION...: at most twenty seconds
     done
     fail "not so after twenty seconds: $*"
 }
-# grep reads to the end: one that stops at the first match would end tr with a signal.
+# grep reads to the end. If it stopped at the first match, tr would be ended by a signal.
 logged() { tr "\r" "\n" <"$log" | grep -E "$1" >/dev/null; }
 boot() {
     : >"$log"

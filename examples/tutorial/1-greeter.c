@@ -36,7 +36,7 @@ int main(void) {
     char text[TEXT_LENGTH + HEADER_LENGTH + 1]; /* the header's 32 bytes more, so that the length is known; and a NUL */
     VOS_MSG_PEER peer;
     vosProcessInit("greeter");
-    if (vosMsgInit("greeter", 1, &peer) != VOS_OK) return 1;
+    if (vosMsgInit("greeter", VOS_MSG_OPEN_LOCAL, &peer) != VOS_OK) return 1;
     for (;;) {
         const int32_t count = vosMsgRecv(0, text, sizeof text - 1, VOS_WAIT_FOREVER, &peer);
         if (count < 0) continue;

@@ -46,7 +46,7 @@ int main(void) {
     char text[TEXT_LENGTH + HEADER_LENGTH + 1]; /* the header's 32 bytes more, so that the length is known; and a NUL */
     VOS_MSG_PEER peer;
     vosProcessInit("greeter");
-    if (vosMsgInit("greeter", 1, &peer) != VOS_OK) return 1;
+    if (vosMsgInit("greeter", VOS_MSG_OPEN_LOCAL, &peer) != VOS_OK) return 1;
     VOS_MSG_TIMER *pTimer;
     if (vosTimerRegister(1, 1000, tell, &pTimer, 0) != VOS_OK) return 1;
     for (;;) {

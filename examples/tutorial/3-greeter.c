@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Step 3: the greeting is kept on flash, and the running configuration can be asked for. */
+/* Step 3: the greeting is kept on flash, and other processes can request the running configuration. */
 #include <stdio.h>
 #include <string.h>
 #include <vos.h>
@@ -75,7 +75,7 @@ int main(void) {
     char text[TEXT_LENGTH + HEADER_LENGTH + 1]; /* the header's 32 bytes more, so that the length is known; and a NUL */
     VOS_MSG_PEER peer;
     vosProcessInit("greeter");
-    if (vosMsgInit("greeter", 1, &peer) != VOS_OK) return 1;
+    if (vosMsgInit("greeter", VOS_MSG_OPEN_LOCAL, &peer) != VOS_OK) return 1;
     load();
     vosMsgRegisterBldrun(build);
     VOS_MSG_TIMER *pTimer;

@@ -41,7 +41,8 @@ static void load(void) {
 static int32_t save(const char *pText) {
     copyText(greeting, pText);
     const int32_t result = vosFileCfgWrite(greeting, (uint32_t)strlen(greeting));
-    if (result != VOS_OK) vosDebugPrintf(2, "%s:the greeting is not saved.", __func__); /* 2: error, on at the start */
+    if (result != VOS_OK)
+        vosDebugPrintf(VOS_DEBUG_ERROR, "%s:the greeting is not saved.", __func__); /* on at the start */
     return result;
 }
 
@@ -65,7 +66,7 @@ static void serve(const char *pText, const VOS_MSG_PEER *pPeer) {
         return;
     }
     ++greeted;
-    vosDebugPrintf(4, "%s:%u greeted with %s.", __func__, greeted, greeting); /* 4: trace, off at the start */
+    vosDebugPrintf(VOS_DEBUG_TRACE, "%s:%u greeted with %s.", __func__, greeted, greeting); /* off at the start */
     answer(greeted, greeting, pPeer);
 }
 
@@ -91,7 +92,7 @@ int main(void) {
     VOS_MSG_PEER peer;
     vosProcessInit("greeter");
     vosProcessRegTerminateProc(end);
-    if (vosMsgInit("greeter", 1, &peer) != VOS_OK) return 1;
+    if (vosMsgInit("greeter", VOS_MSG_OPEN_LOCAL, &peer) != VOS_OK) return 1;
     load();
     vosMsgRegisterBldrun(build);
     VOS_MSG_TIMER *pTimer;

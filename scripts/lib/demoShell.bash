@@ -22,6 +22,6 @@ if olt show >/dev/null 2>&1; then
     echo 'The OLT is running; its output is in /tmp/olt.log. "exit" ends it and this shell.'
     echo 'Try: olt show; vosctl ps; vosctl log oltd trace; vosctl doctor; man vosctl; vosctl <Tab><Tab>'
 else
-    echo 'The OLT does not answer; /tmp/olt.log says why:'
+    echo 'The OLT does not answer. These are the last lines of /tmp/olt.log:'
     tail -n 5 /tmp/olt.log
 fi

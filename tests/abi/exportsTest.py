@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """The shared object exports exactly what the public headers declare, the version script names exactly that, and at run
-time only the system library is needed."""
+time only the C library is needed."""
 import pathlib
 import re
 import subprocess
@@ -41,7 +41,7 @@ expect_same("version script", set(re.findall(r"^\s+(\w+);", script, flags=re.M))
 
 dynamic = output(readelf, "-d", library)
 needed = set(re.findall(r"NEEDED.*\[(.*)\]", dynamic))
-# On AArch64 the stack protector's canary lives in the dynamic loader, which belongs to the system library.
+# On AArch64 the stack protector's canary is in the dynamic loader, which belongs to the C library.
 instrumentation = {name for name in needed if re.match(r"lib(asan|ubsan|tsan|gcov)\.", name)}
 expect_same("needed", needed - {"ld-linux-aarch64.so.1"} - instrumentation, {"libc.so.6"})
 soname = re.search(r"SONAME.*\[(.*)\]", dynamic)

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* Prints what the library costs this process in memory of its own, which no file backs and no other process shares, in
- * KiB: "loaded", the library's own pages before any call; "initialised", by how much the whole process has grown after
- * the three calls of a start-up. */
+/* Prints in KiB how much private memory the library needs in this process: memory that no file backs and no other
+ * process shares: "loaded", the library's own pages before any call; "initialised", by how much the whole process has
+ * grown after the three calls of a start-up. */
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,7 +10,7 @@
 
 #include "vos.h"
 
-/* Room and reader that do not themselves allocate between two measurements. */
+/* A buffer and a reader that do not allocate between two measurements. */
 static char text[256 * 1024];
 
 static const char *readWhole(const char *path) {
@@ -31,7 +31,7 @@ static unsigned long figure(const char *from, const char *name) {
 
 static unsigned long ofProcess(void) { return figure(readWhole("/proc/self/smaps_rollup"), "Anonymous:"); }
 
-/* The mappings of the library's file, and the anonymous one that goes on where they end. */
+/* The mappings of the library's file, and the anonymous one that begins where they end. */
 static unsigned long ofLibrary(void) {
     unsigned long sum = 0, end = 0;
     for (const char *line = readWhole("/proc/self/smaps"); line != NULL && *line != '\0';) {

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Whatever may be delivered is hardened.
+"""What may be delivered is hardened.
 
     hardeningTest.py library LIBRARY PROCESSOR READELF OBJDUMP    the built library shows each protection
     hardeningTest.py builds SOURCE SCRATCH OBJDUMP                every build type but Debug asks for them

@@ -31,7 +31,7 @@ if found:
 
 
 def must_differ(what: str, pattern: str, replacement: str) -> None:
-    """The check can fail: a baseline that was changed is told from the library."""
+    """The check can fail: a changed baseline is found to differ from the library."""
     changed = re.sub(pattern, replacement, baseline, count=1, flags=re.S)
     if changed == baseline or not difference(changed):
         sys.exit(f"FAILED: it would not be seen: {what}")

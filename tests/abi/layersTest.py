@@ -30,7 +30,7 @@ BELOW = {
 # The highest layer of vosFile: a package writes device data.
 INSTALLATION = re.compile(r"vosFile/(image\w*|install|package|oem)\.(cpp|h)$")
 
-# The folders of vosctl, each with the folders below it. main.cpp knows them all.
+# The folders of vosctl, each with the folders below it. main.cpp may include all.
 TOOL_BELOW = {
     "base": [],
     "terminal": ["base"],

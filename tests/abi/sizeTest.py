@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What the library costs a device in flash, memory and stack stays below the ceilings in docs/size.md."""
+"""The flash, memory and stack that the library needs stay below the ceilings in docs/size.md."""
 import pathlib
 import re
 import subprocess
@@ -29,7 +29,7 @@ def relocations() -> int:
 
 
 class Calls:
-    """The compiler's own record of who calls whom with what stack frame (-fcallgraph-info=su). Calls into the system
+    """The compiler's own record of who calls whom with what stack frame (-fcallgraph-info=su). Calls into the C
     library and through pointers, which are the application's handlers, are not in it."""
 
     def __init__(self):

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The device's kernel module on its own netlink protocol. Elsewhere in the tests a test plays its part; here it is
- * there, which is so in the emulated device only. */
+/* The device's kernel module on its own netlink protocol, in the emulated device only. In the other tests the test
+ * itself sends the kernel's messages. */
 #include <linux/netlink.h>
 #include <sched.h>
 
@@ -34,7 +34,7 @@ int32_t trapped(uint8_t *data, int32_t length, VOS_PKT_INFO info, VOS_PKT_EXT ex
     return 0;
 }
 
-/* libvos gets the protocol that it asks for. */
+/* libvos opens the real protocol, which is redirected in other tests. */
 int realSocket(int domain, int type, int protocol) { return socket(domain, type, protocol); }
 
 void openNetlinkChannel() {
@@ -52,7 +52,7 @@ void serveAll() {
     }
 }
 
-/* The kernel module, as whoever sends it orders sees it. */
+/* The kernel module, as a sender of orders sees it. */
 class Module {
   public:
     Module() : fd_(socket(AF_NETLINK, SOCK_RAW, VOSDEVICE_PROTOCOL)) {
@@ -69,7 +69,7 @@ class Module {
     Module &operator=(const Module &) = delete;
     ~Module() { close(fd_); }
 
-    /* Sends this process what is ordered, and tells how much of it the queue has taken. */
+    /* Has the kernel module send messages to this process. Returns how many of them the queue has taken. */
     [[nodiscard]] uint32_t send(uint32_t kind, uint32_t count, uint32_t length, std::array<uint32_t, 4> values) const {
         struct {
             nlmsghdr outer{};
@@ -182,7 +182,7 @@ TEST(KernelModule, EachNetworkNamespaceHasTheProtocolToItself) {
         openNetlinkChannel();
         ASSERT_EQ(unshare(CLONE_NEWNET), 0);
         const Module elsewhere;
-        EXPECT_EQ(elsewhere.packet(60), 0U) << "nobody of that port is in that namespace";
+        EXPECT_EQ(elsewhere.packet(60), 0U) << "no socket of that port is in that namespace";
         serveAll();
         EXPECT_THAT(seen, IsEmpty());
     });

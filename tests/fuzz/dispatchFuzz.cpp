@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT */
-/* Any bytes to any message socket. The first byte chooses the way in: the dispatcher with the bytes as one message in a
- * buffer that ends right behind its room, the kernel's datagram, or the process's real sockets and its receive loop.
+/* Any bytes to any message socket. The first byte chooses the entry: the dispatcher with the bytes as one message in a
+ * buffer of exactly its capacity, the kernel's datagram, or the process's real sockets and its receive loop.
  *
- *     0  dispatcher, room of a main buffer        3  normal socket
- *     1  dispatcher, room of the message alone    4  high socket
+ *     0  dispatcher, capacity of a main buffer    3  normal socket
+ *     1  dispatcher, capacity of the message      4  high socket
  *     2  netlink datagram                         others: as their value modulo 5
  */
 #include <sys/socket.h>
@@ -28,7 +28,7 @@ namespace {
 jmp_buf back;
 volatile uint32_t sink;
 
-/* Reads every byte that a handler is given, and so shows what it must not have been given. */
+/* Reads every byte that a handler gets, so that the sanitizer finds bytes which it must not get. */
 void readAll(const void *bytes, std::size_t length) {
     uint32_t sum = 0;
     for (std::size_t i = 0; i < length; ++i) sum += static_cast<const uint8_t *>(bytes)[i];
@@ -48,10 +48,10 @@ int32_t onVlan(uint32_t, uint32_t, uint32_t) { return 0; }
 int32_t onMac(uint32_t, uint32_t, uint32_t, void *) { return 0; }
 
 /* The words of the request decide what the handlers return, also values that no handler should return. */
-int32_t onBuild(char *text, int32_t *room, uint32_t value1, uint32_t value2) {
-    readAll(text, static_cast<std::size_t>(*room));
-    memset(text, 'c', static_cast<std::size_t>(*room));
-    if (value1 != 0) *room = static_cast<int32_t>(value2);
+int32_t onBuild(char *text, int32_t *capacity, uint32_t value1, uint32_t value2) {
+    readAll(text, static_cast<std::size_t>(*capacity));
+    memset(text, 'c', static_cast<std::size_t>(*capacity));
+    if (value1 != 0) *capacity = static_cast<int32_t>(value2);
     return value1 == 2 ? -1 : 0;
 }
 
@@ -84,13 +84,13 @@ void dropMail() {
     while (recv(client, &byte, 1, MSG_DONTWAIT) >= 0) continue;
 }
 
-/* The message in a heap block of exactly its room, so that the sanitizer sees an access behind it. */
-void dispatch(const uint8_t *data, std::size_t size, std::size_t room, bool netlink) {
-    size = std::min(size, room);
-    const std::unique_ptr<uint8_t[]> block{new uint8_t[room]()};
+/* The message in a heap block of exactly its capacity, so that the sanitizer finds an access behind it. */
+void dispatch(const uint8_t *data, std::size_t size, std::size_t capacity, bool netlink) {
+    size = std::min(size, capacity);
+    const std::unique_ptr<uint8_t[]> block{new uint8_t[capacity]()};
     std::copy_n(data, size, block.get());
     const vos::LocalAddress sender{"/tmp/vos/fuzz"};
-    const vos::Arrival arrival{g_vosFdProc, {block.get(), size}, room, sender.get(), sender.length()};
+    const vos::Arrival arrival{g_vosFdProc, {block.get(), size}, capacity, sender.get(), sender.length()};
     if (setjmp(back) != 0) return; /* an assertion comes back here, and the block is released */
     if (netlink)
         vos::handleNetlinkDatagram("fuzz", arrival);
@@ -104,8 +104,8 @@ void throughSocket(const char *path, const uint8_t *data, std::size_t size) {
     static uint8_t payload[vos::kMaxPayload];
     VOS_MSG_PEER peer;
     if (setjmp(back) != 0) return;
-    const uint32_t room = size % 3 == 0 ? vos::kMaxPayload : static_cast<uint32_t>(size / 2);
-    const int32_t received = vosMsgRecv(0, payload, room, 0, &peer);
+    const uint32_t capacity = size % 3 == 0 ? vos::kMaxPayload : static_cast<uint32_t>(size / 2);
+    const int32_t received = vosMsgRecv(0, payload, capacity, 0, &peer);
     if (received >= 0) vosMsgResp(0, 0, payload, static_cast<uint32_t>(received), &peer);
 }
 
@@ -135,12 +135,12 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0) return 0;
-    const uint8_t road = data[0] % 5;
+    const uint8_t entry = data[0] % 5;
     ++data;
     --size;
-    /* A redirection would take the fuzzer's own output away, and trace would fill it. */
+    /* A redirection would hide the fuzzer's own output, and trace would fill it. */
     if (size >= 4 && data[0] == VOS_MSG_STDOUT_REDIRECT) return 0;
-    switch (road) {
+    switch (entry) {
         case 0:
             dispatch(data, size, VOS_MSG_BUFFER_LEN, false);
             break;

@@ -13,7 +13,7 @@
 
 #include "vos.h"
 
-/* A device with an application and fresh partitions. Only in the sandbox. The log is off, since nobody reads it.
+/* A device with an application and fresh partitions. Only in the sandbox. The log is off, because it is not read.
  */
 inline void prepareDevice() {
     static const bool done = [] {

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""README.md tells the truth: its commands build and install the library, its programs are built against that and talk
+"""README.md is correct: its commands build and install the library, its programs are built against that and talk
 as it says, what it shows of the demo device answers, and all that it names is there. A block or a word that this test
 does not know fails the test. Runs in the sandbox.
 
@@ -23,7 +23,7 @@ PATIENCE = 60 * float(os.environ.get("VOS_TEST_PATIENCE", "1"))
 scratch = tempfile.TemporaryDirectory()
 work = pathlib.Path(scratch.name)
 prefix = work / "root/usr/local"
-# What is installed under /usr/local lands below work.
+# What is installed under /usr/local is below work.
 environment = {**os.environ, "DESTDIR": str(work / "root"), "CMAKE_BUILD_PARALLEL_LEVEL": "2"}
 background = []
 
@@ -109,7 +109,7 @@ def on_the_device(command):
         expect(follower.wait(PATIENCE) == 0, f"{command} ended with {follower.returncode}")
         return
     shows = {"olt show": "olt, serial ", "vosctl ps": "oltd ", "vosctl doctor": "socket-directory"}
-    # The doctor's 1: this kernel has not got the device's module.
+    # Exit status 1 of doctor: this kernel does not have the device's module.
     said = run(command, statuses=(0, 1) if command == "vosctl doctor" else (0,), env=env)
     expect(shows[command] in said, f"{command} said: {said}")
 
@@ -128,7 +128,7 @@ def build_project(lines):
 # What to do with a command, in this order.
 KINDS = [
     (r"cmake .*", install),
-    # The loader's cache is the machine's; here LD_LIBRARY_PATH stands for it.
+    # The loader's cache is the machine's; here LD_LIBRARY_PATH replaces it.
     (r"ldconfig", lambda command: None),
     (r"cc .*", run),
     (r"\./\w+ &", start_program),
@@ -164,7 +164,7 @@ def is_known(word):
 blocks = list(re.finditer(r"^```(\w*)\n(.*?)^```$", readme, flags=re.M | re.S))
 expect(readme.count("```") == 2 * len(blocks), "the fences of the blocks do not match")
 text = re.sub(r"^```.*?^```$", "", readme, flags=re.M | re.S)
-expect(not re.search(r"^(    |\t)", text, flags=re.M), "a block without a fence says not what it is")
+expect(not re.search(r"^(    |\t)", text, flags=re.M), "a block without a fence has no language")
 
 commands, programs = [], []
 for block in blocks:

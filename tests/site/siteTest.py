@@ -52,7 +52,7 @@ def whole_site(site):
 
 
 def broken_link(scratch, name, link, complaint):
-    """A copy of the sources with one link that leads nowhere is refused."""
+    """A copy of the sources with one broken link is refused."""
     tree = scratch / name
     shutil.copytree(source / "docs", tree / "docs")
     for entry in ("CHANGELOG.md", "CMakeLists.txt", "CONTRIBUTING.md", "examples", "include", "vos"):

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Ten loops in one process at the same time: the main one, the second one, and eight thread channels. Beside the
+/* Ten loops in one process at the same time: the main one, the second one, and eight thread channels. During the
  * requests the main loop and the second one fire timers and watch descriptors. */
 #include <fcntl.h>
 
@@ -54,32 +54,32 @@ void loop(uint32_t self, Receive receiveOne, Respond respond) {
 }
 
 void threadLoop(uint32_t self, int32_t fd) {
-    alignas(8) std::array<uint8_t, 32 + sizeof(Numbered)> room{};
+    alignas(8) std::array<uint8_t, 32 + sizeof(Numbered)> buffer{};
     Count count;
     VOS_MSG_PEER peer;
-    while (vosMsgThreadRecv(fd, room.data(), room.size(), 0, &peer) >= 0) {
+    while (vosMsgThreadRecv(fd, buffer.data(), buffer.size(), 0, &peer) >= 0) {
         Numbered request{};
-        memcpy(&request, &room[32], sizeof request);
+        memcpy(&request, &buffer[32], sizeof request);
         if (!count.take(request, self)) break;
-        vosMsgThreadResp(0, room.data(), codeFor(request), sizeof request, &peer);
+        vosMsgThreadResp(0, buffer.data(), codeFor(request), sizeof request, &peer);
     }
     count.expectAll();
     close(fd);
 }
 
-/* Beside the requests: timers that callbacks cancel and register again, and a descriptor that both loops watch. The
- * list of descriptors has no lock, so it stays as it is while the loops run. */
-struct Beside {
+/* During the requests: timers that callbacks cancel and register again, and a descriptor that both loops watch. The
+ * list of descriptors has no lock, so it does not change while the loops run. */
+struct Extra {
     std::atomic<uint32_t> fired = 0;
     std::atomic<uint32_t> read = 0;
     int ends[2] = {-1, -1};
-} beside;
+} extra;
 
 constexpr uint32_t kWakeByte = 4; /* the descriptor becomes readable at every such firing */
 
 void expired(uint32_t, uint64_t) {
-    if (++beside.fired % kWakeByte != 0) return;
-    EXPECT_EQ(write(beside.ends[1], "x", 1), 1);
+    if (++extra.fired % kWakeByte != 0) return;
+    EXPECT_EQ(write(extra.ends[1], "x", 1), 1);
 }
 
 VOS_MSG_TIMER *changing;
@@ -93,22 +93,22 @@ void replaceTimer(uint32_t, uint64_t) {
 
 int32_t readOne(int32_t fd, void *) {
     char byte = 0;
-    if (read(fd, &byte, 1) == 1) ++beside.read;
+    if (read(fd, &byte, 1) == 1) ++extra.read;
     return 0;
 }
 
 void startBeside() {
-    EXPECT_EQ(pipe2(beside.ends, O_NONBLOCK), 0);
-    EXPECT_EQ(vosMsgSockAdd(beside.ends[0], readOne, nullptr), VOS_OK);
+    EXPECT_EQ(pipe2(extra.ends, O_NONBLOCK), 0);
+    EXPECT_EQ(vosMsgSockAdd(extra.ends[0], readOne, nullptr), VOS_OK);
     VOS_MSG_TIMER *timer = nullptr;
     EXPECT_EQ(vosTimerRegister(1, 3, replaceTimer, &timer, 0), VOS_OK);
     EXPECT_EQ(vosTimerRegister2(1, 2, expired, &timer, 0), VOS_OK);
 }
 
 void expectBesideServed() {
-    EXPECT_GT(beside.fired, 20u);
-    EXPECT_GT(beside.read, 0u);
-    EXPECT_LE(beside.read, beside.fired / kWakeByte);
+    EXPECT_GT(extra.fired, 20u);
+    EXPECT_GT(extra.read, 0u);
+    EXPECT_LE(extra.read, extra.fired / kWakeByte);
 }
 
 void serveInTenLoops() {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Many processes at one partition and one configuration file, and writers that die. */
+/* Many processes use one partition and one configuration file, and writers are killed. */
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -149,8 +149,8 @@ TEST(FlashStress, AWriterKilledAtARandomMoment) {
 
 namespace {
 
-/* What the processes of the kill test tell the test. Times are ticks of one clock; a save is named by the tick at which
- * it started, and carries it as its content. */
+/* What the processes of the kill test report to the test. Times are ticks of one clock. A save is named by the tick at
+ * which it started, and this tick is its content. */
 struct Ledger {
     static constexpr uint32_t kSaves = 1 << 24;
     std::atomic<uint32_t> clock = 0;
@@ -188,10 +188,10 @@ uint32_t savedItem() {
     return save;
 }
 
-void saveAndRead(Ledger &ledger, uint32_t life, const std::string &journal) {
+void saveAndRead(Ledger &ledger, uint32_t number, const std::string &journal) {
     szVosJournalDir = journal.c_str();
     vosDebugConfig(0);
-    std::mt19937 random(life);
+    std::mt19937 random(number);
     while (!testing::Test::HasFailure()) {
         const unsigned store = random() % 2;
         if (random() % 2 == 0) {
@@ -200,7 +200,7 @@ void saveAndRead(Ledger &ledger, uint32_t life, const std::string &journal) {
         }
         const uint32_t save = ++ledger.clock;
         if (save >= Ledger::kSaves) return;
-        ledger.owner[save] = life;
+        ledger.owner[save] = number;
         const std::string content = contentOf(save);
         EXPECT_EQ(store == 0 ? vosFileCfgWrite(content.data(), size32(content)) : setWord(BSP_BANDRATE, save), VOS_OK);
         ledger.end[save] = ++ledger.clock;
@@ -228,35 +228,35 @@ TEST(FlashStress, KillsOfProcessesThatSaveByWayOfTheJournalTearAndLoseNothing) {
     ASSERT_NE(room, MAP_FAILED);
     Ledger &ledger = *new (room) Ledger;
 
-    uint32_t lives = 0;
-    std::vector<uint32_t> died(1, 0); /* when each life was over */
+    uint32_t processes = 0;
+    std::vector<uint32_t> ended(1, 0); /* when each process was over */
     const auto startOne = [&] {
-        died.push_back(0);
-        const uint32_t life = ++lives;
-        return std::make_unique<Process>([&ledger, life, journal] { saveAndRead(ledger, life, journal); });
+        ended.push_back(0);
+        const uint32_t number = ++processes;
+        return std::make_unique<Process>([&ledger, number, journal] { saveAndRead(ledger, number, journal); });
     };
     std::vector<std::pair<uint32_t, std::unique_ptr<Process>>> savers;
-    for (std::size_t i = 0; i < kSavers; ++i) savers.emplace_back(lives + 1, startOne());
+    for (std::size_t i = 0; i < kSavers; ++i) savers.emplace_back(processes + 1, startOne());
     for (uint32_t kill = 0; kill < kills; ++kill) {
-        auto &[life, process] = savers[random() % kSavers];
+        auto &[number, process] = savers[random() % kSavers];
         usleep(static_cast<useconds_t>(random() % 3000)); /* the random moment itself; nothing is waited for */
         process->send(SIGKILL);
-        EXPECT_TRUE(process->finish().killedBy(SIGKILL)) << "life " << life << " ended by itself";
-        died[life] = ++ledger.clock;
-        life = lives + 1;
+        EXPECT_TRUE(process->finish().killedBy(SIGKILL)) << "process " << number << " ended by itself";
+        ended[number] = ++ledger.clock;
+        number = processes + 1;
         process = startOne();
     }
-    for (auto &[life, process] : savers) {
+    for (auto &[number, process] : savers) {
         process->send(SIGKILL);
         EXPECT_TRUE(process->finish().killedBy(SIGKILL));
-        died[life] = ++ledger.clock;
+        ended[number] = ++ledger.clock;
     }
     run([&] {
         szVosJournalDir = journal.c_str();
         vosDebugConfig(0);
         for (const unsigned store : {0u, 1u}) {
             const uint32_t save = store == 0 ? savedConfiguration() : savedItem();
-            const uint32_t over = ledger.end[save] != 0 ? ledger.end[save].load() : died[ledger.owner[save]];
+            const uint32_t over = ledger.end[save] != 0 ? ledger.end[save].load() : ended[ledger.owner[save]];
             EXPECT_GE(over, ledger.lastStart[store]) << "a later save was reported, and is lost";
             EXPECT_GT(ledger.lastStart[store], 100u) << "nearly nothing was saved";
         }

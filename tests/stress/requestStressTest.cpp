@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Many requests by many processes: each is answered once, by whom it was sent to, with what belongs to it. */
+/* Many requests by many processes: each is answered once, by its receiver, with its own answer. */
 #include <sys/wait.h>
 
 #include <atomic>
@@ -66,7 +66,7 @@ void stop(uint32_t server) {
     EXPECT_TRUE(Peer{}.send("/tmp/vos/" + nameOf(server), Bytes{}.raw(&head, sizeof head).raw(&last, sizeof last)));
 }
 
-/* Half of the processes serve, the other half ask all of them in turn. */
+/* Half of the processes serve, the other half send requests to all of them in turn. */
 void exchange(uint32_t processes, uint32_t requests) {
     setenv("VOS_TEST_PATIENCE", "12", 1);
     const uint32_t servers = processes / 2;

@@ -24,7 +24,7 @@ int readyFd = -1;
 
 using Clock = std::chrono::steady_clock;
 
-/* Standard output is the scenario's; what an expectation has to say goes to standard error. */
+/* Standard output belongs to the scenario; a failed expectation writes to standard error. */
 class SayOnStandardError : public testing::EmptyTestEventListener {
     void OnTestPartResult(const testing::TestPartResult &result) override {
         if (result.failed())
@@ -36,7 +36,7 @@ class SayOnStandardError : public testing::EmptyTestEventListener {
 [[noreturn]] void runBody(const Body &body) {
     rlimit cores{};
     getrlimit(RLIMIT_CORE, &cores);
-    cores.rlim_cur = 0; /* the ceiling stays: who gives it up may not be able to raise it again */
+    cores.rlim_cur = 0; /* the hard limit stays: an ordinary user could not raise it again */
     setrlimit(RLIMIT_CORE, &cores);
     auto &listeners = testing::UnitTest::GetInstance()->listeners();
     delete listeners.Release(listeners.default_result_printer());
@@ -52,7 +52,7 @@ Milliseconds deadline() {
     return std::chrono::seconds(20) * (patience != nullptr ? atoi(patience) : 1);
 }
 
-/* Shared by the copies of an outcome; the last one to go sees whether anybody has asked. */
+/* Shared by the copies of an outcome; the last one that is destroyed checks whether the end was examined. */
 struct Outcome::End {
     int status = 0;
     bool asked = false;

@@ -26,7 +26,7 @@ Milliseconds deadline();
 const std::string &testPrograms();
 
 /* What a finished child has left behind. A child that did not simply exit with 0 fails the test, unless the test asks
- * how it ended: a crash that nobody expects is never overlooked. */
+ * how it ended: an unexpected crash is not overlooked. */
 class Outcome {
   public:
     Outcome() = default;
@@ -37,9 +37,9 @@ class Outcome {
 
     [[nodiscard]] bool exited(int code) const;
     [[nodiscard]] bool killedBy(int signal) const;
-    /* The same as exited(), without counting as a question. */
+    /* The same as exited(), but the test has not examined the end by it. */
     [[nodiscard]] bool exitedWith(int code) const;
-    /* Whatever its end was, the test has dealt with it. */
+    /* The test has examined the end, whatever it was. */
     void excuse() const;
     /* The log lines, checked for the header of this child; see splitLog(). */
     [[nodiscard]] std::vector<std::string> messages() const;
@@ -58,7 +58,7 @@ class Process {
     ~Process();
 
     [[nodiscard]] pid_t pid() const { return pid_; }
-    /* Sends a signal. That the child dies of it is then no surprise. */
+    /* Sends a signal. It is then no failure when the signal ends the child. */
     void send(int signal);
     /* Waits until the child has called ready(). */
     void awaitReady();
@@ -77,7 +77,7 @@ class Process {
     std::string text_;
 };
 
-/* Called in a child: tells its parent that it has come to the point where others may meet it. */
+/* Called in a child: reports to the parent that it is ready for others. */
 void ready();
 
 /* Starts a child that runs `body` and then exits with 0. A failed expectation in the child fails the parent's test. */

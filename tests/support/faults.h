@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Fault injection: the calls that libvos makes into the system library are led through overrides of the test program,
- * which record them and can make any of them fail. Nothing in the library exists for this: its own global offset table
+/* Fault injection: the calls that libvos makes into the C library are redirected to overrides of the test program,
+ * which record them and can make any of them fail. The library has no code for this: its global offset table
  * is redirected at start-up, so that no call of the test program itself is counted or failed. */
 #ifndef TESTS_SUPPORT_FAULTS_H
 #define TESTS_SUPPORT_FAULTS_H
@@ -19,7 +19,7 @@ namespace vostest {
 
 /* One call to be failed. */
 struct FaultPoint {
-    std::string call;    // name in the system library
+    std::string call;    // name in the C library
     int occurrence = 1;  // which of these calls: 1 is the first after arming
     int error = 0;       // errno that it reports; 0 takes the usual one (EIO, or ENOMEM for an allocation)
     long shortTo = -1;   // not -1: the call succeeds, but moves only that many bytes
@@ -45,7 +45,7 @@ std::vector<std::string> record(const std::function<void()> &action);
 /* From here on the thread that enters the chosen call stores its id; an occurrence of 0 ends that. */
 void watch(const std::string &call, int occurrence, std::atomic<pid_t> *caller);
 
-/* Heap blocks that libvos has allocated and nobody has released through it. */
+/* Heap blocks that libvos has allocated and not released. */
 int liveBlocks();
 
 }  // namespace Faults
@@ -71,7 +71,7 @@ std::vector<Attempt> failEachCall(const Body &prepare, const std::function<long(
 /* One attempt with one chosen fault. */
 Attempt failCall(const FaultPoint &point, const Body &prepare, const std::function<long()> &action);
 
-/* Expectation that each attempt has given back all descriptors, heap blocks and locks. */
+/* Expectation that each attempt has released all descriptors, heap blocks and locks. */
 void expectNothingKept(const std::vector<Attempt> &attempts);
 
 /* Expectation on one attempt of a list, found by its description, such as "open#1". */

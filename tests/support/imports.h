@@ -15,7 +15,7 @@ struct Import {
 
 std::vector<Import> importsOfLibvos();
 
-/* Leads an import to another function. */
+/* Redirects an import to another function. */
 void redirect(const Import &import, void *replacement);
 
 }  // namespace vostest

@@ -17,14 +17,14 @@ struct LogLine {
     std::string message;
 };
 
-/* Splits output at every CR LF. What stands before the first one is a piece without a header, if it is not empty. */
+/* Splits output at every CR LF. What comes before the first one is a piece without a header, if it is not empty. */
 std::vector<LogLine> splitLog(const std::string &output);
 
 /* The messages of a child's output, in order. A line whose header names another process id than the child's fails the
  * test; pieces without a header are listed as they are. */
 std::vector<std::string> logMessages(const std::string &output, pid_t pid);
 
-/* The text that the system library has for an errno, as lines show it: "5(Input/output error)". */
+/* The text that the C library has for an errno, as lines show it: "5(Input/output error)". */
 std::string errnoText(int error);
 
 }  // namespace vostest

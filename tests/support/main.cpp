@@ -9,7 +9,7 @@
 #include "faults.h"
 
 /* Weak: a test program may have options of its own. Under a sanitizer too an allocation that is too large gives null,
- * as the system library's does. */
+ * as the C library's does. */
 extern "C" [[gnu::weak]] const char *__asan_default_options() { return "allocator_may_return_null=1"; }
 extern "C" [[gnu::weak]] const char *__tsan_default_options() { return "allocator_may_return_null=1"; }
 

@@ -52,7 +52,7 @@ namespace vostest {
 
 namespace {
 
-/* The armed fault. Plain data besides `left`: it is written before arming and read by whoever counts down. */
+/* The armed fault. Plain data besides `left`: it is written before arming and read by the thread that counts down. */
 struct Armed {
     std::array<char, 32> call{};
     int error = 0;
@@ -135,7 +135,7 @@ struct CODE {
 namespace over {
 
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral" /* formats are handed on */
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" /* formats are passed on */
 
 #define FAILS(result, name, parameters, arguments, failure)                                 \
     result name parameters {                                                                \
@@ -215,8 +215,8 @@ int ioctl(int fd, unsigned long request, ...) {
     return ::ioctl(fd, request, argument);
 }
 
-/* The private netlink protocol of the device's kernel module is not there. In its place stands the one on which user
- * space may unicast, so that a test plays the kernel's part and all else is the real kernel path. */
+/* The private netlink protocol of the device's kernel module does not exist here. It is replaced by the one on which
+ * user space may unicast. So a test sends the kernel's messages, and everything else is the real path of the kernel. */
 int socket(int domain, int type, int protocol) {
     constexpr int kDeviceProtocol = 30;
     if (enter("socket", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
@@ -312,7 +312,7 @@ int atexit(void (*hook)()) {
     return ::atexit(hook);
 }
 
-/* How atexit() reaches the system library from a shared object, unless a sanitizer stands in between. */
+/* How atexit() reaches the C library from a shared object, unless a sanitizer redirects it. */
 int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
     if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
     return __cxa_atexit(hook, argument, object);
@@ -323,7 +323,8 @@ int strerrorPortable(int error, char *to, size_t size) {
     return __xpg_strerror_r(error, to, size);
 }
 
-/* The mutex is released even when the call reports a failure: else whoever takes it next would wait for ever. */
+/* The mutex is released even when the call reports a failure: else the next thread that takes it would wait for ever.
+ */
 int pthread_mutex_unlock(pthread_mutex_t *mutex) {
     const Verdict verdict = enter("pthread_mutex_unlock", Kind::Listed);
     const int result = ::pthread_mutex_unlock(mutex);
@@ -337,9 +338,9 @@ unsigned sleep(unsigned seconds) {
     return seconds;
 }
 
-/* The heap: every block that libvos has taken is known until libvos gives it back. */
+/* The heap: every block that libvos has allocated is in the list until libvos releases it. */
 
-/* Never destroyed: libvos gives blocks back until the very end of the process. */
+/* Never destroyed: libvos releases blocks until the end of the process. */
 std::mutex &heapMutex = *new std::mutex;
 std::unordered_set<void *> &blocks = *new std::unordered_set<void *>;
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The overrides of the system library's calls, by name. */
+/* The overrides of the C library's calls, by name. */
 #ifndef TESTS_SUPPORT_OVERRIDES_H
 #define TESTS_SUPPORT_OVERRIDES_H
 

@@ -48,7 +48,7 @@ constexpr std::string_view kCannotFail[] = {
     "freeaddrinfo",
     "inet_addr",
     "inet_ntoa",
-    // threads: fail only for arguments that the library does not pass, or for want of memory at load
+    // threads: fail only for arguments that the library does not pass, or when there is no memory at load
     "__pthread_register_cancel",
     "__pthread_unregister_cancel",
     "__pthread_unwind_next",

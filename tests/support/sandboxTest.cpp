@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The world in which every test runs, seen from inside. */
+/* The sandbox in which every test runs, seen from inside. */
 #include <gmock/gmock.h>
 #include <ifaddrs.h>
 #include <linux/capability.h>
@@ -59,7 +59,7 @@ TEST(Sandbox, FlashAndAppAreEmptyAndWritable) {
 }
 
 TEST(Sandbox, TheTemporaryDirectoryHoldsNothingOfTheMachine) {
-    for (const auto &name : entriesOf("/tmp")) /* at most the way to this checkout, when it lies there */
+    for (const auto &name : entriesOf("/tmp")) /* at most the path of this checkout, when it is there */
         EXPECT_TRUE(vostest::testPrograms().starts_with("/tmp/" + name)) << name;
 }
 

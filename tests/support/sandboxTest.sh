@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # The sandbox seen from outside: its namespaces are not ours, what happens inside stays inside, exit statuses come
-# through, and an ordinary user gets the same world.
+# through, and an ordinary user gets the same sandbox.
 set -euo pipefail
 
-# A copy that every user may read, wherever this checkout lies.
+# A copy that every user may read, wherever this checkout is.
 stage=$(mktemp -d)
 trap 'rm -rf "$stage"' EXIT
 mkdir -p "$stage"/tests/support
@@ -27,7 +27,7 @@ status() {
     echo $result
 }
 
-world() { # COMMAND PREFIX...: what is checked for each kind of user
+check_as() { # COMMAND PREFIX...: what is checked for each kind of user
     for kind in mnt net pid ipc uts; do
         outside=$(readlink /proc/self/ns/$kind)
         inside=$("$@" "$sandbox" readlink /proc/self/ns/$kind)
@@ -42,11 +42,11 @@ world() { # COMMAND PREFIX...: what is checked for each kind of user
 }
 
 before="$(cat /proc/sys/net/core/wmem_max) $(cat /proc/sys/kernel/core_pattern) $(uname -n)"
-world env
+check_as env
 if [ "$(id -u)" = 0 ]; then
-    world setpriv --reuid 65534 --regid 65534 --clear-groups
+    check_as setpriv --reuid 65534 --regid 65534 --clear-groups
     # As in a container that allows user namespaces only.
-    world setpriv --bounding-set -sys_admin --inh-caps -sys_admin
+    check_as setpriv --bounding-set -sys_admin --inh-caps -sys_admin
 fi
 expect "a sandbox can be made here" "$(status "$sandbox" --check)" 0
 # As in a container that allows none: all that may be made are used up.
@@ -66,6 +66,6 @@ expect "the check needs no bubblewrap" "$(PATH=$stage/bin status "$sandbox" --ch
 expect "nor does it to fail" "$(status without_namespaces env PATH="$stage/bin" "$sandbox" --check)" 125
 expect "nothing of the machine has changed" \
     "$(cat /proc/sys/net/core/wmem_max) $(cat /proc/sys/kernel/core_pattern) $(uname -n)" "$before"
-expect "a world that cannot be made fails the run" "$(status "$sandbox" --writable /no/such/directory true)" 1
+expect "a sandbox that cannot be made fails the run" "$(status "$sandbox" --writable /no/such/directory true)" 1
 expect "a missing bubblewrap fails the run" "$(PATH=/nowhere status "$BASH" "$sandbox" true)" 125
 [ $failures = 0 ]

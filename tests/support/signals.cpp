@@ -22,7 +22,7 @@ std::atomic<int> counted = 0;
 
 void count(int) { ++counted; }
 
-/* What the process under test and the one that sends the signal tell each other, in memory that both share. */
+/* What the process under test and the sender of the signal exchange, in memory that both share. */
 struct Meeting {
     std::atomic<pid_t> caller;  // the thread that has entered the call
     std::atomic<bool> over;     // the action has ended
@@ -61,7 +61,7 @@ class SharedMeeting {
     _exit(0);
 }
 
-/* Starts the sender as nobody's child: a library that waits for children must not meet it. */
+/* Starts the sender so that it is not a child of this process: the library could wait for it otherwise. */
 void startSender(const Interruption &how, const SharedMeeting &meeting) {
     const pid_t parent = fork();
     if (parent == 0) {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Answers that no machine gives on demand: a call of libvos is led to a function of the test. */
+/* Results that no machine returns on demand: a call of libvos is redirected to a function of the test. */
 #ifndef TESTS_SUPPORT_SUBSTITUTE_H
 #define TESTS_SUPPORT_SUBSTITUTE_H
 

@@ -114,7 +114,7 @@ def steps():
     eventually(traced, "vosctl log shows nothing")
     log.send_signal(signal.SIGINT)
     expect(log.wait(PATIENCE) == 0, f"vosctl log ended with {log.returncode}")
-    expect(greeter.end() == 0, "the greeter does not end in good order")
+    expect(greeter.end() == 0, "the greeter does not end with status 0")
     greeter.prints("greeter ends")
 
     os.unlink("/flash/zebcfg")

@@ -211,7 +211,7 @@ TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
 
 #elif defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
-/* No call of the system library stands between libvos and the processor, so a processor is emulated that cannot help.
+/* No call of the C library stands between libvos and the processor, so a processor is emulated that cannot help.
  */
 TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
     if (access("/usr/bin/qemu-x86_64", X_OK) != 0) GTEST_SKIP() << "qemu-x86_64 is not installed";

@@ -27,14 +27,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/* The thread sanitizer does not see the threads that the system library makes inside itself, and code that it has
+/* The thread sanitizer does not see the threads that the C library makes inside itself, and code that it has
  * instrumented cannot run on them: a timer that fires ends the process. The tests without an expiry do run. */
 #if defined(__SANITIZE_THREAD__)
 constexpr bool kExpiriesCanRun = false;
 #else
 constexpr bool kExpiriesCanRun = true;
 #endif
-const char *const kWhyNot = "the thread sanitizer cannot follow the system library's timer threads";
+const char *const kWhyNot = "the thread sanitizer cannot follow the C library's timer threads";
 
 std::atomic<int> calls = 0;
 std::atomic<uint64_t> lastArgument = 0;
@@ -59,7 +59,7 @@ void letOthersFire(uint32_t periodMs, int times) {
     }
 }
 
-/* How the system library was asked for a timer. */
+/* How the C library was asked for a timer. */
 itimerspec timesSeen;
 int settimeOfTheTest(timer_t /*timer*/, int flags, const itimerspec *times, itimerspec *before) {
     EXPECT_EQ(flags, 0);

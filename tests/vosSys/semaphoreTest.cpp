@@ -96,7 +96,7 @@ TEST(BinarySemaphore, TheInitialValueIsNotClamped) {
         for (int take = 0; take < 5; ++take) EXPECT_EQ(vosSemTake(sem, 1000), VOS_OK);
         EXPECT_EQ(vosSemTake(sem, VOS_NO_WAIT), VOS_ERROR);
         EXPECT_EQ(vosSemDelete(sem), VOS_OK);
-        EXPECT_EQ(vosSemBCreate(0x80000000U), nullptr) << "beyond what the system library counts";
+        EXPECT_EQ(vosSemBCreate(0x80000000U), nullptr) << "beyond what the C library counts";
     });
 }
 

@@ -58,7 +58,7 @@ std::string expectedTemplate() {
            std::string("LMT\0JDT\0JST\0", 12) + bytes("00 00 00 01") + bytes("00 00 00 01") + "\n";
 }
 
-/* What the system library makes of an instant, with the zone file that it finds. */
+/* What the C library makes of an instant, with the zone file that it finds. */
 std::string local(time_t instant) {
     setenv("TZ", ":/etc/localtime", 1);
     tzset();

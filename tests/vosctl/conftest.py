@@ -50,7 +50,7 @@ class Outcome:
 
 
 class Background:
-    """A process that runs beside the test. Its lines are collected as they come."""
+    """A process that runs during the test. Its lines are collected as they come."""
 
     def __init__(self, command, stdin=None, env=None):
         self.command = command
@@ -107,7 +107,7 @@ class Background:
 
 
 def await_socket(path, process=None):
-    """Waits until somebody receives on the socket path."""
+    """Waits until a process receives on the socket path."""
     deadline = time.monotonic() + PATIENCE
     while time.monotonic() < deadline:
         probe = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -143,7 +143,7 @@ def vosctl(binary):
 
 @pytest.fixture
 def background():
-    """Starts processes beside the test; all have ended when the test is over."""
+    """Starts processes during the test; all have ended when the test is over."""
     started = []
 
     def start(*command, ready=None, name=None, **options):
@@ -194,7 +194,7 @@ def stale():
 
 
 def eventually(true):
-    """Waits until the call gives a true value, and returns it."""
+    """Waits until the call returns a true value, and returns it."""
     deadline = time.monotonic() + PATIENCE
     while time.monotonic() < deadline:
         if value := true():
@@ -213,7 +213,7 @@ def _empty(directory):
 
 @pytest.fixture(autouse=True)
 def clean_device():
-    """Every test begins with an empty flash, and with nobody reachable."""
+    """Every test begins with an empty flash, and without a reachable process."""
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     for directory in ("/flash", "/app"):
         _empty(directory)

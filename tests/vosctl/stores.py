@@ -32,7 +32,7 @@ def flipped(data, at=-1):
 
 
 def install_first():
-    """Puts an application on the device, by which images are measured."""
+    """Installs an application, with which images are compared."""
     APPLICATION.write_bytes(image(2, b"first"))
 
 

@@ -111,7 +111,7 @@ def test_bash(shell, agent):
 
 
 def bash(shell, *words):
-    """What bash is told for the last of the words; with "default" or "dirnames" where files fit too."""
+    """The candidates that bash gets for the last of the words; with "default" or "dirnames" where files fit too."""
     line = " ".join(shlex.quote(word) for word in words)
     script = (f"source '{SCRIPTS}/vosctl.bash'; compopt() {{ echo $2; }}; COMP_WORDS=({line}) COMP_CWORD={len(words) - 1}; "
               "_vosctl; printf '%s\\n' ${COMPREPLY[@]+\"${COMPREPLY[@]}\"}")

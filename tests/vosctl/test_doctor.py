@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""vosctl doctor: each thing that hinders, and that it is told with what to do."""
+"""vosctl doctor: each check that can fail, and its line with what to do."""
 import os
 import pathlib
 import subprocess
@@ -117,7 +117,7 @@ def test_a_symbolic_link_in_place_of_the_socket_directory(vosctl, tmp_path):
 
 
 def as_nobody(binary, *arguments):
-    """Runs vosctl without the rights of root, which stand above every permission."""
+    """Runs vosctl without the rights of root, who is allowed everything."""
     done = subprocess.run(["setpriv", "--bounding-set=-all", "--inh-caps=-all", "--", binary, *arguments],
                           stdout=subprocess.PIPE, check=False)
     return done.stdout.decode()

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What the documents and manual pages say of the commands is what the commands say."""
+"""The documents and manual pages describe the commands as their help does."""
 import pathlib
 import re
 

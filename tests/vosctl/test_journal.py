@@ -82,6 +82,11 @@ def test_a_torn_partition_is_completed_first(journaled, interrupted, command):
     assert journaled("item", "get", "ztp").ok().stdout == "7\n"
 
 
+def test_a_partition_has_its_whole_size_as_soon_as_it_is_completed(journaled, interrupted):
+    SYSTEM.write_bytes(b"short")
+    assert journaled("--json", "partition", "check", "system").ok().json["partitions"][0]["bytes"] == 984
+
+
 def test_a_torn_configuration_is_completed_before_it_is_shown(journaled):
     SAVED.write_bytes(b"host")
     entry_of(SAVED, b"hostname a\n")

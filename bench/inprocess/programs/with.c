@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A process that loads the library, and goes as far in starting up as it is told. */
+/* A process that loads the library. Its argument says how much of the start-up it does. */
 #include <string.h>
 #include <vos.h>
 

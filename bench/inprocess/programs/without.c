@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A process that knows nothing of the library; if told so, it sets what vosInit() sets, by the same shell commands. */
+/* A process without the library. With an argument it sets what vosInit() sets, by the same shell commands. */
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>

@@ -166,8 +166,11 @@ Completion completionFor(const CLI::App &app, const Words &words) {
 }
 
 int print(Output &out, const Completion &completion, bool describe) {
-    for (const auto &[candidate, description] : completion.candidates)
-        out.raw(candidate + (describe && !description.empty() ? "\t" + description : "") + "\n");
+    for (const auto &[candidate, description] : completion.candidates) {
+        out.raw(candidate);
+        if (describe && !description.empty()) out.raw("\t" + description);
+        out.raw("\n");
+    }
     /* No candidate has a slash. */
     if (describe && completion.files) out.raw("/files\n");
     if (describe && completion.directories) out.raw("/directories\n");

@@ -70,11 +70,12 @@ int save(Output &out, const Arguments &arguments) {
 
 Json describe(const std::vector<LineChange> &changes) {
     Json lines = Json::array();
-    for (const LineChange &change : changes)
+    for (const LineChange &change : changes) {
         lines.push_back({{"where", change.added ? "running" : "saved"},
                          {"savedLine", change.firstLine},
                          {"runningLine", change.secondLine},
                          {"text", change.text}});
+    }
     return lines;
 }
 
@@ -84,10 +85,11 @@ void print(Output &out, const std::vector<LineChange> &changes) {
     for (const LineChange &change : changes) {
         const bool adjoins =
             last != nullptr && change.firstLine - last->firstLine <= 1 && change.secondLine - last->secondLine <= 1;
-        if (!adjoins)
+        if (!adjoins) {
             out.line("@@ saved line " + std::to_string(change.firstLine) + ", running line " +
                          std::to_string(change.secondLine) + " @@",
                      Style::faint);
+        }
         out.line((change.added ? "+" : "-") + printable(change.text), change.added ? Style::good : Style::bad);
         last = &change;
     }

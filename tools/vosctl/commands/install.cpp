@@ -63,10 +63,11 @@ std::string questionOf(const ApplicationFiles &before, const std::string &file) 
 }
 
 void installApplicationFile(const Installation &wanted, const std::string &image, Output &out) {
-    if (wanted.version.empty())
+    if (wanted.version.empty()) {
         throw Failure(wanted.file + " is an application image and needs a version",
                       "name it with --version TEXT: only an application with a version is kept when the next one is "
                       "installed");
+    }
     const ApplicationFiles before;
     const NewApplication fresh{image, wanted.file, wanted.version};
     requireInstallable(before, fresh);

@@ -57,10 +57,11 @@ void print(Output &out, const char *title, const Json &object) {
 std::string remedyOf(const ApplicationFiles &files) {
     const bool whole = stateOf(files.application()) == std::string("whole");
     const bool way = stateOf(files.backup()) == std::string("whole");
-    if (!whole)
+    if (!whole) {
         return std::string("The last installation was cut off, or the file was changed since. ") +
                (way ? "\"vosctl image restore\" puts the backup back."
                     : "There is no whole backup: put an image there by hand.");
+    }
     if (!files.version().content())
         return "The application has no version and would not be kept by the next installation. Write its version to " +
                versionPath() + ", with a NUL at its end.";

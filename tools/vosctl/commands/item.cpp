@@ -91,10 +91,11 @@ std::string givenValue(const Item &item, const Arguments &arguments) {
 int setItem(Output &out, const Arguments &arguments) {
     const Item &item = itemOf(arguments.item);
     const std::string bytes = givenValue(item, arguments);
-    if (bytes.size() != item.size)
+    if (bytes.size() != item.size) {
         throw Failure(
             "the value does not fit " + std::string(item.name) + ": it has " + std::to_string(bytes.size()) + " bytes",
             "give exactly " + std::to_string(item.size) + " bytes" + (arguments.hex ? " in hexadecimal" : ""));
+    }
     writeItems({{&item, bytes}}, item.name);
     out.line(std::string(item.name) + (item.secret ? " is set" : " is " + shownValue(item, bytes).text));
     out.document(describe(item, bytes, !item.secret));

@@ -102,11 +102,12 @@ class Display {
     void show(const std::string &text) {
         if (text.empty()) return;
         pending_ += text;
-        if (asLines())
+        if (asLines()) {
             for (std::size_t end = 0; (end = pending_.find('\n')) != std::string::npos; pending_.erase(0, end + 1))
                 showLine(pending_.substr(0, end));
-        else
+        } else {
             showBytes(pending_.size() - openCharacter(pending_));
+        }
         if (pending_.size() > kLongestLine) pause();
         out_.flush();
     }

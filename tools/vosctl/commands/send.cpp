@@ -121,10 +121,11 @@ int ping(Output &out, const Arguments &arguments) {
             Requester requester{arguments.name, arguments.which(), arguments.timeoutMs};
             if (const auto answer = requester.ask(payload))
                 times.push_back(milliseconds(answer->roundTrip));
-            else
+            else {
                 failure.emplace(
                     noAnswerFrom(arguments.name, arguments.timeoutMs),
                     "see with \"vosctl ps\" whether the message waits in its queue, or give it more --timeout");
+            }
         } catch (const Failure &met) {
             failure.emplace(met);
         }

@@ -73,13 +73,26 @@ void requireRoomForPackage(const std::vector<PackageEntry> &entries) {
     std::vector<Need> needs;
     for (const PackageEntry &entry : entries) {
         if (entry.kind == kFileEntry) needs.push_back({entry.path, entry.remove ? 0 : entry.data.size()});
-        if (entry.kind == kOemEntry && oemBlock().empty())
+        if (entry.kind == kOemEntry && oemBlock().empty()) {
             throw Failure(std::string("the package has OEM records, and the factory partition ") + szFactoryData +
                               ", which is to hold them, is not valid; nothing was changed",
                           "see \"vosctl partition check factory\"");
+        }
     }
     requireRoomFor(needs);
 }
+
+namespace {
+
+/* Tells how far a package was applied that could not be applied to its end. */
+[[noreturn]] void stoppedAt(const std::vector<PackageEntry> &entries, std::size_t index, const std::string &file,
+                            const std::string &why) {
+    throw Failure(file + " was not applied to its end: " + entryName(entries, index, file) + ": " + why + "; " +
+                      std::to_string(index) + " of " + std::to_string(entries.size()) + " entries were applied",
+                  "mend that, and apply the package again: entries that were applied do no harm");
+}
+
+}  // namespace
 
 void applyPackage(const ImageHeader &header, const std::vector<PackageEntry> &entries, const std::string &file) {
     const HeldSignals held{printable(file) + " was being applied"};
@@ -90,10 +103,7 @@ void applyPackage(const ImageHeader &header, const std::vector<PackageEntry> &en
         } catch (const Failure &failure) {
             why = failure.what();
         }
-        if (why.empty()) continue;
-        throw Failure(file + " was not applied to its end: " + entryName(entries, index, file) + ": " + why + "; " +
-                          std::to_string(index) + " of " + std::to_string(entries.size()) + " entries were applied",
-                      "mend that, and apply the package again: entries that were applied do no harm");
+        if (!why.empty()) stoppedAt(entries, index, file, why);
     }
 }
 

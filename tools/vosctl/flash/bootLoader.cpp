@@ -24,10 +24,11 @@ namespace {
 /* Never created: a missing device is a board without one. */
 Fd openDevice() {
     Fd device{open(szBootLoaderFileName, O_RDWR | O_NONBLOCK | O_CLOEXEC)};
-    if (!device)
+    if (!device) {
         throw Failure(
             std::string(szBootLoaderFileName) + " cannot be written: " + strerror(errno) + ", and nothing was changed",
             "see that the board has this device, and run it as root");
+    }
     struct stat status {};
     fstat(device.get(), &status);
     if (!S_ISBLK(status.st_mode) && !S_ISREG(status.st_mode))

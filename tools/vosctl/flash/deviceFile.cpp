@@ -155,10 +155,11 @@ std::optional<std::string> readDeviceFile(const std::string &path, uint64_t limi
     struct stat status {};
     fstat(file.get(), &status);
     const auto size = static_cast<uint64_t>(status.st_size);
-    if (size > limit)
+    if (size > limit) {
         throw Failure(
             path + " has " + std::to_string(size) + " bytes, and at most " + std::to_string(limit) + " are read",
             "see what has written it");
+    }
     try {
         return readAll(file, path, size);
     } catch (const std::bad_alloc &) {

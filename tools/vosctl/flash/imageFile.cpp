@@ -101,10 +101,11 @@ Compatibility installedCompatibility() {
     requireRegularFile(szAppFileName);
     std::string header(kImageHeaderBytes, '\0');
     const int32_t count = vosFileRead(szAppFileName, header.data(), lengthOf(header));
-    if (count != static_cast<int32_t>(header.size()))
+    if (count != static_cast<int32_t>(header.size())) {
         throw Failure(
             std::string("there is no application image at ") + szAppFileName + " to compare with",
             "put the backup back with \"vosctl image restore\", or the first image there by hand, made with --compat");
+    }
     return {networkWord(header, 4), networkWord(header, 8)};
 }
 

@@ -64,6 +64,19 @@ std::string readItem(const Item &item) {
     throw Failure(std::string(item.name) + " cannot be read", "run it again with --verbose to see why");
 }
 
+namespace {
+
+/* Tells what is there after items could not be written. */
+[[noreturn]] void notWritten(const std::string &what, const char *path, const std::string &why,
+                             const std::string &lost) {
+    throw Failure(
+        what + " could not be written to " + path + ": " + why + ", and " + (lost.empty() ? "all is as it was" : lost),
+        lost.empty() ? "see that the flash can be written and is not worn out"
+                     : "see \"vosctl partition check\"; put a copy back with \"vosctl partition restore FILE\"");
+}
+
+}  // namespace
+
 void writeItems(const std::vector<ItemValue> &values, const std::string &what) {
     std::list<Rewrite> rewrites; /* the factory partition first, so that two programs lock in the same order */
     for (const bool factory : {true, false}) {
@@ -74,13 +87,7 @@ void writeItems(const std::vector<ItemValue> &values, const std::string &what) {
     for (const Rewrite &rewrite : rewrites) {
         const std::string why = rewrite.change.write(rewrite.changes);
         if (why.empty()) continue;
-        const std::string lost = putBack(rewrites);
-        const std::string name = rewrite.partition.name;
-        throw Failure(what + " could not be written to " + *rewrite.partition.path + ": " + why + ", and " +
-                          (lost.empty() ? "all is as it was" : lost),
-                      lost.empty()
-                          ? "see that the flash can be written and is not worn out"
-                          : "see \"vosctl partition check\"; put a copy back with \"vosctl partition restore FILE\"");
+        notWritten(what, *rewrite.partition.path, why, putBack(rewrites));
     }
 }
 

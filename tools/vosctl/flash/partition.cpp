@@ -70,12 +70,14 @@ PartitionState readState(const Partition &partition) {
     if (!file) return troubled(Trouble::unreadable, why, "run it as a user who may read it, such as root");
     struct stat status {};
     fstat(file.get(), &status);
-    if (!S_ISREG(status.st_mode))
+    if (!S_ISREG(status.st_mode)) {
         return troubled(Trouble::unreadable,
                         std::string(path) + (S_ISDIR(status.st_mode) ? " is a directory" : " is no regular file"),
                         "see what is at this path, and remove it");
+    }
     completeSave(partition);
     flock(file.get(), LOCK_SH);
+    fstat(file.get(), &status); /* the save may have been completed */
     PartitionState state;
     state.fileBytes = static_cast<uint64_t>(status.st_size);
     state.bytes.resize(partition.bytes());

@@ -45,12 +45,13 @@ Fd openLocked(const Partition &partition) {
         requireRegularFile(path);
         completeSave(partition);
         Fd file{open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC)};
-        if (!file)
+        if (!file) {
             throw Failure(std::string(path) + " cannot be written: " + strerror(errno) + ", and nothing was changed",
                           errno == ENOENT
                               ? "make the partition with \"vosctl partition init\""
                               : "see that the file system is mounted writable, and run it as a user who may "
                                 "write there, such as root");
+        }
         awaitLock(path, LOCK_EX);
         while (flock(file.get(), LOCK_EX) != 0 && errno == EINTR) continue;
         if (isStillAt(file, path)) return file;

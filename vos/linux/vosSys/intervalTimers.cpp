@@ -77,11 +77,11 @@ void markRestarted(const VOS_TIMER *record) {
 
 void finish(Run &run) {
     const vos::Locked locked{&g_runs.mutex};
-    for (Run **at = &g_runs.first; *at != nullptr; at = &(*at)->next)
-        if (*at == &run) {
-            *at = run.next;
-            break;
-        }
+    for (Run **at = &g_runs.first; *at != nullptr; at = &(*at)->next) {
+        if (*at != &run) continue;
+        *at = run.next;
+        break;
+    }
     if (run.record->ulMode == kOneShot && !run.restarted) deleteTimer(run.record);
 }
 
