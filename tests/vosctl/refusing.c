@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* Loaded before the library. With REFUSAL set, the check of an image answers with that code. With SIGNAL set, the
- * process gets that signal at the moment at which a file it writes is empty. */
+ * process gets that signal at the moment at which a file it writes is empty. With JOURNAL set, the library saves by way
+ * of a journal in that directory. */
 #define _GNU_SOURCE /* NOLINT(bugprone-reserved-identifier): for RTLD_NEXT */
 #include <dlfcn.h>
 #include <signal.h>
@@ -10,6 +11,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vosFile.h>
+
+__attribute__((constructor)) static void chooseJournal(void) {
+    const char *const directory = getenv("JOURNAL");
+    if (directory != NULL) szVosJournalDir = directory;
+}
 
 /* Copied, because C knows no cast from an object's address to a function's. */
 static void find(const char *name, void *function) {

@@ -6,7 +6,9 @@ import subprocess
 
 import pytest
 from conftest import SOCKETS
+from stores import APPLICATION, flipped, image, install_first, write
 
+BACKUP = pathlib.Path("/flash/hostImage.bin.last")
 CEILINGS = {"net/core/wmem_max": ("send-ceiling", 4194304), "net/core/rmem_max": ("receive-ceiling", 6291456),
             "net/unix/max_dgram_qlen": ("queue-length", 4096)}
 
@@ -49,8 +51,8 @@ def warns(vosctl, check, text):
 
 def test_each_check_is_made_once_and_in_order(vosctl):
     assert list(checks(vosctl)) == ["socket-directory", "stale-sockets", "send-ceiling", "receive-ceiling", "queue-length",
-                                    "netlink", "flash", "app", "system-partition", "factory-partition", "factory-copy", "terminals",
-                                    "uptime"]
+                                    "netlink", "flash", "app", "system-partition", "factory-partition", "factory-copy",
+                                    "application", "backup", "configuration", "flash-room", "terminals", "uptime"]
 
 
 def test_what_is_as_it_should_be_is_good(vosctl, agent):
@@ -180,6 +182,75 @@ def test_fresh_partitions_are_valid(vosctl, example, background):
     assert found["system-partition"]["verdict"] == found["factory-partition"]["verdict"] == "good"
 
 
+@pytest.fixture
+def installed(vosctl):
+    """The second application, with the first one as its backup."""
+    install_first()
+    pathlib.Path("/app/hostImage.bin.ver").write_bytes(b"1.0\0")
+    vosctl("image", "install", write("/tmp/image", image(2, b"second")), "--yes", "--version", "2.0").ok()
+
+
+def verdicts(vosctl, *names):
+    found = checks(vosctl)
+    return [found[name]["verdict"] for name in names]
+
+
+def test_an_application_with_its_backup_is_good(vosctl, installed):
+    assert verdicts(vosctl, "application", "backup", "flash-room") == ["good"] * 3
+    found = checks(vosctl)
+    assert "version 2.0, is whole" in found["application"]["found"] and "version 1.0, is whole" in found["backup"]["found"]
+
+
+def test_a_broken_application_hinders_and_the_backup_is_the_way_back(vosctl, installed):
+    APPLICATION.write_bytes(flipped(APPLICATION.read_bytes()))
+    hinders(vosctl, "application", "/app/hostImage.bin is broken")
+    assert "vosctl image restore" in checks(vosctl)["application"]["remedy"]
+    BACKUP.write_bytes(b"")
+    warns(vosctl, "backup", "is broken")
+    assert "by hand" in checks(vosctl)["application"]["remedy"]
+
+
+def test_what_the_next_installation_would_not_keep(vosctl, installed):
+    pathlib.Path("/app/hostImage.bin.ver").unlink()
+    warns(vosctl, "application", "has no version")
+    BACKUP.unlink()
+    warns(vosctl, "backup", "there is no backup")
+    APPLICATION.unlink()
+    warns(vosctl, "application", "there is no application")
+    assert verdicts(vosctl, "backup") == ["good"]
+
+
+def test_an_empty_configuration(vosctl):
+    saved = pathlib.Path("/flash/zebcfg")
+    assert verdicts(vosctl, "configuration") == ["good"]
+    saved.write_bytes(b"x")
+    assert verdicts(vosctl, "configuration") == ["good"]
+    saved.write_bytes(b"")
+    warns(vosctl, "configuration", "/flash/zebcfg is empty")
+
+
+def test_a_store_that_cannot_be_looked_at_is_told_and_the_others_are_looked_at(vosctl):
+    os.mkfifo("/flash/zebcfg")
+    os.mkfifo("/app/hostImage.bin")
+    hinders(vosctl, "configuration", "/flash/zebcfg is no regular file")
+    hinders(vosctl, "application", "/app/hostImage.bin is no regular file")
+    assert verdicts(vosctl, "uptime") == ["good"]
+
+
+def test_a_flash_without_room_for_the_next_backup(vosctl, tmp_path):
+    (tmp_path / "app").mkdir()
+    (tmp_path / "flash").mkdir()
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16k", "tmpfs", tmp_path / "flash"], check=True)
+    try:
+        (tmp_path / "app/hostImage.bin").write_bytes(image(2, b"x" * 20000))
+        (tmp_path / "app/hostImage.bin.ver").write_bytes(b"1.0\0")
+        found = checks(vosctl, "--root", tmp_path)["flash-room"]
+        assert found["verdict"] == "warning"
+        assert f"{tmp_path}/flash has room for 16384 bytes, and the next backup of the application needs 20016" == found["found"]
+    finally:
+        subprocess.run(["umount", tmp_path / "flash"], check=True)
+
+
 def test_a_device_tree_elsewhere(vosctl, tmp_path):
     (tmp_path / "flash").mkdir()
     (tmp_path / "flash" / "sysdata").write_bytes(b"x")
@@ -197,7 +268,7 @@ def test_as_text(vosctl):
     assert outcome.status == 1
     assert lines[0] == "warning  socket-directory: /tmp/vos does not exist"
     assert lines[1].startswith("         -> nothing while no process of vos has run")
-    assert lines[-1] == "1 of 13 checks found something that hinders vos."
+    assert lines[-1] == "1 of 17 checks found something that hinders vos."
 
 
 def test_colours_only_when_wanted(vosctl):

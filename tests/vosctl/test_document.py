@@ -3,6 +3,8 @@
 import pathlib
 import re
 
+import pytest
+
 DOCUMENTS = pathlib.Path(__file__).parents[2] / "docs"
 
 
@@ -16,3 +18,10 @@ def test_every_command_has_its_section_in_the_document(vosctl):
     described = {word for title in titles for word in title.split(", ")}
     commands = re.findall(r"^  (\S+)  ", vosctl("--help").ok().stdout.partition("\nOptions:")[0], re.M)
     assert len(commands) > 15 and not set(commands) - described
+
+
+@pytest.mark.parametrize("words", ["config save", "syslog save", "crc", "image make --type boot", "image make --type boot pay",
+                                   "image install", "image info", "image check", "item export", "item import", "package list",
+                                   "package make", "package apply", "partition save", "partition restore"])
+def test_the_empty_word_of_a_shell_variable_that_is_not_set_is_no_file(vosctl, words):
+    assert "is empty" in vosctl(*words.split(), "", *(["dir:/app/oem"] if words == "package make" else [])).failed(2)

@@ -106,6 +106,8 @@ def test_an_unknown_item(vosctl):
         assert "there is no item" in vosctl("item", *command).failed(2)
     assert vosctl("item", "set", "ztp").failed(2)
     assert vosctl("item").failed(2)
+    assert 'there is no item "ip-adress" (did you mean ip-address?);' in vosctl("item", "get", "ip-adress").failed(2)
+    assert len(vosctl("item", "get", "x" * 5000).failed(2)) < 300
 
 
 def test_a_partition_that_is_not_valid(vosctl):
@@ -131,7 +133,7 @@ def test_a_tree_elsewhere(vosctl, tmp_path):
 
 def test_an_empty_file_name_is_a_file_that_cannot_be_opened(vosctl):
     before = FACTORY.read_bytes()
-    assert "cannot be opened" in vosctl("item", "set", "serial-number", "--file", "").failed()
+    assert "FILE is empty" in vosctl("item", "set", "serial-number", "--file", "").failed(2)
     assert FACTORY.read_bytes() == before
 
 

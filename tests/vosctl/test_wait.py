@@ -34,7 +34,7 @@ def test_nobody_is_gone_already(vosctl):
 def test_what_did_not_come_true_in_time_is_told(vosctl, agent, stale):
     agent("oltd")
     stale("old")
-    assert "no process is reachable as nobody: there is no /tmp/vos/nobody within 30 ms" in vosctl(
+    assert "after 30 ms no process is reachable as nobody: there is no /tmp/vos/nobody;" in vosctl(
         "wait", "nobody", "--timeout", "30").failed()
     assert "nobody receives under old" in vosctl("wait", "old", "--timeout", "30").failed()
     assert "oltd has not gone within 30 ms" in vosctl("wait", "oltd", "--gone", "--timeout", "30").failed()

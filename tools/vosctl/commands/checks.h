@@ -31,6 +31,10 @@ Finding checkApp();
 Finding checkSystemPartition();
 Finding checkFactoryPartition();
 Finding checkFactoryCopy();
+Finding checkApplication();
+Finding checkBackup();
+Finding checkConfiguration();
+Finding checkFlashRoom();
 Finding checkTerminals();
 Finding checkUptime();
 

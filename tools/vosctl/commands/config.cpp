@@ -148,7 +148,8 @@ void addConfigCommands(CLI::App &app, Context &context) {
     onRun(showing, context, show);
 
     CLI::App *const saving = group->add_subcommand("save", "Make a file, or what a process runs with, the saved one");
-    CLI::Option *const file = saving->add_option("FILE", arguments->file, "The file; - is standard input");
+    CLI::Option *const file =
+        saving->add_option("FILE", arguments->file, "The file; - is standard input")->check(notEmpty("FILE"));
     saving->add_option("--from", arguments->from, "Ask this process for its running configuration")
         ->check(CLI::Validator(
             [](const std::string &text) {

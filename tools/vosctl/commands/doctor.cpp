@@ -31,6 +31,10 @@ constexpr Check kChecks[] = {
     {checkSystemPartition},
     {checkFactoryPartition},
     {checkFactoryCopy},
+    {checkApplication},
+    {checkBackup},
+    {checkConfiguration},
+    {checkFlashRoom},
     {checkTerminals},
     {checkUptime},
 };

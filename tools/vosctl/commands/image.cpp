@@ -90,8 +90,12 @@ int make(Output &out, const Arguments &arguments) {
 
 void addMake(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
     CLI::App *const command = group->add_subcommand("make", "Put an image header to a payload");
-    command->add_option("PAYLOAD", arguments->file, "File with the payload; - is standard input")->required();
-    command->add_option("IMAGE", arguments->target, "The file to write; - is standard output")->required();
+    command->add_option("PAYLOAD", arguments->file, "File with the payload; - is standard input")
+        ->required()
+        ->check(notEmpty("PAYLOAD"));
+    command->add_option("IMAGE", arguments->target, "The file to write; - is standard output")
+        ->required()
+        ->check(notEmpty("IMAGE"));
     command->add_option("--type", arguments->type, "boot or application")
         ->required()
         ->check(CLI::IsMember({"boot", "application"}));
@@ -104,7 +108,9 @@ void addMake(CLI::App *group, Context &context, const std::shared_ptr<Arguments>
 
 void addInstall(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
     CLI::App *const install = group->add_subcommand("install", "Install an image");
-    install->add_option("FILE", arguments->installation.file, "The image; - is standard input")->required();
+    install->add_option("FILE", arguments->installation.file, "The image; - is standard input")
+        ->required()
+        ->check(notEmpty("FILE"));
     install->add_option("--version", arguments->installation.version, "Version text; an application needs one")
         ->check(CLI::Validator(versionMistake, ""))
         ->type_name("TEXT");
@@ -131,12 +137,12 @@ void addImageCommands(CLI::App &app, Context &context) {
     group->require_subcommand(1);
 
     CLI::App *const info = group->add_subcommand("info", "Print an image's header");
-    info->add_option("FILE", arguments->file, "The image; - is standard input")->required();
+    info->add_option("FILE", arguments->file, "The image; - is standard input")->required()->check(notEmpty("FILE"));
     addExample(info, "vosctl image info new.img");
     onRun(info, context, [arguments](Output &out) { return report(out, arguments->file, readImage(arguments->file)); });
 
     CLI::App *const checked = group->add_subcommand("check", "Tell whether the device accepts an image, and why not");
-    checked->add_option("FILE", arguments->file, "The image; - is standard input")->required();
+    checked->add_option("FILE", arguments->file, "The image; - is standard input")->required()->check(notEmpty("FILE"));
     checked->add_option("--type", arguments->type, "The type that it must be of; else its own")
         ->check(CLI::IsMember({"boot", "application", "package"}));
     addExample(checked, "vosctl image check new.img");

@@ -166,7 +166,9 @@ void addSet(CLI::App *group, Context &context, const std::shared_ptr<Arguments> 
     CLI::Option *const value =
         set->add_option("VALUE", arguments->value, "The value, in the item's form; a password is asked for without it");
     CLI::Option *const file =
-        set->add_option("--file", arguments->file, "Take the bytes from a file; - is standard input")->excludes(value);
+        set->add_option("--file", arguments->file, "Take the bytes from a file; - is standard input")
+            ->excludes(value)
+            ->check(notEmpty("FILE"));
     file->type_name("FILE");
     CLI::Option *const input = set->add_flag("--stdin", arguments->fromInput,
                                              "Take the value from standard input; a terminal does not show it")

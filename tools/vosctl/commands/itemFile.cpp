@@ -58,12 +58,16 @@ Json describe(const Item &item, const std::string &bytes, bool secrets) {
 void addItemFileCommands(CLI::App *group, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App *const exporting = group->add_subcommand("export", "Write all items to a file, passwords included");
-    exporting->add_option("FILE", arguments->file, "The file; - is standard output")->required();
+    exporting->add_option("FILE", arguments->file, "The file; - is standard output")
+        ->required()
+        ->check(notEmpty("FILE"));
     addExample(exporting, "vosctl item export items.txt");
     onRun(exporting, context, [arguments](Output &out) { return exportItems(out, *arguments); });
 
     CLI::App *const importing = group->add_subcommand("import", "Change all items that a file names, or none");
-    importing->add_option("FILE", arguments->file, "The file; - is standard input")->required();
+    importing->add_option("FILE", arguments->file, "The file; - is standard input")
+        ->required()
+        ->check(notEmpty("FILE"));
     importing->add_flag("--yes", arguments->yes, "Do not ask");
     addExample(importing, "vosctl item import items.txt");
     onRun(importing, context, [arguments](Output &out) { return importItems(out, *arguments); });

@@ -148,13 +148,17 @@ void addPackageCommands(CLI::App &app, Context &context) {
     group->require_subcommand(1);
 
     CLI::App *const listing = group->add_subcommand("list", "List a package's entries");
-    listing->add_option("FILE", arguments->file, "The package; - is standard input")->required();
+    listing->add_option("FILE", arguments->file, "The package; - is standard input")
+        ->required()
+        ->check(notEmpty("FILE"));
     addExample(listing, "vosctl package list new.pkg");
     onRun(listing, context,
           [arguments](Output &out) { return list(out, arguments->file, readImage(arguments->file)); });
 
     CLI::App *const making = group->add_subcommand("make", "Make a package");
-    making->add_option("FILE", arguments->file, "The file to write; - is standard output")->required();
+    making->add_option("FILE", arguments->file, "The file to write; - is standard output")
+        ->required()
+        ->check(notEmpty("FILE"));
     making->add_option("ENTRY", arguments->entries, kEntryForms)->required();
     making->add_option("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
         ->expected(2)
@@ -164,7 +168,9 @@ void addPackageCommands(CLI::App &app, Context &context) {
 
     arguments->installation.packageOnly = true;
     CLI::App *const apply = group->add_subcommand("apply", "Apply a package to the device");
-    apply->add_option("FILE", arguments->installation.file, "The package; - is standard input")->required();
+    apply->add_option("FILE", arguments->installation.file, "The package; - is standard input")
+        ->required()
+        ->check(notEmpty("FILE"));
     apply->add_flag("--yes", arguments->installation.yes, "Do not ask");
     apply->add_flag("--outside", arguments->installation.outside, "Apply paths with \"..\" too");
     addExample(apply, "vosctl package apply new.pkg");

@@ -138,7 +138,7 @@ CLI::Option *addPartition(CLI::App *command, const std::shared_ptr<Arguments> &a
 
 void addCopies(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
     CLI::App *const saving = group->add_subcommand("save", "Keep a copy of a partition, passwords included");
-    saving->add_option("FILE", arguments->file, "The file; - is standard output")->required();
+    saving->add_option("FILE", arguments->file, "The file; - is standard output")->required()->check(notEmpty("FILE"));
     saving->add_option("PARTITION", arguments->partition, "factory, if not given, or system")
         ->check(CLI::IsMember({"factory", "system"}));
     saving->parse_complete_callback([saving, arguments] {
@@ -149,7 +149,7 @@ void addCopies(CLI::App *group, Context &context, const std::shared_ptr<Argument
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
 
     CLI::App *const restoring = group->add_subcommand("restore", "Put a copy back");
-    restoring->add_option("FILE", arguments->file, "A copy; - is standard input")->required();
+    restoring->add_option("FILE", arguments->file, "A copy; - is standard input")->required()->check(notEmpty("FILE"));
     restoring->add_flag("--yes", arguments->yes, "Do not ask");
     addExample(restoring, "vosctl partition restore /flash/factory.copy");
     onRun(restoring, context, [arguments](Output &out) { return restore(out, *arguments); });

@@ -65,7 +65,7 @@ void addSyslogCommands(CLI::App &app, Context &context) {
     addExample(showing, "vosctl syslog show");
     onRun(showing, context, show);
     CLI::App *const saving = group->add_subcommand("save", "Make a file the saved syslog");
-    saving->add_option("FILE", arguments->file, "The file; - is standard input")->required();
+    saving->add_option("FILE", arguments->file, "The file; - is standard input")->required()->check(notEmpty("FILE"));
     saving->add_flag("--yes", arguments->yes, "Do not ask");
     addExample(saving, "vosctl syslog save log.txt");
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });

@@ -25,16 +25,16 @@ bool isReachable(Reach reach) { return reach == Reach::reachable || reach == Rea
 bool isGone(Reach reach) { return reach == Reach::stale || reach == Reach::missing; }
 
 [[noreturn]] void explainEnd(const Arguments &arguments, Pair which) {
-    const std::string time = " within " + std::to_string(arguments.timeoutMs) + " ms";
+    const std::string time = std::to_string(arguments.timeoutMs) + " ms";
     if (arguments.gone)
-        throw Failure(arguments.name + " has not gone" + time, "end its process, or give it more --timeout");
+        throw Failure(arguments.name + " has not gone within " + time, "end its process, or give it more --timeout");
     const std::string late = "start its process, or give it more --timeout";
     try {
         requireReachable(arguments.name, which);
     } catch (const Failure &failure) {
-        throw Failure(failure.what() + time, late);
+        throw Failure("after " + time + " " + failure.what(), late);
     }
-    throw Failure(arguments.name + " became reachable only after" + time.substr(7), late);
+    throw Failure(arguments.name + " became reachable only after " + time, late);
 }
 
 int wait(Output &out, const Arguments &arguments) {

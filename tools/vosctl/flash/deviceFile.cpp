@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
+#include <vosFile.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -119,6 +120,8 @@ void requireRegularFile(const std::string &path) {
                   "see what is at this path, and remove it");
 }
 
+bool hasJournal() { return szVosJournalDir != nullptr && *szVosJournalDir != '\0'; }
+
 void awaitLock(const std::string &path, int how) {
     const Fd file{open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
     if (!file || isFreeSoon(file, how)) return;
@@ -127,8 +130,23 @@ void awaitLock(const std::string &path, int how) {
     while (flock(file.get(), how) != 0 && errno == EINTR) continue;
 }
 
+/* A program that was interrupted while it saved has left the new content in the journal. The library completes the file
+ * before it tells the size. Without that a torn file would be shown, and the entry could undo what the tool writes. */
+void completeSave(const std::string &path) {
+    if (!hasJournal()) return;
+    awaitLock(path, LOCK_SH);
+    struct stat status {};
+    uint32_t size = 0;
+    if (vosFileSizeGet(path.c_str(), &size) == VOS_OK || !isThere(path, status)) return;
+    throw Failure(path +
+                      " may be a part of what was saved: its save was interrupted and cannot be completed from the " +
+                      "journal " + szVosJournalDir,
+                  "run it again with --verbose to see why, as a user who may read the journal, such as root");
+}
+
 std::optional<std::string> readDeviceFile(const std::string &path, uint64_t limit) {
     requireRegularFile(path);
+    completeSave(path);
     const Fd file{open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
     if (!file && errno == ENOENT) return {};
     if (!file) throw Failure(path + " cannot be opened: " + strerror(errno), kMayRead);

@@ -18,8 +18,15 @@ namespace vosctl {
  * no end. A path under which nothing is found is fine. */
 void requireRegularFile(const std::string &path);
 
-/* The whole file, read under a shared lock; nothing when there is none. Throws a Failure when it cannot be read or has
- * more bytes than the limit. */
+/* Whether the library saves by way of a journal. */
+bool hasJournal();
+
+/* Completes a file whose save was interrupted, by the library's journal. Throws a Failure when that is not possible:
+ * the file may be torn. Not for partitions. */
+void completeSave(const std::string &path);
+
+/* The whole file, read under a shared lock; nothing when there is none. A save that was interrupted is completed
+ * first. Throws a Failure when it cannot be read or has more bytes than the limit. */
 std::optional<std::string> readDeviceFile(const std::string &path, uint64_t limit = 0xFFFFFFFF);
 
 /* Waits until no other program has locked the file, and says on standard error that it waits. The library truncates a

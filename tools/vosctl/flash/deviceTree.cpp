@@ -38,6 +38,8 @@ void useDeviceTree(const std::string &root) {
         throw Failure("the device tree " + root + " is not a directory", "name the directory that holds flash and app");
     tree = root;
     while (!tree.empty() && tree.back() == '/') tree.pop_back();
+    /* The journal is this machine's, and the device would look for an entry under the path that the file has there. */
+    if (!tree.empty()) szVosJournalDir = nullptr;
     for (ExportedPath &each : exported) {
         each.text = devicePath(*each.variable);
         *each.variable = each.text.c_str();

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 #include "../base/failure.h"
 #include "../base/words.h"
@@ -136,7 +137,10 @@ const Item &itemOf(const std::string &text) {
 std::string itemMistake(const std::string &text) {
     for (const Item &item : kItems)
         if (text == item.name || text == item.constant || text == std::to_string(item.number)) return "";
-    return "there is no item \"" + text + "\"";
+    std::set<std::string> names;
+    for (const Item &item : kItems) names.emplace(item.name);
+    const std::string meant = nearest(text, names);
+    return "there is no item \"" + shortened(text) + "\"" + (meant.empty() ? "" : " (did you mean " + meant + "?)");
 }
 
 const char *nameOf(Form form) {

@@ -75,8 +75,9 @@ PartitionState readState(const Partition &partition) {
                         std::string(path) + (S_ISDIR(status.st_mode) ? " is a directory" : " is no regular file"),
                         "see what is at this path, and remove it");
     }
-    awaitLock(path, LOCK_SH);
+    completeSave(partition);
     flock(file.get(), LOCK_SH);
+    fstat(file.get(), &status); /* the save may have been completed */
     PartitionState state;
     state.fileBytes = static_cast<uint64_t>(status.st_size);
     state.bytes.resize(partition.bytes());
@@ -96,6 +97,13 @@ PartitionState readState(const Partition &partition) {
 std::span<const Partition> partitions() { return kPartitions; }
 
 const Partition &partitionOf(bool factory) { return kPartitions[factory ? 0 : 1]; }
+
+/* The library completes a partition before it reads it. */
+void completeSave(const Partition &partition) {
+    awaitLock(*partition.path, LOCK_SH);
+    uint32_t value = 0;
+    if (hasJournal()) vosSysConfigDataGet(partition.item, &value, sizeof value);
+}
 
 /* The library decides; the tool only finds the words for it. */
 PartitionState stateOf(const Partition &partition) {

@@ -45,7 +45,12 @@ struct PartitionState {
     [[nodiscard]] bool valid() const { return trouble == Trouble::none; }
 };
 
-/* Looks at what the library would read. It never waits for a FIFO, and reads no more than a partition has. */
+/* Completes a partition whose save was interrupted, by the library's journal: its entry could undo what the tool
+ * writes. Where that is not possible, the library cannot read the partition either. */
+void completeSave(const Partition &partition);
+
+/* Looks at what the library would read, after completeSave(). It never waits for a FIFO, and reads no more than a
+ * partition has. */
 PartitionState stateOf(const Partition &partition);
 
 /* Throws a Failure unless the partition is valid. */

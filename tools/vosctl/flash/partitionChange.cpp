@@ -39,9 +39,11 @@ bool isStillAt(const Fd &file, const char *path) {
 }
 
 /* A new partition takes the place of the old file, so the one that was waited for may be another one now. */
-Fd openLocked(const char *path) {
+Fd openLocked(const Partition &partition) {
+    const char *const path = *partition.path;
     for (;;) {
         requireRegularFile(path);
+        completeSave(partition);
         Fd file{open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC)};
         if (!file) {
             throw Failure(std::string(path) + " cannot be written: " + strerror(errno) + ", and nothing was changed",
@@ -98,7 +100,7 @@ std::string makeAt(const Partition &partition, const std::string &path) {
 }  // namespace
 
 PartitionChange::PartitionChange(const Partition &partition)
-    : partition_(partition), file_(openLocked(*partition.path)), before_(readWholePartition(file_, partition.bytes())) {
+    : partition_(partition), file_(openLocked(partition)), before_(readWholePartition(file_, partition.bytes())) {
     const PartitionState state = stateOfBytes(partition, before_);
     if (state.valid()) return;
     throw Failure(std::string("the ") + partition.name + " partition " + *partition.path +
@@ -139,6 +141,7 @@ void makeFresh(const Partition &partition) {
     const HeldSignals held{std::string("the ") + partition.name + " partition was being made"};
     try {
         requireRegularFile(*partition.path);
+        completeSave(partition);
         Beside fresh{*partition.path, kFreshMode, Beside::Name::fixed};
         mistake = makeAt(partition, fresh.path());
         if (mistake.empty()) fresh.takePlace();
@@ -152,6 +155,7 @@ void replacePartition(const Partition &partition, std::string_view bytes) {
     const HeldSignals held{std::string("the ") + partition.name + " partition was being put back"};
     try {
         requireRegularFile(*partition.path);
+        completeSave(partition);
         Beside copy{*partition.path, kFreshMode, Beside::Name::fixed};
         copy.write(bytes);
         copy.takePlace();
