@@ -183,6 +183,21 @@ void ready() {
     if (write(readyFd, "", 1) != 1) abort();
 }
 
+NoFreeDescriptor::NoFreeDescriptor() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    before_ = limit.rlim_cur;
+    limit.rlim_cur = 0;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+NoFreeDescriptor::~NoFreeDescriptor() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = before_;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 Process start(const Body &body) { return Process{body}; }
 
 Outcome run(const Body &body) { return start(body).finish(); }

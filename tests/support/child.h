@@ -77,6 +77,19 @@ class Process {
     std::string text_;
 };
 
+/* While it lives, this process gets no further descriptor (EMFILE). The run time of a sanitizer needs some when a child
+ * ends, so the limit is put back before. */
+class NoFreeDescriptor {
+  public:
+    NoFreeDescriptor();
+    NoFreeDescriptor(const NoFreeDescriptor &) = delete;
+    NoFreeDescriptor &operator=(const NoFreeDescriptor &) = delete;
+    ~NoFreeDescriptor();
+
+  private:
+    unsigned long before_ = 0;
+};
+
 /* Called in a child: reports to the parent that it is ready for others. */
 void ready();
 

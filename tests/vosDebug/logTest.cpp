@@ -152,8 +152,7 @@ TEST(DebugPrintf, AnOutputErrorIsPassedBack) {
 
 TEST(DebugPrintf, WithNoDescriptorLeftTheNameIsEmptyAndTheLineIsPrinted) {
     const Outcome outcome = run([] {
-        const rlimit none{0, 0};
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        const vostest::NoFreeDescriptor none;
         vosDebugPrintf(VOS_DEBUG_ERROR, "f:line.");
     });
     EXPECT_EQ(outcome.output, header("", outcome) + "f:line.");

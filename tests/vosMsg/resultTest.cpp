@@ -124,11 +124,7 @@ TEST(Result, WithoutAFreeDescriptorARequestFailsWithOneLine) {
         const Outcome outcome = run([&] {
             freshWorld();
             const Peer silent{sender.path};
-            rlimit limit{};
-            EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-            limit.rlim_cur = static_cast<rlim_t>(silent.fd() + 1);
-            EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-            while (dup(STDOUT_FILENO) != -1) continue;
+            const vostest::NoFreeDescriptor none;
             uint32_t code = 0;
             EXPECT_EQ(sender.send(4, &code, 3000), VOS_ERROR);
             EXPECT_EQ(errno, EMFILE);
