@@ -184,8 +184,6 @@ TEST(Redirection, BadActionsAndARestoreWithNothingSavedFailWithoutALine) {
         EXPECT_EQ(vosMsgDebugStdRedirect(1, 0), VOS_ERROR); /* there is no console here */
         EXPECT_EQ(vosMsgDebugStdRedirect(1, 4000000000u), VOS_ERROR);
         printf("still here");
-        fflush(stdout);
-        _exit(testing::Test::HasFailure()); /* the run time of a sanitizer needs descriptors in exit() */
     });
     EXPECT_EQ(outcome.output, "still here");
 }
@@ -218,6 +216,8 @@ TEST(Redirection, WithoutAFreeDescriptorItFailsAndOutputStays) {
         EXPECT_EQ(redirect(), VOS_OK);
         EXPECT_EQ(vosMsgDebugStdRedirect(0, 0), VOS_OK);
         printf("still here");
+        fflush(stdout);
+        _exit(testing::Test::HasFailure()); /* the run time of a sanitizer needs descriptors in exit() */
     });
     EXPECT_EQ(outcome.output, "still here");
 }
