@@ -32,14 +32,16 @@ Finding lookAtApplication(const char *check) {
     if (!application.content())
         return {check, Verdict::warning, "there is no application at " + application.path(),
                 "put the first one there by hand: a device without one accepts no image"};
-    if (!isWhole(application))
+    if (!isWhole(application)) {
         return {check, Verdict::hinders, application.path() + " is broken: cut off, or changed since it was installed",
                 isWhole(files.backup()) ? "put the backup back with \"vosctl image restore\""
                                         : "put an image there by hand: there is no whole backup"};
-    if (!files.version().content())
+    }
+    if (!files.version().content()) {
         return {check, Verdict::warning,
                 application.path() + " has no version, so the next installation keeps no backup",
                 "write its version to " + versionPath() + ", with a NUL at its end"};
+    }
     return {check, Verdict::good, named(application, files.version()) + " is whole", ""};
 }
 
@@ -71,11 +73,12 @@ Finding lookAtRoom(const char *check) {
     const uint64_t needed = files.willBeKept() ? files.application().content()->size() : 1;
     const uint64_t room = files.backup().room();
     const std::string where = backupPath().substr(0, backupPath().rfind('/'));
-    if (room < needed)
+    if (room < needed) {
         return {check, Verdict::warning,
                 where + " has room for " + std::to_string(room) +
                     " bytes, and the next backup of the application needs " + std::to_string(needed),
                 "make room there; until then no image can be installed"};
+    }
     return {check, Verdict::good, where + " has room for what is saved next", ""};
 }
 
