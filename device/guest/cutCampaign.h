@@ -6,6 +6,7 @@
 #include <optional>
 #include <random>
 #include <set>
+#include <unordered_set>
 
 #include "recordedFlash.h"
 #include "savedStores.h"
@@ -66,7 +67,7 @@ class Campaign {
     File oldFile_, newFile_;
     std::map<std::string, std::string> others_; /* the other files, as they must stay */
     std::array<std::string, RECORDINGFLASH_CHIPS> seenFiles_;
-    std::set<std::string> states_;
+    std::unordered_set<std::string> states_;
     std::map<std::string, unsigned long> raw_;
     unsigned long points_ = 0, examined_ = 0, recoveries_ = 0;
 };

@@ -73,10 +73,10 @@ RecordedSave readSave(const std::string &path, std::size_t size) {
     return save;
 }
 
-void makeAll(std::size_t size) {
+void makeAll() {
     vosInit("journal-cuts"); /* makes the partitions */
     for (const SavedStore &store : savedStores())
-        expect(store.isNew || store.save(contentOf(store, kFirst, size)), "%s cannot be made", store.name);
+        expect(store.isNew || store.save(contentOf(store, kFirst, kShort)), "%s cannot be made", store.name);
 }
 
 /* Saves the store, and goes back to what it was: every store has the first content before a save that is recorded. */
@@ -103,7 +103,7 @@ RecordedSave recordSave(RecordedFlash &flash, const SavedStore &store, std::size
 /* Two saves of each store: one that stays in its block, and one that crosses the end of a block. */
 void record(RecordedFlash &flash, std::size_t size, const std::string &directory) {
     flash.mountToWrite();
-    makeAll(size);
+    makeAll();
     for (const SavedStore &store : savedStores()) {
         bool within = false, split = false;
         for (unsigned i = 0; i < kMostSaves && !(within && split); ++i) {
@@ -118,7 +118,7 @@ void record(RecordedFlash &flash, std::size_t size, const std::string &directory
         }
         expect(within && split, "%s: no save %s the end of a block", store.name, split ? "stays away from" : "crosses");
         for (const SavedStore &each : savedStores())
-            if (!each.isNew) expect(each.save(contentOf(each, kFirst, size)), "%s cannot be saved", each.name);
+            if (!each.isNew) expect(each.save(contentOf(each, kFirst, kShort)), "%s cannot be saved", each.name);
     }
 }
 

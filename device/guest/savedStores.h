@@ -24,6 +24,9 @@ inline const std::string kMissing = "missing", kFailed = "failed";
 
 [[nodiscard]] std::span<const SavedStore> savedStores();
 
+/* Bytes of content of the stores that are not being saved. A point costs less time when they are short. */
+inline constexpr std::size_t kShort = 100;
+
 /* The content of a store after so many saves: bytes that cannot be compressed, as many as asked for or as fit. */
 [[nodiscard]] std::string contentOf(const SavedStore &store, unsigned generation, std::size_t size);
 

@@ -4,6 +4,7 @@
  * each block erased in order. So a program can build the flash as it was after
  * any of these steps. As on real NOR flash a write can only clear bits.
  */
+#include <linux/fs.h>
 #include <linux/miscdevice.h>
 #include <linux/module.h>
 #include <linux/mtd/mtd.h>
