@@ -13,12 +13,12 @@ namespace vostest {
 inline const char *const kJournal = "/flash/journal";
 
 /* The name of an entry by its description: FNV-1a of the absolute path. */
-inline std::string entryName(const std::string &path) {
+inline std::string entryName(const std::string &path, const char *suffix = ".save") {
     uint64_t hash = 0xCBF29CE484222325;
     for (const char c : path) hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001B3;
     char name[32];
-    snprintf(name, sizeof name, "%016lx.save", static_cast<unsigned long>(hash));
-    return std::string(kJournal) + "/" + name;
+    snprintf(name, sizeof name, "%016lx", static_cast<unsigned long>(hash));
+    return std::string(kJournal) + "/" + name + suffix;
 }
 
 struct EntryOf {
