@@ -28,6 +28,7 @@ Finding checkQueueLength();
 Finding checkNetlink();
 Finding checkFlash();
 Finding checkApp();
+Finding checkJournal();
 Finding checkSystemPartition();
 Finding checkFactoryPartition();
 Finding checkFactoryCopy();

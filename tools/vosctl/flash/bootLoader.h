@@ -3,7 +3,7 @@
 #ifndef VOSCTL_BOOT_LOADER_H
 #define VOSCTL_BOOT_LOADER_H
 
-#include <string>
+#include "journal.h"
 
 namespace vosctl {
 
@@ -13,6 +13,9 @@ void requireBootLoaderFits(const std::string &image, const std::string &file);
 /* Writes it, flushes it, and reads it back from the device. When it did not arrive, the earlier bytes are put back, and
  * a Failure says what is there now. Signals are held meanwhile. */
 void writeBootLoader(const std::string &image, const std::string &file);
+
+/* Whether the device begins with this image, whole. False also when it cannot be read. */
+bool holdsBootLoader(const ImageMark &image);
 
 }  // namespace vosctl
 

@@ -14,6 +14,7 @@
 #include "../base/failure.h"
 #include "../base/interrupts.h"
 #include "deviceFile.h"
+#include "journal.h"
 #include "outputFile.h"
 #include "partition.h"
 #include "store.h"
@@ -120,7 +121,17 @@ std::string PartitionChange::write(const std::vector<BodyChange> &changes) const
     return store(bytes);
 }
 
+/* By way of the journal, as the library does it. When the partition could not be written, the entry stays until the old
+ * bytes are back. */
 std::string PartitionChange::store(const std::string &bytes) const {
+    const std::string now = readWholePartition(file_, bytes.size());
+    if (const std::string mistake = placeEntry(*partition_.path, bytes, now); !mistake.empty()) return mistake;
+    const std::string mistake = rewrite(bytes);
+    if (mistake.empty()) removeEntry(*partition_.path);
+    return mistake;
+}
+
+std::string PartitionChange::rewrite(const std::string &bytes) const {
     errno = 0;
     const ssize_t count = pwrite(file_.get(), bytes.data(), bytes.size(), 0);
     if (count < 0) return strerror(errno);
@@ -131,7 +142,10 @@ std::string PartitionChange::store(const std::string &bytes) const {
 }
 
 bool PartitionChange::putBack() const {
-    if (readWholePartition(file_, before_.size()) == before_) return true;
+    if (readWholePartition(file_, before_.size()) == before_) {
+        removeEntry(*partition_.path);
+        return true;
+    }
     static_cast<void>(store(before_));
     return readWholePartition(file_, before_.size()) == before_;
 }
