@@ -76,7 +76,8 @@ Campaign::Campaign(RecordedFlash &flash, const RecordedSave &save)
     flash_.mountToRead();
     oldFile_ = raw();
     for (const SavedStore &each : savedStores())
-        if (std::string(each.path) != save.store->path) expect(readFile(each.path, others_[each.path]), "no %s", each.path);
+        if (std::string(each.path) != save.store->path)
+            expect(readFile(each.path, others_[each.path]), "no %s", each.path);
     expect(newFile_.there && !(newFile_ == oldFile_), "the save of %s has changed nothing", save.store->name);
     expect(oldFile_.there != save.store->isNew, "%s is there, or not, before its save", save.store->name);
 }
@@ -90,10 +91,14 @@ Campaign::File Campaign::raw() const {
 void Campaign::countRaw() {
     const File file = raw();
     const char *kind = "torn";
-    if (file == oldFile_) kind = "old";
-    else if (file == newFile_) kind = "new";
-    else if (!file.there) kind = "missing";
-    else if (file.bytes.empty()) kind = "empty";
+    if (file == oldFile_)
+        kind = "old";
+    else if (file == newFile_)
+        kind = "new";
+    else if (!file.there)
+        kind = "missing";
+    else if (file.bytes.empty())
+        kind = "empty";
     expect(file.there || !oldFile_.there, "%s is lost", save_.store->name);
     ++raw_[kind];
 }

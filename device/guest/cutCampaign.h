@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* One save by way of the journal, cut after every word that it wrote; then its recovery, cut after every word as well. */
+/* One save by way of the journal, cut after every word that it wrote; then its recovery, cut after every word as well.
+ */
 #pragma once
 
 #include <map>

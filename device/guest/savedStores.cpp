@@ -61,7 +61,9 @@ std::string readItem(int32_t item, std::size_t length) {
 }
 bool saveUser(const std::string &bytes) { return vosSysConfigDataSet(BSP_USER, bytes.data(), size(bytes)) == VOS_OK; }
 std::string readUser() { return readItem(BSP_USER, kUserSize); }
-bool saveOem(const std::string &bytes) { return vosSysConfigDataSet(BSP_OEM_INFO, bytes.data(), size(bytes)) == VOS_OK; }
+bool saveOem(const std::string &bytes) {
+    return vosSysConfigDataSet(BSP_OEM_INFO, bytes.data(), size(bytes)) == VOS_OK;
+}
 std::string readOem() { return readItem(BSP_OEM_INFO, kOemSize); }
 
 constexpr SavedStore kStores[] = {
@@ -79,7 +81,8 @@ constexpr SavedStore kStores[] = {
 std::span<const SavedStore> savedStores() { return kStores; }
 
 std::string contentOf(const SavedStore &store, unsigned generation, std::size_t size) {
-    uint64_t state = 0x9E3779B97F4A7C15u * (uint64_t{generation} * std::size(kStores) + static_cast<uint64_t>(&store - kStores) + 1);
+    uint64_t state =
+        0x9E3779B97F4A7C15u * (uint64_t{generation} * std::size(kStores) + static_cast<uint64_t>(&store - kStores) + 1);
     std::string bytes(std::clamp(size, store.least, store.most), '\0');
     for (char &each : bytes) {
         state ^= state << 13;

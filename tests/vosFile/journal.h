@@ -54,9 +54,12 @@ inline State stateOfFlash() {
             if (each.is_regular_file()) state[each.path()] = fileContent(each.path());
     return state;
 }
-inline void putState(const State &state) {
+inline void emptyFlash() {
     for (const char *const root : {"/flash", "/app"})
         for (const auto &each : std::filesystem::directory_iterator(root)) std::filesystem::remove_all(each.path());
+}
+inline void putState(const State &state) {
+    emptyFlash();
     std::filesystem::create_directory(kJournal);
     for (const auto &[path, content] : state) putFile(path, content);
 }
