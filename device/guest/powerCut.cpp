@@ -10,6 +10,7 @@
  */
 #include <fcntl.h>
 #include <unistd.h>
+#include <vos.h>
 
 #include <cstdlib>
 #include <cstring>

@@ -15,7 +15,7 @@
 		"recording-flash", "recording-app"                             \
 	}
 #define RECORDINGFLASH_BLOCK  (32 << 10) /* is erased at once */
-#define RECORDINGFLASH_BLOCKS 8	 /* of one chip */
+#define RECORDINGFLASH_BLOCKS 8		 /* of one chip */
 #define RECORDINGFLASH_CHIP   (RECORDINGFLASH_BLOCK * RECORDINGFLASH_BLOCKS)
 #define RECORDINGFLASH_STEPS  (128 << 10) /* the longest record */
 #define RECORDINGFLASH_ERASED 1u	  /* a bit of `at` */

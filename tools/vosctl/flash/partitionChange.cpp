@@ -8,6 +8,7 @@
 #include <vosSysConfig.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -98,6 +99,21 @@ std::string makeAt(const Partition &partition, const std::string &path) {
                   "see that its directory exists, can be written and has room");
 }
 
+/* A new file gets the mode of the old one. With a mode that keeps this user out, the library could not open the new one
+ * either, and nobody would see why. */
+void requireAccess(const Partition &partition) {
+    const char *const path = *partition.path;
+    struct stat status {};
+    if (stat(path, &status) != 0 || faccessat(AT_FDCWD, path, R_OK | W_OK, AT_EACCESS) == 0) return;
+    const std::string why = strerror(errno);
+    char mode[8];
+    snprintf(mode, sizeof mode, "%04o", status.st_mode & 07777);
+    throw Failure(std::string("the ") + partition.name + " partition " + path +
+                      " could not be made: its file has mode " + mode +
+                      " and this user may not read and write it: " + why + ", and it is as it was",
+                  "run it as a user who may, such as root, or change the mode");
+}
+
 }  // namespace
 
 PartitionChange::PartitionChange(const Partition &partition)
@@ -151,6 +167,7 @@ bool PartitionChange::putBack() const {
 }
 
 void makeFresh(const Partition &partition) {
+    requireAccess(partition);
     std::string mistake;
     const HeldSignals held{std::string("the ") + partition.name + " partition was being made"};
     try {
@@ -166,6 +183,7 @@ void makeFresh(const Partition &partition) {
 }
 
 void replacePartition(const Partition &partition, std::string_view bytes) {
+    requireAccess(partition);
     const HeldSignals held{std::string("the ") + partition.name + " partition was being put back"};
     try {
         requireRegularFile(*partition.path);
