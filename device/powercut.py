@@ -18,6 +18,7 @@ from suite import BUILD, build
 PROGRAM = BUILD / "device/guest/powerCut"
 CONTENT = 20000  # bytes of a configuration, a syslog, a file of a package, an image
 LONGEST = 2.5  # seconds from the first save to the cut
+PATIENCE = 600  # seconds for a start and its cut, on a host that does something else, too
 
 
 def words(journal, *command):
@@ -35,7 +36,7 @@ def start_and_cut(machine, flash, job, commands, wait):
         stdout=subprocess.PIPE,
         stderr=subprocess.STDOUT,
     )
-    late = threading.Timer(120, process.kill)
+    late = threading.Timer(PATIENCE, process.kill)
     late.start()
     output, cut = [], None
     for line in process.stdout:
@@ -46,7 +47,7 @@ def start_and_cut(machine, flash, job, commands, wait):
             cut.start()
     process.wait()
     if not late.is_alive():
-        raise Unavailable("the guest did not come to save within 120 s\n" + "\n".join(output[-20:]))
+        raise Unavailable(f"the guest did not come to save, and to its cut, within {PATIENCE} s\n" + "\n".join(output[-20:]))
     late.cancel()
     if cut is None or process.returncode != -signal.SIGKILL:
         raise Unavailable("the guest ended before its power was cut\n" + "\n".join(output[-20:]))

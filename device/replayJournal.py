@@ -112,7 +112,7 @@ def summarise(steps, results, work):
     print(f"before the recovery: {', '.join(f'{total[kind]} {kind}' for kind in COUNTS[4:])}")
     done = sum(unit in results.done for unit in work)
     print(f"{total['points']} points, {done} of {len(work)} units; started up at {total['examined']}, recovered at {total['recoveries']}")
-    print("after the recovery: 0 torn, 0 empty, 0 lost")
+    print("no point was found at which a store was torn, empty or lost after the recovery")
 
 
 def replay(arguments):
