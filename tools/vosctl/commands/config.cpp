@@ -178,6 +178,9 @@ void addConfigCommands(CLI::App &app, Context &context) {
     deleting->add_flag("--yes", arguments->yes, "Do not ask");
     addExample(deleting, "vosctl config delete");
     onRun(deleting, context, [arguments](Output &out) { return remove(out, *arguments); });
+    /* Last, because a command takes over the examples that its group has. */
+    addExample(group, "vosctl config show");
+    addExample(group, "vosctl config diff oltd");
 }
 
 }  // namespace vosctl
