@@ -121,6 +121,7 @@ void removeSaved() {
 }
 
 int remove(Output &out, const Arguments &arguments) {
+    requireRegularFile(szVosCfgFileName);
     const bool existed = vosFileCfgExist() == 1;
     if (existed) {
         confirm(std::string("The saved configuration ") + szVosCfgFileName +
