@@ -186,7 +186,7 @@ def test_doctor_tells_foreign_and_unfinished_files_and_a_journal_that_is_no_dire
     shutil.rmtree(JOURNAL)
     JOURNAL.write_bytes(b"")
     told = checked(vosctl, *on)
-    assert told["verdict"] == "hinders" and "/flash/journal cannot be read" in told["found"]
+    assert told["verdict"] == "error" and "/flash/journal cannot be read" in told["found"]
 
 
 def test_status_tells_which_image_an_installation_has_left(vosctl):

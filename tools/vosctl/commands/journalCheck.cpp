@@ -54,7 +54,7 @@ Finding checkJournal() {
     try {
         return lookAtJournal();
     } catch (const Failure &failure) {
-        return {kCheck, Verdict::hinders, failure.what(), failure.nextStep()};
+        return {kCheck, Verdict::error, failure.what(), failure.nextStep()};
     }
 }
 
