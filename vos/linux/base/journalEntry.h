@@ -36,7 +36,7 @@ class Names {
 
   private:
     using Name = Text<24>;
-    bool known_ = true; /* the working directory, where it is needed */
+    bool known_ = true; /* false: the working directory was needed and could not be read */
     Text<kLongestPath + 1> path_;
     Name entry_;
     Name temporary_;
@@ -58,7 +58,7 @@ uint32_t checksum(uint32_t before, Bytes bytes);
 
 using HeaderBytes = std::array<uint8_t, kHeaderSize>;
 
-/* Sets the checksum's part that the header itself contributes; checksum() continues it. */
+/* The checksum of the header alone. checksum() continues it over the path and the content. */
 uint32_t headerChecksum(const HeaderBytes &bytes);
 HeaderBytes encode(const Header &header);
 void seal(HeaderBytes &bytes, uint32_t value);

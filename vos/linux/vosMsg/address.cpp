@@ -41,8 +41,8 @@ std::string_view baseName(std::string_view name) {
     return name;
 }
 
-/* What all paths of a thread's requests begin with. It is written once for each thread and each child: numbers cost
- * more to format than a text to copy. */
+/* What all paths of a thread's requests begin with. It is written once for each thread and each child: it takes longer
+ * to format numbers than to copy a text. */
 struct RequesterStem {
     pid_t process;
     uint32_t length;

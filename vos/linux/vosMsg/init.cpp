@@ -76,7 +76,7 @@ int32_t openPair(Caller me, const Sockets &sockets, const char *name) {
     if (createPair(me, name, normal, high) != VOS_OK) return VOS_ERROR;
     if (sockets.makesDirectory) mkdir("/tmp/vos", 0777);
     if (establish(me, UniqueFd{normal}, vos::normalPath(name), kNormalTexts, sockets.normal) != VOS_OK)
-        return VOS_ERROR; /* the high socket stays open, and nobody knows it: this leak is required, too */
+        return VOS_ERROR; /* the high socket stays open, its number is not stored: this leak is required, too */
     return establish(me, UniqueFd{high}, vos::highPath(name), kHighTexts, sockets.high);
 }
 

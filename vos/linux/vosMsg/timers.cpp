@@ -72,8 +72,8 @@ uint32_t elapsedMs(const timeval &start, const timeval &now) {
     return seconds * 1000 + static_cast<uint32_t>(microseconds / 1000);
 }
 
-/* Tells after a callback whether the record is still the same timer: it may be freed, and its memory may already be
- * another timer's. */
+/* Whether the record is still the same timer after a callback. The callback may have freed it, and another timer may
+ * already use its memory. */
 struct Identity {
     const VOS_MSG_TIMER *timer;
     uint32_t serial;
@@ -82,7 +82,7 @@ struct Identity {
     }
 };
 
-/* Fires a due timer, and yields the milliseconds until it is due again. */
+/* Fires a due timer, and computes the milliseconds until it is due again. */
 uint32_t fire(vos::Caller me, const vos::TimerList &timers, VOS_MSG_TIMER *timer, uint32_t late, const timeval &now) {
     const Identity identity{timer, timer->ulSerial};
     if (timer->pProc != nullptr) {

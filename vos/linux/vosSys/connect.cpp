@@ -40,8 +40,8 @@ int32_t failedWith(int reason) {
 
 }  // namespace
 
-/* Only a connect whose outcome is known restores the flags. Whoever returns earlier leaves the descriptor non-blocking;
- * callers close it or set its flags again. */
+/* The flags are restored only when the outcome of the connect is known. An earlier return leaves the descriptor
+ * non-blocking; callers close it or set its flags again. */
 int32_t vosConnectWithTimeout(int32_t iFd, const struct sockaddr *pAddr, uint32_t ulAddrLen, struct timeval *pTimeout) {
     const vos::Caller me;
     const int flags = fcntl(iFd, F_GETFL);

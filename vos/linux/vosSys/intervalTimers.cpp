@@ -61,8 +61,8 @@ bool armed(timer_t handle) {
            (left.it_value.tv_sec != 0 || left.it_value.tv_nsec != 0);
 }
 
-/* A one-shot timer that has fired is not armed any more. If the record's timer is armed, it was added after the one
- * that makes this call, whose thread came too late. */
+/* A one-shot timer that has fired is not armed any more. So if the record's timer is armed, it was added after the
+ * timer that makes this call, and the thread of this call has started too late. */
 void begin(Run &run) {
     const vos::Locked locked{&g_runs.mutex};
     run.restarted = run.record->ulMode == kOneShot && armed(run.record->hTimer);
