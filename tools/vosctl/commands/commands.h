@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The frame of the tool: what a command gets, and the commands there are. */
+/* What the tool gives to every command, and the list of the commands. */
 #ifndef VOSCTL_COMMANDS_H
 #define VOSCTL_COMMANDS_H
 
@@ -14,24 +14,24 @@
 namespace vosctl {
 
 constexpr int kDone = 0;
-constexpr int kFailed = 1; /* the thing asked about failed */
+constexpr int kFailed = 1; /* the command could not do its work, or found an error */
 constexpr int kUsage = 2;
 
 /* Runs a command whose arguments have been read; returns the exit status. */
 using Action = std::function<int(Output &)>;
 
-/* What the command line says besides the command's own arguments. */
+/* The options that all commands have, and the command to run. */
 struct Context {
     std::string jsonForm; /* empty: text */
     bool verbose = false;
     std::string color = "auto";
     std::string root;
-    Action action; /* of the command that was named */
+    Action action; /* of the command on the command line */
 
     [[nodiscard]] bool json() const { return !jsonForm.empty(); }
 };
 
-/* Lets a command be run once the whole command line has been read and the globals stand. */
+/* Sets what runs a command. It runs after the whole command line, with the options of all commands, has been read. */
 inline void onRun(CLI::App *command, Context &context, Action action) {
     command->callback([&context, run = std::move(action)] { context.action = run; });
 }
@@ -45,10 +45,10 @@ void addExample(CLI::App *command, const std::string &line);
 inline constexpr const char *kNameDescription = "Name of the process";
 inline constexpr const char *kItemDescription = "Name, constant or number of the item";
 
-/* For a value that must not be empty, as that of a shell variable which was never set is. */
+/* Refuses an empty value. An unset shell variable gives one. */
 CLI::Validator notEmpty(const std::string &what);
 
-/* An option whose value is a number of 32 bits, decimal or hexadecimal behind 0x; "010" is 10. */
+/* An option whose value is a number of 32 bits, decimal, or hexadecimal after 0x; "010" is 10. */
 CLI::Option *addNumber(CLI::App *command, const std::string &names, uint32_t &number, const std::string &description,
                        uint32_t least = 0, uint32_t most = 0xFFFFFFFF);
 /* The option --timeout MS. */
@@ -57,10 +57,10 @@ CLI::Option *addTimeout(CLI::App *command, uint32_t &milliseconds);
 /* The first argument of a command about a process. */
 CLI::Option *addName(CLI::App *command, std::string &name);
 
-/* For a command that has printed its results and fails all the same: the line of a failure, and the exit status. */
+/* For a command that fails after it has printed its results: prints the error line and returns the exit status. */
 int failedAfterResults(const std::string &what, const std::string &nextStep);
 
-/* Lets --help print what this tool's help says, in place of the parser's own. Before any command is added. */
+/* Replaces the parser's own help by this tool's help. To be called before any command is added. */
 void useHelp(CLI::App &app);
 
 /* Each adds a group of commands. */

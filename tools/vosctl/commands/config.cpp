@@ -41,7 +41,7 @@ int show(Output &out) {
     return kDone;
 }
 
-/* A pipeline whose first program fails ends with nothing at all, which is not to replace what is saved. */
+/* An empty input is refused: it usually means that the first program of a pipeline has failed. */
 void requireContent(const std::string &content, const Arguments &arguments) {
     if (!content.empty() || arguments.empty) return;
     const std::string from = arguments.from.empty() ? arguments.file : arguments.from;
@@ -79,7 +79,7 @@ Json describe(const std::vector<LineChange> &changes) {
     return lines;
 }
 
-/* With a heading where another part of the text begins. */
+/* Prints a heading where a new part of the differences begins. */
 void print(Output &out, const std::vector<LineChange> &changes) {
     const LineChange *last = nullptr;
     for (const LineChange &change : changes) {
@@ -109,7 +109,8 @@ int diff(Output &out, const Arguments &arguments) {
     return changes.empty() ? kDone : kFailed;
 }
 
-/* The library removes the settings of core dumps as well, but those of this machine whatever the tree. */
+/* The library also removes the settings of core dumps. It removes those of this machine, even when --root names another
+ * tree. */
 void removeSaved() {
     const HeldSignals held{"the saved configuration was being deleted"};
     if (devicePath("").empty()) {
@@ -179,7 +180,7 @@ void addConfigCommands(CLI::App &app, Context &context) {
     deleting->add_flag("--yes", arguments->yes, "Do not ask");
     addExample(deleting, "vosctl config delete");
     onRun(deleting, context, [arguments](Output &out) { return remove(out, *arguments); });
-    /* Last, because a command takes over the examples that its group has. */
+    /* Added last: a command that is added to the group later would inherit these examples. */
     addExample(group, "vosctl config show");
     addExample(group, "vosctl config diff oltd");
 }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl image status, vosctl image restore: the installed application, and the way back from it. */
+/* vosctl image status, vosctl image restore: the installed application and its backup. */
 #include <vosFile.h>
 
 #include "../base/words.h"
@@ -13,7 +13,7 @@ namespace vosctl {
 
 namespace {
 
-/* "whole"; "missing"; "broken": cut off, or changed since */
+/* "whole"; "missing"; "broken": the file was cut off or changed */
 const char *stateOf(const DeviceFile &file) {
     if (!file.content()) return "missing";
     return isWholeApplication(*file.content()) ? "whole" : "broken";
@@ -53,7 +53,7 @@ void print(Output &out, const char *title, const Json &object) {
     out.text(record);
 }
 
-/* What to do about what was found; empty when nothing. */
+/* What the user can do about the state; empty when nothing is to be done. */
 std::string remedyOf(const ApplicationFiles &files) {
     const bool whole = stateOf(files.application()) == std::string("whole");
     const bool way = stateOf(files.backup()) == std::string("whole");

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl ps: who is reachable. */
+/* vosctl ps: which processes are reachable. */
 #include <algorithm>
 #include <tuple>
 
@@ -50,7 +50,7 @@ Cell stateOf(const SocketEntry &entry) {
     }
 }
 
-/* By name; the normal socket, the high-priority socket, the thread channels by number. */
+/* Sorted by name. For one name: the normal socket, the high-priority socket, then the thread channels by number. */
 bool before(const SocketEntry &left, const SocketEntry &right) {
     return std::tuple{left.kind == Kind::requester, left.name, left.kind >= Kind::thread, left.thread, left.kind} <
            std::tuple{right.kind == Kind::requester, right.name, right.kind >= Kind::thread, right.thread, right.kind};
@@ -127,7 +127,7 @@ Json documentOf(const std::vector<SocketEntry> &entries, const Json &limit) {
     return {{"names", std::move(names)}};
 }
 
-/* A name that is asked for has to be reachable. */
+/* A name that was given must be reachable. */
 int ps(Output &out, const Arguments &arguments) {
     if (!arguments.name.empty()) requireReachable(arguments.name);
     const std::vector<SocketEntry> entries = listed(arguments);

@@ -11,7 +11,7 @@ namespace vosctl {
 
 namespace {
 
-constexpr uint32_t kLargest = 4 * 1024 * 1024; /* what the library takes */
+constexpr uint32_t kLargest = 4 * 1024 * 1024; /* the largest size that the library accepts */
 
 [[noreturn]] void explain(const std::string &name, int32_t code) {
     if (code == VOS_ERR_NO_HANDLER)
