@@ -41,7 +41,7 @@ def test_a_signal_in_the_middle_of_an_installation_leaves_the_new_application(vo
     assert BACKUP.read_bytes() == FIRST
     assert done.status == (0 if number == signal.SIGPIPE else -number)
     if number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
-        assert f"{number.name} came while /tmp/image was being installed; it was done to the end first" in done.stderr
+        assert f"{number.name} came while /tmp/image was being installed; this was completed first" in done.stderr
 
 
 @pytest.mark.parametrize("number", ENDING)

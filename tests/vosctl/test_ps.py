@@ -121,7 +121,7 @@ def test_names_that_are_not_utf8_are_told_apart(vosctl, stale):
 
 
 def test_help_says_that_the_depth_is_a_lower_bound(vosctl):
-    assert "QUEUE is a lower bound" in vosctl("ps", "--help").ok().stdout
+    assert "QUEUE is the least number" in vosctl("ps", "--help").ok().stdout
 
 
 def test_a_full_queue_is_told(vosctl, agent):

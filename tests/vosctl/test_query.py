@@ -23,13 +23,13 @@ def test_the_running_configuration(vosctl, agent):
 
 def test_a_builder_that_refuses(vosctl, agent):
     agent()
-    assert "agent refused to tell its running configuration with code 42" in vosctl(
+    assert "agent refused to report its running configuration with code 42" in vosctl(
         "config-of", "agent", "--arg1", "42").failed()
 
 
 def test_a_process_without_a_builder(vosctl, agent):
     agent("simple", "plain")
-    assert "simple has no running configuration to tell" in vosctl("config-of", "simple").failed()
+    assert "simple has no running configuration to report" in vosctl("config-of", "simple").failed()
 
 
 @pytest.mark.parametrize("command", [["config-of"], ["object", "OBJECT"], ["debug"], ["smd", "1"], ["log"]])

@@ -27,7 +27,7 @@ void addVersion(CLI::App &app) {
     app.add_flag_callback(
         "-V,--version",
         [&app] {
-            if (!app.get_subcommands().empty()) throw CLI::ValidationError("--version is asked for without a command");
+            if (!app.get_subcommands().empty()) throw CLI::ValidationError("--version cannot be used with a command");
             throw CLI::CallForVersion("vosctl " VOSCTL_VERSION, 0);
         },
         "Print the version of vosctl");

@@ -118,8 +118,7 @@ void HeldSignals::sayWhatCame() const {
     sigpending(&pending);
     for (const int number : kSignals) {
         if (sigismember(&pending, number) == 0 || sigismember(&earlier_, number) == 1 || isIgnored(number)) continue;
-        fprintf(stderr, "vosctl: SIG%s came while %s; it was done to the end first\n", sigabbrev_np(number),
-                task_.c_str());
+        fprintf(stderr, "vosctl: SIG%s came while %s; this was completed first\n", sigabbrev_np(number), task_.c_str());
         return;
     }
 }

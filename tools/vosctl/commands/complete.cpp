@@ -202,14 +202,15 @@ void addTree(Json &commands, const CLI::App &command) {
 }  // namespace
 
 void addCompleteCommand(CLI::App &app, Context &context) {
-    CLI::App *const complete = app.add_subcommand("complete", "What the shells' completion asks for")->group("");
+    CLI::App *const complete =
+        app.add_subcommand("complete", "Print what the completion of the shells needs")->group("");
     complete->require_subcommand(1);
     onRun(complete->add_subcommand("names", "The reachable names"), context,
           [](Output &out) { return print(out, {reachableNames()}, false); });
 
     const auto words = std::make_shared<Words>();
     const auto describe = std::make_shared<bool>(false);
-    CLI::App *const line = complete->add_subcommand("words", "What the last of some words can become");
+    CLI::App *const line = complete->add_subcommand("words", "Print the words to which the last word can be completed");
     line->add_option("WORD", *words, "The words behind \"vosctl\", behind --; the last one is completed");
     line->add_flag("--describe", *describe,
                    "A description behind each, after a tab; /files or /directories where those fit too");

@@ -47,7 +47,7 @@ void requireContent(const std::string &content, const Arguments &arguments) {
     const std::string from = arguments.from.empty() ? arguments.file : arguments.from;
     throw Failure(
         "the configuration of " + (from == "-" ? "standard input" : from) + " is empty, and nothing was changed",
-        "see where it comes from, or say --empty if an empty one is wanted");
+        "see where it comes from, or give --empty to save an empty one");
 }
 
 int save(Output &out, const Arguments &arguments) {
@@ -149,7 +149,7 @@ void addConfigCommands(CLI::App &app, Context &context) {
     addExample(showing, "vosctl config show");
     onRun(showing, context, show);
 
-    CLI::App *const saving = group->add_subcommand("save", "Make a file, or what a process runs with, the saved one");
+    CLI::App *const saving = group->add_subcommand("save", "Save a file, or the running configuration of a process");
     CLI::Option *const file =
         saving->add_option("FILE", arguments->file, "The file; - is standard input")->check(notEmpty("FILE"));
     saving->add_option("--from", arguments->from, "Ask this process for its running configuration")
@@ -170,7 +170,7 @@ void addConfigCommands(CLI::App &app, Context &context) {
     addExample(saving, "vosctl config save --from oltd");
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
 
-    CLI::App *const comparing = group->add_subcommand("diff", "Compare the saved one with what a process runs with");
+    CLI::App *const comparing = group->add_subcommand("diff", "Compare it with the running configuration of a process");
     addName(comparing, arguments->from);
     addTimeout(comparing, arguments->timeoutMs);
     addExample(comparing, "vosctl config diff oltd");

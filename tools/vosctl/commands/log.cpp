@@ -239,9 +239,9 @@ class Log {
             showing([&] { display_.show(rest); });
         showing([this] { display_.end(); });
         if (!obeyed && !ended_) {
-            throw Failure(
-                arguments_.name + " could not be told to print where it printed before",
-                "see with \"vosctl ps\" what keeps it busy; it is told when \"vosctl log\" ends the next time");
+            throw Failure(arguments_.name + " could not be told to print where it printed before",
+                          "see with \"vosctl ps\" what keeps it busy; run \"vosctl log\" again, which restores the "
+                          "output when it ends");
         }
     }
 
@@ -278,11 +278,12 @@ void addLogCommand(CLI::App &app, Context &context) {
     addName(command, arguments->name);
     command
         ->add_option("LEVEL", arguments->levels,
-                     "Log lines that it shall print meanwhile, besides errors: trace, event, or a word such as 0x26")
+                     "Log lines that it prints meanwhile, in addition to errors: trace, event, or a word such as 0x26")
         ->check(isLevel);
     command
-        ->add_option("--after", arguments->levelsAfter,
-                     "What it shall print afterwards when a LEVEL was given; error if not given, as after its start")
+        ->add_option(
+            "--after", arguments->levelsAfter,
+            "Log lines that it prints afterwards, if a LEVEL was given; error if not given, as after its start")
         ->type_name("LEVEL")
         ->check(isLevel);
     command->add_flag("--time", arguments->time, "Put the time of arrival before each line");

@@ -152,8 +152,8 @@ void addPsCommands(CLI::App &app, Context &context) {
         ->description("Only this name; exit status 1 when it is not reachable");
     list->add_flag("--all", arguments->all, "Also the sockets of requesters that wait for an answer");
     list->footer(
-        "QUEUE is a lower bound: the datagrams that wait there for certain. There may be\n"
-        "more, because the kernel does not tell how many they are; where it tells\n"
+        "QUEUE is the least number of datagrams that wait there. There may be more,\n"
+        "because the kernel does not report the number of all. Where it reports\n"
         "nothing, QUEUE is -.");
     addExample(list, "vosctl ps");
     addExample(list, "vosctl ps oltd >/dev/null && echo oltd is there");

@@ -26,11 +26,11 @@ struct Arguments {
 
 [[noreturn]] void explainRefusal(const std::string &name, int32_t code) {
     if (code == VOS_ERR_NO_HANDLER)
-        throw Failure(name + " has no running configuration to tell", "ask a process that has registered a builder");
+        throw Failure(name + " has no running configuration to report", "ask a process that has registered a builder");
     if (code == VOS_ERR_MEMORY)
         throw Failure(name + " could not make room for its running configuration",
                       "look at the memory of that process");
-    throw Failure(name + " refused to tell its running configuration with code " + std::to_string(code),
+    throw Failure(name + " refused to report its running configuration with code " + std::to_string(code),
                   "look into the log of that process, as with \"vosctl log " + name + "\"");
 }
 

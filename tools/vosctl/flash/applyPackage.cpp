@@ -89,7 +89,7 @@ namespace {
                             const std::string &why) {
     throw Failure(file + " was not applied to its end: " + entryName(entries, index, file) + ": " + why + "; " +
                       std::to_string(index) + " of " + std::to_string(entries.size()) + " entries were applied",
-                  "mend that, and apply the package again: entries that were applied do no harm");
+                  "correct that, and apply the package again; the applied entries may be applied twice");
 }
 
 }  // namespace
