@@ -213,7 +213,7 @@ void saveAndRead(Ledger &ledger, uint32_t number, const std::string &journal) {
 
 /* After each kill the stores hold a whole save, and none that was over before the start of another that was reported.
  */
-TEST(FlashStress, KillsOfProcessesThatSaveByWayOfTheJournalTearAndLoseNothing) {
+TEST(FlashStress, KillsOfProcessesThatSaveWithTheJournalTearAndLoseNothing) {
     const char *const asked = getenv("VOS_TEST_KILLS"); /* for a long run */
     const uint32_t kills = asked != nullptr ? static_cast<uint32_t>(atoi(asked)) : 300;
     constexpr std::size_t kSavers = 32;

@@ -29,7 +29,7 @@ void headerOf(std::size_t length) {
 
 }  // namespace
 
-TEST(LongName, ANameOf60CharactersPrintsTheComplaintAndGivesMinus1) {
+TEST(LongName, ANameOf60CharactersPrintsTheErrorTextAndReturnsMinus1) {
     const Outcome outcome = run([] {
         strcpy(szVosProcName, std::string(60, 'n').c_str());
         EXPECT_EQ(vosDebugPrintf(VOS_DEBUG_ERROR, "f:line."), VOS_ERROR);

@@ -106,7 +106,7 @@ TEST(Configuration, NullPointersAreRefused) {
                                                 "vosFileCfgWrite:parameter error."));
 }
 
-TEST(Configuration, TheCallsTraceTheirWay) {
+TEST(Configuration, TheCallsTraceTheirSteps) {
     const Outcome outcome = run([] {
         vosDebugConfig(kTrace);
         saveConfiguration("x");
@@ -188,7 +188,7 @@ TEST(Configuration, AFailedReadUnlocksAndCloses) {
     });
 }
 
-TEST(Configuration, AShortReadIsLoggedAndTheLengthIsTheOneAnnounced) {
+TEST(Configuration, AShortReadIsLoggedAndTheLengthIsTheSizeAskedBefore) {
     putFile(kConfiguration, "content");
     const Outcome outcome = run([] {
         char *buffer = nullptr;
@@ -250,7 +250,7 @@ TEST(Configuration, EachFailingCallOfAWrite) {
     for (const char *const call : {"fsync#1", "syncfs#1", "close#1"}) expectLines(attempts, call, VOS_OK, {});
 }
 
-TEST(Configuration, AFailedTruncationGoesUnnoticedAndTheWriteGoesAhead) {
+TEST(Configuration, AFailedTruncationIsIgnoredAndTheWriteFollows) {
     const Attempt attempt = failCall(
         {.call = "ftruncate"}, [] { putFile(kConfiguration, "before it"); },
         [] { return saveConfiguration("content"); });

@@ -134,7 +134,7 @@ TEST(Crc32, BytesUpToTheEndOfReadableMemoryAreEnough) {
     });
 }
 
-TEST(Crc32, OneChangedEntryChangesTheValueAsItShould) {
+TEST(Crc32, OneChangedEntryChangesTheValueAsByTheDefinition) {
     for (int round = 0; round < 8; ++round) {
         run([] {
             Random random;
@@ -144,7 +144,7 @@ TEST(Crc32, OneChangedEntryChangesTheValueAsItShould) {
     }
 }
 
-TEST(Crc32, ATableOfAnyContentIsUsedAsItStands) {
+TEST(Crc32, ATableOfAnyContentIsUsed) {
     run([] {
         Random random;
         for (uint32_t &entry : vosCrctable) entry = random.word();
@@ -152,7 +152,7 @@ TEST(Crc32, ATableOfAnyContentIsUsedAsItStands) {
     });
 }
 
-TEST(Crc32, AChangeBetweenTwoPiecesCountsFromTheSecondOn) {
+TEST(Crc32, AChangeBetweenTwoPiecesAppliesFromTheSecondPiece) {
     run([] {
         Random random;
         const uint8_t *bytes = random.bytes.data();
@@ -195,7 +195,7 @@ TEST(Crc32, MovingARegisterUpEqualsThatManyZeroBytes) {
 
 #if defined(__aarch64__)
 
-TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
+TEST(Crc32, WithoutTheProcessorsInstructionsTheValueIsTheSame) {
     run([] {
         Random random;
         for (uint32_t round = 0; round < 100; ++round) {
@@ -213,7 +213,7 @@ TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
 
 /* No call of the C library stands between libvos and the processor, so a processor is emulated that cannot help.
  */
-TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
+TEST(Crc32, WithoutTheProcessorsInstructionsTheValueIsTheSame) {
     if (access("/usr/bin/qemu-x86_64", X_OK) != 0) GTEST_SKIP() << "qemu-x86_64 is not installed";
     run([] {
         execl("/usr/bin/qemu-x86_64", "qemu-x86_64", "-cpu", "qemu64", (testPrograms() + "/oldProcessor").c_str(),

@@ -73,7 +73,7 @@ TEST(FileDelete, AFailureIsOnlyLogged) {
                 {failedLine("vosFileDelete:remove file /flash/data")});
 }
 
-TEST(FileSize, OfAFileOfALinkAndOfNothing) {
+TEST(FileSize, OfAFileOfALinkAndOfAMissingPath) {
     putFile(kPath, "0123456789");
     fs::create_symlink(kPath, "/flash/link");
     const Outcome outcome = run([] {

@@ -253,7 +253,7 @@ TEST(Package, LengthsThatWrapAreTooLong) {
     EXPECT_THAT(outcomeOf(packageOf(1, both), VOS_ERROR), IsEmpty());
 }
 
-TEST(Package, MoreEntriesAnnouncedThanThere) {
+TEST(Package, MoreEntriesInTheHeaderThanInThePackage) {
     EXPECT_THAT(outcomeOf(packageOf(0xFFFFFFFF, kFileEntry), VOS_ERROR), IsEmpty());
     EXPECT_EQ(fileContent("/app/oem1"), "data");
 }
@@ -272,7 +272,7 @@ TEST(Package, ANameWithPercentSignsIsShownAsItIs) {
                 ElementsAre("vosFileImageFileOp:file /etc/%n%s is not permitted."));
 }
 
-TEST(Package, ItsWayIsTraced) {
+TEST(Package, ItsStepsAreTraced) {
     const auto lines = outcomeOf(packageOf(0, ""), VOS_OK, true);
     EXPECT_THAT(lines, ElementsAre("vosFileAppWrite:start ulBufLen 32.", "vosFileImageFileOp:start ulBufLen 32."));
 }

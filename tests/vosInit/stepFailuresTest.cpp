@@ -39,7 +39,7 @@ TEST(InitSteps, AllAreTakenInTheirOrderAndTheDataStepsResultIsIgnored) {
     EXPECT_THAT(outcome.messages(), ElementsAre("memory", "core files of demo", "sockets", "device data"));
 }
 
-TEST(InitSteps, EachFailureHasItsLineAndTheCoreFilesHaveThatOfTheMemory) {
+TEST(InitSteps, EachFailureHasItsLineAndThatOfTheCoreFilesNamesTheMemoryStep) {
     const Outcome outcome = run([] {
         oomResult = coreDumpResult = netResult = VOS_ERROR;
         EXPECT_EQ(vosInit("demo"), VOS_OK);

@@ -53,7 +53,7 @@ void expectTimeouts(uint32_t ms, long seconds, long microseconds) {
 
 }  // namespace
 
-TEST(Address, ThePathHoldsTheNameBehindItsLastSlash) {
+TEST(Address, ThePathHoldsTheNameAfterItsLastSlash) {
     run([] {
         EXPECT_EQ(pathOf("abc/def"), "/tmp/vos/def");
         EXPECT_EQ(pathOf("/usr/bin/app"), "/tmp/vos/app");
@@ -63,7 +63,7 @@ TEST(Address, ThePathHoldsTheNameBehindItsLastSlash) {
     });
 }
 
-TEST(Address, WithTheHighFlagANameWithADirectoryMeetsTheHighPath) {
+TEST(Address, WithTheHighFlagANameWithADirectoryHasTheHighPath) {
     run([] {
         Peer high{"/tmp/vos/defHigh"};
         char text[5] = "ping";
@@ -72,7 +72,7 @@ TEST(Address, WithTheHighFlagANameWithADirectoryMeetsTheHighPath) {
     });
 }
 
-TEST(Address, APathIsNeverWrittenBehindItsBuffer) {
+TEST(Address, APathIsNeverWrittenPastItsBuffer) {
     run([] {
         std::array<char, 130> path;
         path.fill('#');
@@ -149,7 +149,7 @@ TEST(Address, AChildOfAnyKindOfForkHasPathsOfItsOwn) {
     run([] { expectOwnPaths(); });
 }
 
-TEST(Address, AChildThatBorrowsItsParentsMemoryGetsItsParentsPaths) {
+TEST(Address, AChildOfVforkGetsItsParentsPaths) {
     run([] {
         static std::array<char, 128> path;
         localFile();
@@ -163,7 +163,7 @@ TEST(Address, AChildThatBorrowsItsParentsMemoryGetsItsParentsPaths) {
     });
 }
 
-TEST(Address, TheKernelIsAskedOnceWhoTheProcessIs) {
+TEST(Address, TheKernelIsAskedOnlyOnceForTheProcessId) {
     run([] {
         EXPECT_THAT(Faults::record([] { localFile(); }), ElementsAre("madvise", "madvise"));
         EXPECT_THAT(Faults::record([] { localFile(); }), IsEmpty());
@@ -171,7 +171,7 @@ TEST(Address, TheKernelIsAskedOnceWhoTheProcessIs) {
     });
 }
 
-TEST(Address, WhereAChildWouldFindItsParentsIdEachPathAsksForIt) {
+TEST(Address, WhenThePageCannotBeClearedInChildrenTheKernelIsAskedForEachPath) {
     run([] {
         errno = ENOTTY;
         Faults::arm({.call = "madvise", .occurrence = 2, .error = EINVAL});
@@ -196,7 +196,7 @@ TEST(Address, TheLengthCountsFamilyPathAndTerminator) {
     });
 }
 
-TEST(Address, APathBeyondTheFieldIsFilledWithoutOverrunAndTellsItsLength) {
+TEST(Address, APathLongerThanTheFieldIsCutAndItsFullLengthIsReturned) {
     run([] {
         struct {
             sockaddr_un address;
@@ -285,7 +285,7 @@ long tuneOne(int32_t verify) {
 
 }  // namespace
 
-TEST(SocketTuning, WhatTheKernelCapsIsLoggedWhenVerified) {
+TEST(SocketTuning, ASizeThatTheKernelLimitsIsLoggedWhenVerified) {
     const Peer probe;
     const int send = 4194304;
     const int receive = 6291456;

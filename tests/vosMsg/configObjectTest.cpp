@@ -145,7 +145,7 @@ TEST(ConfigObject, WithoutAHandlerNothingIsAnswered) {
     EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
-TEST(ConfigObject, AReaderMayAnnounceMoreRoomThanItSentBytes) {
+TEST(ConfigObject, ARequesterMayAnnounceMoreBytesThanItSends) {
     run([] {
         openWithHandler();
         Peer client{"/tmp/vos/client"};
@@ -177,7 +177,7 @@ TEST(ConfigObject, ThePiecesMustLieInsideTheBytesThatCame) {
     expectDropped(message({.type = 3}).word(8).text("obj").fill(5).fill(3), line(47));
 }
 
-TEST(ConfigObject, AReaderWithMoreRoomThanTheReceiverGetsWhatTheReceiverHasRoomFor) {
+TEST(ConfigObject, ARequesterWithALargerBufferThanTheReceiverGetsWhatTheReceiversBufferHolds) {
     for (const uint32_t announced : {64600u - 48, 64600u - 47, 64568u, 64600u, 0x80000000u, 0xFFFFFFFFu})
         run([=] {
             openWithHandler();
@@ -194,7 +194,7 @@ TEST(ConfigObject, AReaderWithMoreRoomThanTheReceiverGetsWhatTheReceiverHasRoomF
         });
 }
 
-TEST(ConfigObject, WhatWasAnnouncedAndDidNotComeIsZeroForTheHandlerAndInTheAnswer) {
+TEST(ConfigObject, AnnouncedBytesThatDidNotComeAreZeroForTheHandlerAndInTheAnswer) {
     run([] {
         openWithHandler();
         EXPECT_TRUE(Peer{}.send(kServer, application("a message of another process: " + std::string(1000, 's'))));
@@ -210,7 +210,7 @@ TEST(ConfigObject, WhatWasAnnouncedAndDidNotComeIsZeroForTheHandlerAndInTheAnswe
     });
 }
 
-TEST(ConfigObject, BytesBehindTheAnnouncedLengthAreLeftAlone) {
+TEST(ConfigObject, BytesBehindTheAnnouncedLengthAreNotChanged) {
     run([] {
         openWithHandler();
         act = [](uint32_t *, int32_t *, void *value, uint32_t *length, uint16_t *) {
@@ -270,16 +270,16 @@ TEST(ConfigObject, AHandlerMayMakeRequestsOfItsOwn) {
     other.finish();
 }
 
-TEST(ConfigObject, AValueThatIsNotAlignedMeetsTheAssertion) {
+TEST(ConfigObject, AValueThatIsNotAlignedFailsTheAssertion) {
     expectAssertion(request({.name = std::string("obj\0", 4)}), "0 == (((uintptr_t)pValueBuf) % ZEB_LONGBYTES)");
 }
 
-TEST(ConfigObject, AParsedLengthThatReachesTheBufferMeetsTheAssertionBeforeTheHandler) {
+TEST(ConfigObject, AParsedLengthThatReachesTheBufferFailsTheAssertionBeforeTheHandler) {
     expectAssertion(request({.name = "obj" + std::string(64600 - 40 - 3, '\0'), .valueLength = 0, .value = ""}),
                     "iRecvLen < VOS_MSG_BUFFER_LEN");
 }
 
-TEST(ConfigObject, AnAnswerValueBeyondTheRoomMeetsTheAssertion) {
+TEST(ConfigObject, AnAnswerValueBeyondTheBufferFailsTheAssertion) {
     expectAssertion(request({}), "*pValueLen <= (uint32_t)iTmpLen", "too long");
 }
 

@@ -83,7 +83,7 @@ TEST(DebugControl, TheMessagesAreBareHeadersFromAnUnnamedSocketToTheNormalOne) {
     });
 }
 
-TEST(DebugControl, EachSenderMakesTheseCallsAndSpeaksUnderItsOwnName) {
+TEST(DebugControl, EachSenderMakesTheseCallsAndLogsUnderItsOwnName) {
     const std::pair<std::string, std::function<int32_t()>> senders[] = {
         {"vosMsgDebugVos", [] { return vosMsgDebugVos("A", 6); }},
         {"vosMsgDebugSmd", [] { return vosMsgDebugSmd("A", 6); }},
@@ -126,7 +126,7 @@ TEST(DebugControl, AReceiverThatDoesNotRunFailsTheSend) {
                             "vosMsgDebugVos:parameter error."));
 }
 
-TEST(DebugControl, ANameTooLongForTheAddressFailsTheSendAndMeetsNobody) {
+TEST(DebugControl, ANameTooLongForTheAddressFailsTheSendAndReachesNoProcess) {
     for (const std::size_t length : {99u, 118u, 300u}) {
         const Outcome outcome = run([=] {
             freshWorld();

@@ -222,7 +222,7 @@ TEST(Events, WithoutHandlersEventsAreDroppedSilently) {
     EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
-TEST(Events, TheirTracesStandOnTheirOwnLevel) {
+TEST(Events, TheirTracesHaveTheirOwnLevel) {
     const Outcome outcome = run([] {
         openChannel("A");
         registerAll();

@@ -77,7 +77,7 @@ TEST(LateAnswer, OneToAnEarlierRequestOfTheSamePathIsTakenForTheAnswer) {
     });
 }
 
-TEST(LateAnswer, OneToAPathThatIsGoneReachesNobody) {
+TEST(LateAnswer, OneToARemovedPathReachesNoProcess) {
     run([] {
         freshWorld();
         Peer receiver{"/tmp/vos/B"};
@@ -116,7 +116,7 @@ TEST(LateAnswer, ADatagramThatComesBetweenBindAndConnectIsTakenForTheAnswer) {
     });
 }
 
-TEST(LateAnswer, OnceConnectedARequesterTakesNothingFromOthers) {
+TEST(LateAnswer, AConnectedRequesterReceivesNothingFromOthers) {
     run([] {
         freshWorld();
         Peer receiver{"/tmp/vos/B"};

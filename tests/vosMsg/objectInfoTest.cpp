@@ -121,7 +121,7 @@ TEST(ObjectInfo, WithTwoTableWordsTheLastOutputsAreTableWordsThreeToFive) {
     });
 }
 
-TEST(ObjectInfo, ACodeOfTheResponderComesBackAndTheOutputsStay) {
+TEST(ObjectInfo, TheCodeOfTheResponderIsReturnedAndTheOutputsAreUnchanged) {
     Process server = describing();
     run([] {
         const Answer got = ask("A", "missing", 32);
@@ -205,7 +205,7 @@ TEST(ObjectInfo, ARequestWhoseAnswerWouldNotFitIsDroppedAndOneWordLessIsAnswered
     EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgProcessInternel:object answer does not fit a message."));
 }
 
-TEST(ObjectInfo, AParsedLengthThatReachesTheBufferMeetsTheAssertion) {
+TEST(ObjectInfo, AParsedLengthThatReachesTheBufferFailsTheAssertion) {
     const Outcome outcome = run([] {
         openWithHandler();
         EXPECT_TRUE(Peer{}.send(kServer, message({.type = 4, .value2 = 64568}).fill(64568)));

@@ -197,7 +197,7 @@ TEST(Receive, AnEmptyMessageOnTheNormalSocketEndsTheCall) {
                                                 "vosMsgRecv:vosMsgRecvStream failed."));
 }
 
-TEST(Receive, AFailedReceiveOnTheHighSocketLooksAtTheBufferOnceMoreAndStaysInBounds) {
+TEST(Receive, AFailedReceiveOnTheHighSocketExaminesTheBufferAgainAndStaysInBounds) {
     run([] {
         openChannel("A");
         const Peer peer;
@@ -229,7 +229,7 @@ Bytes answerToAnotherProcess(const Bytes &request) {
 
 }  // namespace
 
-TEST(Receive, AnEmptyMessageOnTheHighSocketHasTheLastRequestServedAgainForItsSender) {
+TEST(Receive, AfterAnEmptyMessageOnTheHighSocketTheLastRequestIsServedAgain) {
     run([] {
         openChannel("A");
         static int handled;

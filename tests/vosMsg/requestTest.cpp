@@ -117,7 +117,7 @@ TEST(Request, WithoutAnAnswerTheTimeOutEndsTheWait) {
     EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgSend:read", EAGAIN)));
 }
 
-TEST(Request, NoReturnOfTwoDoesNotWaitAndTheAnswerMeetsARemovedSocket) {
+TEST(Request, NoReturnOfTwoDoesNotWaitAndTheAnswerFindsNoSocket) {
     const Outcome outcome = run([] {
         openChannel("A");
         char text[] = "ping";
@@ -195,7 +195,7 @@ TEST(Request, AReceiverThatDoesNotRunFailsAtOnce) {
                                                 errnoLine("vosMsgSend:connect /tmp/vos/nobodyHigh", ENOENT)));
 }
 
-TEST(Request, ANameTooLongForTheAddressIsRefusedByTheKernelAndNeverMeetsAnother) {
+TEST(Request, ANameTooLongForTheAddressIsRefusedByTheKernelAndNeverReachesAnotherProcess) {
     for (const std::size_t length : {99u, 100u, 118u, 119u, 300u}) {
         const Outcome outcome = run([=] {
             const std::string name(length, 'n');
@@ -218,7 +218,7 @@ TEST(Request, ANameWithPercentSignsIsShownAsItIs) {
     EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgSend:connect /tmp/vos/%s%n", ENOENT)));
 }
 
-TEST(Request, ItsTraceTellsTheSocketAndTheResult) {
+TEST(Request, ItsTraceShowsTheSocketAndTheResult) {
     const Outcome outcome = run([] {
         Peer normal{"/tmp/vos/B"};
         char text[] = "ping";

@@ -112,7 +112,7 @@ TEST(SecondChannel, EachFailingCallOfInitIsNamedAndTheDescribedSocketsStayOpen) 
     }
 }
 
-TEST(SecondChannel, ItsLoopSpeaksUnderItsOwnNameAndKeepsBothWaysOfCounting) {
+TEST(SecondChannel, ItsLoopLogsUnderItsOwnNameAndCountsLengthsAsTheMainLoopDoes) {
     const Outcome outcome = run([] {
         openBoth();
         const Peer peer;
@@ -237,7 +237,7 @@ TEST(SecondChannel, WithBothLoopsAwakeForOneDescriptorEachByteIsReadOnce) {
     });
 }
 
-TEST(SecondChannel, ItsTimersFireInItsLoopAloneAndTheMainCallsDoNotKnowThem) {
+TEST(SecondChannel, ItsTimersFireOnlyInItsLoopAndTheMainCallsDoNotFindThem) {
     const Outcome outcome = run([] {
         openBoth();
         const int blocks = Faults::liveBlocks();
@@ -272,7 +272,7 @@ TEST(SecondChannel, EachFailingCallOfATimersRegistrationIsNamed) {
     EXPECT_THAT(at(attempts, "gettimeofday#1").messages, ElementsAre(errnoLine("vosTimerRegister2:gettimeofday", EIO)));
 }
 
-TEST(SecondChannel, AnAnswerIsPutTogetherInItsBufferWithoutTheMark) {
+TEST(SecondChannel, AnAnswerIsBuiltInItsBufferWithoutTheMark) {
     const Outcome outcome = run([] {
         openBoth();
         Peer client{"/tmp/vos/client"};
@@ -320,7 +320,7 @@ TEST(SecondChannel, ARequestIsWrittenFromItsBufferWithoutTheMarkAndTheNoWaitFlag
     EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgSend2:read", EAGAIN)));
 }
 
-TEST(SecondChannel, ARequestMakesExactlyTheseCallsAndGetsBackAsMuchAsItSent) {
+TEST(SecondChannel, ARequestMakesExactlyTheseCallsAndReceivesAsManyBytesAsItSent) {
     const Outcome outcome = run([] {
         freshWorld();
         knowProcessId();

@@ -270,7 +270,7 @@ TEST(ThreadChannel, AThreadWithTheStackThatTheHeaderNamesServesEveryKindOfMessag
     });
 }
 
-TEST(ThreadChannel, ABufferThatIsNotAlignedMeetsTheNamedAssertion) {
+TEST(ThreadChannel, ABufferThatIsNotAlignedFailsTheNamedAssertion) {
     const Outcome outcome = run([] {
         const int32_t fd = openBoth();
         vosMsgRegisterCcd(readObject);

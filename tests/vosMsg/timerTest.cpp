@@ -68,7 +68,7 @@ Outcome scenario(const std::function<void()> &body) {
 
 }  // namespace
 
-TEST(Timer, AOneShotTimerFiresOnceAndItsHandleIsForgotten) {
+TEST(Timer, AOneShotTimerFiresOnceAndItsHandleBecomesInvalid) {
     scenario([] {
         VOS_MSG_TIMER *const handle = timer(0, 100);
         const long waited = run(1000);
@@ -137,7 +137,7 @@ TEST(Timer, CancelledItIsFreedAndASecondCancelFails) {
     EXPECT_THAT(outcome.messages(), ElementsAre("vosTimerCancel:parameter error."));
 }
 
-TEST(Timer, WithoutACallbackItExpiresAllTheSame) {
+TEST(Timer, WithoutACallbackItExpiresToo) {
     scenario([] {
         timer(0, 0, 1, nullptr);
         VOS_MSG_TIMER *const periodic = timer(1, 1000, 2, nullptr);
@@ -168,7 +168,7 @@ TEST(Timer, TheListIsInOrderOfRegistrationAndTheRecordsAreFilled) {
     });
 }
 
-TEST(Timer, OverdueByManyIntervalsItFiresOnceAndTellsHowLate) {
+TEST(Timer, ATimerThatIsOverdueByManyIntervalsFiresOnceWithItsDelay) {
     scenario([] {
         VOS_MSG_TIMER *const handle = timer(1, 1000);
         age(handle, 10);
@@ -284,7 +284,7 @@ TEST(Timer, AOneShotTimerThatItsOwnCallbackRestartsIsGoneAfterIt) {
     });
 }
 
-TEST(Timer, OnlyARunningWordOfOneIsLookedAt) {
+TEST(Timer, OnlyATimerWithARunningWordOfOneIsExamined) {
     scenario([] {
         VOS_MSG_TIMER *const handle = timer(0, 0);
         for (const uint32_t other : {0u, 2u, 0xFFFFFFFFu}) {
@@ -298,7 +298,7 @@ TEST(Timer, OnlyARunningWordOfOneIsLookedAt) {
     });
 }
 
-TEST(Timer, SetForwardTheClockFiresItEarly) {
+TEST(Timer, WhenTheClockIsSetForwardItFiresEarly) {
     scenario([] {
         age(timer(0, 3600000), 3600); /* as if the clock had been set an hour forward */
         run(0);
@@ -315,7 +315,7 @@ TEST(Timer, APeriodicTimerWithoutAnIntervalDoesNotStarveTheSockets) {
     });
 }
 
-TEST(Timer, TimersFireBesideTraffic) {
+TEST(Timer, TimersFireWhileMessagesCome) {
     Process server = start([] {
         openChannel("A");
         timer(1, 20);
@@ -395,7 +395,7 @@ const std::string kClockLine = errnoLine("vosMsgTimerProcess:gettimeofday", EIO)
 
 }  // namespace
 
-TEST(Timer, WithoutTheClockItIsNotLookedAtInThisTurn) {
+TEST(Timer, WithoutTheClockItIsNotExaminedInThisTurn) {
     const Attempt attempt = withoutClock(1, 0, [] {
         const long result = receive(100, 0).result;
         EXPECT_THAT(fired, IsEmpty());

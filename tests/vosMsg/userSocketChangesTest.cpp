@@ -85,7 +85,7 @@ const char *normalPathOf(Loop receiveWith) { return receiveWith == vosMsgRecv ? 
 
 }  // namespace
 
-TEST(UserSocketChanges, ANodeThatAHandlerTakesOutAndPutsBackIsServedInALaterWakeUp) {
+TEST(UserSocketChanges, ANodeThatAHandlerRemovesAndAddsAgainIsServedInALaterWakeUp) {
     inBothLoops([](Loop receiveWith) {
         const Pipe a;
         const Pipe b;
@@ -106,7 +106,7 @@ TEST(UserSocketChanges, ANodeThatAHandlerTakesOutAndPutsBackIsServedInALaterWake
     });
 }
 
-TEST(UserSocketChanges, ASessionThatFollowsUnderTheSameNumberIsNotServedForTheOldOne) {
+TEST(UserSocketChanges, ANewDescriptorWithTheSameNumberIsNotServedForTheOldOne) {
     inBothLoops([](Loop receiveWith) {
         const Pipe session;
         const Pipe other;
@@ -120,7 +120,7 @@ TEST(UserSocketChanges, ASessionThatFollowsUnderTheSameNumberIsNotServedForTheOl
     });
 }
 
-TEST(UserSocketChanges, TheNewSessionIsServedWhenSomethingComes) {
+TEST(UserSocketChanges, TheNewDescriptorIsServedWhenSomethingComes) {
     inBothLoops([](Loop receiveWith) {
         const Pipe session;
         const Pipe next;
@@ -151,7 +151,7 @@ int32_t handleMac(uint32_t, uint32_t, uint32_t, void *) {
 
 }  // namespace
 
-TEST(UserSocketChanges, ASessionThatTheHandlerOfAMessageReplacesIsNotServedForTheOldOne) {
+TEST(UserSocketChanges, ADescriptorThatTheHandlerOfAMessageReplacesIsNotServedForTheOldOne) {
     inBothLoops([](Loop receiveWith) {
         const Pipe session;
         add(session.fd(), "old session");
@@ -164,7 +164,7 @@ TEST(UserSocketChanges, ASessionThatTheHandlerOfAMessageReplacesIsNotServedForTh
     });
 }
 
-TEST(UserSocketChanges, ASessionThatATimerReplacesIsNotServedForTheOldOne) {
+TEST(UserSocketChanges, ADescriptorThatATimerReplacesIsNotServedForTheOldOne) {
     inBothLoops([](Loop receiveWith) {
         const Pipe session;
         add(session.fd(), "old session");
@@ -234,7 +234,7 @@ TEST(UserSocketChanges, AHandlerMayRemoveAllDescriptors) {
 }
 
 /* A handler must not receive. If one does, nothing may be served twice all the same. */
-TEST(UserSocketChanges, WhatAReceiveInsideAHandlerHasServedIsNotServedAgain) {
+TEST(UserSocketChanges, ADescriptorThatAReceiveInsideAHandlerHasServedIsNotServedAgain) {
     inBothLoops([](Loop receiveWith) {
         const Pipe a;
         const Pipe b;
@@ -248,7 +248,7 @@ TEST(UserSocketChanges, WhatAReceiveInsideAHandlerHasServedIsNotServedAgain) {
     });
 }
 
-TEST(UserSocketChanges, AHandlerThatIsTakenAwayDuringTheWakeUpIsNotCalled) {
+TEST(UserSocketChanges, AHandlerThatIsRemovedDuringTheWakeUpIsNotCalled) {
     inBothLoops([](Loop receiveWith) {
         const Pipe a;
         const Pipe b;

@@ -105,7 +105,7 @@ TEST(UserSocket, TheNewestIsServedFirst) {
     });
 }
 
-TEST(UserSocket, WhatStaysReadableIsServedInTheNextTurnAndNothingMakesTheCallReturn) {
+TEST(UserSocket, ADescriptorThatStaysReadableIsServedInTheNextTurnAndTheCallDoesNotReturn) {
     run([] {
         openChannel("A");
         const Pipe a;

@@ -118,7 +118,7 @@ TEST(Creation, ManyBlanksInTheProgramsNameAbortBeforeAnythingIsOverrun) {
     EXPECT_TRUE(outcome.killedBy(SIGABRT));
 }
 
-TEST(Creation, ABlankInTheNameWithoutArgumentStringOrInADirectoryIsNoMatter) {
+TEST(Creation, ABlankInTheNameWithoutArgumentStringOrInADirectoryIsAllowed) {
     NEEDS(kOwnProgram);
     NEEDS(kRealTime);
     run([] {
@@ -198,7 +198,7 @@ TEST(Creation, TheTraceNamesThePathAndTheId) {
     EXPECT_EQ(messages[1], "vosProcessCreate:end name /app/bin/demo return " + messages[2] + ".");
 }
 
-TEST(Creation, TheCallsAreTheseAndSuccessReleasesTheBlocks) {
+TEST(Creation, ASuccessMakesExactlyTheseCallsAndReleasesTheBlocks) {
     NEEDS(kOwnProgram);
     NEEDS(kRealTime);
     NEEDS(kSharedMemory); /* the child's calls are recorded in the creator's memory */

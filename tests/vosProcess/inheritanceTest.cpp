@@ -128,7 +128,7 @@ TEST(Inheritance, TheEnvironmentAndTheDirectoryAreTheCreators) {
     }
 }
 
-TEST(Inheritance, ThoseDescriptorsStayOpenThatAreNotCloseOnExecAndNoOthers) {
+TEST(Inheritance, OnlyDescriptorsWithoutCloseOnExecStayOpen) {
     NEEDS(kOwnProgram);
     for (const WayToStart &way : waysToStart()) {
         std::set<int> expected = inheritable();
@@ -142,7 +142,7 @@ TEST(Inheritance, ThoseDescriptorsStayOpenThatAreNotCloseOnExecAndNoOthers) {
     }
 }
 
-TEST(Inheritance, TheSignalsThatTheCallingThreadBlocksStayBlockedAndNoOthers) {
+TEST(Inheritance, OnlyTheSignalsThatTheCallingThreadBlocksStayBlocked) {
     NEEDS(kOwnProgram);
     for (const WayToStart &way : waysToStart()) {
         expectBlocked(way, inheritedBy(way, [] { block(SIGUSR1); }), {SIGUSR1});

@@ -219,7 +219,7 @@ TEST(IntervalTimer, OfAThousandNoneIsLost) {
     });
 }
 
-TEST(IntervalTimer, ADeletionThatMeetsTheExpiryDeletesOnce) {
+TEST(IntervalTimer, ADeletionDuringTheExpiryDeletesOnce) {
     if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
     run([] {
         /* The call that may still be on its way looks at its record once more, so each round has its own. */
@@ -294,7 +294,7 @@ TEST(IntervalTimer, TheTimerIsCreatedInTheRecord) {
     });
 }
 
-TEST(IntervalTimer, TheReasonOfAFailureSurvivesTheLine) {
+TEST(IntervalTimer, ErrnoOfAFailureIsKeptWhenTheLineCannotBePrinted) {
     run([] {
         VOS_TIMER record = timer(count, 10, 0);
         close(STDOUT_FILENO);
@@ -364,7 +364,7 @@ TEST(IntervalTimer, AOneShotThatIsRestartedWhileItsFunctionRunsFiresAgain) {
 }
 
 /* Its thread starts late: the timer that made the call is gone, and a newer one is armed. */
-TEST(IntervalTimer, ACallThatComesAfterTheRestartLeavesTheNewTimerAlone) {
+TEST(IntervalTimer, ACallThatComesAfterTheRestartDoesNotDeleteTheNewTimer) {
     if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
     run([] {
         static void (*expiry)(sigval) = nullptr;
@@ -386,7 +386,7 @@ TEST(IntervalTimer, ACallThatComesAfterTheRestartLeavesTheNewTimerAlone) {
 }
 
 /* A late call of the deleted timer that deleted the new one would end it before its time. */
-TEST(IntervalTimer, RestartsThatMeetTheExpiryLoseNoTimer) {
+TEST(IntervalTimer, RestartsDuringTheExpiryLoseNoTimer) {
     if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
     run([] {
         VOS_TIMER record = timer(count, 1, 0);

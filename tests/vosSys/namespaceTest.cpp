@@ -102,7 +102,7 @@ int descriptors() {
 
 }  // namespace
 
-TEST(Vrf, AThreadGoesInAndComesBack) {
+TEST(Vrf, AThreadEntersANamespaceAndReturns) {
     const Outcome outcome = run([] {
         makeVrf(3);
         const ino_t home = here();
@@ -159,7 +159,7 @@ TEST(Vrf, AFileThatIsNoNamespaceCannotBeEntered) {
                                                       "Invalid argument\\."));
 }
 
-TEST(Vrf, TheSameAddressLivesInTwoVrfsAndASocketStaysWhereItWasMade) {
+TEST(Vrf, TheSameAddressExistsInTwoVrfsAndASocketStaysWhereItWasMade) {
     run([] {
         makeVrf(1);
         makeVrf(2);
@@ -211,7 +211,7 @@ TEST(Vrf, ThreadsSwitchIndependently) {
     });
 }
 
-TEST(Vrf, AThreadComesBackToItsOwnNamespaceAndNotToTheMainThreads) {
+TEST(Vrf, AThreadReturnsToItsOwnNamespaceAndNotToTheMainThreads) {
     run([] {
         makeVrf(1);
         makeVrf(2);
@@ -292,7 +292,7 @@ TEST(Vrf, ARestoreThatCannotMoveTheThreadKeepsTheDescriptorForAnotherTry) {
     EXPECT_EQ(outcome.output, "\r\nvosNetVrfRestore:setns 50 failed errno " + errnoPair(EPERM));
 }
 
-TEST(Vrf, ARestoreWhoseCloseFailsHasMovedTheThreadAndSaysSo) {
+TEST(Vrf, ARestoreWhoseCloseFailsMovesTheThreadAndReportsTheFailure) {
     const Outcome outcome = run([] {
         makeVrf(3);
         const ino_t home = here();

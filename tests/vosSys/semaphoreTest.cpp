@@ -63,7 +63,7 @@ void expectInstant(const timespec &instant, time_t seconds, long nanoseconds) {
 
 }  // namespace
 
-TEST(BinarySemaphore, TakenAtOnceFailsWithoutWaiting) {
+TEST(BinarySemaphore, ATakeWithoutWaitingFailsAtOnce) {
     const Outcome outcome = run([] {
         VOS_SEM *const sem = vosSemBCreate(0);
         EXPECT_EQ(vosSemTake(sem, VOS_NO_WAIT), VOS_ERROR);
@@ -178,7 +178,7 @@ TEST(MutexSemaphore, ATimedTakeOfAHeldOneFailsButIsNoTimeOut) {
     });
 }
 
-TEST(MutexSemaphore, AnErrnoThatHeldTheTimeOutBeforeIsTakenForOne) {
+TEST(MutexSemaphore, AnEarlierErrnoOfATimeOutIsTakenForATimeOut) {
     run([] {
         VOS_SEM *const sem = vosSemMCreate(0);
         EXPECT_EQ(inAnotherThread([&] {
@@ -283,7 +283,7 @@ TEST(Deadline, IsTheTimeOfDayMovedByTheTimeOut) {
     });
 }
 
-TEST(Deadline, ExactlyASecondOfNanosecondsIsLeftStanding) {
+TEST(Deadline, ExactlyASecondOfNanosecondsIsNotCarried) {
     run([] {
         expectInstant(deadlineOf({100, 500'000'000}, 500'000), 100, 1'000'000'000);
         expectInstant(deadlineOf({100, 500'001'000}, 500'000), 101, 1000);
@@ -297,7 +297,7 @@ TEST(Deadline, ATimeOutFrom0x80000000OnLiesInThePast) {
     });
 }
 
-TEST(Deadline, WhatTheSystemLibraryRejectsFailsAndIsNoTimeOut) {
+TEST(Deadline, ADeadlineThatTheCLibraryRejectsFailsAndIsNoTimeOut) {
     run([] {
         substitute("clock_gettime", clockOfTheTest);
         VOS_SEM *const sem = vosSemBCreate(0);

@@ -200,7 +200,7 @@ TEST(Shell, ACommandThatIsNotFoundEndsWith127) {
     });
 }
 
-TEST(Shell, AStatusThatNobodyWantsMayBeNull) {
+TEST(Shell, TheStatusPointerMayBeNull) {
     run([] { EXPECT_EQ(vosSystem2("exit 3", kPlain, nullptr), VOS_OK); });
 }
 
@@ -242,7 +242,7 @@ TEST(Shell, KeyboardSignalsReachTheCommandOnly) {
     });
 }
 
-TEST(Shell, TheThreeDispositionsComeBackAsTheyWere) {
+TEST(Shell, TheThreeDispositionsAreRestored) {
     run([] {
         for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) handle(number);
         EXPECT_EQ(statusOf("exit 3"), 768);
@@ -294,7 +294,7 @@ TEST(Shell, ChildrenAreReapedAlsoUnderNoCldWait) {
     });
 }
 
-TEST(Shell, ChildrenOfACallerThatWaitsForThemAreLeftToIt) {
+TEST(Shell, ChildrenOfACallerThatWaitsForThemAreNotReaped) {
     run([] {
         for (const sighandler_t handler : {SIG_DFL, static_cast<sighandler_t>([](int) {})}) {
             struct sigaction action = {};
@@ -309,7 +309,7 @@ TEST(Shell, ChildrenOfACallerThatWaitsForThemAreLeftToIt) {
     });
 }
 
-TEST(Shell, TheReapingKeepsTheReasonOfAFailure) {
+TEST(Shell, ReapingKeepsTheErrnoOfAFailure) {
     run([] {
         vosProcessSignalDef();
         Faults::arm({.call = "wait4", .error = EINTR});
@@ -337,7 +337,7 @@ TEST(Shell, CommandsOfSeveralThreadsEachGetTheirOwnStatusAndLeaveNoZombie) {
     });
 }
 
-TEST(Shell, TheLastOfSeveralCommandsPutsTheDispositionsBack) {
+TEST(Shell, TheLastOfSeveralCommandsRestoresTheDispositions) {
     run([] {
         for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) handle(number);
         for (const char *const gate : {"/tmp/first", "/tmp/second"}) ASSERT_EQ(mkfifo(gate, 0600), 0);
@@ -388,7 +388,7 @@ TEST(Shell, AForkWhileOtherThreadsRunCommandsGivesAChildThatRunsCommands) {
     });
 }
 
-TEST(Shell, AThreadThatIsCancelledWhileItWaitsPutsEverythingBack) {
+TEST(Shell, AThreadThatIsCancelledWhileItWaitsRestoresEverything) {
     run([] {
         vosProcessSignalDef();
         const StandardInputTerminal terminal;
@@ -428,7 +428,7 @@ TEST(Shell, ASignalHandlerMayRunACommandWhileOneRuns) {
     });
 }
 
-TEST(Shell, ASignalThatMeetsTheChildBeforeItsProgramRunsNoHandlerThere) {
+TEST(Shell, ASignalToTheChildBeforeItsProgramRunsNoHandler) {
     run([] {
         static char *const ran =
             static_cast<char *>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
@@ -483,7 +483,7 @@ TEST(Shell, InteractiveModeMakesTheTerminalSignalAndEcho) {
     });
 }
 
-TEST(Shell, PlainModeLeavesTheTerminalToTheCommandAsItIs) {
+TEST(Shell, PlainModeDoesNotChangeTheTerminalForTheCommand) {
     run([] {
         const StandardInputTerminal terminal;
         quietTerminal();
@@ -495,7 +495,7 @@ TEST(Shell, PlainModeLeavesTheTerminalToTheCommandAsItIs) {
     });
 }
 
-TEST(Shell, WhatACommandDoesToTheTerminalIsUndone) {
+TEST(Shell, ChangesThatACommandMakesToTheTerminalAreUndone) {
     run([] {
         const StandardInputTerminal terminal;
         const termios before = StandardInputTerminal::settings();
@@ -504,7 +504,7 @@ TEST(Shell, WhatACommandDoesToTheTerminalIsUndone) {
     });
 }
 
-TEST(Shell, WhatWasTypedAheadIsDiscarded) {
+TEST(Shell, InputThatWasTypedAheadIsDiscarded) {
     run([] {
         const StandardInputTerminal terminal;
         termios characters = StandardInputTerminal::settings();
@@ -559,7 +559,7 @@ TEST(Shell, AShellReadsItsCommandsFromStandardInput) {
     EXPECT_EQ(outcome.output, "from the shell\n");
 }
 
-TEST(Shell, AShellOnATerminalIsTypedInto) {
+TEST(Shell, AShellOnATerminalReadsWhatIsTyped) {
     const Outcome outcome = run([] {
         const StandardInputTerminal terminal;
         std::thread typist([&] {
@@ -574,7 +574,7 @@ TEST(Shell, AShellOnATerminalIsTypedInto) {
     EXPECT_TRUE(outcome.exited(0));
 }
 
-TEST(Shell, EveryFailingCallIsPassedOnAndTheDispositionsComeBack) {
+TEST(Shell, EveryFailingCallIsReturnedAndTheDispositionsAreRestored) {
     const auto prepare = [] {
         for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) handle(number);
     };
@@ -595,14 +595,14 @@ TEST(Shell, EveryFailingCallIsPassedOnAndTheDispositionsComeBack) {
     }
 }
 
-TEST(Shell, WithoutWaitingEveryFailingCallIsPassedOn) {
+TEST(Shell, WithoutWaitingEveryFailingCallIsReturned) {
     const auto attempts = failEachCall([] {}, [] { return vosSystemNoWait("true"); });
     expectNothingKept(attempts);
     for (const Attempt &each : attempts)
         EXPECT_EQ(each.result, each.point.call == "fork" ? VOS_ERROR : VOS_OK) << describe(each.point);
 }
 
-TEST(Shell, AFailedForkPutsTheSignalsBackAndLeavesTheTerminalAlone) {
+TEST(Shell, AFailedForkRestoresTheSignalsAndDoesNotChangeTheTerminal) {
     run([] {
         const StandardInputTerminal terminal;
         handle(SIGINT);
@@ -616,7 +616,7 @@ TEST(Shell, AFailedForkPutsTheSignalsBackAndLeavesTheTerminalAlone) {
     });
 }
 
-TEST(Shell, AFailedWaitStillPutsEverythingBack) {
+TEST(Shell, AFailedWaitStillRestoresEverything) {
     run([] {
         const StandardInputTerminal terminal;
         const termios before = StandardInputTerminal::settings();
@@ -729,7 +729,7 @@ TEST(Reboot, WithoutAMarkerTheProgramStillRuns) {
     EXPECT_EQ(at(attempts, "fork#1").result, 0);
 }
 
-TEST(TerminalControl, TheKeyboardIsShutOut) {
+TEST(TerminalControl, KeyboardSignalsAreSwitchedOffAndIgnored) {
     run([] {
         const StandardInputTerminal terminal;
         for (const int number : {SIGQUIT, SIGINT, SIGCHLD, SIGPIPE}) signal(number, SIG_DFL);
@@ -745,7 +745,7 @@ TEST(TerminalControl, TheKeyboardIsShutOut) {
     });
 }
 
-TEST(TerminalControl, WhatWasTypedIsDiscarded) {
+TEST(TerminalControl, TypedInputIsDiscarded) {
     run([] {
         const StandardInputTerminal terminal;
         termios characters = StandardInputTerminal::settings();

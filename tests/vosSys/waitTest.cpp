@@ -240,7 +240,7 @@ TEST(Wait, AFailedCreationDestroysWhatItHadMade) {
     });
 }
 
-TEST(Wait, AFailedWaitWithoutLimitGivesTheLockBack) {
+TEST(Wait, AFailedWaitWithoutLimitReleasesTheLock) {
     run([] {
         VOS_WAIT *const wait = vosWaitCreate();
         Faults::arm({.call = "pthread_cond_wait", .error = EPERM});
@@ -278,7 +278,7 @@ void cancelAWaiter(VOS_WAIT *wait, uint32_t timeout) {
 
 }  // namespace
 
-TEST(Wait, AWaiterThatIsCancelledGivesTheLockBack) {
+TEST(Wait, AWaiterThatIsCancelledReleasesTheLock) {
     run([] {
         VOS_WAIT *const wait = vosWaitCreate();
         for (const uint32_t timeout : {VOS_WAIT_FOREVER, 600'000'000U}) {

@@ -151,7 +151,7 @@ TEST_P(EachPartition, AFailedReadLeavesTheCopyInMemoryAsItWas) {
     });
 }
 
-TEST_P(EachPartition, WhatLiesBehindIsIgnoredAndKept) {
+TEST_P(EachPartition, BytesBehindThePartitionAreIgnoredAndKept) {
     putFile(partition.path, partitionOf(erasedBody(partition)) + "more");
     run([&] { EXPECT_EQ(setWord(partition.item, 7), VOS_OK); });
     const std::string file = fileContent(partition.path);

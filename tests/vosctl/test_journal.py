@@ -64,7 +64,7 @@ def test_an_earlier_save_does_not_undo_a_copy_that_was_put_back(journaled, inter
     assert "erased" in journaled("item", "get", "ztp").failed()
 
 
-def test_items_are_written_to_what_the_earlier_save_wanted(journaled, interrupted):
+def test_items_are_written_to_the_completed_partition(journaled, interrupted):
     _, _, entry = interrupted
     journaled("item", "set", "ip-address", "10.0.0.1").ok()
     assert not entry.exists()
