@@ -84,14 +84,14 @@ void dropMail() {
     while (recv(client, &byte, 1, MSG_DONTWAIT) >= 0) continue;
 }
 
-/* The message in a heap block of exactly its capacity, so that the sanitizer finds an access behind it. */
+/* The message is in a heap block of exactly its capacity, so that the sanitizer finds an access past its end. */
 void dispatch(const uint8_t *data, std::size_t size, std::size_t capacity, bool netlink) {
     size = std::min(size, capacity);
     const std::unique_ptr<uint8_t[]> block{new uint8_t[capacity]()};
     std::copy_n(data, size, block.get());
     const vos::LocalAddress sender{"/tmp/vos/fuzz"};
     const vos::Arrival arrival{g_vosFdProc, {block.get(), size}, capacity, sender.get(), sender.length()};
-    if (setjmp(back) != 0) return; /* an assertion comes back here, and the block is released */
+    if (setjmp(back) != 0) return; /* a failed assertion jumps to here, and the block is released */
     if (netlink)
         vos::handleNetlinkDatagram("fuzz", arrival);
     else
@@ -111,7 +111,7 @@ void throughSocket(const char *path, const uint8_t *data, std::size_t size) {
 
 }  // namespace
 
-/* An assertion is a described result, so the run goes on after it. */
+/* A failed assertion is a specified result, so the run continues after it. */
 void vos::assertionFailed(const char *, const char *, Caller, int) { longjmp(back, 1); }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {

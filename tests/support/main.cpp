@@ -8,8 +8,8 @@
 
 #include "faults.h"
 
-/* Weak: a test program may have options of its own. Under a sanitizer too an allocation that is too large gives null,
- * as the C library's does. */
+/* Weak, because a test program may define options of its own. With a sanitizer an allocation that is too large returns
+ * null, as that of the C library does. */
 extern "C" [[gnu::weak]] const char *__asan_default_options() { return "allocator_may_return_null=1"; }
 extern "C" [[gnu::weak]] const char *__tsan_default_options() { return "allocator_may_return_null=1"; }
 

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Every implementation of the CRC-32 gives the value of the definition, which goes byte by byte over the table. */
+/* Every implementation of the CRC-32 returns the value of the definition, which uses the table for one byte after the
+ * other. */
 #include "base/crc32.h"
 
 #include <sys/mman.h>
@@ -66,7 +67,7 @@ void expectLiteralValues(Random &random, int rounds) {
     }
 }
 
-/* For each form of the library's own, beside the choice that the library makes. */
+/* Calls the action for each form of the library, and for the one that the library chooses. */
 template <typename Form>
 void expectStandardValues(Form form) {
     Random random;
@@ -211,8 +212,8 @@ TEST(Crc32, WithoutTheProcessorsInstructionsTheValueIsTheSame) {
 
 #elif defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
-/* No call of the C library stands between libvos and the processor, so a processor is emulated that cannot help.
- */
+/* libvos asks the processor itself, without a call of the C library that could be replaced. So the program runs under
+ * an emulator whose processor does not have the instructions. */
 TEST(Crc32, WithoutTheProcessorsInstructionsTheValueIsTheSame) {
     if (access("/usr/bin/qemu-x86_64", X_OK) != 0) GTEST_SKIP() << "qemu-x86_64 is not installed";
     run([] {

@@ -113,7 +113,7 @@ TEST(AppWrite, EachFailingCallOfTheInstallation) {
 TEST(AppWrite, NoFailureOfTheBackupStopsTheInstallation) {
     const auto attempts = failEachCall(
         [] {
-            vosProcessGetName(); /* is read from a file once */
+            vosProcessGetName(); /* reads the name from a file, only once */
             putReleased();
         },
         installNew);
@@ -167,7 +167,7 @@ TEST(AppWrite, TheVersionIsGoneAlsoWhenTheInstallationFailsAfterTheBackup) {
     EXPECT_EQ(fileContent(kApplication), applicationImage("old")) << "not opened, so unchanged";
 }
 
-/* No result and no line tells that the backup is cut short. A check of the backup tells it. */
+/* Neither a result nor a line reports that the backup is incomplete. Only a check of the backup shows it. */
 TEST(AppWrite, AFullFlashCutsTheBackupShortWithoutALine) {
     const Outcome outcome = run([] {
         ASSERT_EQ(mount("none", "/flash", "tmpfs", 0, "size=64k"), 0) << strerror(errno);

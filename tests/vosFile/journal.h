@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* What the tests of the journal share: entries made by hand, stores that are saved and read, states of the flash. */
+/* What the tests of the journal share: entries made by the test, stores that are saved and read, states of the flash.
+ */
 #ifndef TESTS_VOS_FILE_JOURNAL_H
 #define TESTS_VOS_FILE_JOURNAL_H
 
@@ -12,7 +13,7 @@ namespace vostest {
 
 inline const char *const kJournal = "/flash/journal";
 
-/* The name of an entry by its description: FNV-1a of the absolute path. */
+/* The name of an entry, as the format is described: FNV-1a of the absolute path. */
 inline std::string entryName(const std::string &path) {
     uint64_t hash = 0xCBF29CE484222325;
     for (const char c : path) hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001B3;
@@ -61,7 +62,7 @@ inline void putState(const State &state) {
     for (const auto &[path, content] : state) putFile(path, content);
 }
 
-/* One thing that is saved. `read` gives what a reader finds, or kMissing, or kFailed. */
+/* One store that is saved. `read` returns the content that a reader gets, or kMissing, or kFailed. */
 struct Store {
     std::string name;
     std::string path;

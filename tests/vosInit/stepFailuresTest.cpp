@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Steps that fail. The program defines the functions of the steps itself, because the library's never fail. */
+/* Steps that fail. The program defines the functions of the steps itself, because those of the library never fail. */
 #include <gmock/gmock.h>
 
 #include "support/child.h"

@@ -30,7 +30,7 @@ std::string record(uint32_t sizeMiB, const std::string &directory) {
     return bytes;
 }
 
-/* Puts a record down, switches core files on and returns the pattern. */
+/* Writes a record, switches core files on and returns the pattern. */
 std::string patternAfter(const std::string &bytes) {
     putRecord(bytes);
     const Outcome outcome = run([] { EXPECT_EQ(vosLinuxCoreDumpInit("demo"), VOS_OK); });

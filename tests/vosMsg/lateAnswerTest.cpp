@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Which answers reach which request: the paths of requesters return, and so may a late answer. */
+/* Which answers reach which request: a path of a requester is used again later, and a late answer may come then. */
 #include <sys/wait.h>
 
 #include <array>

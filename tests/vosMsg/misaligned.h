@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* An application's own message buffer in place of the library's, one byte off its boundary. */
+/* A message buffer that the application defines in place of the library's. It is one byte off its boundary. */
 #ifndef TESTS_VOSMSG_MISALIGNED_H
 #define TESTS_VOSMSG_MISALIGNED_H
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Descriptions of configuration objects: both halves of the exchange. */
+/* Descriptions of configuration objects: the request and the answer. */
 #include <thread>
 
 #include "peer.h"
@@ -66,7 +66,7 @@ Process describing() {
     return server;
 }
 
-/* Asks a responder made by hand, which answers with these bytes. */
+/* Sends a request to a responder of the test, which answers with these bytes. */
 Answer askAndGet(const Bytes &answer) {
     static Peer responder{"/tmp/vos/byHand"};
     std::thread other([&] {

@@ -24,7 +24,7 @@ Process answering(uint32_t code, const std::string &text) {
     return server;
 }
 
-/* Answers the next request to a bare socket. */
+/* Answers the next request to a plain socket. */
 void answerFrom(Peer &peer, const Bytes &answer) {
     peer.receive();
     EXPECT_TRUE(peer.send(peer.sender, answer));
@@ -199,7 +199,7 @@ TEST(Request, ANameTooLongForTheAddressIsRefusedByTheKernelAndNeverReachesAnothe
     for (const std::size_t length : {99u, 100u, 118u, 119u, 300u}) {
         const Outcome outcome = run([=] {
             const std::string name(length, 'n');
-            /* whoever could be reached under the part that fits */
+            /* the process that could be reached under the part of the name that fits */
             Peer other{"/tmp/vos/" + std::string(98, 'n')};
             char text[] = "ping";
             EXPECT_EQ(vosMsgSend(name.c_str(), text, 4, 1, nullptr, 3000, 0), VOS_ERROR);
@@ -231,7 +231,7 @@ TEST(Request, ItsTraceShowsTheSocketAndTheResult) {
                             "vosMsgSend:end return 0."));
 }
 
-/* One request and one serve make these calls and no other: what a later change adds is seen here. */
+/* One request and one serve make exactly these calls. A change that adds a call fails these tests. */
 TEST(Request, ARequestMakesExactlyTheseCalls) {
     run([] {
         freshWorld();

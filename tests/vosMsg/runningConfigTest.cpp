@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Running configurations: both halves of the exchange. */
+/* Running configurations: the request and the answer. */
 #include <thread>
 
 #include "peer.h"
@@ -37,7 +37,7 @@ int32_t writeHundred(char *text, int32_t *room, uint32_t, uint32_t) {
 
 const Bytes kRequest = message({.type = VOS_MSG_TYPE_BLDRUN, .length = 64});
 
-/* Serves requests from a bare socket to the own high socket. */
+/* Serves requests that a plain socket sends to the process's own high socket. */
 Outcome serving(
     const std::vector<Bytes> &requests, decltype(builder) with,
     const std::function<void(Peer &)> &look = [](Peer &) {}) {
@@ -82,7 +82,7 @@ static uint32_t largestAnswer() {
     int room = 0;
     socklen_t length = sizeof room;
     EXPECT_EQ(getsockopt(peer.fd(), SOL_SOCKET, SO_SNDBUF, &room, &length), 0);
-    return std::min(4U << 20, static_cast<uint32_t>(room) / 2); /* the kernel tells twice what may be used */
+    return std::min(4U << 20, static_cast<uint32_t>(room) / 2); /* the kernel reports twice the size that may be used */
 }
 
 TEST(RunningConfig, ALargeConfigurationComesInOneAnswer) {
@@ -235,7 +235,7 @@ TEST(RunningConfig, EachFailingCallOfTheRequesterIsNamedAndSocketAndPathAreGone)
 
 namespace {
 
-/* Asks a responder made by hand. */
+/* Sends a request to a responder of the test. */
 Outcome answeredWith(const Bytes &answer, int32_t result, uint32_t room) {
     return run([&] {
         strcpy(szVosProcName, "scenario");

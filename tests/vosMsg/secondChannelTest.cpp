@@ -218,7 +218,7 @@ TEST(SecondChannel, WithBothLoopsAwakeForOneDescriptorEachByteIsReadOnce) {
         EXPECT_EQ(pipe2(ends, O_NONBLOCK), 0);
         const auto take = [](int32_t fd, void *) {
             char byte = 0;
-            if (read(fd, &byte, 1) == 1) ++bytes; /* the other loop may have been here first */
+            if (read(fd, &byte, 1) == 1) ++bytes; /* the other loop may have read it already */
             return 0;
         };
         EXPECT_EQ(vosMsgSockAdd(ends[0], take, nullptr), VOS_OK);

@@ -29,7 +29,7 @@ VOS_MSG_TIMER *timer(uint32_t periodic, uint32_t ms, uint64_t argument = 1, VOS_
     return handle;
 }
 
-/* Moves the timer's start, so that time passes without waiting. */
+/* Moves the start of the timer into the past, so that the test need not wait. */
 void age(VOS_MSG_TIMER *handle, long seconds) { handle->stStart.tv_sec -= seconds; }
 
 long run(uint32_t timeoutMs) {
@@ -38,7 +38,7 @@ long run(uint32_t timeoutMs) {
     return std::chrono::duration_cast<Milliseconds>(Clock::now() - before).count();
 }
 
-/* A sanitizer keeps freed memory back, so that a late access is found. */
+/* A sanitizer does not reuse freed memory at once, so that it finds a late access. */
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kFreedMemoryComesBack = false;
 #else
@@ -53,7 +53,7 @@ void fillTheCacheOfFreedBlocks(std::size_t size) {
     for (void *block : blocks) free(block);
 }
 
-/* Whether a new block lies where a freed one was. Under a sanitizer that is not asked. */
+/* Whether a new block has the address of a freed one. Always true with a sanitizer, which does not reuse it. */
 bool liesWhere(const void *freed, const void *block) { return block == freed || !kFreedMemoryComesBack; }
 
 Outcome scenario(const std::function<void()> &body) {
@@ -72,7 +72,7 @@ TEST(Timer, AOneShotTimerFiresOnceAndItsHandleBecomesInvalid) {
     scenario([] {
         VOS_MSG_TIMER *const handle = timer(0, 100);
         const long waited = run(1000);
-        EXPECT_GE(waited, 1095); /* after the timer the whole time-out starts again */
+        EXPECT_GE(waited, 1095); /* after the timer the time-out starts again from 0 */
         EXPECT_THAT(fired, ElementsAre(1u));
         EXPECT_LT(lateness[0], 500u);
         EXPECT_EQ(g_pVosMsgTimerFirst, nullptr);
@@ -335,7 +335,7 @@ TEST(Timer, TimersFireWhileMessagesCome) {
             uint32_t code = 0;
             EXPECT_EQ(vosMsgSend("A", &nothing, 0, 0, &code, 20000, 0), VOS_OK);
             EXPECT_EQ(code, i);
-            const timespec gap{0, 1000000}; /* traffic at an even pace */
+            const timespec gap{0, 1000000}; /* messages at equal intervals */
             nanosleep(&gap, nullptr);
         }
     });

@@ -52,14 +52,14 @@ void reopen(const Pipe &pipe) {
     EXPECT_EQ(dup2(silent.fd(), pipe.fd()), pipe.fd());
 }
 
-/* What an application does when a session has ended and the next one gets its number. */
+/* What an application does when a session has ended and the next one gets the same descriptor. */
 void replaceSession(const Pipe &pipe) {
     EXPECT_EQ(vosMsgSockDelete(pipe.fd()), VOS_OK);
     reopen(pipe);
     add(pipe.fd(), "new session");
 }
 
-/* Serves until nothing is left, in the main loop or in the second one. */
+/* Serves until no descriptor is readable, in the main loop or in the second one. */
 using Loop = int32_t (*)(uint32_t, void *, uint32_t, uint32_t, VOS_MSG_PEER *);
 
 void runDry(Loop receiveWith) {
@@ -233,7 +233,7 @@ TEST(UserSocketChanges, AHandlerMayRemoveAllDescriptors) {
     });
 }
 
-/* A handler must not receive. If one does, nothing may be served twice all the same. */
+/* A handler must not receive. Even if one does, no descriptor may be served twice. */
 TEST(UserSocketChanges, ADescriptorThatAReceiveInsideAHandlerHasServedIsNotServedAgain) {
     inBothLoops([](Loop receiveWith) {
         const Pipe a;

@@ -211,7 +211,7 @@ TEST(Creation, ASuccessMakesExactlyTheseCallsAndReleasesTheBlocks) {
     run([&] {
         provide(kDemo, "end");
         std::array<char, 128> path{};
-        vosMsgGetLocalFile(path.data(), path.size()); /* the first creation would prepare the process's id */
+        vosMsgGetLocalFile(path.data(), path.size()); /* otherwise the first creation would ask for the process id */
         EXPECT_THAT(callsFor("-a 1"),
                     ElementsAre("malloc", "malloc", "vfork", "sigaction", "execv", "sched_setscheduler"));
         EXPECT_THAT(callsFor(nullptr), ElementsAre("vfork", "sigaction", "execl", "sched_setscheduler"));
@@ -219,7 +219,7 @@ TEST(Creation, ASuccessMakesExactlyTheseCallsAndReleasesTheBlocks) {
     });
 }
 
-/* The argument blocks are the only thing that a failure keeps: what had been obtained by then. */
+/* A failure keeps only the argument blocks that have been allocated before it. */
 TEST(Creation, EachFailingCallHasItsResultAndLineAndKeepsOnlyTheArgumentBlocks) {
     NEEDS(kOwnProgram);
     NEEDS(kRealTime);

@@ -18,7 +18,7 @@ using testing::IsEmpty;
 
 namespace {
 
-/* The kernel's version text, as uname() answers it. */
+/* The kernel's version text that uname() returns. */
 const char *kernelVersion = "";
 int versionOfTheTest(utsname *names) {
     *names = {};

@@ -46,8 +46,8 @@ void raiseLoopback() {
     close(fd);
 }
 
-/* Makes the namespace of a VRF, as the device's start-up does: a thread of its own lives in it just long enough to
- * bind it to a name. Its loopback interface is up. */
+/* Makes the namespace of a VRF, as the start-up of the device does. A thread enters a new namespace, binds it to a name
+ * and ends. The loopback interface in it is up. */
 void makeVrf(int number) {
     const std::string path = "/var/run/netns/ns" + std::to_string(number);
     std::ofstream{path};
@@ -58,7 +58,7 @@ void makeVrf(int number) {
     }).join();
 }
 
-/* Which namespace the calling thread is in. */
+/* The namespace of the calling thread, as its inode number. */
 ino_t here() {
     struct stat state {};
     stat("/proc/thread-self/ns/net", &state);

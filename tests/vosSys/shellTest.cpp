@@ -80,7 +80,7 @@ int32_t statusOf(const char *command) {
     return status;
 }
 
-/* A terminal that neither makes signals nor echoes, as a full-screen program leaves it. */
+/* Switches signals and echo of the terminal off, as a full-screen program does. */
 void quietTerminal() {
     termios quiet = StandardInputTerminal::settings();
     quiet.c_lflag &= ~static_cast<tcflag_t>(ISIG | ECHO);
@@ -135,7 +135,7 @@ pid_t endDuringCommand() {
     return child;
 }
 
-/* Whether an action comes to its end in a process that is in the background of its controlling terminal. */
+/* Whether an action ends in a process that is in the background of its controlling terminal. */
 bool inBackgroundOf(const StandardInputTerminal &terminal, const std::function<void()> &action) {
     const pid_t session = fork();
     if (session != 0) {
@@ -158,8 +158,8 @@ bool inBackgroundOf(const StandardInputTerminal &terminal, const std::function<v
     _exit(waited && status == 0 ? 0 : 1);
 }
 
-/* In place of a shell, which would change its own mask. SIGUSR2 is to be blocked and SIGUSR1 ignored; a handler of
- * SIGALRM must be gone. */
+/* Replaces the shell, which would change its mask. SIGUSR2 must be blocked, SIGUSR1 ignored, and SIGALRM must have no
+ * handler. */
 int exitThreeWhenSignalsAreRight(const char * /*path*/, const char * /*first*/, ...) {
     sigset_t inherited;
     sigemptyset(&inherited);
@@ -563,7 +563,7 @@ TEST(Shell, AShellOnATerminalReadsWhatIsTyped) {
     const Outcome outcome = run([] {
         const StandardInputTerminal terminal;
         std::thread typist([&] {
-            /* What is typed before the shell has taken the child's place would be discarded. */
+            /* Text that is typed before the shell runs would be discarded. */
             EXPECT_TRUE(eventually(shellRuns));
             terminal.type("echo typed > /tmp/typed; exit\n");
         });

@@ -183,7 +183,7 @@ def agent(background):
 
 @pytest.fixture
 def stale():
-    """Makes a path that a process has left behind."""
+    """Makes the path of a socket whose process has ended."""
     def make(name):
         SOCKETS.mkdir(exist_ok=True)
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as left:

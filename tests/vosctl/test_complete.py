@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Completion: what vosctl offers, and that each shell takes it."""
+"""Completion: the words that vosctl offers, and that each shell uses them."""
 import os
 import pathlib
 import pty

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""vosctl on a flash that is full, that cannot be written, and that takes a part only."""
+"""vosctl on a flash that is full, that cannot be written, and on which writes are incomplete."""
 import os
 import pathlib
 import resource
@@ -55,7 +55,7 @@ def app():
 
 @pytest.fixture
 def cut(binary):
-    """Runs vosctl where no file takes more than some bytes, and returns its line on standard error."""
+    """Runs vosctl with a limit for the size of files, and returns its line on standard error."""
 
     def run(size, *arguments):
         done = subprocess.run(

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What holds for every command: usage, exit statuses, where results and failures go."""
+"""What is the same for every command: usage, exit statuses, where results and failures are printed."""
 import json
 import os
 import re
@@ -72,7 +72,7 @@ def test_help_lists_the_commands_under_headings(vosctl):
 
 @pytest.fixture
 def tree(vosctl):
-    """All commands that are listed, with what their help says."""
+    """All commands that are listed, with their help."""
     commands = json.loads(vosctl("complete", "tree").ok().stdout)
     assert len(commands) > 30
     return commands
@@ -192,7 +192,7 @@ def test_a_reader_that_has_ended_ends_it_without_a_message(binary):
     process = subprocess.Popen([binary, "help"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     process.stdout.close()
     ended = process.wait(PATIENCE)
-    assert (ended, process.stderr.read()) in ((-signal.SIGPIPE, b""), (0, b""))  # 0: it was faster
+    assert (ended, process.stderr.read()) in ((-signal.SIGPIPE, b""), (0, b""))  # 0: it had ended before
     process.stderr.close()
     closed = f"exec 3> >(exec <&-; exit); wait $!; '{binary}' help >&3"
     assert subprocess.run(["bash", "-c", closed], stderr=subprocess.PIPE, check=False).stderr == b""

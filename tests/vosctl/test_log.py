@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""vosctl log: redirection, level, and that both are restored however it ends."""
+"""vosctl log: redirection, level, and that both are restored whatever ends it."""
 import json
 import os
 import pathlib

@@ -254,7 +254,7 @@ def test_ping_of_a_silent_process_stops_at_the_first(vosctl, agent):
 def test_ping_reports_how_many_were_answered_before_one_was_not(vosctl, background, binary):
     box = background(binary, "listen", "box", "--count", "3", name="box")
     outcome = vosctl("--json", "ping", "box", "-c", "9", "--timeout", "2000")
-    assert box.finish() == 0  # the fourth finds nobody, or no answer
+    assert box.finish() == 0  # the fourth finds no process, or gets no answer
     outcome.failed()
     assert (outcome.json["sent"], outcome.json["answered"]) == (4, 3)
     assert outcome.json["maxMs"] > 0
