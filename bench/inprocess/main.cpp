@@ -10,7 +10,7 @@
 
 namespace {
 
-/* The partitions do not exist yet; the lines of the library about that are not a result. */
+/* The partitions do not exist yet. The log is off, because the lines about that are not results. */
 void makePartitions() {
     const int null = open("/dev/null", O_WRONLY);
     {
