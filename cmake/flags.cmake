@@ -9,8 +9,8 @@ if(VOS_WERROR)
   target_compile_options(vos_flags INTERFACE -Werror)
 endif()
 
-# Whatever may be delivered is hardened: every build type but Debug, also the one that Debian's packages are built with,
-# "None". Tests are not, and a sanitizer's build does its own checks.
+# Every build that may be delivered is hardened: every build type except Debug, also "None", with which Debian's
+# packages are built. Tests are not hardened, and neither are builds with a sanitizer, which makes its own checks.
 add_library(vos_hardening INTERFACE)
 set(hardened $<NOT:$<CONFIG:Debug>>)
 if(NOT VOS_SANITIZE)

@@ -1,4 +1,5 @@
-# Installation: headers, both libraries, and what pkg-config and find_package need to find them; vosctl's completions.
+# Installation of the headers, both libraries, the files with which pkg-config and find_package find them, and vosctl's
+# completions.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vos vos_static EXPORT vosTargets)
@@ -16,8 +17,8 @@ write_basic_package_version_file(vosConfigVersion.cmake COMPATIBILITY SameMajorV
 install(FILES ${PROJECT_BINARY_DIR}/vosConfig.cmake ${PROJECT_BINARY_DIR}/vosConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vos)
 
-# Completions. zsh looks in another directory below /usr than below any other prefix, and the prefix is known only when it
-# is installed (cmake --install --prefix), so that directory is chosen then.
+# Completions. For the prefix /usr, zsh reads another directory than for other prefixes. The prefix is known only at
+# the installation (cmake --install --prefix), so the directory is chosen then.
 if(VOS_BUILD_TOOLS)
   set(completion ${PROJECT_SOURCE_DIR}/tools/vosctl/completion)
   install(FILES ${completion}/vosctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vosctl)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs the packages into a root of their own, builds and runs a program with them, and removes them again.
+# Installs the packages into a separate root directory, builds and runs a program with them, and removes them again.
 #
 #     installTest.sh DIRECTORY-OF-THE-PACKAGES VERSION
 set -euo pipefail
@@ -11,10 +11,10 @@ root=$packages/root
 rm -rf "$root"
 mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates"
 touch "$root/var/lib/dpkg/status"
-# What the packages depend on is this machine's, not the root's; no script of theirs runs.
+# The dependencies are those of this machine, not of the root directory. The packages' scripts are not run.
 in_root() { dpkg --root="$root" --force-depends --force-script-chrootless --no-triggers "$@" >/dev/null 2>&1; }
 
-echo "== installed, used and removed in a root of its own"
+echo "== installed, used and removed in a separate root directory"
 for package in libvos1 libvos-dev vos-tools; do
     in_root --install "$packages/${package}_$2-1_$architecture.deb"
 done
