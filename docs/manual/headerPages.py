@@ -39,7 +39,7 @@ def version(source):
 
 
 def split_results(texts):
-    """What @return says, as the results of a success and those of a failure."""
+    """Splits @return into the results of a success and those of a failure."""
     good, bad = [], []
     for text in texts:
         for part in (each.strip() for each in text.split(";")):

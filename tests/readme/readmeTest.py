@@ -34,7 +34,7 @@ def expect(true, what):
 
 
 def run(command, statuses=(0,), env=environment):
-    """Runs a command of the shell, and returns what it prints."""
+    """Runs a shell command, and returns its output."""
     print("$", command, flush=True)
     said = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, "text": True}
     ended = subprocess.run(["bash", "-c", command], cwd=work, env=env, stdin=subprocess.DEVNULL, **said)

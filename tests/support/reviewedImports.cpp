@@ -9,7 +9,7 @@ namespace vostest {
 
 namespace {
 
-/* Reviewed: these cannot fail, or a failure cannot be told from success. */
+/* Reviewed: these cannot fail, or a failure cannot be distinguished from success. */
 constexpr std::string_view kCannotFail[] = {
     // addresses
     "__errno_location",

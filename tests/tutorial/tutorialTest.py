@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""docs/tutorial.md shows what is built: each C block is part of the program that the text names last, every program of
+"""docs/tutorial.md matches the programs: each C block is part of the program that the text names last, every program of
 examples/tutorial is named, and the commands of the page do what it says. Runs in the sandbox.
 
     tutorialTest.py SOURCE-DIRECTORY BUILD-DIRECTORY

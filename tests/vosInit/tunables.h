@@ -67,8 +67,9 @@ inline std::vector<std::string> commands() {
     return all;
 }
 
-/* Takes all rights from the caller and from what it starts: they may read the tunables and the flash and write neither.
- * The user stays 0, because the sandbox of an ordinary user has no other; programs of user 0 get no rights back. */
+/* Removes all rights of the caller and of the programs that it starts: they may read the tunables and the flash, but
+ * write neither. The user stays 0, because the sandbox of an ordinary user has no other; programs of user 0 get no
+ * rights back. */
 inline void giveUpRights() {
     for (const char *const directory : {"/proc/sys", "/flash", "/app"})
         for (const auto &entry : std::filesystem::recursive_directory_iterator(directory))

@@ -325,7 +325,7 @@ TEST(Request, WithDescriptorOneClosedTheLogLinesGoOutThroughItsSocket) {
     run([] {
         Peer receiver{"/tmp/vos/B"};
         close(STDOUT_FILENO);
-        char text[] = "ping"; /* nobody answers, so there is a line before the socket is closed */
+        char text[] = "ping"; /* no process answers, so a line is written before the socket is closed */
         EXPECT_EQ(vosMsgSend("B", text, sizeof text, 0, nullptr, 20, 0), VOS_ERROR);
         bool line = false;
         while (!line && receiver.hasMail()) {

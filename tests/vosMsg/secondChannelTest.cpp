@@ -337,7 +337,7 @@ TEST(SecondChannel, ARequestMakesExactlyTheseCallsAndReceivesAsManyBytesAsItSent
                     ElementsAre("socket", "setsockopt", "setsockopt", "unlink", "bind", "setsockopt", "setsockopt",
                                 "connect", "write", "read", "unlink", "close"));
         EXPECT_EQ(code, 6u);
-        EXPECT_STREQ(text, "pong####"); /* behind the short answer's "po" lies what was sent */
+        EXPECT_STREQ(text, "pong####"); /* after the short answer's "po" are the bytes that were sent */
     });
     EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgSend2:read need read 36 but read only 34."));
 }

@@ -182,7 +182,7 @@ TEST(Timer, ATimerThatIsOverdueByManyIntervalsFiresOnceWithItsDelay) {
 TEST(Timer, AfterTheClockStepsBackBeyondTheStartTheUnsignedDifferenceFiresIt) {
     scenario([] {
         VOS_MSG_TIMER *const handle = timer(0, 1000);
-        age(handle, -10); /* the start lies in the future */
+        age(handle, -10); /* the start is in the future */
         run(0);
         EXPECT_THAT(fired, ElementsAre(1u));
         EXPECT_GE(lateness[0], 0xFFFFFFFFu - 11000 - 1000);

@@ -183,7 +183,7 @@ TEST(FailedCreation, AMissingProgramOfAnotherThreadIsReportedTheSameWay) {
         ElementsAre("vosProcessCreate:name /app/missing execl failed errno:" + errnoText(ENOENT) + ".", "exit 1"));
 }
 
-/* What it does to the creator */
+/* Effects on the creator */
 
 TEST(FailedCreation, AProcedureThatIsRegisteredAgainStillRunsAtSigterm) {
     const Outcome outcome = run([] {

@@ -98,7 +98,7 @@ void expectBlocked(const WayToStart &way, const Inheritance &found, const std::s
 
 std::atomic<bool> ended = false;
 
-/* Starts programs, one after the other, until the process is told to end. */
+/* Starts programs, one after the other, until the process gets SIGTERM. */
 [[noreturn]] void startUntilTold(const WayToStart &way) {
     setpgid(0, 0);
     vosProcessSignalDef();

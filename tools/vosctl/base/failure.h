@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What a command throws when it cannot do what it was asked for. */
+/* The exception with which a command fails. */
 #ifndef VOSCTL_FAILURE_H
 #define VOSCTL_FAILURE_H
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What differs between two texts, line by line. */
+/* Compares two texts line by line. */
 #ifndef VOSCTL_LINE_DIFF_H
 #define VOSCTL_LINE_DIFF_H
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Words of the command line: 32-bit numbers, the levels of the debug flag word, and what was mistyped. */
+/* Words of the command line: 32-bit numbers, the levels of the debug flag word, and suggestions for mistyped words. */
 #ifndef VOSCTL_WORDS_H
 #define VOSCTL_WORDS_H
 

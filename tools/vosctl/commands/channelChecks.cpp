@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What the message channels need. */
+/* The checks of what message channels need. */
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <sys/stat.h>

@@ -39,9 +39,9 @@ inline void onRun(CLI::App *command, Context &context, Action action) {
 /* A command line for the help of a command and for its manual page. Every command that runs has at least one. */
 void addExample(CLI::App *command, const std::string &line);
 
-/* Help and completion know an argument by its name, and the value of an option by its type_name(): NAME is a process,
- * ITEM an item, LEVEL a debug level, FILE, PAYLOAD and IMAGE are files, DIR is a directory. The values of a check by
- * CLI::IsMember are known too. */
+/* Help and completion distinguish arguments by their names, and the values of options by type_name(): NAME is a
+ * process, ITEM an item, LEVEL a debug level, FILE, PAYLOAD and IMAGE are files, DIR is a directory. They also use the
+ * values of a check by CLI::IsMember. */
 inline constexpr const char *kNameDescription = "Name of the process";
 inline constexpr const char *kItemDescription = "Name, constant or number of the item";
 

@@ -132,7 +132,8 @@ void awaitLock(const std::string &path, int how) {
 }
 
 /* A program that was interrupted while it saved has left the new content in the journal. The library completes the file
- * before it tells the size. Without that a torn file would be shown, and the entry could undo what the tool writes. */
+ * before it returns the size. Otherwise a torn file would be shown, and the entry could later undo what the tool
+ * writes. */
 void completeSave(const std::string &path) {
     if (!hasJournal()) return;
     awaitLock(path, LOCK_SH);

@@ -23,7 +23,7 @@ struct SocketEntry {
     std::string path;
     Reach reach = Reach::failed;
     std::vector<Owner> owners;  /* the opener first; none when they cannot be seen */
-    std::optional<Queue> queue; /* when the kernel's diagnostics know the socket */
+    std::optional<Queue> queue; /* when the kernel's diagnostics report the socket */
 
     enum class Kind { normal, high, thread, threadHigh, requester } kind = Kind::normal;
     std::string name; /* the process's, for all but requesters */

@@ -16,7 +16,7 @@
 
 namespace vos::journal {
 
-/* What is saved, and by whom. */
+/* The file or partition that is saved, and the function that saves it. */
 struct Target {
     Caller me;
     const char *directory; /* of the journal; null or empty: there is none */

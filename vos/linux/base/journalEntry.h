@@ -21,7 +21,7 @@ inline constexpr std::size_t kLongestPath = 1023;
 inline constexpr std::size_t kLongestDirectory = 255;
 inline constexpr std::size_t kHeaderSize = 32;
 
-/* What the names of an entry are made of. */
+/* The names of an entry, and the paths from which they are made. */
 class Names {
   public:
     /* The target's path is made absolute, so that two working directories do not share an entry. */

@@ -144,8 +144,8 @@ Verdict Recovery::compareFile() {
     return Verdict::Complete;
 }
 
-/* A partition is rewritten in place, and its own checksum tells a torn one. A valid one is left alone, unless it is
- * still exactly what the interrupted save had found. */
+/* A partition is rewritten in place, and its own checksum shows whether it is torn. A valid one is left alone, unless
+ * it is still exactly what the interrupted save had found. */
 Verdict Recovery::comparePartition() {
     const auto wanted = mine(target_.partition), found = theirs(target_.partition);
     bool error = false;

@@ -30,7 +30,7 @@ bool writeAll(const UniqueFd &file, std::span<iovec> pieces) {
             pieces = pieces.subspan(1);
         }
         if (pieces.empty()) return true;
-        if (count == 0) { /* no progress, no error: a file system without room may do so */
+        if (count == 0) { /* no progress and no error: a full file system may return this */
             errno = ENOSPC;
             return false;
         }

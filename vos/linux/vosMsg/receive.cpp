@@ -115,8 +115,8 @@ optional<int32_t> serveHigh(Caller me, const Channel &channel, const ReadSet &re
         if (received < vos::kHeadSize)
             return vos::failed(me, VOS_ERROR, "%s:vosMsgRecvStream high failed, size %d.", received);
         /* A failed receive, an empty datagram included, is -1 and so the largest length here. It is required that the
-         * loop then looks at the last message in the buffer once more. It is looked at with its own length: behind it
-         * lie parts of earlier messages, which are not for this sender. */
+         * loop then examines the last message in the buffer once more. It uses that message's own length, because the
+         * bytes after it are parts of earlier messages, which are not for this sender. */
         const uint32_t length = std::max(*channel.lastLength, vos::kHeadSize);
         const Arrival arrival = arrivalOf(channel, socket, length, sender);
         if (arrival.head().ulType == VOS_MSG_TYPE_SELF) {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Message-loop timers. Each channel has a list of them, and its loop looks at the list in every turn. */
+/* Message-loop timers. Each channel has a list of them, which its loop examines in every turn. */
 #include "timers.h"
 
 #include <sys/time.h>
@@ -184,7 +184,7 @@ int32_t vosTimerRegister2(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TI
     return registerTimer(me, vos::kSecondTimers, {ulPeriodic, ulIntervalMs, pProc, ulUserArg}, ppTimer);
 }
 
-/* This call and the two below know only the main channel's timers. */
+/* This call and the two below find only the timers of the main channel. */
 int32_t vosTimerCancel(VOS_MSG_TIMER *pTimer) {
     const vos::Caller me;
     vos::trace(me, "%s:start.");

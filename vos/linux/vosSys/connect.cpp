@@ -15,8 +15,8 @@
 
 namespace {
 
-/* Waits until the connection is made or has failed; errno tells why it is not known. An fd_set ends at descriptor 1023,
- * but the kernel takes a set of any length: a larger descriptor gets a larger set. */
+/* Waits until the connection is made or has failed. When that cannot be found out, errno says why. An fd_set ends at
+ * descriptor 1023, but the kernel accepts a set of any length, so a larger descriptor gets a larger set. */
 bool awaitWritable(int fd, timeval *timeout) {
     const auto number = static_cast<std::size_t>(fd);
     fd_set small;

@@ -48,7 +48,7 @@ void putBack(const vos::Terminal &terminal) {
     terminal.apply();
 }
 
-/* What remains to be done when the waiting thread is cancelled. The command runs on. */
+/* The work that remains when the waiting thread is cancelled. The command continues. */
 void stopWaiting(void *terminal) { putBack(*static_cast<const vos::Terminal *>(terminal)); }
 
 /* The C form of the cleanup: without exceptions a cancelled thread runs no destructors. */
