@@ -1,5 +1,4 @@
-# Installation of the headers, both libraries, the files with which pkg-config and find_package find them, and vosctl's
-# completions.
+# Installation: headers, both libraries, and what pkg-config and find_package need to find them; vosctl's completions.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vos vos_static EXPORT vosTargets)

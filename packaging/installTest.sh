@@ -14,7 +14,7 @@ touch "$root/var/lib/dpkg/status"
 # The dependencies are those of this machine, not of the root directory. The packages' scripts are not run.
 in_root() { dpkg --root="$root" --force-depends --force-script-chrootless --no-triggers "$@" >/dev/null 2>&1; }
 
-echo "== installed, used and removed in a separate root directory"
+echo "== installed, used and removed in a root of its own"
 for package in libvos1 libvos-dev vos-tools; do
     in_root --install "$packages/${package}_$2-1_$architecture.deb"
 done

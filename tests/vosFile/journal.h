@@ -13,7 +13,7 @@ namespace vostest {
 
 inline const char *const kJournal = "/flash/journal";
 
-/* The name of an entry, as the format is described: FNV-1a of the absolute path. */
+/* The name of an entry by its description: FNV-1a of the absolute path. */
 inline std::string entryName(const std::string &path) {
     uint64_t hash = 0xCBF29CE484222325;
     for (const char c : path) hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001B3;

@@ -74,7 +74,7 @@ bool isThreadOf(const SocketEntry &entry, const SocketEntry &process, const std:
     return true;
 }
 
-/* "clientp", "t" and "v", each followed by digits. */
+/* "clientp", "t" and "v", each with digits behind it. */
 bool isRequester(std::string_view file) {
     for (const std::string_view begin : {"clientp", "t", "v"}) {
         if (!file.starts_with(begin)) return false;

@@ -33,7 +33,7 @@ struct SocketEntry {
 /* All sockets of the directory by the names of their files. Throws a Failure when it exists and cannot be read. */
 std::vector<SocketEntry> readSocketDirectory();
 
-/* Whether a process receives on this socket. */
+/* Whether somebody receives behind it. */
 bool alive(const SocketEntry &entry);
 
 /* The kernel's present limit of a queue, in datagrams. A socket keeps the limit of the time when it was created. */

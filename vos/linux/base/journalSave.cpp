@@ -64,7 +64,7 @@ bool Save::openDirectory() {
     if (directory_ || errno != ENOENT) return static_cast<bool>(directory_);
     if (mkdir(target_.directory, kDirectoryMode) != 0 && errno != EEXIST) return false;
     directory_ = openFile(target_.directory, kFlags);
-    /* An entry is found after a power cut only if its directory is on the flash, too. */
+    /* An entry on flash is worth nothing while its directory is not. */
     return directory_ && syncfs(directory_.get()) == 0;
 }
 

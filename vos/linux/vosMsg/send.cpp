@@ -50,7 +50,7 @@ ssize_t send(int fd, const Kind &kind, Message &message) {
     return write(fd, kind.buffer, message.total());
 }
 
-/* With a buffer, the number of bytes that are copied back is the number that was sent, not the answer's length. */
+/* From a buffer as many bytes are copied back as were sent, whatever the answer's length. */
 ssize_t receive(int fd, const Kind &kind, Message &message) {
     if (kind.buffer == nullptr) return gathered(fd, message, recvmsg);
     const ssize_t count = read(fd, kind.buffer, message.total());
