@@ -26,7 +26,7 @@ struct Context {
     bool verbose = false;
     std::string color = "auto";
     std::string root;
-    Action action; /* of the command on the command line */
+    Action action; /* of the command that was named */
 
     [[nodiscard]] bool json() const { return !jsonForm.empty(); }
 };

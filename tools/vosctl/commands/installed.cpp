@@ -53,7 +53,7 @@ void print(Output &out, const char *title, const Json &object) {
     out.text(record);
 }
 
-/* What the user can do about the state; empty when there is nothing to do. */
+/* What to do about what was found; empty when nothing. */
 std::string remedyOf(const ApplicationFiles &files) {
     const bool whole = stateOf(files.application()) == std::string("whole");
     const bool way = stateOf(files.backup()) == std::string("whole");
