@@ -143,6 +143,8 @@ class text {
     [[nodiscard]] std::string_view view() const noexcept { return {chars_, strnlen(chars_, N)}; }
     operator std::string_view() const noexcept { return view(); }
     [[nodiscard]] bool empty() const noexcept { return chars_[0] == '\0'; }
+    /** The text for a C call, with a NUL behind it: the last byte is made one. */
+    [[nodiscard]] const char *c_str() noexcept { return chars_[N - 1] = '\0', chars_; }
     /** The N bytes, for a C call that fills them. */
     [[nodiscard]] char *raw() noexcept { return chars_; }
 
