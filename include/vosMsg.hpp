@@ -104,15 +104,15 @@ class requester {
     bool open(timeout wait) noexcept {
         socket_.reset(vosMsgLocalSocket(wait.send_ms()));
         if (!socket_ || vosMsgGetLocalFile(own_, sizeof own_) != VOS_OK) return false;
-        address at;
+        const address mine{own_};
         ::unlink(own_);
-        bound_ = vosBind(socket_.get(), at.of(own_), at.length) == 0;
+        bound_ = vosBind(socket_.get(), mine.get(), mine.length()) == 0;
         if (bound_) vosMsgSocketOptmize(socket_.get(), 0);
         return bound_;
     }
     bool connect(const char *path) noexcept {
-        address at;
-        return vosConnect(socket_.get(), at.of(path), at.length) == 0;
+        const address receiver{path};
+        return vosConnect(socket_.get(), receiver.get(), receiver.length()) == 0;
     }
     int32_t send(VOS_MSG_HEAD &head, content payload) noexcept {
         iovec pieces[] = {{&head, sizeof head}, {const_cast<void *>(payload.data()), payload.size()}};
@@ -133,17 +133,20 @@ class requester {
 
   private:
     /* The kernel reads the true length of a path that does not fit, and refuses it. */
-    struct address {
-        union {
-            sockaddr_un local;
-            sockaddr_storage whole;
-        };
-        uint32_t length = 0;
-        address() noexcept : whole{} {}
-        const sockaddr *of(const char *path) noexcept {
-            vosMsgLocalAddrInit(path, &local, &length);
-            return reinterpret_cast<const sockaddr *>(&local);
+    class address {
+      public:
+        explicit address(const char *path) noexcept { vosMsgLocalAddrInit(path, &storage_.local, &length_); }
+        [[nodiscard]] const sockaddr *get() const noexcept {
+            return reinterpret_cast<const sockaddr *>(&storage_.local);
         }
+        [[nodiscard]] uint32_t length() const noexcept { return length_; }
+
+      private:
+        union {
+            sockaddr_storage whole;
+            sockaddr_un local;
+        } storage_ = {};
+        uint32_t length_ = 0;
     };
 
     unique_fd socket_;
