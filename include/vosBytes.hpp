@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -40,11 +41,18 @@ using element_t = typename element<R>::type;
 template <class R>
 inline constexpr bool is_range = !std::is_void_v<element_t<R>>;
 
+/* A std::array has its elements inside, as a record has its members; other ranges have them elsewhere. */
+template <class T, class = void>
+inline constexpr bool is_array = false;
+template <class T>
+inline constexpr bool is_array<T, std::void_t<decltype(std::tuple_size<T>::value)>> = is_range<T>;
+
 /* What may be sent as the bytes of an object. A pointer means nothing to another process. */
 template <class T>
-inline constexpr bool is_record = std::is_trivially_copyable_v<T> && !std::is_pointer_v<std::remove_all_extents_t<T>> &&
-                                  !std::is_member_pointer_v<T> && !std::is_null_pointer_v<T> && !is_range<T> &&
-                                  !is_result<T> && !std::is_function_v<T>;
+inline constexpr bool is_record =
+    std::is_trivially_copyable_v<T> && !std::is_pointer_v<std::remove_all_extents_t<T>> &&
+    !std::is_member_pointer_v<T> && !std::is_null_pointer_v<T> &&
+    (!is_range<T> || is_array<T>)&&!std::is_pointer_v<element_t<T>> && !is_result<T> && !std::is_function_v<T>;
 
 }  // namespace detail
 
@@ -168,8 +176,8 @@ class content {
     content(const char (&from)[N]) noexcept : data_(from), size_(strnlen(from, N)) {}
     /** A container or view of trivially copyable elements. */
     template <class R, class E = detail::element_t<const R>,
-              class = std::enable_if_t<detail::is_record<std::remove_cv_t<E>> && !std::is_same_v<R, content> &&
-                                       !std::is_same_v<R, bytes>>>
+              class = std::enable_if_t<detail::is_record<std::remove_cv_t<E>> && !detail::is_array<R> &&
+                                       !std::is_same_v<R, content> && !std::is_same_v<R, bytes>>>
     content(const R &range, std::nullptr_t = nullptr) noexcept : data_(range.data()), size_(range.size() * sizeof(E)) {}
     template <class T, class = std::enable_if_t<detail::is_record<T> && !std::is_same_v<T, content>>>
     content(const T &record) noexcept : data_(&record), size_(sizeof record) {}

@@ -24,6 +24,7 @@ class item_text {
     /** Cuts what does not fit. */
     item_text(std::string_view from) noexcept { from.copy(chars_, N); }
     item_text(const char *from) noexcept : item_text(std::string_view{from}) {}
+    item_text(const std::string &from) noexcept : item_text(std::string_view{from}) {}
     [[nodiscard]] std::string_view view() const noexcept { return {chars_, strnlen(chars_, N)}; }
 
   private:
