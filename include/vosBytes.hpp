@@ -41,6 +41,10 @@ using element_t = typename element<R>::type;
 template <class R>
 inline constexpr bool is_range = !std::is_void_v<element_t<R>>;
 
+/* A pointer to characters, but not an array of them. */
+template <class P>
+inline constexpr bool is_c_string = std::is_same_v<P, const char *> || std::is_same_v<P, char *>;
+
 /* A std::array has its elements inside, as a record has its members; other ranges have them elsewhere. */
 template <class T, class = void>
 inline constexpr bool is_array = false;
@@ -139,7 +143,16 @@ class text {
   public:
     text() noexcept = default;
     text(std::string_view from) noexcept { assign(from); }
-    text(const char *from) noexcept { assign(from); }
+    template <class P, std::enable_if_t<detail::is_c_string<P>, int> = 0>
+    text(const P &from) noexcept {
+        assign(from);
+    }
+    /** An array of characters need not have a NUL. */
+    template <std::size_t M>
+    text(const char (&from)[M]) noexcept {
+        assign({from, strnlen(from, M)});
+    }
+    text(const std::string &from) noexcept { assign(from); }
 
     /** Cuts what does not fit. */
     void assign(std::string_view from) noexcept {
@@ -171,7 +184,9 @@ class content {
   public:
     constexpr content() noexcept = default;
     content(bytes from) noexcept : data_(from.data()), size_(from.size()) {}
-    content(const char *from) noexcept : data_(from), size_(std::strlen(from)) {}
+    template <class P, std::enable_if_t<detail::is_c_string<P>, int> = 0>
+    content(const P &from) noexcept : data_(from), size_(std::strlen(from)) {}
+    /** An array of characters need not have a NUL. */
     template <std::size_t N>
     content(const char (&from)[N]) noexcept : data_(from), size_(strnlen(from, N)) {}
     /** A container or view of trivially copyable elements. */

@@ -154,7 +154,7 @@ class basic_channel {
      * @return VOS_ERR_TIMEOUT; VOS_ERR_NOT_INIT; VOS_ERROR after a signal (errno EINTR), and for an empty datagram or
      * one that is too short, where errno means nothing. A loop goes on after VOS_ERROR.
      */
-    result<request> receive(timeout wait = forever) noexcept {
+    result<request> receive(timeout wait = forever) {
         Calls::state.enter();
         uint8_t *const payload = Calls::message() + sizeof(VOS_MSG_HEAD);
         request got;
@@ -331,7 +331,7 @@ class thread_channel {
     }
 
     /** Waits without a limit. @return VOS_ERR_NOT_INIT; VOS_ERROR as basic_channel::receive() */
-    result<request> receive() noexcept {
+    result<request> receive() {
         if (!socket_) return error{VOS_ERR_NOT_INIT};
         ++serial_;
         request got;

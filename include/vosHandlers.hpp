@@ -288,8 +288,7 @@ result<handler> on_object_description(F f) {
  * @return the text; otherwise as vosMsgBldrunSend(), which also tells how long it waits
  * @threads any
  */
-inline result<std::string_view> running_config(c_text process, buffer room, uint32_t value1 = 0,
-                                               uint32_t value2 = 0) noexcept {
+inline result<std::string_view> running_config(c_text process, buffer room, uint32_t value1 = 0, uint32_t value2 = 0) {
     if (room.size() > UINT32_MAX) return error{VOS_ERR_PARAM};
     auto *const to = reinterpret_cast<char *>(room.data());
     const auto capacity = static_cast<uint32_t>(room.size());
@@ -302,7 +301,7 @@ inline result<std::string_view> running_config(c_text process, buffer room, uint
 /** The description of a configuration object of another process, with the code of its describer; see
  *  vosMsgCcdObjInfoGetSend(). Outputs 8 to 10 are right only with all 32 table words in use. @threads the receive
  * loop's */
-inline result<answer<object_description>> describe(c_text process, c_text object, uint32_t argument) noexcept {
+inline result<answer<object_description>> describe(c_text process, c_text object, uint32_t argument) {
     uint32_t code = 0;
     object_description about;
     auto &one = about.first;

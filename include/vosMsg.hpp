@@ -42,7 +42,8 @@ class target {
     }
 
     /** The C calls that send; `wants` is a value of ulNoReturn. */
-    int32_t send(void *payload, uint32_t size, uint32_t wants, uint32_t *code, timeout wait) const noexcept {
+    [[gnu::always_inline]] int32_t send(void *payload, uint32_t size, uint32_t wants, uint32_t *code,
+                                        timeout wait) const {
         if (kind_ == kind::thread)
             return vosMsgThreadSend(name_, number_, payload, size, wants, code, wait.send_ms(), 0);
         const uint32_t flags = kind_ == kind::high ? uint32_t{VOS_MSG_TO_HIGH} : 0;
@@ -101,7 +102,7 @@ class requester {
         errno = before;
     }
 
-    bool open(timeout wait) noexcept {
+    bool open(timeout wait) {
         socket_.reset(vosMsgLocalSocket(wait.send_ms()));
         if (!socket_ || vosMsgGetLocalFile(own_, sizeof own_) != VOS_OK) return false;
         const address mine{own_};
@@ -110,18 +111,18 @@ class requester {
         if (bound_) vosMsgSocketOptmize(socket_.get(), 0);
         return bound_;
     }
-    bool connect(const char *path) noexcept {
+    bool connect(const char *path) {
         const address receiver{path};
         return vosConnect(socket_.get(), receiver.get(), receiver.length()) == 0;
     }
-    int32_t send(VOS_MSG_HEAD &head, content payload) noexcept {
+    int32_t send(VOS_MSG_HEAD &head, content payload) {
         iovec pieces[] = {{&head, sizeof head}, {const_cast<void *>(payload.data()), payload.size()}};
         msghdr message{};
         message.msg_iov = pieces;
         message.msg_iovlen = 2;
         return vosMsgSendStream1(socket_.get(), &message, static_cast<uint32_t>(sizeof head) + payload.length());
     }
-    int32_t receive(VOS_MSG_HEAD &head, buffer room, bool &cut) noexcept {
+    int32_t receive(VOS_MSG_HEAD &head, buffer room, bool &cut) {
         iovec pieces[] = {{&head, sizeof head}, {room.data(), room.size()}};
         msghdr message{};
         message.msg_iov = pieces;
@@ -166,7 +167,7 @@ struct exchanged {
     int32_t code;
     std::size_t size;
 };
-inline result<exchanged> exchange_with(target to, content question, buffer room, timeout wait, bool any_size) noexcept {
+inline result<exchanged> exchange_with(target to, content question, buffer room, timeout wait, bool any_size) {
     if (question.size() > max_payload) return error{VOS_ERR_TOO_LONG};
     char path[160];
     if (!to.path(path, sizeof path)) return error{VOS_ERR_PARAM};
@@ -191,7 +192,7 @@ inline result<exchanged> exchange_with(target to, content question, buffer room,
  * @return VOS_ERR_TIMEOUT; VOS_ERR_TOO_LONG for more than max_payload bytes; VOS_ERROR with errno, see vosMsgSend()
  * @threads any
  */
-inline result<void> post(target to, content message, timeout wait) noexcept {
+inline result<void> post(target to, content message, timeout wait) {
     /* A send that awaits no answer does not write to the payload. */
     const int32_t code =
         to.send(const_cast<void *>(message.data()), message.length(), VOS_MSG_NO_ANSWER, nullptr, wait);
@@ -209,7 +210,7 @@ inline result<void> post(target to, content message, timeout wait) noexcept {
  * @threads any
  */
 template <class T>
-result<int32_t> exchange(target to, T &record, timeout wait) noexcept {
+[[gnu::always_inline]] inline result<int32_t> exchange(target to, T &record, timeout wait) {
     static_assert(detail::is_record<T>, "only a trivially copyable record without pointers can be sent");
     static_assert(!std::is_const_v<T>, "the answer replaces the record");
     static_assert(sizeof(T) <= max_payload, "the record does not fit into a message");
@@ -227,7 +228,7 @@ result<int32_t> exchange(target to, T &record, timeout wait) noexcept {
  *         ECONNREFUSED when its process has ended, EINTR after a signal
  * @threads any
  */
-inline result<answer<bytes>> call(target to, content question, buffer room, timeout wait) noexcept {
+inline result<answer<bytes>> call(target to, content question, buffer room, timeout wait) {
     const auto exchanged = detail::exchange_with(to, question, room, wait, false);
     if (!exchanged) return exchanged.why();
     return answer<bytes>{exchanged->code, bytes{room.data(), exchanged->size}};
@@ -240,7 +241,7 @@ inline result<answer<bytes>> call(target to, content question, buffer room, time
  * @threads any
  */
 template <class A, class = std::enable_if_t<!std::is_void_v<A>>>
-result<answer<A>> call(target to, content question, timeout wait) noexcept {
+result<answer<A>> call(target to, content question, timeout wait) {
     static_assert(detail::is_record<A>, "only a trivially copyable record without pointers can be received");
     answer<A> received{};
     const auto exchanged = detail::exchange_with(to, question, {&received.value, sizeof(A)}, wait, false);
@@ -251,7 +252,7 @@ result<answer<A>> call(target to, content question, timeout wait) noexcept {
 }
 
 /** Sends a question and receives the answer's code alone; a payload is dropped. @threads any */
-inline result<int32_t> call(target to, content question, timeout wait) noexcept {
+inline result<int32_t> call(target to, content question, timeout wait) {
     const auto exchanged = detail::exchange_with(to, question, {}, wait, true);
     if (!exchanged) return exchanged.why();
     return exchanged->code;

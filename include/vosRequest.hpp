@@ -61,7 +61,7 @@ class request {
      * example ENOENT when the requester no longer waits; VOS_ERR_PARAM for a second answer
      * @threads any
      */
-    result<void> answer(int32_t code, content payload = {}) noexcept {
+    result<void> answer(int32_t code, content payload = {}) {
         detail::check(open_, "a request is answered twice");
         if (!open_) return error{VOS_ERR_PARAM};
         open_ = false;

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -114,12 +115,17 @@ class category final : public std::error_category {
     }
 };
 
-inline const category the_category{};
+/* Made at its first use and never destroyed, so that no program pays for it at its start and its end. */
+inline const category &the_category() noexcept {
+    alignas(category) static unsigned char room[sizeof(category)];
+    static const category *const made = new (room) category;
+    return *made;
+}
 
 }  // namespace detail
 
 /** The category of the library's codes: std::error_code{VOS_ERR_TIMEOUT, vos::category()}. */
-[[nodiscard]] inline const std::error_category &category() noexcept { return detail::the_category; }
+[[nodiscard]] inline const std::error_category &category() noexcept { return detail::the_category(); }
 
 /** Why a call failed. */
 class error {
@@ -168,9 +174,10 @@ class [[nodiscard]] result {
 
     constexpr result(T value) noexcept(std::is_nothrow_move_constructible_v<T>)
         : error_(VOS_OK), value_(std::move(value)) {}
-    constexpr result(error why) noexcept : error_(why) {}
+    /** VOS_OK is no reason why there is no value: it is taken as VOS_ERROR. */
+    constexpr result(error why) noexcept : error_(why.code() != VOS_OK ? why : error{VOS_ERROR, why.error_number()}) {}
 
-    [[nodiscard]] constexpr bool has_value() const noexcept { return value_.has_value(); }
+    [[nodiscard]] constexpr bool has_value() const noexcept { return error_.code() == VOS_OK; }
     [[nodiscard]] constexpr explicit operator bool() const noexcept { return has_value(); }
 
     /** VOS_OK, or the code of the failure. */

@@ -34,12 +34,12 @@ class mutex {
     }
 
     [[nodiscard]] bool valid() const noexcept { return handle_ != nullptr; }
-    void lock() noexcept {
+    void lock() {
         if (vosLockTake(handle_, VOS_WAIT_FOREVER) != VOS_OK) detail::fail("a mutex cannot be locked");
     }
     [[nodiscard]] bool try_lock() noexcept { return vosLockTake(handle_, VOS_NO_WAIT) == VOS_OK; }
     /** The time is that of the day's clock: when that is set, the wait is shorter or longer. */
-    [[nodiscard]] bool try_lock_for(timeout wait) noexcept {
+    [[nodiscard]] bool try_lock_for(timeout wait) {
         return detail::take_for(wait, [this](uint32_t us) {
                    errno = ETIMEDOUT; /* the call then tells the end of the time from other failures */
                    return vosLockTake(handle_, us);
@@ -68,7 +68,7 @@ class semaphore {
     /** Without memory for it every call is VOS_ERR_PARAM. */
     [[nodiscard]] bool valid() const noexcept { return handle_ != nullptr; }
     /** @return VOS_ERR_TIMEOUT, also with vos::no_wait; VOS_ERROR with errno, such as EINTR after a signal handler */
-    result<void> take(timeout wait = forever) noexcept {
+    result<void> take(timeout wait = forever) {
         const int32_t code = detail::take_for(wait, [this](uint32_t us) { return vosSemTake(handle_, us); });
         if (code == VOS_ERROR && wait.is_no_wait() && errno == EAGAIN) return error{VOS_ERR_TIMEOUT};
         return error{code, code == VOS_ERROR ? errno : 0};
@@ -99,7 +99,7 @@ class wait_object {
     [[nodiscard]] bool valid() const noexcept { return handle_ != nullptr; }
     /** @return VOS_ERR_TIMEOUT, also with vos::no_wait. Success may, rarely, be a wake-up without an event: see
      *          vosWaitTake(), and look at what the event was about. */
-    result<void> take(timeout wait = forever) noexcept {
+    result<void> take(timeout wait = forever) {
         return detail::done(detail::take_for(wait, [this](uint32_t us) { return vosWaitTake(handle_, us); }));
     }
     result<void> give() noexcept { return detail::done(vosWaitGive(handle_)); }

@@ -111,6 +111,7 @@ TEST(CppRequest, ARecordIsExchangedInPlace) {
 TEST(CppRequest, FailuresTellTheReason) {
     const Outcome outcome = run([] {
         freshWorld();
+        const vostest::Peer somebody{"/tmp/vos/somebody"}; /* makes the directory */
         Reply record{};
         char room[8];
         EXPECT_EQ(vos::exchange("nobody", record, 1s).error_number(), ENOENT);

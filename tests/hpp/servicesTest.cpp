@@ -259,6 +259,7 @@ TEST(CppProcess, TellsOfItselfAndOthers) {
 std::vector<std::string> logged(const std::function<void()> &body) {
     return run([&] {
                freshWorld();
+               vosDebugConfig(VOS_DEBUG_ERROR);
                body();
            })
         .messages();

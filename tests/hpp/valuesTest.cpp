@@ -150,6 +150,8 @@ TEST(CppText, CutsFillsAndNeedsNoNul) {
     memcpy(text.raw(), "full", 4); /* as it may come from outside */
     EXPECT_EQ(text, "full");
     EXPECT_STREQ(text.c_str(), "ful");
+    const char unterminated[3] = {'a', 'b', 'c'};
+    EXPECT_EQ(vos::text<8>{unterminated}, "abc");
     text = std::string_view{};
     EXPECT_TRUE(text.empty());
 }
