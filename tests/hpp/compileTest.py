@@ -35,6 +35,10 @@ def matrix():
                 count += 1
                 if done.returncode != 0 or done.stdout:
                     failures.append(f"{compiler} {standard} {options}:\n{done.stdout}")
+    for header in (source / "include").glob("*.hpp"):
+        macros = re.findall(r"^\s*#\s*define\s+(.*)$", header.read_text(encoding="utf-8"), flags=re.M)
+        if len(macros) != 1 or not re.fullmatch(r"VOS(_[A-Z]+)*_HPP", macros[0]):
+            failures.append(f"{header.name} leaks macros: {macros}")
     print(count, "compilations")
 
 
@@ -143,15 +147,17 @@ def on_success(code):
             return count
         if name == "call":
             called = True
-        elif name == "test" and rest == "%eax,%eax" and called:
+        elif called and (name, rest) in (("test", "%eax,%eax"), ("test", "%ebx,%ebx")):
             zero = True
+        elif called and (name, rest) == ("cmp", "$0xffffffff,%eax"):
+            zero = False
         elif name in ("cmp", "cmpl", "test"):
             zero = None
         target = int(rest.split()[0], 16) if name.startswith("j") else None
-        if name == "jmp" or (name == "je" and zero):
-            following = target
-        elif name.startswith("j") and not (name == "jne" and zero):
+        if name.startswith("j") and name != "jmp" and (zero is None or name not in ("je", "jne")):
             sys.exit(f"the path is not understood at {at:#x}: {name} {rest}")
+        if name == "jmp" or (name == "je" and zero) or (name == "jne" and zero is False):
+            following = target
         at = following
 
 
