@@ -2,7 +2,7 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vos vos_static EXPORT vosTargets)
-install(FILES ${vos_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vos)
+install(FILES ${vos_headers} ${vos_cpp_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vos)
 
 # The prefix is computed from the path of vos.pc, so that an installation can be moved.
 file(RELATIVE_PATH pc_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)

@@ -23,6 +23,8 @@ export PKG_CONFIG_LIBDIR=$library/pkgconfig
 flags=()
 eval "flags=($(pkg-config --cflags --libs vos))" # quoted as for a shell, for directories with blanks
 cc -std=c17 -o "$packages/consumer" "$here/../tests/install/consumer.c" "${flags[@]}" -Wl,-rpath,"$library"
+c++ -std=c++17 -o "$packages/consumer-cpp" "$here/../tests/install/consumer.cpp" "${flags[@]}" -Wl,-rpath,"$library"
+"$here/../tests/support/sandbox" "$packages/consumer-cpp" | grep 'linked and running' >/dev/null
 "$here/../tests/support/sandbox" "$packages/consumer" | grep 'linked and running' >/dev/null
 LD_LIBRARY_PATH=$library "$root/usr/bin/vosctl" --version | grep -x "vosctl $2" >/dev/null
 [ -f "$root/usr/share/man/man1/vosctl.1.gz" ]
@@ -34,6 +36,10 @@ documents=$root/usr/share/doc/libvos-dev
 [ -f "$documents/README.md" ] && [ -f "$documents/docs/architecture.md" ]
 for example in "$documents"/examples/*.c; do
     cc -std=gnu17 -o "$packages/example" "$example" "${flags[@]}" -pthread
+    rm "$packages/example"
+done
+for example in "$documents"/examples/cpp/*.cpp; do
+    c++ -std=c++17 -o "$packages/example" "$example" "${flags[@]}" -pthread
     rm "$packages/example"
 done
 for package in vos-tools libvos-dev libvos1; do in_root --purge "$package"; done

@@ -52,7 +52,7 @@ GROUPS = ("vos", "Learn", "Use", "Formats and limits", "How it is built", "Manua
 # The documents that are no part of "How it is built".
 GROUP_OF = {
     "README.md": "vos", "CONTRIBUTING.md": "vos", "CHANGELOG.md": "vos", "SECURITY.md": "vos",
-    "docs/tutorial.md": "Learn", "docs/porting.md": "Learn", "docs/glossary.md": "Learn", "docs/calls.md": "Learn",
+    "docs/tutorial.md": "Learn", "docs/cpp.md": "Learn", "docs/porting.md": "Learn", "docs/glossary.md": "Learn", "docs/calls.md": "Learn",
     "docs/vosctl.md": "Use", "docs/troubleshooting.md": "Use", "docs/board.md": "Use", "docs/security.md": "Use",
     "docs/install.md": "Use", "docs/versions.md": "Use", "docs/error-codes.md": "Use", "docs/power-cuts.md": "Use", "docs/time-zone.md": "Use",
     "docs/wire-format.md": "Formats and limits", "docs/flash-formats.md": "Formats and limits", "docs/size.md": "Formats and limits",
@@ -132,7 +132,7 @@ class Site:
         body = re.sub(r"<(/?)h([12])\b", lambda tag: f"<{tag[1]}h{int(tag[2]) + 1}", body)
         body = f"<h1>{file.stem}</h1>\n{body}"
         # The overview of a header and the tool's page are in the navigation, the pages of single names are not.
-        group = "Manual" if (self.source / "include" / f"{file.stem}.h").exists() or file.suffix == ".1" else ""
+        group = "Manual" if (self.source / "include" / f"{file.stem}.h").exists() or file.stem.endswith(".hpp") or file.suffix == ".1" else ""
         self.pages.append(Page(f"manual/{file.name}.html", f"{file.stem}({file.suffix[1:]})", body, group))
 
     def reference(self, page, name, section, text):
