@@ -23,7 +23,7 @@ export PKG_CONFIG_LIBDIR=$library/pkgconfig
 flags=()
 eval "flags=($(pkg-config --cflags --libs vos))" # quoted as for a shell, for directories with blanks
 cc -std=c17 -o "$packages/consumer" "$here/../tests/install/consumer.c" "${flags[@]}" -Wl,-rpath,"$library"
-"$here/../tests/support/sandbox" "$packages/consumer" | grep 'linked and running' >/dev/null
+"$here/../testkit/vos-sandbox" --readable "$packages" "$packages/consumer" | grep 'linked and running' >/dev/null
 LD_LIBRARY_PATH=$library "$root/usr/bin/vosctl" --version | grep -x "vosctl $2" >/dev/null
 [ -f "$root/usr/share/man/man1/vosctl.1.gz" ]
 find "$root/usr/share/man/man3" -name 'vosMsg.3.gz' | grep . >/dev/null

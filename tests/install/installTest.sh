@@ -7,7 +7,7 @@
 set -euo pipefail
 build=$1
 here=$(cd "$(dirname "$0")" && pwd)
-sandbox=$here/../support/sandbox
+sandbox=$here/../../testkit/vos-sandbox
 prefix=$build/install-test
 rm -rf "$prefix"
 fail() { echo "FAILED: $*"; exit 1; }
