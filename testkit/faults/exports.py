@@ -30,7 +30,7 @@ def failure(name, result, documented, codes):
         return 0, 0
     found = [codes[code] if code else -1 for code in re.findall(r"\b(VOS_ERR\w*)\b|(?<![\w.])-1\b", documented)]
     serious = [value for value in found if value != codes["VOS_ERR_PARAM"]]
-    return (serious[0], 2) if serious else (found[0], 1) if found else (0, 0)
+    return (-1 if -1 in serious else serious[0], 2) if serious else (found[0], 1) if found else (0, 0)
 
 
 exported = set(re.findall(r"^    (\w+);", (source / "vos/vos.map").read_text(encoding="utf-8"), re.M))

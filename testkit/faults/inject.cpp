@@ -164,7 +164,10 @@ void *functionOf(unsigned long stub) {
     if (exported[stub] == nullptr) exported[stub] = dlsym(RTLD_NEXT, kCalls[stub].name);
     if (exported[stub] == nullptr && findLibvos() != nullptr) /* loaded by the application itself */
         exported[stub] = dlsym(dlopen(findLibvos()->l_name, RTLD_LAZY | RTLD_NOLOAD), kCalls[stub].name);
-    if (exported[stub] == nullptr) abort();
+    if (exported[stub] == nullptr) {
+        fprintf(stderr, "vos-faults: libvos.so, with %s, is not loaded\n", kCalls[stub].name);
+        abort();
+    }
     return exported[stub];
 }
 

@@ -5,7 +5,7 @@
  * library. The rules are those of the command vos-faults; vos-faults(1) describes them.
  *
  *     find_package(vos REQUIRED COMPONENTS testkit)
- *     target_link_libraries(my_test PRIVATE vos::faults vos::vos)   # in this order
+ *     target_link_libraries(my_test PRIVATE vos::faults)   # before vos::vos, if that is named, too
  *
  *     vos::test::Faults faults("vosMsgSend@server#2=-1:ETIMEDOUT");
  *     ...the code under test...
