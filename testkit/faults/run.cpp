@@ -85,7 +85,6 @@ void setOrClear(const char *variable, const std::string &value) {
     setOrClear(kRulesVariable, settings.rules);
     setOrClear(kProgramVariable, settings.program);
     setOrClear(kSeedVariable, settings.seed);
-    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) signal(number, SIG_DFL);
     if (settings.alone) {
         setpgid(0, 0);
         const int null = open("/dev/null", O_RDONLY);
@@ -121,15 +120,14 @@ bool awaitEnd(pid_t pid, std::chrono::milliseconds limit) {
     return ended;
 }
 
-/* Ends what the command has left behind: its process group, and what has become a child of ours. */
+/* Ends what the command has left behind: its process group, and what has become a child of ours. A child of one that is
+ * killed here becomes a child of ours before that one can be waited for. */
 void endTheRest(pid_t group) {
     kill(-group, SIGKILL);
-    for (;;) {
+    do {
         std::ifstream children("/proc/self/task/" + std::to_string(gettid()) + "/children");
-        bool any = false;
-        for (pid_t child = 0; children >> child; any = true) kill(child, SIGKILL);
-        if (waitpid(-1, nullptr, any ? 0 : WNOHANG) <= 0) break;
-    }
+        for (pid_t child = 0; children >> child;) kill(child, SIGKILL);
+    } while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR);
 }
 
 std::string contentOf(int fd) {
@@ -157,19 +155,45 @@ void collect(const SharedArea &area, Result &result) {
     }
 }
 
-/* The command of a run on the terminal gets the keyboard's signals itself; the others are passed on to it. */
-pid_t runningCommand;
-void onSignal(int number) {
-    interruptedBy = number;
-    if (runningCommand > 0) kill(runningCommand, number);
-}
+void onSignal(int number) { interruptedBy = number; }
 
+/* No signal while the command begins: it would be lost in a child that still has the handler. */
+class Undisturbed {
+  public:
+    Undisturbed() {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_SETMASK, &all, &before_);
+    }
+    Undisturbed(const Undisturbed &) = delete;
+    Undisturbed &operator=(const Undisturbed &) = delete;
+    ~Undisturbed() { end(); }
+    void end() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+  private:
+    sigset_t before_{};
+};
+
+/* The command of a run on the terminal gets the keyboard's signals itself; the others are passed on to it. */
 void catchSignals(bool alone) {
     struct sigaction action {};
     action.sa_handler = onSignal;
     for (const int number : {SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
     if (!alone) action.sa_handler = SIG_IGN;
     for (const int number : {SIGINT, SIGQUIT}) sigaction(number, &action, nullptr);
+}
+
+pid_t start(const Settings &settings, const std::string &library, const std::string &area, int output) {
+    const Undisturbed undisturbed;
+    const pid_t pid = fork();
+    if (pid < 0) throw Cannot(problem("fork"));
+    if (pid == 0) {
+        for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) signal(number, SIG_DFL);
+        undisturbed.end();
+        execute(settings, library, area, output);
+    }
+    if (settings.alone) setpgid(pid, pid);
+    return pid;
 }
 
 }  // namespace
@@ -182,15 +206,11 @@ Result run(const Settings &settings) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const std::string name = area.name();
     catchSignals(settings.alone);
-    const pid_t pid = fork();
-    if (pid < 0) throw Cannot(problem("fork"));
-    if (pid == 0) execute(settings, library, name, output);
-    if (settings.alone) setpgid(pid, pid);
-    runningCommand = pid;
+    const pid_t pid = start(settings, library, name, output);
     Result result;
     bool ended = awaitEnd(pid, settings.limit);
-    if (!ended && interruptedBy != 0 &&
-        !settings.alone) { /* the command has got the signal, and may end in its own way */
+    while (!ended && interruptedBy != 0 && !settings.alone) { /* the command ends in its own way */
+        kill(pid, interruptedBy);
         interruptedBy = 0;
         ended = awaitEnd(pid, settings.limit);
     }
@@ -199,7 +219,6 @@ Result run(const Settings &settings) {
     if (!ended) kill(settings.alone ? -pid : pid, SIGKILL);
     int status = 0;
     waitpid(pid, &status, 0);
-    runningCommand = 0;
     if (settings.alone) endTheRest(pid);
     result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     result.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
