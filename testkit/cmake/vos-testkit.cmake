@@ -8,6 +8,7 @@
 # test; a rule that does not strike fails nothing, but is told. EACH: the command runs once per call that could fail. All
 # that follows COMMAND belongs to the command; a target of the project becomes its file.
 if(EXISTS "${CMAKE_CURRENT_LIST_DIR}/vosTestkitTargets.cmake")
+  find_package(Threads REQUIRED)
   include("${CMAKE_CURRENT_LIST_DIR}/vosTestkitTargets.cmake")
 endif()
 
