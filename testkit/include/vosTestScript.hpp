@@ -203,8 +203,9 @@ class Line {
 
 inline Step expectation(Line &line) {
     Step step;
-    if (line.quotedNext() || line.takes("prefix")) {
-        step.match.kind = line.quotedNext() ? Match::Kind::text : Match::Kind::prefix;
+    const bool prefix = line.takes("prefix");
+    if (prefix || line.quotedNext()) {
+        step.match.kind = prefix ? Match::Kind::prefix : Match::Kind::text;
         step.match.payload = line.text("text");
     } else if (line.takes("hex")) {
         step.match.kind = Match::Kind::text;

@@ -65,7 +65,7 @@ def test_a_played_process_can_die(vosctl, play):
 
 @pytest.mark.parametrize("text, said", [
     ("", "expects nothing"), ("expect", ":1: behind"), ("expect any\nfly\n", ':2: "fly" is not known'),
-    ("expect any\nanswer \x1b[31m\n", "no code"), ("\n\r\r\n", "expects nothing")])
+    ("expect any\nanswer \x1b[31m\n", "no code"), ("\r\n\r\n", "expects nothing")])
 def test_a_script_that_cannot_be_read_is_refused(vosctl, tmp_path, text, said):
     (tmp_path / "script").write_text(text)
     line = vosctl("listen", "box", "--script", tmp_path / "script").failed()
