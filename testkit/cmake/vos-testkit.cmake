@@ -1,12 +1,12 @@
 # Tests that run in a sandbox of their own: find_package(vos COMPONENTS testkit)
 #
-#     vos_add_test(NAME name [FLASH size] [USER] [READABLE dir...] [WRITABLE dir...] [FAULTS rule... | EACH]
+#     vos_add_test(NAME name [FLASH size] [USER] [READABLE dir...] [WRITABLE dir...] [FAULTS rule... | EACH] [PROGRAM program]
 #                  COMMAND command [argument...])
 #
 # The command sees the source and the build directory, read-only, besides what vos-sandbox shows; WRITABLE names
 # directories that it may write. FLASH, USER: as the options of vos-sandbox. FAULTS: rules of vos-faults that hold in this
-# test; a rule that does not strike fails nothing, but is told. EACH: the command runs once per call that could fail. All
-# that follows COMMAND belongs to the command; a target of the project becomes its file.
+# test; a rule that does not strike fails nothing, but is told. EACH: the command runs once per call that could fail.
+# PROGRAM: only the calls of programs of this name fail. All that follows COMMAND belongs to the command; a target of the project becomes its file.
 if(EXISTS "${CMAKE_CURRENT_LIST_DIR}/vosTestkitTargets.cmake")
   find_package(Threads REQUIRED)
   include("${CMAKE_CURRENT_LIST_DIR}/vosTestkitTargets.cmake")
@@ -20,7 +20,7 @@ function(vos_add_test)
   list(SUBLIST ARGN 0 ${at} words)
   math(EXPR at "${at} + 1")
   list(SUBLIST ARGN ${at} -1 command)
-  cmake_parse_arguments(TEST "USER;EACH" "NAME;FLASH" "READABLE;WRITABLE;FAULTS" ${words})
+  cmake_parse_arguments(TEST "USER;EACH" "NAME;FLASH;PROGRAM" "READABLE;WRITABLE;FAULTS" ${words})
   if(NOT TEST_NAME OR NOT command)
     message(FATAL_ERROR "vos_add_test: NAME and COMMAND need a value")
   endif()
@@ -45,10 +45,13 @@ function(vos_add_test)
   if(TEST_USER)
     list(APPEND sandbox --user)
   endif()
+  if(TEST_PROGRAM)
+    set(program --program ${TEST_PROGRAM})
+  endif()
   if(TEST_EACH)
-    list(APPEND sandbox ${VOS_FAULTS_EXECUTABLE} --each --)
+    list(APPEND sandbox ${VOS_FAULTS_EXECUTABLE} ${program} --each --)
   elseif(TEST_FAULTS)
-    list(APPEND sandbox ${VOS_FAULTS_EXECUTABLE} ${TEST_FAULTS} --)
+    list(APPEND sandbox ${VOS_FAULTS_EXECUTABLE} ${program} ${TEST_FAULTS} --)
   endif()
 
   list(GET command 0 program)

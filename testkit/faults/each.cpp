@@ -97,6 +97,9 @@ void requireUsable(const Result &plain) {
     if (plain.hung) throw Cannot("the command does not end by itself within the time limit; see --time-limit");
     if (!plain.complete)
         throw Cannot("the command makes more calls than can be recorded; choose with --program or --calls");
+    if (plain.status != 0 && plain.status != 127)
+        throw Cannot("the command ends with status " + std::to_string(plain.status) +
+                     " without a fault, so it would show nothing; see what it prints by itself");
     if (plain.made.empty())
         throw Cannot(plain.status == 127
                          ? "the command is not there"

@@ -78,6 +78,7 @@ def test_too_many_rules_are_refused():
     (["--seed", "-1", "write", "--", "true"], "no number"),
     (["--each", "--", "true"], "no call of libvos.so"),
     (["--each", "--", "/no/such/command"], "not there"),
+    (["--each", "--", "false"], "ends with status 1 without a fault"),
     (["--each", "--calls", "vosShell", "--", str(FRAGILE)], "none of the chosen calls"),
 ])
 def test_a_wrong_command_line_is_refused(words, said):
