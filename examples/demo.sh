@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # Shows processes that send each other messages. Run it in the sandbox:
 #
-#     tests/support/sandbox bash examples/demo.sh DIRECTORY-OF-THE-BUILT-EXAMPLES
+#     testkit/vos-sandbox bash examples/demo.sh DIRECTORY-OF-THE-BUILT-EXAMPLES
 #
 # Ends with an error as soon as an output is not as expected.
 set -euo pipefail

@@ -15,7 +15,7 @@ touch "$root/var/lib/dpkg/status"
 in_root() { dpkg --root="$root" --force-depends --force-script-chrootless --no-triggers "$@" >/dev/null 2>&1; }
 
 echo "== installed, used and removed in a root of its own"
-for package in libvos1 libvos-dev vos-tools; do
+for package in libvos1 libvos-dev vos-tools vos-testkit; do
     in_root --install "$packages/${package}_$2-1_$architecture.deb"
 done
 library=$(dirname "$(find "$root/usr/lib" -name libvos.so)")
@@ -24,8 +24,11 @@ flags=()
 eval "flags=($(pkg-config --cflags --libs vos))" # quoted as for a shell, for directories with blanks
 cc -std=c17 -o "$packages/consumer" "$here/../tests/install/consumer.c" "${flags[@]}" -Wl,-rpath,"$library"
 c++ -std=c++17 -o "$packages/consumer-cpp" "$here/../tests/install/consumer.cpp" "${flags[@]}" -Wl,-rpath,"$library"
-"$here/../tests/support/sandbox" "$packages/consumer-cpp" | grep 'linked and running' >/dev/null
-"$here/../tests/support/sandbox" "$packages/consumer" | grep 'linked and running' >/dev/null
+for consumer in consumer consumer-cpp; do
+    "$here/../testkit/vos-sandbox" --readable "$packages" "$packages/$consumer" | grep 'linked and running' >/dev/null
+done
+kit=$root/usr/bin
+"$kit/vos-sandbox" --readable "$packages" "$kit/vos-faults" vosProcessInit -- "$packages/consumer" >/dev/null
 LD_LIBRARY_PATH=$library "$root/usr/bin/vosctl" --version | grep -x "vosctl $2" >/dev/null
 [ -f "$root/usr/share/man/man1/vosctl.1.gz" ]
 find "$root/usr/share/man/man3" -name 'vosMsg.3.gz' | grep . >/dev/null
@@ -42,10 +45,10 @@ for example in "$documents"/examples/cpp/*.cpp; do
     c++ -std=c++17 -o "$packages/example" "$example" "${flags[@]}" -pthread
     rm "$packages/example"
 done
-for package in vos-tools libvos-dev libvos1; do in_root --purge "$package"; done
+for package in vos-testkit vos-tools libvos-dev libvos1; do in_root --purge "$package"; done
 left=$(find "$root" -path "$root/var" -prune -o -type f -print)
 [ -z "$left" ] || { echo "installTest: left behind: $left" >&2; exit 1; }
-for package in libvos1 libvos-dev vos-tools; do
+for package in libvos1 libvos-dev vos-tools vos-testkit; do
     dpkg-deb -f "$packages/${package}_$2-1_arm64.deb" Architecture | grep -x arm64 >/dev/null
 done
 dpkg-deb --fsys-tarfile "$packages/libvos1_$2-1_arm64.deb" | tar -xO --wildcards '*libvos.so.1.*' 2>/dev/null >"$packages/arm64.so"

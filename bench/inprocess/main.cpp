@@ -24,7 +24,7 @@ void makePartitions() {
 
 int main(int argc, char **argv) {
     if (getenv("VOS_SANDBOX") == nullptr) {
-        fprintf(stderr, "run me as: tests/support/sandbox %s\n", argv[0]);
+        fprintf(stderr, "run me as: testkit/vos-sandbox %s\n", argv[0]);
         return EXIT_FAILURE;
     }
     benchmark::Initialize(&argc, argv);

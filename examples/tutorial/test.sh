@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # Step 6: the daemon's own test. Run it in the sandbox:
 #
-#     tests/support/sandbox env PATH="$programs:$tools:$PATH" examples/tutorial/test.sh
+#     testkit/vos-sandbox env PATH="$programs:$tools:$PATH" examples/tutorial/test.sh
 set -euo pipefail
 
 expect() { # WANTED GOT

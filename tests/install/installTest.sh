@@ -7,7 +7,7 @@
 set -euo pipefail
 build=$1
 here=$(cd "$(dirname "$0")" && pwd)
-sandbox=$here/../support/sandbox
+sandbox=$here/../../testkit/vos-sandbox
 prefix=$build/install-test
 rm -rf "$prefix"
 fail() { echo "FAILED: $*"; exit 1; }
@@ -19,7 +19,8 @@ has() { # DIRECTORY FILE...
     done
 }
 cmake --install "$build" --prefix "$prefix" >/dev/null
-has "$prefix" include/vos/vos.h include/vos/vos.hpp include/vos/vosTypes.h bin/vosctl share/bash-completion/completions/vosctl \
+has "$prefix" include/vos/vos.h include/vos/vos.hpp include/vos/vosTypes.h bin/vosctl bin/vos-sandbox bin/vos-faults include/vos-testkit/vosFaults.h \
+    include/vos-testkit/vosTest.hpp libexec/vos/vos-cut share/bash-completion/completions/vosctl \
     share/zsh/site-functions/_vosctl share/fish/vendor_completions.d/vosctl.fish share/man/man1/vosctl.1 share/man/man3/vosMsg.3
 [ "$(find "$prefix/include/vos" -name '*.h*' | wc -l)" = "$(find "$here/../../include" -name '*.h*' | wc -l)" ]
 library=$(dirname "$(find "$prefix" -name libvos.so)")

@@ -16,7 +16,7 @@ extern "C" [[gnu::weak]] const char *__tsan_default_options() { return "allocato
 int main(int argc, char **argv) {
     testing::InitGoogleMock(&argc, argv);
     if (getenv("VOS_SANDBOX") == nullptr && !testing::GTEST_FLAG(list_tests)) {
-        fprintf(stderr, "run me as: tests/support/sandbox %s\n", argv[0]);
+        fprintf(stderr, "run me as: testkit/vos-sandbox %s\n", argv[0]);
         return EXIT_FAILURE;
     }
     vostest::Faults::install();

@@ -157,10 +157,12 @@ namespace over {
         const int result = ::name arguments;                             \
         return verdict == Verdict::Fail ? ERRNO::failed<int>() : result; \
     }
-#include "overrides.inc"
+#define OTHER(name, parameters, failure) /* below */
+#include "faults/calls.inc"
 #undef FAILS
 #undef MOVES
 #undef GIVES
+#undef OTHER
 
 /* Calls whose parameters do not fit the table. */
 
@@ -434,10 +436,12 @@ const std::vector<Override> &overrides() {
 #define FAILS(result, name, parameters, arguments, failure) entry(#name, over::name),
 #define MOVES                                               FAILS
 #define GIVES(name, parameters, arguments)                  entry(#name, over::name),
-#include "overrides.inc"
+#define OTHER(name, parameters, failure)
+#include "faults/calls.inc"
 #undef FAILS
 #undef MOVES
 #undef GIVES
+#undef OTHER
         entry("open", over::open),
         entry("openat", over::openat),
         entry("writev", over::writev),

@@ -21,7 +21,7 @@ PATIENCE = 20.0 * float(os.environ.get("VOS_TEST_PATIENCE", "1"))
 SOCKETS = pathlib.Path("/tmp/vos")
 
 if os.environ.get("VOS_SANDBOX") != "1":
-    raise SystemExit("run these tests with tests/support/sandbox")
+    raise SystemExit("run these tests with testkit/vos-sandbox")
 
 
 @dataclasses.dataclass
