@@ -24,9 +24,12 @@ bool vos::Requester::open(Caller me, uint32_t timeoutMs) {
     return true;
 }
 
-bool vos::Requester::connect(std::string_view receiver) const {
+bool vos::Requester::connect(std::string_view receiver) {
     const LocalAddress address{receiver};
-    return ::connect(fd(), address.get(), address.length()) == 0;
+    receiver_ = receiver;
+    if (::connect(fd(), address.get(), address.length()) == 0) return true;
+    if (tapped()) copyUnreachable(*this);
+    return false;
 }
 
 void vos::Requester::close() {
