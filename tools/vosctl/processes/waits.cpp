@@ -10,6 +10,7 @@
 #include <set>
 
 #include "blockedThreads.h"
+#include "copies.h"
 #include "socketDirectory.h"
 
 namespace vosctl {
@@ -19,7 +20,6 @@ namespace {
 using Phase = Wait::Phase;
 
 bool inDirectory(const std::string &path) { return path.starts_with(std::string(kSocketDirectory) + "/"); }
-std::string fileOf(const std::string &path) { return path.substr(path.rfind('/') + 1); }
 
 /* The library makes the socket when a request begins. The file's time is that of the clock, which may have been set
  * since; a time in the future tells nothing. */
