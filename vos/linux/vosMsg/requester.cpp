@@ -24,9 +24,8 @@ bool vos::Requester::open(Caller me, uint32_t timeoutMs) {
     return true;
 }
 
-bool vos::Requester::connect(std::string_view receiver) {
+bool vos::Requester::reach(std::string_view receiver) const {
     const LocalAddress address{receiver};
-    receiver_ = receiver;
     if (::connect(fd(), address.get(), address.length()) == 0) return true;
     if (tapped()) copyUnreachable(*this);
     return false;

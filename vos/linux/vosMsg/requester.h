@@ -17,7 +17,10 @@ class Requester {
     /* Creates the socket, binds it and sets its buffer sizes. False when that fails, after logging why. */
     bool open(Caller me, uint32_t timeoutMs);
     /* False with errno when nobody receives under that path, which must stay until the messages have been moved. */
-    bool connect(std::string_view receiver);
+    bool connect(std::string_view receiver) {
+        receiver_ = receiver;
+        return reach(receiver);
+    }
     [[nodiscard]] int fd() const { return socket_.get(); }
     [[nodiscard]] std::string_view path() const { return path_.view(); }
     [[nodiscard]] std::string_view receiver() const { return receiver_; }
@@ -33,6 +36,8 @@ class Requester {
     ~Requester() { close(); }
 
   private:
+    bool reach(std::string_view receiver) const;
+
     UniqueFd socket_;
     Text<128> path_;
     std::string_view receiver_;

@@ -71,8 +71,10 @@ struct Request {
     uint32_t noReturn;
     uint32_t *answerCode; /* may be null; the code is then dropped */
     uint32_t timeoutMs;
-    bool awaits;
+    uint8_t stage; /* VOS_MSG_TAP_REQUEST: the answer is awaited; otherwise VOS_MSG_TAP_ONE_WAY */
 };
+
+uint8_t stageOf(bool awaitsAnswer) { return awaitsAnswer ? VOS_MSG_TAP_REQUEST : VOS_MSG_TAP_ONE_WAY; }
 
 /* VOS_OK, or the result of a request that cannot be made, after logging why. */
 int32_t checkRequest(Caller me, const Request &request) {
@@ -114,15 +116,14 @@ int32_t sendRequest(Caller me, const Kind &kind, const Request &request, MakePat
                      .ulBufLen = request.size},
                     request.payload,
                     request.size};
-    const uint8_t stage = request.awaits ? VOS_MSG_TAP_REQUEST : VOS_MSG_TAP_ONE_WAY;
-    const ssize_t sent = send(requester, kind, message, stage);
+    const ssize_t sent = send(requester, kind, message, request.stage);
     if (sent < 0)
         return kind.buffer == nullptr ? vos::failedErrno(me, VOS_ERROR, "%s:sendmsg failed errno:%d(%s).")
                                       : vos::failedErrno(me, VOS_ERROR, "%s:write failed errno:%d(%s).");
     if (static_cast<std::size_t>(sent) < message.total())
         vos::error(me, "%s:write need send %d but send only %d.", static_cast<int32_t>(message.total()),
                    static_cast<int32_t>(sent));
-    if (request.awaits) result = awaitAnswer(me, requester, kind, message, request.answerCode);
+    if (request.stage == VOS_MSG_TAP_REQUEST) result = awaitAnswer(me, requester, kind, message, request.answerCode);
     requester.close();
     return vos::ended(me, result);
 }
@@ -137,7 +138,8 @@ int32_t vosMsgSend(const char *pDestName, void *pMsgBuf, uint32_t ulMsgSize, uin
                    uint32_t ulTimeoutMs, uint32_t ulFlags) {
     const Caller me;
     const bool awaits = ulNoReturn == VOS_MSG_WAIT_ANSWER && (ulFlags & VOS_MSG_NO_WAIT) == 0;
-    return sendRequest(me, kMainRequest, {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, awaits},
+    return sendRequest(me, kMainRequest,
+                       {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, stageOf(awaits)},
                        [=] { return processPath(pDestName, ulFlags); });
 }
 
@@ -146,7 +148,8 @@ int32_t vosMsgSend2(const char *pDestName, void *pMsgBuf, uint32_t ulMsgSize, ui
                     uint32_t ulTimeoutMs, uint32_t ulFlags) {
     const Caller me;
     const bool awaits = ulNoReturn == VOS_MSG_WAIT_ANSWER;
-    return sendRequest(me, kSecondRequest, {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, awaits},
+    return sendRequest(me, kSecondRequest,
+                       {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, stageOf(awaits)},
                        [=] { return processPath(pDestName, ulFlags); });
 }
 
@@ -154,6 +157,7 @@ int32_t vosMsgThreadSend(const char *pDestName, int32_t iNumber, void *pMsgBuf, 
                          uint32_t *pRetCode, uint32_t ulTimeoutMs, uint32_t /*ulReserved*/) {
     const Caller me;
     const bool awaits = ulNoReturn == VOS_MSG_WAIT_ANSWER;
-    return sendRequest(me, kThreadRequest, {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, awaits},
+    return sendRequest(me, kThreadRequest,
+                       {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, stageOf(awaits)},
                        [=] { return vos::threadPath(pDestName, iNumber); });
 }

@@ -163,7 +163,7 @@ bool vos::Tap::report(uint8_t what) {
     msghdr datagram{};
     datagram.msg_iov = &piece;
     datagram.msg_iovlen = 1;
-    return send(datagram);
+    return send(datagram) || !gone(errno);
 }
 
 void vos::Tap::copy(VOS_MSG_TAP_HEAD head, std::span<const iovec> message, std::size_t length) {

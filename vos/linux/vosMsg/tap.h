@@ -52,7 +52,7 @@ class Tap {
     /* For those who have entered. */
     void stop();
     void copy(VOS_MSG_TAP_HEAD head, std::span<const iovec> message, std::size_t length);
-    bool report(uint8_t what); /* false when it did not reach the tap */
+    bool report(uint8_t what); /* false when the tap receives no more */
     void changeLimit(uint32_t limit) { __atomic_store_n(&limit_, limit, __ATOMIC_RELAXED); }
     [[nodiscard]] std::string_view path() const { return {path_.data(), pathLength_}; }
     [[nodiscard]] const FileId &file() const { return file_; }

@@ -33,7 +33,7 @@ inline constexpr Origin kAnswer{VOS_MSG_TAP_ANSWER, VOS_MSG_TAP_THREAD};
 inline constexpr Origin kControl{VOS_MSG_TAP_ONE_WAY, VOS_MSG_TAP_OTHER};
 
 /* One bit for each tap that is on; see tap.h. */
-extern uint32_t g_tapsOn;
+[[gnu::visibility("hidden")]] extern uint32_t g_tapsOn;
 inline bool tapped() { return __atomic_load_n(&g_tapsOn, __ATOMIC_RELAXED) != 0; }
 
 /* The calls with copies, out of line. */
