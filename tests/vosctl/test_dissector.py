@@ -6,7 +6,7 @@ import random
 import subprocess
 
 import pytest
-from captures import (ANSWER, NETLINK, ONE_WAY, RECEIVED, REQUEST, SENT, Copy, capture, exchange, message, started)
+from captures import (ANSWER, NETLINK, ONE_WAY, RECEIVED, REQUEST, REQUESTER, SENT, Copy, capture, exchange, message, started)
 from conftest import PATIENCE
 
 DISSECTOR = pathlib.Path(__file__).parents[2] / "tools/wireshark/vos.lua"
@@ -40,7 +40,7 @@ def frames(directory, copies, *arguments):
 NAMES = [started(100, b"oltd"), started(200, b"mgmtd")]
 BY_HAND = Copy(SENT, ANSWER, fd=7, pid=101, tid=102, number=3, lost=0, moment=5, own=b"/tmp/vos/box",
                peer=b"/tmp/vos/clientp900t9v1", message=message(b"on", type=3, no_return=9, code=-4, values=(1, 2, 3, 4)))
-UNKNOWN = Copy(SENT, REQUEST, pid=7, own=b"/tmp/vos/clientp7t1v1", peer=b"/tmp/vos/listHigh", message=message())
+UNKNOWN = Copy(SENT, REQUEST, REQUESTER, pid=7, own=b"/tmp/vos/clientp7t1v1", peer=b"/tmp/vos/listHigh", message=message())
 TRAPPED = Copy(RECEIVED, ONE_WAY, NETLINK, message=bytes(16) + message(type=2, values=(1, 2, 3, 0)), head_at=16)
 CUT = Copy(message=message(b"x" * 10)[:36], whole=42, pid=1001)
 LOST = Copy(message=message(), lost=5, pid=1001)
