@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
-/* A process whose messages are watched: peer NAME [TO]. It answers each message with its text. "code N" is answered with
- * that code, "slow MS" after so many milliseconds, "ask TO" when TO has answered, with the text that it got; "times N"
- * when TO has answered N requests; "tell TO" sends a message that nobody answers; "thread TO" asks in a thread of its own.
- * It prints "ready" when it can be reached. */
+/* A process whose messages are watched: peer NAME [TO]. It answers each message with its text. "code N" is answered
+ * with that code, "slow MS" after so many milliseconds, "ask TO" when TO has answered, with the text that it got;
+ * "times N" when TO has answered N requests; "tell TO" sends a message that nobody answers; "thread TO" asks in a
+ * thread of its own. It prints "ready" when it can be reached. */
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -52,17 +52,19 @@ static int32_t obey(char *pText) {
 }
 
 int main(int argc, char **argv) {
-    static char text[TEXT + 32];
+    static char text[TEXT];
     VOS_MSG_PEER peer;
     int32_t reserved = 0;
     if (argc < 2 || vosProcessInit(argv[1]) != VOS_OK || vosMsgInit(argv[1], 1, &reserved) != VOS_OK) return 1;
     if (argc > 2) snprintf(g_szTo, sizeof g_szTo, "%s", argv[2]);
     vosPrintf("\nready\n");
     for (;;) {
-        memset(text, 0, sizeof text);
         const int32_t count = vosMsgRecv(0, text, TEXT, 0xFFFFFFFF, &peer);
         if (count < 0) continue;
+        text[TEXT - 1] = '\0';
         const int32_t code = obey(text);
-        vosMsgResp(0, (uint32_t)code, text, TEXT, &peer);
+        char answer[TEXT] = ""; /* behind the text there may be bytes of earlier messages */
+        snprintf(answer, sizeof answer, "%s", text);
+        vosMsgResp(0, (uint32_t)code, answer, sizeof answer, &peer);
     }
 }

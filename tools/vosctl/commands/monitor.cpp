@@ -177,7 +177,7 @@ void addMonitorCommand(CLI::App &app, Context &context) {
     addWatched(command, watched);
     command->add_option("--kind", arguments->kinds, "Only messages of this kind; several may be named")
         ->check(CLI::IsMember(kindNames()))
-        ->expected(1)
+        ->allow_extra_args(false)
         ->type_name("KIND");
     command
         ->add_option_function<std::string>(
