@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 
 #include "../base/fd.h"
 #include "../base/words.h"
@@ -34,14 +33,6 @@ std::size_t columnsOf(const Output &out) {
     return out.terminal() && ioctl(out.fd(), TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
 }
 
-/* A process that has no name of its own is known by its program, while it runs. */
-std::string programOf(uint32_t pid) {
-    std::ifstream file{"/proc/" + std::to_string(pid) + "/comm"};
-    std::string name;
-    std::getline(file, name);
-    return name;
-}
-
 class Monitor {
   public:
     Monitor(Output &out, const Arguments &arguments, const std::vector<std::string> &names)
@@ -50,12 +41,7 @@ class Monitor {
     }
 
     void add(const Copy &copy, bool running) {
-        for (const std::string &path : {copy.own(), copy.peer()}) {
-            const uint32_t pid = running ? requesterPid(path) : 0;
-            if (pid == 0 || messages_.knows(pid)) continue;
-            const std::string program = programOf(pid);
-            if (!program.empty()) messages_.learn(pid, program);
-        }
+        if (running) learnPrograms(messages_, copy);
         messages_.add(copy);
     }
     /* False when enough have been shown. */

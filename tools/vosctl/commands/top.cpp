@@ -157,7 +157,10 @@ class Top {
     /* False when it was to be shown once and has been. */
     bool add(const std::vector<Taken> &taken) {
         const uint64_t now = monotonicNow();
-        for (const Taken &each : taken) messages_.add(each.copy);
+        for (const Taken &each : taken) {
+            learnPrograms(messages_, each.copy);
+            messages_.add(each.copy);
+        }
         while (const auto message = messages_.next(now)) traffic_.add(*message);
         for (const auto &[name, count] : messages_.takeLosses()) traffic_.addLoss(name, count);
         if (now - begin_ < uint64_t{arguments_.intervalMs} * 1'000'000) return true;
@@ -177,7 +180,7 @@ class Top {
         for (auto &[name, each] : traffic) {
             lost += each.lost;
             if (!names_.empty() && !names_.contains(name)) continue;
-            if (name.starts_with(kOwnFile)) continue;
+            if (name.starts_with(kOwnFile) || Messages::isNoName(name)) continue;
             const auto depth = depths.find(name);
             lines.push_back({name, std::move(each), depth == depths.end() ? 0 : depth->second});
         }

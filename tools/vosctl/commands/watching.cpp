@@ -8,17 +8,16 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
-#include <set>
+#include <fstream>
 
 #include "../base/interrupts.h"
+#include "../processes/copyReader.h"
 #include "../processes/names.h"
 #include "../processes/tap.h"
 
 namespace vosctl {
 
 namespace {
-
-constexpr std::size_t kMostAtOnce = 4096; /* copies, so that memory stays bounded while they are printed */
 
 void explainRefusal(const Copy &copy) {
     const std::string who = "process " + std::to_string(copy.head.ulProcessId);
@@ -46,7 +45,8 @@ class Watch {
             wanted = handOver();
         }
         tap_.switchOff();
-        while (interrupted_ && handOver() && more_) continue; /* what came until then */
+        reader_.stop();
+        if (interrupted_) handOver(); /* what came until then */
     }
 
   private:
@@ -62,16 +62,14 @@ class Watch {
     }
 
     void wait() {
-        pollfd watched[] = {{tap_.fd(), POLLIN, 0}, {interrupts_.fd(), POLLIN, 0}, {out_.fd(), 0, 0}};
-        if (poll(watched, std::size(watched), more_ ? 0 : kWatchTickMs) <= 0) return;
+        pollfd watched[] = {{reader_.fd(), POLLIN, 0}, {interrupts_.fd(), POLLIN, 0}, {out_.fd(), 0, 0}};
+        if (poll(watched, std::size(watched), kWatchTickMs) <= 0) return;
         if (watched[1].revents != 0 || watched[2].revents != 0) interrupted_ = true;
     }
 
     bool handOver() {
-        std::vector<std::string> datagrams;
-        more_ = tap_.take(datagrams, kMostAtOnce);
         std::vector<Taken> taken;
-        for (std::string &datagram : datagrams) {
+        for (std::string &datagram : reader_.take()) {
             auto copy = copyOf(datagram);
             if (!copy) continue;
             if (copy->head.ucWhat == VOS_MSG_TAP_REFUSED) explainRefusal(*copy);
@@ -84,8 +82,8 @@ class Watch {
     const std::function<bool(const std::vector<Taken> &)> &take_;
     Interrupts interrupts_; /* before the tap: nothing may end the tool while that is on */
     Tap tap_;
+    CopyReader reader_{tap_};
     uint64_t looked_ = 0;
-    bool more_ = false;
     bool interrupted_ = false;
 };
 
@@ -94,6 +92,16 @@ class Watch {
 void watch(Output &out, const Watched &watched, const std::function<bool(const std::vector<Taken> &)> &take) {
     for (const std::string &name : watched.names) requireReachable(name);
     Watch{out, watched, take}.run();
+}
+
+void learnPrograms(Messages &messages, const Copy &copy) {
+    for (const std::string &path : {copy.own(), copy.peer()}) {
+        const uint32_t pid = requesterPid(path);
+        if (pid == 0 || messages.knows(pid)) continue;
+        std::ifstream file{"/proc/" + std::to_string(pid) + "/comm"};
+        std::string program;
+        if (std::getline(file, program) && !program.empty()) messages.learn(pid, program);
+    }
 }
 
 uint64_t monotonicNow() {

@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "../processes/copies.h"
+#include "../processes/messages.h"
 #include "commands.h"
 
 namespace vosctl {
@@ -36,6 +38,9 @@ void watch(Output &out, const Watched &watched, const std::function<bool(const s
 
 /* A number of milliseconds between two calls without copies, at most. */
 inline constexpr int kWatchTickMs = 10;
+
+/* A process that has no name of its own is known by its program, while it runs. */
+void learnPrograms(Messages &messages, const Copy &copy);
 
 /* Nanoseconds on CLOCK_MONOTONIC. */
 uint64_t monotonicNow();

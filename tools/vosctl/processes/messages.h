@@ -65,6 +65,7 @@ class Messages {
     std::map<std::string, uint64_t> takeLosses();
     /* The name of a process, or "pid N". */
     [[nodiscard]] std::string nameOf(uint32_t pid) const;
+    [[nodiscard]] static bool isNoName(const std::string &name) { return name.starts_with("pid "); }
     /* The name behind a path. */
     [[nodiscard]] std::string nameOf(const std::string &path) const;
     /* Tells the name of a process that no copy tells. */
