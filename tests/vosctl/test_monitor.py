@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import random
 import re
 import signal
 import subprocess
@@ -85,14 +86,12 @@ def test_a_message_without_an_answer_is_one_way(vosctl, peer, monitor):
 def test_filters_by_kind_code_text_and_time(vosctl, peer, monitor):
     peer("server")
     coded = monitor("server", "--kind", "answer")
-    other = [coded]
     for text in ("code -4", "slow 50"):
         vosctl("send", "server", text, "--nul").ok()
     eventually(lambda: found(coded, "answer", "slow 50"))
     assert {each["kind"] for each in documents(coded)} == {"answer"}
     assert found(coded, "answer", "code -4")["code"] == -4
-    for process in other:
-        assert process.signal(signal.SIGINT).finish() == 0
+    assert coded.signal(signal.SIGINT).finish() == 0
 
 
 def test_ctrl_c_leaves_nothing_switched_on(vosctl, peer, monitor):
@@ -130,7 +129,7 @@ def test_a_reader_that_is_gone_ends_it_and_leaves_nothing(binary, vosctl, peer):
     eventually(lambda: sockets(server.pid) == 3)
     watching.stdout.close()
     vosctl("send", "server", "hello").ok()
-    watching.wait(PATIENCE)
+    assert watching.wait(PATIENCE) == -signal.SIGPIPE and watching.stderr.read() == b""
     watching.stderr.close()
     eventually(lambda: taps() == [] and sockets(server.pid) == 2)
 
@@ -314,3 +313,24 @@ def test_a_packet_that_says_it_is_longer_than_its_block_is_cut(vosctl):
 def test_a_capture_from_standard_input(vosctl):
     done = vosctl("--json", "monitor", "-r", "-", stdin=capture(*NAMES, *exchange())).ok()
     assert len(done.stdout.splitlines()) == 2
+
+
+def test_any_bytes_do_no_harm(vosctl):
+    numbers = random.Random(18)
+    whole = exchange()[0].bytes()
+    datagrams = []
+    for _ in range(500):
+        datagram = bytearray(whole[:numbers.randrange(len(whole) + 1)])
+        for _ in range(numbers.randrange(8) if len(datagram) > 8 else 0):
+            datagram[numbers.randrange(8, len(datagram))] = numbers.randrange(256)
+        datagrams.append(bytes(datagram))
+    content = capture(*datagrams, *exchange())
+    assert read(vosctl, content) != []
+    pathlib.Path("/tmp/messages.pcapng").write_bytes(content)
+    assert "\x1b" not in vosctl("monitor", "-r", "/tmp/messages.pcapng").ok().stdout
+    for _ in range(20):
+        broken = bytearray(content)
+        for _ in range(8):
+            broken[numbers.randrange(len(broken))] = numbers.randrange(256)
+        pathlib.Path("/tmp/messages.pcapng").write_bytes(broken)
+        assert vosctl("monitor", "-r", "/tmp/messages.pcapng").status in (0, 1)

@@ -64,7 +64,9 @@ class Watch {
     void wait() {
         pollfd watched[] = {{reader_.fd(), POLLIN, 0}, {interrupts_.fd(), POLLIN, 0}, {out_.fd(), 0, 0}};
         if (poll(watched, std::size(watched), kWatchTickMs) <= 0) return;
-        if (watched[1].revents != 0 || watched[2].revents != 0) interrupted_ = true;
+        if (watched[1].revents != 0) interrupted_ = true;
+        if (watched[2].revents != 0)
+            throw ClosedPipe("nobody reads standard output any more", "keep its reader running");
     }
 
     bool handOver() {
