@@ -70,7 +70,7 @@ void CopyReader::run() {
         if (datagrams.empty() && !full) continue;
         const std::lock_guard guard{lock_};
         for (std::string &datagram : datagrams) {
-            bytes_ += datagram.size() + sizeof datagram;
+            bytes_ += datagram.size() + sizeof(std::string);
             taken_.push_back(std::move(datagram));
         }
         full = bytes_ > kMostBytes;
