@@ -44,7 +44,8 @@ extern "C" {
 /** Actions of the control message, its ulValue1. */
 enum {
     /** Switch the tap off: the process sends VOS_MSG_TAP_STOPPED as the last datagram. Any socket may send it, also an
-     *  unbound one. It has no effect, and is not logged as an error, when no such tap is on. */
+     *  unbound one. It has no effect, and is not logged as an error, when no such tap is on. The last datagram may be
+     *  lost like any other: whoever waits for it sees to it that the tap has room. */
     VOS_MSG_TAP_OFF = 0,
     /** Switch the tap on; or, for a tap that is on, change its limit. Either is answered with VOS_MSG_TAP_STARTED. Only
      *  the tap's own socket may send it. */
@@ -84,7 +85,8 @@ enum {
 
 /** What kind of message it is: values of VOS_MSG_TAP_HEAD::ucStage. */
 enum {
-    VOS_MSG_TAP_PLAIN = 0,   /**< Not known: the application has called a stream function itself. */
+    VOS_MSG_TAP_PLAIN = 0,   /**< Not known: the application has called a stream function itself, or a receive loop
+                                  got no whole message header. */
     VOS_MSG_TAP_REQUEST = 1, /**< A request. Sent: the sender waits for the answer. Received: the sender has not
                                   forbidden an answer. */
     VOS_MSG_TAP_ANSWER = 2,  /**< An answer, to the requester whose path is acPeer (sent) or acOwn (received). */
