@@ -696,8 +696,9 @@ int32_t vosStartTypeGet(uint32_t *pStartType);
  *
  * A one-shot timer is deleted after its function has returned. A record may be used again once vosTimerDel() has been
  * called for it or its one-shot timer is gone. The function itself, and any other thread while it runs, restarts a
- * one-shot timer with vosTimerDel() and vosTimerAdd(). A call that was on its way at that moment still comes. A record
- * whose timer still exists must not be added: that timer could never be deleted.
+ * one-shot timer with vosTimerDel() and vosTimerAdd(). A call that was on its way at that moment still comes. If such
+ * a late call begins only after the new timer has expired too, it deletes the new timer, and the new timer's call may be
+ * lost. A record whose timer still exists must not be added: that timer could never be deleted.
  *
  * @param pTimer  the record; must stay where it is until the timer is gone and its last call has returned
  * @return VOS_OK; -1 when the timer could not be created, and there is none then, or not be armed, in which case it

@@ -51,10 +51,10 @@ STATIC = ("style.css", "search.js")
 GROUPS = ("vos", "Learn", "Use", "Formats and limits", "How it is built", "Manual")
 # The documents that are no part of "How it is built".
 GROUP_OF = {
-    "README.md": "vos", "CONTRIBUTING.md": "vos", "CHANGELOG.md": "vos",
+    "README.md": "vos", "CONTRIBUTING.md": "vos", "CHANGELOG.md": "vos", "SECURITY.md": "vos",
     "docs/tutorial.md": "Learn", "docs/porting.md": "Learn", "docs/glossary.md": "Learn", "docs/calls.md": "Learn",
     "docs/vosctl.md": "Use", "docs/seeing-messages.md": "Use", "docs/troubleshooting.md": "Use", "docs/board.md": "Use", "docs/security.md": "Use",
-    "docs/install.md": "Use", "docs/error-codes.md": "Use", "docs/power-cuts.md": "Use", "docs/time-zone.md": "Use",
+    "docs/install.md": "Use", "docs/versions.md": "Use", "docs/error-codes.md": "Use", "docs/power-cuts.md": "Use", "docs/time-zone.md": "Use",
     "docs/wire-format.md": "Formats and limits", "docs/flash-formats.md": "Formats and limits", "docs/size.md": "Formats and limits",
     "docs/performance.md": "Formats and limits", "docs/benchmarks/README.md": "Formats and limits",
 }
@@ -97,7 +97,7 @@ class Site:
         self.pages, self.files = [], set()
         self.manual_pages = {}  # page of every name of the manual
         self.manual()
-        for path in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md"):
+        for path in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "SECURITY.md"):
             self.document(path)
         documents = [path.relative_to(source).as_posix() for path in (source / "docs").rglob("*.md")]
         order = list(GROUP_OF)

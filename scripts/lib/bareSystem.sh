@@ -23,7 +23,8 @@ make_base() {
     [ -n "$mirror" ] || { echo "surroundings: apt knows no archive of Debian's $RELEASE; run apt-get update" >&2; return 1; }
     echo "making a bare Debian, about 40 seconds (once)"
     rm -rf "$cache/base"
-    mkdir -p "$cache/archives/partial" "$cache/ccache"
+    mkdir -p "$cache/archives/partial" "$cache/ccache/tmp"
+    chmod 1777 "$cache/ccache" "$cache/ccache/tmp" # every user of every system compiles with it
     debootstrap --variant=minbase --cache-dir="$cache/archives" --include="$IN_THE_BASE" \
         "$RELEASE" "$cache/base" "$mirror" >"$cache/debootstrap.log" ||
         { tail -n 20 "$cache/debootstrap.log" >&2; return 1; }

@@ -27,9 +27,10 @@ def expect(holds, text: str):
 def expect_touched_stack(objdump: str, file):
     """A frame larger than a page has to touch each of its pages, or it could pass the guard page of a thread's stack."""
     code = output(objdump, "-d", "--no-show-raw-insn", file)
-    expect(re.search(r"sub +\$0x1000,%rsp", code), f"{file}: a large frame takes its stack page by page")
-    steps = [int(size, 16) for size in re.findall(r"sub +\$0x([0-9a-f]+),%rsp", code)]
-    steps = [step for step in steps if step < 1 << 63]  # a subtracted negative number releases stack
+    # The tools of GNU and of LLVM write "sub    $0x1000,%rsp" and "subq	$4096, %rsp".
+    steps = [int(size, 0) for size in re.findall(r"subq?\s+\$(-?(?:0x)?[0-9a-f]+), ?%rsp", code)]
+    steps = [step for step in steps if 0 < step < 1 << 63]  # a subtracted negative number releases stack
+    expect(PAGE in steps, f"{file}: a large frame takes its stack page by page")
     expect(max(steps) <= PAGE + 64, f"{file}: no step of the stack pointer is larger than a page")
 
 

@@ -28,7 +28,7 @@ def whole_site(site):
     made = run(source / "scripts/site", site)
     expect(made.returncode == 0, f"scripts/site ended with {made.returncode}:\n{made.stdout}")
     found = {file.relative_to(site).as_posix() for file in site.rglob("*") if file.is_file()}
-    wanted = {"index.html", "CONTRIBUTING.html", "CHANGELOG.html", "style.css", "search.js", "search-index.js", "manual/vosctl.1.html",
+    wanted = {"index.html", "CONTRIBUTING.html", "SECURITY.html", "CHANGELOG.html", "style.css", "search.js", "search-index.js", "manual/vosctl.1.html",
               "manual/vosMsgSend.3.html", "manual/VOS_MSG_PEER.3.html"}
     wanted |= {f"manual/{header.stem}.3.html" for header in (source / "include").glob("*.h")}
     for file in (source / "docs").rglob("*.md"):
@@ -55,7 +55,7 @@ def broken_link(scratch, name, link, complaint):
     """A copy of the sources with one broken link is refused."""
     tree = scratch / name
     shutil.copytree(source / "docs", tree / "docs")
-    for entry in ("CHANGELOG.md", "CMakeLists.txt", "CONTRIBUTING.md", "examples", "include", "vos"):
+    for entry in ("CHANGELOG.md", "CMakeLists.txt", "CONTRIBUTING.md", "SECURITY.md", "examples", "include", "vos"):
         (tree / entry).symlink_to(source / entry)
     text = (source / "README.md").read_text(encoding="utf-8")
     (tree / "README.md").write_text(f"{text}\n{link}\n", encoding="utf-8")

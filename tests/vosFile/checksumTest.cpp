@@ -1,5 +1,8 @@
 /* SPDX-License-Identifier: MIT */
+#include <sys/mman.h>
+
 #include <array>
+#include <cstring>
 #include <random>
 
 #include "vos.h"
@@ -105,5 +108,21 @@ TEST(Checksum, EveryLengthAtEveryAlignmentAgreesWithALiteralRegister) {
                           calculateLiterally(bytes.substr(begin, length)))
                     << length << " bytes at " << begin;
         }
+    });
+}
+
+/* Zeros leave a register of zero as it is, so the last bytes alone decide. The memory is reserved, not used. */
+TEST(Checksum, TheLargestLengthIsReadToItsLastByte) {
+    run([] {
+        constexpr std::size_t kLength = 0xFFFFFFFF;
+        void *const memory =
+            mmap(nullptr, kLength, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        ASSERT_NE(memory, MAP_FAILED) << strerror(errno);
+        auto *const bytes = static_cast<uint8_t *>(memory);
+        madvise(memory, kLength, MADV_NOHUGEPAGE);
+        std::memcpy(bytes + kLength - kKnown.size(), kKnown.data(), kKnown.size());
+        EXPECT_EQ(Cal_CRC(bytes, kLength), calculate(kKnown));
+        EXPECT_EQ(vosFileCrc32(0, bytes, kLength), vosFileCrc32(0, raw(kKnown), size32(kKnown)));
+        munmap(memory, kLength);
     });
 }

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <bit>
 #include <cstdint>
@@ -34,6 +35,18 @@ inline unsigned modeOf(const std::string &path) {
     struct stat state {};
     EXPECT_EQ(stat(path.c_str(), &state), 0) << path;
     return state.st_mode & 07777;
+}
+
+// What the kernel leaves of this mode once a process with the rights of this one has written: without CAP_FSETID in the
+// first user namespace, the set-id bits go.
+inline unsigned modeAfterAWrite(unsigned mode) {
+    const char *const probe = "/flash/mode-probe";
+    std::ofstream(probe) << "x";
+    EXPECT_EQ(chmod(probe, mode), 0);
+    std::ofstream(probe, std::ios::app) << "x";
+    const unsigned left = modeOf(probe);
+    unlink(probe);
+    return left;
 }
 
 inline const uint8_t *raw(const std::string &bytes) { return reinterpret_cast<const uint8_t *>(bytes.data()); }

@@ -18,6 +18,19 @@ TEST(MessageBuffers, HaveTheirSizeAndAlignmentAndTheCheckPasses) {
     EXPECT_EQ(outcome.output, "");
 }
 
+#ifdef __x86_64__
+TEST(ExportedArrays, AreAlignedAsProgramsMayExpectOfEveryArrayOf16BytesAndMore) {
+    for (const void *const array :
+         {static_cast<const void *>(g_vosMsgBufferRecv), static_cast<const void *>(g_vosMsgBufferSend),
+          static_cast<const void *>(g_vosMsgBufferRecv_thread), static_cast<const void *>(g_vosMsgBufferSend_thread),
+          static_cast<const void *>(g_vosMsgBufferResp_thread), static_cast<const void *>(flashConfig),
+          static_cast<const void *>(flashData), static_cast<const void *>(vosCrctable),
+          static_cast<const void *>(szVosProcName)}) {
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(array) % 16, 0u);
+    }
+}
+#endif
+
 TEST(MessageTypes, HaveTheirCodes) {
     EXPECT_EQ(VOS_MSG_TYPE_BLDRUN, 0);
     EXPECT_EQ(VOS_MSG_TYPE_PACKET, 1);

@@ -1,6 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /* Events: how handlers are registered, what they are called with, and what comes from the kernel over netlink. */
+#include <fcntl.h>
 #include <linux/netlink.h>
+#include <sys/resource.h>
 
 #include "peer.h"
 
@@ -245,6 +247,23 @@ TEST(Netlink, PacketsAndLinksOfTheKernelReachTheirHandlers) {
         kernel.send(link(1));
         EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
         EXPECT_THAT(seen, ElementsAre("packet! 1 2 3 4", "ag 12 13"));
+    });
+}
+
+TEST(Netlink, TheLastDescriptorOfTheSelectRangeIsServed) {
+    run([] {
+        const rlimit many{4096, 4096};
+        setrlimit(RLIMIT_NOFILE, &many);
+        openChannel("A", 3);
+        registerAll();
+        const int32_t first = g_vosFdNLUni;
+        g_vosFdNLUni = fcntl(first, F_DUPFD, 1023);
+        EXPECT_EQ(g_vosFdNLUni, 1023);
+        Kernel{}.send(link(1));
+        EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
+        EXPECT_THAT(seen, ElementsAre("ag 12 13"));
+        close(g_vosFdNLUni);
+        g_vosFdNLUni = first;
     });
 }
 

@@ -1,12 +1,13 @@
 /* SPDX-License-Identifier: MIT */
-/* An application's own message buffer in place of the library's, one byte off its boundary. */
+/* An application's own message buffer in place of the library's, a few bytes off a boundary of 16 bytes. */
 #ifndef TESTS_VOSMSG_MISALIGNED_H
 #define TESTS_VOSMSG_MISALIGNED_H
 
-#define MISALIGNED_BUFFER(name)        \
+#define OWN_BUFFER(name, bytes)        \
     asm(".bss\n"                       \
-        ".balign 8\n"                  \
-        ".skip 1\n"                    \
+        ".balign 16\n"                 \
+        ".skip " bytes                 \
+        "\n"                           \
         ".globl " name                 \
         "\n"                           \
         ".type " name                  \
@@ -15,5 +16,7 @@
         ":\n"                          \
         ".skip 64600\n"                \
         ".text\n")
+
+#define MISALIGNED_BUFFER(name) OWN_BUFFER(name, "1")
 
 #endif

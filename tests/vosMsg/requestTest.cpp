@@ -321,6 +321,21 @@ TEST(Request, AFailingTuningOrRemovalDoesNotStopIt) {
     EXPECT_EQ(at(attempts, "close#1").result, VOS_OK);
 }
 
+TEST(Request, WithDescriptorOneClosedTheLogLinesGoOutThroughItsSocket) {
+    run([] {
+        Peer receiver{"/tmp/vos/B"};
+        close(STDOUT_FILENO);
+        char text[] = "ping"; /* nobody answers, so there is a line before the socket is closed */
+        EXPECT_EQ(vosMsgSend("B", text, sizeof text, 0, nullptr, 20, 0), VOS_ERROR);
+        bool line = false;
+        while (!line && receiver.hasMail()) {
+            const Bytes bytes = receiver.receive();
+            line = std::string(bytes.begin(), bytes.end()).find("vosMsgSend:") != std::string::npos;
+        }
+        EXPECT_TRUE(line);
+    });
+}
+
 TEST(Request, AShortSendIsLoggedAndCountsAsSuccess) {
     const Attempt request = failCall(
         {.call = "sendmsg", .shortTo = 10},

@@ -198,11 +198,11 @@ constexpr std::size_t kNamedStack = 1024 * 1024;
 constexpr std::size_t kNamedStack = 80 * 1024;
 #endif
 
-/* Runs in a thread with a stack of that size. */
+/* Runs in a thread with a stack of that size, or of the smallest size that the C library allows: 128 KiB on AArch64. */
 void onStackOf(std::size_t size, const std::function<void()> &action) {
     pthread_attr_t attributes;
     EXPECT_EQ(pthread_attr_init(&attributes), 0);
-    EXPECT_EQ(pthread_attr_setstacksize(&attributes, size), 0);
+    EXPECT_EQ(pthread_attr_setstacksize(&attributes, std::max(size, static_cast<std::size_t>(PTHREAD_STACK_MIN))), 0);
     pthread_t thread{};
     const auto body = [](void *argument) -> void * {
         (*static_cast<const std::function<void()> *>(argument))();

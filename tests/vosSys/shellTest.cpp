@@ -10,6 +10,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -419,7 +420,11 @@ TEST(Shell, ASignalHandlerMayRunACommandWhileOneRuns) {
         vosProcessSignalDef();
         static int32_t nested = -1;
         struct sigaction action = {};
-        action.sa_handler = [](int) { vosSystem2("exit 4", kPlain, &nested); };
+        action.sa_handler = [](int) {
+            const int before = errno; /* as every handler must */
+            vosSystem2("exit 4", kPlain, &nested);
+            errno = before;
+        };
         action.sa_flags = SA_RESTART;
         sigaction(SIGUSR1, &action, nullptr);
         EXPECT_EQ(statusOf("kill -USR1 $PPID; sleep 0.2; exit 3"), 768);

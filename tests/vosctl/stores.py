@@ -42,14 +42,14 @@ def write(path, data):
     return path
 
 
-def on_terminal(binary, *arguments, answer):
-    """Runs vosctl with a terminal, gives the answer to its question, and returns status and what the terminal showed."""
+def on_terminal(binary, *arguments, answer=None):
+    """Runs vosctl with a terminal, gives the answer to its question if there is one, and returns status and what the terminal showed."""
     ours, theirs = pty.openpty()
     process = subprocess.Popen([binary, *map(str, arguments)], stdin=theirs, stdout=theirs, stderr=theirs, close_fds=True)
     os.close(theirs)
     shown = b""
     deadline = time.monotonic() + PATIENCE
-    answered = False
+    answered = answer is None
     while time.monotonic() < deadline and select.select([ours], [], [], PATIENCE)[0]:
         try:
             part = os.read(ours, 4096)

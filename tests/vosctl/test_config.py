@@ -51,6 +51,15 @@ def test_a_store_that_is_no_file_is_not_waited_for(vosctl, tmp_path):
     assert "zebcfg is a directory" in vosctl("--root", tmp_path, "config", "show").failed()
 
 
+def test_only_a_regular_file_is_deleted(vosctl):
+    SAVED.mkdir()
+    assert "/flash/zebcfg is a directory" in vosctl("config", "delete", "--yes").failed()
+    SAVED.rmdir()  # it is still there
+    os.mkfifo(SAVED)
+    assert "/flash/zebcfg is no regular file" in vosctl("config", "delete", "--yes").failed()
+    SAVED.unlink()
+
+
 def test_an_empty_pipe_does_not_empty_what_is_saved(vosctl):
     SAVED.write_bytes(b"before")
     assert "the configuration of standard input is empty, and nothing was changed" in vosctl(

@@ -2,11 +2,12 @@
 """vosctl crc."""
 import binascii
 import pathlib
+import re
 import subprocess
 import zlib
 
 import pytest
-from stores import write
+from stores import on_terminal, write
 
 
 def test_both_checksums(vosctl):
@@ -49,3 +50,15 @@ def test_what_is_no_file(vosctl):
     assert "/tmp/none cannot be opened" in vosctl("crc", "/tmp/none").failed()
     assert "/tmp is a directory" in vosctl("crc", "/tmp").failed()
     assert vosctl("crc").failed(2)
+
+
+def test_a_terminal_shows_how_far_a_long_file_is_read_and_keeps_only_the_result(binary):
+    with open("/tmp/sparse", "wb") as sparse:
+        sparse.truncate(128 << 20)
+    status, shown = on_terminal(binary, "crc", "/tmp/sparse")
+    steps = [int(step) for step in re.findall(r"reading /tmp/sparse, (\d+) %", shown)]
+    assert status == 0 and steps[0] == 25 and steps == sorted(set(steps)) and steps[-1] >= 99, shown
+    progress, result = shown.rsplit("\r\x1b[K", 1)
+    assert "CRC-32" not in progress and "CRC-32" in result and "%" not in result
+    assert "reading" not in on_terminal(binary, "crc", write("/tmp/short", b"x"))[1]
+    assert subprocess.run([binary, "crc", "/tmp/sparse"], capture_output=True, check=True).stderr == b""

@@ -29,17 +29,17 @@ def checks(vosctl, *arguments, device=True):
     outcome = vosctl("--json", *arguments, "doctor", *(["--device"] if device else []))
     assert outcome.stderr == ""
     found = {each["check"]: each for each in outcome.json["checks"]}
-    hindering = sum(each["verdict"] == "hinders" for each in found.values())
-    assert outcome.json["hindering"] == hindering
+    errors = sum(each["verdict"] == "error" for each in found.values())
+    assert outcome.json["errors"] == errors
     assert outcome.json["onDevice"] == sum(each["verdict"] == "device" for each in found.values())
-    assert outcome.status == (1 if hindering else 0)
+    assert outcome.status == (1 if errors else 0)
     assert all((each["remedy"] is None) == (each["verdict"] == "good") for each in found.values())
     return found
 
 
-def hinders(vosctl, check, text):
+def is_error(vosctl, check, text):
     found = checks(vosctl)[check]
-    assert found["verdict"] == "hinders"
+    assert found["verdict"] == "error"
     assert text in found["found"]
 
 
@@ -70,27 +70,27 @@ def test_a_development_machine_can_do_without_what_only_a_device_has(vosctl, age
     found = checks(vosctl, device=False)
     assert {name for name, each in found.items() if each["verdict"] == "device"} == {
         "send-ceiling", "receive-ceiling", "queue-length", "netlink"}
-    assert not any(each["verdict"] == "hinders" for each in found.values())
-    assert {name for name, each in checks(vosctl).items() if each["verdict"] == "hinders"} == {
+    assert not any(each["verdict"] == "error" for each in found.values())
+    assert {name for name, each in checks(vosctl).items() if each["verdict"] == "error"} == {
         "send-ceiling", "receive-ceiling", "queue-length", "netlink"}
 
 
-def test_what_hinders_everywhere_hinders_a_development_machine_too(vosctl):
+def test_an_error_that_matters_everywhere_is_one_on_a_development_machine_too(vosctl):
     SOCKETS.write_text("")
-    assert checks(vosctl, device=False)["socket-directory"]["verdict"] == "hinders"
+    assert checks(vosctl, device=False)["socket-directory"]["verdict"] == "error"
 
 
 def test_the_directories_of_a_tree_that_is_named_matter(vosctl, tmp_path):
     (tmp_path / "flash").mkdir()
     found = checks(vosctl, "--root", str(tmp_path), device=False)
-    assert (found["flash"]["verdict"], found["app"]["verdict"]) == ("good", "hinders")
+    assert (found["flash"]["verdict"], found["app"]["verdict"]) == ("good", "error")
 
 
 @pytest.mark.parametrize("name", CEILINGS)
 def test_a_ceiling_below_what_is_asked_for(vosctl, name):
     check, needed = CEILINGS[name]
     (pathlib.Path("/proc/sys") / name).write_text(f"{needed - 1}\n")
-    hinders(vosctl, check, f"{name.replace('/', '.')} is {needed - 1} and")
+    is_error(vosctl, check, f"{name.replace('/', '.')} is {needed - 1} and")
     assert f"sysctl -w {name.replace('/', '.')}=" in checks(vosctl)[check]["remedy"]
 
 
@@ -107,13 +107,13 @@ def test_a_missing_socket_directory_is_a_warning_while_it_can_be_made(vosctl):
 
 def test_a_file_in_place_of_the_socket_directory(vosctl):
     SOCKETS.write_text("")
-    hinders(vosctl, "socket-directory", "/tmp/vos is not a directory")
+    is_error(vosctl, "socket-directory", "/tmp/vos is not a directory")
     warns(vosctl, "stale-sockets", "/tmp/vos cannot be read")
 
 
 def test_a_symbolic_link_in_place_of_the_socket_directory(vosctl, tmp_path):
     SOCKETS.symlink_to(tmp_path)
-    hinders(vosctl, "socket-directory", "/tmp/vos is not a directory")
+    is_error(vosctl, "socket-directory", "/tmp/vos is not a directory")
 
 
 def as_nobody(binary, *arguments):
@@ -127,7 +127,7 @@ def test_a_socket_directory_that_cannot_be_written(binary):
     SOCKETS.mkdir()
     SOCKETS.chmod(0o555)
     told = as_nobody(binary, "doctor")
-    assert "hinders  socket-directory: /tmp/vos cannot be written by this user" in told
+    assert "error    socket-directory: /tmp/vos cannot be written by this user" in told
     assert "chmod 1777 /tmp/vos" in told
 
 
@@ -135,7 +135,7 @@ def test_a_temporary_directory_that_cannot_be_written(binary):
     mode = os.stat("/tmp").st_mode
     os.chmod("/tmp", 0o555)
     try:
-        assert "hinders  socket-directory: /tmp/vos does not exist and /tmp cannot be written" in as_nobody(binary, "doctor")
+        assert "error    socket-directory: /tmp/vos does not exist and /tmp cannot be written" in as_nobody(binary, "doctor")
     finally:
         os.chmod("/tmp", mode)
 
@@ -166,14 +166,14 @@ def test_one_stale_socket_is_told_in_the_singular(vosctl, stale):
 
 
 def test_a_kernel_without_the_devices_module(vosctl):
-    hinders(vosctl, "netlink", "the kernel has no netlink protocol 30")
+    is_error(vosctl, "netlink", "the kernel has no netlink protocol 30")
 
 
 @pytest.mark.parametrize("check, path", [("system-partition", "/flash/sysdata"), ("factory-partition", "/app/factory")])
 def test_partitions(vosctl, check, path):
     warns(vosctl, check, f"{path} does not exist")
     pathlib.Path(path).write_bytes(b"nonsense")
-    hinders(vosctl, check, f"{path} is not a valid partition")
+    is_error(vosctl, check, f"{path} is not a valid partition")
 
 
 def test_fresh_partitions_are_valid(vosctl, example, background):
@@ -201,9 +201,9 @@ def test_an_application_with_its_backup_is_good(vosctl, installed):
     assert "version 2.0, is whole" in found["application"]["found"] and "version 1.0, is whole" in found["backup"]["found"]
 
 
-def test_a_broken_application_hinders_and_the_backup_is_the_way_back(vosctl, installed):
+def test_a_broken_application_is_an_error_and_the_backup_is_the_way_back(vosctl, installed):
     APPLICATION.write_bytes(flipped(APPLICATION.read_bytes()))
-    hinders(vosctl, "application", "/app/hostImage.bin is broken")
+    is_error(vosctl, "application", "/app/hostImage.bin is broken")
     assert "vosctl image restore" in checks(vosctl)["application"]["remedy"]
     BACKUP.write_bytes(b"")
     warns(vosctl, "backup", "is broken")
@@ -232,8 +232,8 @@ def test_an_empty_configuration(vosctl):
 def test_a_store_that_cannot_be_looked_at_is_told_and_the_others_are_looked_at(vosctl):
     os.mkfifo("/flash/zebcfg")
     os.mkfifo("/app/hostImage.bin")
-    hinders(vosctl, "configuration", "/flash/zebcfg is no regular file")
-    hinders(vosctl, "application", "/app/hostImage.bin is no regular file")
+    is_error(vosctl, "configuration", "/flash/zebcfg is no regular file")
+    is_error(vosctl, "application", "/app/hostImage.bin is no regular file")
     assert verdicts(vosctl, "uptime") == ["good"]
 
 
@@ -268,7 +268,7 @@ def test_as_text(vosctl):
     assert outcome.status == 1
     assert lines[0] == "warning  socket-directory: /tmp/vos does not exist"
     assert lines[1].startswith("         -> nothing while no process of vos has run")
-    assert lines[-1] == "1 of 17 checks found something that hinders vos."
+    assert lines[-1] == "1 of 17 checks found an error."
 
 
 def test_colours_only_when_wanted(vosctl):

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """vosctl send and ping."""
+import os
 import re
 import signal
 import socket
@@ -210,12 +211,12 @@ def test_a_closed_pipe_takes_the_requests_path_along(agent, binary, tmp_path):
     agent()
     (tmp_path / "large").write_bytes(bytes(60000))
     for _ in range(3):
-        sending = subprocess.Popen([binary, "send", "agent", "--file", tmp_path / "large"], stdout=subprocess.PIPE,
-                                   stderr=subprocess.PIPE)
-        sending.stdout.close()
-        assert sending.wait(PATIENCE) == -signal.SIGPIPE
-        assert sending.stderr.read() == b""
-        sending.stderr.close()
+        reader, writer = os.pipe()
+        os.close(reader)
+        sent = subprocess.run([binary, "send", "agent", "--file", tmp_path / "large"], stdout=writer, stderr=subprocess.PIPE,
+                              timeout=PATIENCE, check=False)
+        os.close(writer)
+        assert (sent.returncode, sent.stderr) == (-signal.SIGPIPE, b"")
         assert list(SOCKETS.glob("client*")) == []
 
 

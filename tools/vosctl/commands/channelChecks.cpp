@@ -32,7 +32,7 @@ Finding missingDirectory() {
     if (access("/tmp", W_OK | X_OK) == 0)
         return {kDirectoryCheck, Verdict::warning, "/tmp/vos does not exist",
                 "nothing while no process of vos has run; the first one makes it"};
-    return {kDirectoryCheck, Verdict::hinders,
+    return {kDirectoryCheck, Verdict::error,
             std::string("/tmp/vos does not exist and /tmp cannot be written: ") + strerror(errno),
             "make /tmp a writable directory: chmod 1777 /tmp"};
 }
@@ -51,7 +51,7 @@ Finding checkCeiling(const char *check, const std::string &name, uint64_t needed
     const std::string remedy = "sysctl -w " + name + "=" + std::to_string(set) + " as root, as vosInit() does";
     if (!(file >> value)) return {check, Verdict::warning, path + " cannot be read", "mount /proc"};
     if (value < needed)
-        return {check, Verdict::hinders,
+        return {check, Verdict::error,
                 name + " is " + std::to_string(value) + " and " + unit + " " + std::to_string(needed), remedy};
     return {check, Verdict::good, name + " is " + std::to_string(value), ""};
 }
@@ -63,18 +63,18 @@ Finding checkSocketDirectory() {
     const std::string path = kSocketDirectory;
     if (lstat(path.c_str(), &status) == -1) {
         if (errno == ENOENT) return missingDirectory();
-        return {kDirectoryCheck, Verdict::hinders, path + " cannot be reached: " + strerror(errno),
+        return {kDirectoryCheck, Verdict::error, path + " cannot be reached: " + strerror(errno),
                 "let " + path + " be reached by this user"};
     }
     if (!S_ISDIR(status.st_mode))
-        return {kDirectoryCheck, Verdict::hinders, path + " is not a directory", "remove it: rm " + path};
+        return {kDirectoryCheck, Verdict::error, path + " is not a directory", "remove it: rm " + path};
     if (status.st_uid != 0 && status.st_uid != geteuid()) {
-        return {kDirectoryCheck, Verdict::hinders,
+        return {kDirectoryCheck, Verdict::error,
                 path + " belongs to the foreign user " + std::to_string(status.st_uid) + ", who can take names over",
                 "end what runs under it, then chown root " + path};
     }
     if (access(path.c_str(), R_OK | W_OK | X_OK) == -1)
-        return {kDirectoryCheck, Verdict::hinders, path + " cannot be written by this user",
+        return {kDirectoryCheck, Verdict::error, path + " cannot be written by this user",
                 "run as its owner or root, or as root: chmod 1777 " + path};
     return {kDirectoryCheck, Verdict::good, path + " can be written", ""};
 }
@@ -116,7 +116,7 @@ Finding checkNetlink() {
     constexpr const char *kCheck = "netlink";
     const Fd fd{socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, kDeviceProtocol)};
     if (fd) return {kCheck, Verdict::good, "the kernel has netlink protocol 30", ""};
-    return {kCheck, Verdict::hinders,
+    return {kCheck, Verdict::error,
             std::string("the kernel has no netlink protocol 30 (") + strerror(errno) +
                 "): no packets and link events, and vosMsgInit() with flag 2 fails",
             "load the device's kernel module; without one, open channels with flag 1 only"};

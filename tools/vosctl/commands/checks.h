@@ -9,8 +9,8 @@
 namespace vosctl {
 
 /* good: nothing to do. warning: it works, and somebody should know. device: it would not work on a device, and this
- * machine can do without. hinders: something does not work. */
-enum class Verdict { good, warning, device, hinders };
+ * machine can do without. error: something does not work. */
+enum class Verdict { good, warning, device, error };
 
 struct Finding {
     std::string check; /* what was looked at; stable */

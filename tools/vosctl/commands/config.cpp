@@ -121,6 +121,7 @@ void removeSaved() {
 }
 
 int remove(Output &out, const Arguments &arguments) {
+    requireRegularFile(szVosCfgFileName);
     const bool existed = vosFileCfgExist() == 1;
     if (existed) {
         confirm(std::string("The saved configuration ") + szVosCfgFileName +
@@ -178,6 +179,9 @@ void addConfigCommands(CLI::App &app, Context &context) {
     deleting->add_flag("--yes", arguments->yes, "Do not ask");
     addExample(deleting, "vosctl config delete");
     onRun(deleting, context, [arguments](Output &out) { return remove(out, *arguments); });
+    /* Last, because a command takes over the examples that its group has. */
+    addExample(group, "vosctl config show");
+    addExample(group, "vosctl config diff oltd");
 }
 
 }  // namespace vosctl

@@ -22,12 +22,12 @@ namespace {
 Finding checkDirectory(const char *check, const std::string &path, const std::string &use) {
     struct stat status {};
     if (stat(path.c_str(), &status) == -1)
-        return {check, Verdict::hinders, path + " cannot be reached: " + strerror(errno),
+        return {check, Verdict::error, path + " cannot be reached: " + strerror(errno),
                 "mount or make it: " + use + " goes there"};
     if (!S_ISDIR(status.st_mode))
-        return {check, Verdict::hinders, path + " is not a directory", "mount or make one: " + use + " goes there"};
+        return {check, Verdict::error, path + " is not a directory", "mount or make one: " + use + " goes there"};
     if (access(path.c_str(), W_OK | X_OK) == -1)
-        return {check, Verdict::hinders, path + " cannot be written: " + strerror(errno),
+        return {check, Verdict::error, path + " cannot be written: " + strerror(errno),
                 "mount it writable, or run as a user who may write"};
     return {check, Verdict::good, path + " can be written", ""};
 }
@@ -41,11 +41,11 @@ Finding checkPartition(const char *check, const Partition &partition) {
         case Trouble::missing:
             return {check, Verdict::warning, path + " does not exist", "nothing: the next vosInit() makes a fresh one"};
         case Trouble::unreadable:
-            return {check, Verdict::hinders, state.reason, state.remedy};
+            return {check, Verdict::error, state.reason, state.remedy};
         case Trouble::content:
             break;
     }
-    return {check, Verdict::hinders, path + " is not a valid partition: " + state.reason,
+    return {check, Verdict::error, path + " is not a valid partition: " + state.reason,
             "keep a copy of it; the next vosInit() puts a fresh one, all bytes 0xFF, in its place"};
 }
 
@@ -90,7 +90,7 @@ Finding checkUptime() {
     uint64_t seconds = 0;
     uint64_t hundredths = 0;
     if (vosUpTime(&seconds, &hundredths) != VOS_OK || (seconds == 0 && hundredths == 0))
-        return {kCheck, Verdict::hinders, "/proc/uptime tells no time, so ticks and up-time stand still",
+        return {kCheck, Verdict::error, "/proc/uptime tells no time, so ticks and up-time stand still",
                 "mount /proc: mount -t proc proc /proc"};
     return {kCheck, Verdict::good, "the machine is up for " + std::to_string(seconds) + " s", ""};
 }

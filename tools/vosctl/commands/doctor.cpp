@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl doctor: what on this machine would hinder vos, and what to do about it. */
+/* vosctl doctor: what on this machine keeps vos from working, and what to do. */
 #include <algorithm>
 
 #include "../flash/deviceTree.h"
@@ -47,10 +47,10 @@ Cell cellOf(Verdict verdict) {
             return {"warning", Style::warning};
         case Verdict::device:
             return {"device", Style::plain};
-        case Verdict::hinders:
+        case Verdict::error:
             break;
     }
-    return {"hinders", Style::bad};
+    return {"error", Style::bad};
 }
 
 Table tableOf(const std::vector<Finding> &findings) {
@@ -75,15 +75,14 @@ void print(Output &out, const std::vector<Finding> &findings) {
 Finding findingOf(const Check &check, bool isDevice) {
     Finding finding = check.look();
     const bool needed = isDevice || check.matters == Matters::everywhere || (check.inTree && !devicePath("").empty());
-    if (finding.verdict == Verdict::hinders && !needed) finding.verdict = Verdict::device;
+    if (finding.verdict == Verdict::error && !needed) finding.verdict = Verdict::device;
     return finding;
 }
 
-std::string summaryOf(std::size_t hindering, std::size_t onDevice, std::size_t all) {
-    std::string text = hindering == 0 ? "Nothing hinders vos on this machine."
-                                      : std::to_string(hindering) + " of " + std::to_string(all) +
-                                            " checks found something that hinders vos.";
-    if (onDevice > 0) text += " What is marked \"device\" would hinder it on a device only; --device counts it.";
+std::string summaryOf(std::size_t errors, std::size_t onDevice, std::size_t all) {
+    std::string text = errors == 0 ? "Nothing on this machine keeps vos from working."
+                                   : std::to_string(errors) + " of " + std::to_string(all) + " checks found an error.";
+    if (onDevice > 0) text += " What is marked \"device\" is an error on a device only; --device counts it.";
     return text;
 }
 
@@ -96,13 +95,13 @@ int doctor(Output &out, bool isDevice) {
             std::count_if(findings.begin(), findings.end(),
                           [verdict](const Finding &finding) { return finding.verdict == verdict; }));
     };
-    const std::size_t hindering = countOf(Verdict::hinders);
+    const std::size_t errors = countOf(Verdict::error);
     const std::size_t onDevice = countOf(Verdict::device);
-    out.document(Json{{"hindering", hindering}, {"onDevice", onDevice}, {"checks", tableOf(findings).json()}});
+    out.document(Json{{"errors", errors}, {"onDevice", onDevice}, {"checks", tableOf(findings).json()}});
     print(out, findings);
     out.line("");
-    out.line(summaryOf(hindering, onDevice, findings.size()));
-    return hindering == 0 ? kDone : kFailed;
+    out.line(summaryOf(errors, onDevice, findings.size()));
+    return errors == 0 ? kDone : kFailed;
 }
 
 }  // namespace
@@ -110,7 +109,7 @@ int doctor(Output &out, bool isDevice) {
 void addDoctorCommand(CLI::App &app, Context &context) {
     const auto isDevice = std::make_shared<bool>(false);
     CLI::App *const command =
-        app.add_subcommand("doctor", "Tell what on this machine would hinder vos, and what to do about it");
+        app.add_subcommand("doctor", "Tell what on this machine keeps vos from working, and what to do");
     command->add_flag("--device", *isDevice, "This machine is a device: what matters only there counts too");
     addExample(command, "vosctl doctor");
     addExample(command, "vosctl doctor --device");

@@ -151,6 +151,9 @@ void addImageCommands(CLI::App &app, Context &context) {
     addMake(group, context, arguments);
 
     addInstall(group, context, arguments);
+    /* Last, because a command takes over the examples that its group has. */
+    addExample(group, "vosctl image info new.img");
+    addExample(group, "vosctl image status");
 }
 
 }  // namespace vosctl

@@ -214,6 +214,9 @@ void addItemCommands(CLI::App &app, Context &context) {
     onRun(dump, context, [arguments](Output &out) { return dumpItems(out, *arguments); });
 
     addItemFileCommands(group, context);
+    /* Last, because a command takes over the examples that its group has. */
+    addExample(group, "vosctl item list");
+    addExample(group, "vosctl item get ip-address");
 }
 
 }  // namespace vosctl

@@ -175,6 +175,8 @@ void addPackageCommands(CLI::App &app, Context &context) {
     apply->add_flag("--outside", arguments->installation.outside, "Apply paths with \"..\" too");
     addExample(apply, "vosctl package apply new.pkg");
     onRun(apply, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
+    /* Last, because a command takes over the examples that its group has. */
+    addExample(group, "vosctl package list new.pkg");
 }
 
 }  // namespace vosctl

@@ -179,6 +179,9 @@ void addPartitionCommands(CLI::App &app, Context &context) {
     onRun(fresh, context, [arguments](Output &out) { return init(out, *arguments); });
 
     addCopies(group, context, arguments);
+    /* Last, because a command takes over the examples that its group has. */
+    addExample(group, "vosctl partition check");
+    addExample(group, "vosctl partition save /flash/factory.copy");
 }
 
 }  // namespace vosctl

@@ -16,7 +16,7 @@ Finding lookedAt(const char *check, Finding (*look)(const char *check)) {
     try {
         return look(check);
     } catch (const Failure &failure) {
-        return {check, Verdict::hinders, failure.what(), failure.nextStep()};
+        return {check, Verdict::error, failure.what(), failure.nextStep()};
     }
 }
 
@@ -33,7 +33,7 @@ Finding lookAtApplication(const char *check) {
         return {check, Verdict::warning, "there is no application at " + application.path(),
                 "put the first one there by hand: a device without one accepts no image"};
     if (!isWhole(application)) {
-        return {check, Verdict::hinders, application.path() + " is broken: cut off, or changed since it was installed",
+        return {check, Verdict::error, application.path() + " is broken: cut off, or changed since it was installed",
                 isWhole(files.backup()) ? "put the backup back with \"vosctl image restore\""
                                         : "put an image there by hand: there is no whole backup"};
     }

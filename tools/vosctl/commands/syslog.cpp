@@ -69,6 +69,8 @@ void addSyslogCommands(CLI::App &app, Context &context) {
     saving->add_flag("--yes", arguments->yes, "Do not ask");
     addExample(saving, "vosctl syslog save log.txt");
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
+    /* Last, because a command takes over the examples that its group has. */
+    addExample(group, "vosctl syslog show");
 }
 
 }  // namespace vosctl

@@ -14,6 +14,7 @@
 
 #include "../base/failure.h"
 #include "../base/fd.h"
+#include "progress.h"
 
 namespace vosctl {
 
@@ -36,13 +37,15 @@ Failure tooLong(const std::string &path, const std::string &size, uint64_t limit
             "name a shorter file"};
 }
 
-/* Before a byte is read. */
-void requireSize(int fd, const std::string &path, uint64_t limit) {
+/* Before a byte is read. The size; 0 when the file has none, such as a pipe. */
+uint64_t requireSize(int fd, const std::string &path, uint64_t limit) {
     struct stat status {};
-    if (fstat(fd, &status) != 0) return;
+    if (fstat(fd, &status) != 0) return 0;
     if (S_ISDIR(status.st_mode)) throw Failure(path + " is a directory", "name a file");
+    if (!S_ISREG(status.st_mode)) return 0;
     const auto size = static_cast<uint64_t>(status.st_size);
-    if (S_ISREG(status.st_mode) && size > limit) throw tooLong(path, std::to_string(size), limit);
+    if (size > limit) throw tooLong(path, std::to_string(size), limit);
+    return size;
 }
 
 std::string dumpLine(std::size_t offset, std::string_view bytes) {
@@ -88,7 +91,7 @@ void readParts(const std::string &path, uint64_t limit, const std::function<void
     const Fd opened{path == "-" ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC)};
     if (path != "-" && !opened) throw Failure(path + " cannot be opened: " + strerror(errno), kNameAFile);
     const int fd = path == "-" ? STDIN_FILENO : opened.get();
-    requireSize(fd, path, limit);
+    Progress progress("reading " + path, requireSize(fd, path, limit));
     std::vector<char> part(std::min<uint64_t>(limit + 1, kPartBytes));
     for (uint64_t total = 0;;) {
         const ssize_t count = read(fd, part.data(), part.size());
@@ -98,6 +101,7 @@ void readParts(const std::string &path, uint64_t limit, const std::function<void
         total += static_cast<uint64_t>(count);
         if (total > limit) throw tooLong(path, "more than " + std::to_string(limit), limit);
         take({part.data(), static_cast<std::size_t>(count)});
+        progress.reached(total);
     }
 }
 

@@ -1,14 +1,15 @@
 /* SPDX-License-Identifier: MIT */
 /* The process-wide message buffers and the check of their alignment. */
+#include "../base/arrays.h"
 #include "../base/assertion.h"
 #include "message.h"
 #include "vosMsgChannel.h"
 
-alignas(ZEB_LONGBYTES) constinit uint8_t g_vosMsgBufferRecv[VOS_MSG_BUFFER_LEN] = {};
-alignas(ZEB_LONGBYTES) constinit uint8_t g_vosMsgBufferSend[VOS_MSG_BUFFER_LEN] = {};
-alignas(ZEB_LONGBYTES) constinit uint8_t g_vosMsgBufferRecv_thread[VOS_MSG_BUFFER_LEN] = {};
-alignas(ZEB_LONGBYTES) constinit uint8_t g_vosMsgBufferSend_thread[VOS_MSG_BUFFER_LEN] = {};
-alignas(ZEB_LONGBYTES) constinit uint8_t g_vosMsgBufferResp_thread[VOS_MSG_BUFFER_LEN] = {};
+alignas(vos::kArrayAlignment) constinit uint8_t g_vosMsgBufferRecv[VOS_MSG_BUFFER_LEN] = {};
+alignas(vos::kArrayAlignment) constinit uint8_t g_vosMsgBufferSend[VOS_MSG_BUFFER_LEN] = {};
+alignas(vos::kArrayAlignment) constinit uint8_t g_vosMsgBufferRecv_thread[VOS_MSG_BUFFER_LEN] = {};
+alignas(vos::kArrayAlignment) constinit uint8_t g_vosMsgBufferSend_thread[VOS_MSG_BUFFER_LEN] = {};
+alignas(vos::kArrayAlignment) constinit uint8_t g_vosMsgBufferResp_thread[VOS_MSG_BUFFER_LEN] = {};
 
 int32_t vosMsgCheck(void) {
     const vos::Caller me;

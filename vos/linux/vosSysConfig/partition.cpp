@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 
+#include "../base/arrays.h"
 #include "../base/block.h"
 #include "../base/file.h"
 #include "../base/journal.h"
@@ -18,7 +19,7 @@
 constinit const char *szFactoryData = "/app/factory";
 constinit const char *szSysData = "/flash/sysdata";
 alignas(64) constinit uint8_t flashConfig[1272] = {};
-alignas(8) constinit uint8_t flashData[856] = {};
+alignas(vos::kArrayAlignment) constinit uint8_t flashData[856] = {};
 
 namespace vos {
 
