@@ -198,6 +198,11 @@ def test_files_that_cannot_be_made_are_refused_before_anything_is_switched_on(vo
     assert taps() == []
 
 
+def test_what_is_no_regular_file_is_not_continued_in_another(vosctl):
+    assert "no regular file" in vosctl("capture", "-w", "/dev/null", "--max-size", "4K", "--files", "2").failed(2)
+    assert taps() == [] and stat.S_ISCHR(os.stat("/dev/null").st_mode)
+
+
 @pytest.mark.parametrize("arguments", [[], ["-w", ""], ["-w", "f", "--files", "2"], ["-w", "f", "--max-size", "1K"],
                                        ["-w", "f", "--max-size", "x"], ["-w", "f", "--max-size", ""], ["-w", "f", "-c", "0"],
                                        ["-w", "f", "--max-size", "10M", "--files", "0"]])

@@ -80,6 +80,7 @@ class CaptureFile {
         if (!fresh_.empty()) takePlace();
     }
     [[nodiscard]] uint64_t size() const { return size_; }
+    [[nodiscard]] bool isRegular() const { return regular_; }
 
   private:
     void takePlace() {
@@ -108,6 +109,9 @@ class Capture {
     Capture(Output &out, const Arguments &arguments) : out_(out), arguments_(arguments) {
         if (!toOutput()) {
             file_.emplace(arguments_.file);
+            if (!file_->isRegular() && arguments_.files != 0)
+                throw Misuse(arguments_.file + " is no regular file, so it cannot be continued in another one",
+                             "leave --files out");
         } else if (out_.terminal()) {
             throw Misuse("a capture is no text for a terminal", "name a file, or a pipe into another program");
         }
