@@ -1,4 +1,4 @@
-# Installation: headers, both libraries, and what pkg-config and find_package need to find them; vosctl's completions.
+# Installation: headers, both libraries, and what pkg-config and find_package need to find them; vosctl's completions, and the dissector.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vos vos_static EXPORT vosTargets)
@@ -22,6 +22,8 @@ if(VOS_BUILD_TOOLS)
   set(completion ${PROJECT_SOURCE_DIR}/tools/vosctl/completion)
   install(FILES ${completion}/vosctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vosctl)
   install(FILES ${completion}/vosctl.fish DESTINATION ${VOS_FISH_COMPLETIONS})
+  # Below /usr this is where Wireshark looks for plugins.
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/vos.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins)
   install(CODE "
     set(zsh \"${VOS_ZSH_COMPLETIONS}\")
     if(NOT zsh AND CMAKE_INSTALL_PREFIX MATCHES \"^/usr/?$\")

@@ -74,7 +74,9 @@ enum {
     VOS_MSG_SMD_DEBUG = 6,             /**< Control: set the applications' second debug word. */
     VOS_MSG_STDOUT_REDIRECT = 7,       /**< Control: redirect or restore standard output. */
     VOS_MSG_TYPE_SELF = 8,             /**< Application message, handed to the application. */
-    VOS_MSG_TYPE_MAC = 9               /**< Event: a MAC address. */
+    VOS_MSG_TYPE_MAC = 9,              /**< Event: a MAC address. */
+    VOS_MSG_TAP = 0x766F7301,          /**< Control: switch a tap on or off; see vosMsgTap.h. */
+    VOS_MSG_TAP_COPY = 0x766F7302      /**< A copy for a tap. It is no message: a receive loop rejects it. */
 };
 
 /** Which sockets vosMsgInit() opens; the values may be combined. */

@@ -31,6 +31,7 @@ kit=$root/usr/bin
 "$kit/vos-sandbox" --readable "$packages" "$kit/vos-faults" vosProcessInit -- "$packages/consumer" >/dev/null
 LD_LIBRARY_PATH=$library "$root/usr/bin/vosctl" --version | grep -x "vosctl $2" >/dev/null
 [ -f "$root/usr/share/man/man1/vosctl.1.gz" ]
+find "$root/usr/lib" -path '*/wireshark/plugins/vos.lua' | grep . >/dev/null
 find "$root/usr/share/man/man3" -name 'vosMsg.3.gz' | grep . >/dev/null
 for completion in bash-completion/completions/vosctl zsh/vendor-completions/_vosctl fish/vendor_completions.d/vosctl.fish; do
     [ -f "$root/usr/share/$completion" ]

@@ -11,9 +11,10 @@
 #define MGMTD        "mgmtd"        /* sessions of administrators: thread channels 1 to SESSIONS */
 #define MGMTD_ALARMS "mgmtd-alarms" /* its second channel: the alarms of the OLT */
 
-#define SESSIONS    2
-#define TEXT_LENGTH 1024 /* of a request and of its answer: a text, and NULs up to this length */
-#define TIMEOUT_MS  5000
+#define SESSIONS      2
+#define AUDIT_SESSION SESSIONS
+#define TEXT_LENGTH   1024 /* of a request and of its answer: a text, and NULs up to this length */
+#define TIMEOUT_MS    5000
 
 #define DOOR_PATH "/tmp/olt-door" /* the contact of the cabinet's door: bytes '1' open and '0' closed */
 

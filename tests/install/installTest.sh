@@ -24,7 +24,7 @@ has "$prefix" include/vos/vos.h include/vos/vos.hpp include/vos/vosTypes.h bin/v
     share/zsh/site-functions/_vosctl share/fish/vendor_completions.d/vosctl.fish share/man/man1/vosctl.1 share/man/man3/vosMsg.3
 [ "$(find "$prefix/include/vos" -name '*.h*' | wc -l)" = "$(find "$here/../../include" -name '*.h*' | wc -l)" ]
 library=$(dirname "$(find "$prefix" -name libvos.so)")
-[ -f "$library/libvos.a" ] && [ -e "$library/libvos.so.1" ]
+[ -f "$library/libvos.a" ] && [ -e "$library/libvos.so.1" ] && [ -f "$library/wireshark/plugins/vos.lua" ]
 
 expect_line() { # COMMAND...: runs a consumer and looks for its log line
     local output

@@ -16,6 +16,7 @@
 #include "base/words.h"
 #include "commands/commands.h"
 #include "commands/help.h"
+#include "commands/watching.h"
 #include "flash/deviceTree.h"
 
 namespace {
@@ -59,12 +60,13 @@ constexpr const char *kFlash = "What is saved on flash";
 constexpr const char *kImages = "Images and packages";
 constexpr const char *kMachine = "This machine and vosctl itself";
 constexpr Commands kCommands[] = {
-    {kProcesses, addPsCommands},    {kProcesses, addWaitCommand},   {kProcesses, addSendCommands},
-    {kProcesses, addListenCommand}, {kProcesses, addQueryCommands}, {kProcesses, addDebugCommands},
-    {kProcesses, addLogCommand},    {kFlash, addItemCommands},      {kFlash, addPartitionCommands},
-    {kFlash, addConfigCommands},    {kFlash, addSyslogCommands},    {kImages, addImageCommands},
-    {kImages, addPackageCommands},  {kImages, addCrcCommand},       {kMachine, addDoctorCommand},
-    {kMachine, addHelpCommand},     {kMachine, addCompleteCommand},
+    {kProcesses, addPsCommands},     {kProcesses, addWaitCommand},   {kProcesses, addWaitsCommand},
+    {kProcesses, addMonitorCommand}, {kProcesses, addTopCommand},    {kProcesses, addCaptureCommand},
+    {kProcesses, addSendCommands},   {kProcesses, addListenCommand}, {kProcesses, addQueryCommands},
+    {kProcesses, addDebugCommands},  {kProcesses, addLogCommand},    {kFlash, addItemCommands},
+    {kFlash, addPartitionCommands},  {kFlash, addConfigCommands},    {kFlash, addSyslogCommands},
+    {kImages, addImageCommands},     {kImages, addPackageCommands},  {kImages, addCrcCommand},
+    {kMachine, addDoctorCommand},    {kMachine, addHelpCommand},     {kMachine, addCompleteCommand},
 };
 
 void addCommands(CLI::App &app, Context &context) {

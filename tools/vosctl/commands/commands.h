@@ -67,6 +67,7 @@ void useHelp(CLI::App &app);
 void addHelpCommand(CLI::App &app, Context &context);
 void addPsCommands(CLI::App &app, Context &context);
 void addWaitCommand(CLI::App &app, Context &context);
+void addWaitsCommand(CLI::App &app, Context &context);
 void addSendCommands(CLI::App &app, Context &context);
 void addListenCommand(CLI::App &app, Context &context);
 void addQueryCommands(CLI::App &app, Context &context);

@@ -7,7 +7,6 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
-#include <string_view>
 
 #include "../base/failure.h"
 
@@ -74,18 +73,6 @@ bool isThreadOf(const SocketEntry &entry, const SocketEntry &process, const std:
     return true;
 }
 
-/* "clientp", "t" and "v", each with digits behind it. */
-bool isRequester(std::string_view file) {
-    for (const std::string_view begin : {"clientp", "t", "v"}) {
-        if (!file.starts_with(begin)) return false;
-        file.remove_prefix(begin.size());
-        const std::size_t digits = std::min(file.find_first_not_of("0123456789"), file.size());
-        if (digits == 0) return false;
-        file.remove_prefix(digits);
-    }
-    return file.empty();
-}
-
 void classify(SocketEntry &entry, const std::vector<SocketEntry> &all) {
     entry.name = entry.file;
     if (isRequester(entry.file)) {
@@ -108,6 +95,18 @@ void classify(SocketEntry &entry, const std::vector<SocketEntry> &all) {
 }
 
 }  // namespace
+
+/* "clientp", "t" and "v", each with digits behind it. */
+bool isRequester(std::string_view file) {
+    for (const std::string_view begin : {"clientp", "t", "v"}) {
+        if (!file.starts_with(begin)) return false;
+        file.remove_prefix(begin.size());
+        const std::size_t digits = std::min(file.find_first_not_of("0123456789"), file.size());
+        if (digits == 0) return false;
+        file.remove_prefix(digits);
+    }
+    return file.empty();
+}
 
 bool alive(const SocketEntry &entry) {
     return entry.reach == Reach::reachable || entry.reach == Reach::full || entry.reach == Reach::connected;

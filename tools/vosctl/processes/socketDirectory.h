@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kernelSockets.h"
@@ -32,6 +33,9 @@ struct SocketEntry {
 
 /* All sockets of the directory by the names of their files. Throws a Failure when it exists and cannot be read. */
 std::vector<SocketEntry> readSocketDirectory();
+
+/* Whether the name of a file is one that the library gives to the socket of a request. */
+bool isRequester(std::string_view file);
 
 /* Whether somebody receives behind it. */
 bool alive(const SocketEntry &entry);

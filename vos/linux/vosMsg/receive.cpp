@@ -75,7 +75,8 @@ struct Sender {
 };
 
 int32_t receiveInto(const Channel &channel, int32_t socket, Sender &sender) {
-    const int32_t received = vosMsgRecvStream(socket, channel.buffer, channel.bufferSize, sender.get(), &sender.length);
+    const int32_t received =
+        vos::receiveStream(vos::kReceiveLoop, socket, channel.buffer, channel.bufferSize, sender.get(), &sender.length);
     if (received >= 0 && channel.lastLength != nullptr) *channel.lastLength = static_cast<uint32_t>(received);
     return received;
 }
