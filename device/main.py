@@ -6,7 +6,9 @@
     scripts/device test               the whole test suite in the guest, with one and with two processors
     scripts/device demo               the demo device in the guest: the scenario of scripts/demo, and what only a device has
     scripts/device powercut           cuts the power at random moments while everything is being saved
+    scripts/device powercut --journal the same while everything is saved by way of the journal
     scripts/device replay             cuts every save after each word that it writes
+    scripts/device replay --journal   the same for saves by way of the journal, and for their recoveries
     scripts/device shell              opens the guest's console; "exit" switches it off
 """
 import argparse
@@ -18,6 +20,7 @@ import tempfile
 import demo
 import powercut
 import replay
+import replayJournal
 import suite
 from fetch import Unavailable
 from machine import Machine, erased_flash
@@ -73,9 +76,15 @@ def main():
     added = command("powercut", powercut.powercut)
     added.add_argument("--cycles", type=int, default=60, metavar="N", help="so many cuts (60)")
     added.add_argument("--seed", type=int, help="repeats the moments of an earlier campaign")
-    added = command("replay", replay.replay)
+    added.add_argument("--journal", action="store_true", help="everything is saved by way of the journal")
+    added = command("replay", lambda arguments: (replayJournal if arguments.journal else replay).replay(arguments))
     added.add_argument("--every", type=int, default=1, metavar="N", help="looks after one step in N only")
     added.add_argument("--store", action="append", metavar="NAME", help='only this one ("system", "system, split", ...)')
+    added.add_argument("--journal", action="store_true", help="saves by way of the journal; each recovery is cut, too")
+    added.add_argument("--size", type=int, default=1000, metavar="BYTES", help="of content, with --journal (1000)")
+    added.add_argument(
+        "--campaign", action="store_true", help="with --journal: keeps the results, and goes on where it was ended"
+    )
     arguments = parser.parse_args()
     try:
         return arguments.function(arguments)

@@ -18,10 +18,12 @@ from suite import BUILD, build
 PROGRAM = BUILD / "device/guest/powerCut"
 CONTENT = 20000  # bytes of a configuration, a syslog, a file of a package, an image
 LONGEST = 2.5  # seconds from the first save to the cut
+PATIENCE = 600  # seconds for a start and its cut, on a host that does something else, too
 
 
-def words(*command):
-    return shlex.join([str(PROGRAM), *map(str, command)])
+def words(journal, *command):
+    setting = ["env", "JOURNAL=/flash/journal"] if journal else []
+    return shlex.join([*setting, str(PROGRAM), *map(str, command)])
 
 
 def start_and_cut(machine, flash, job, commands, wait):
@@ -34,7 +36,7 @@ def start_and_cut(machine, flash, job, commands, wait):
         stdout=subprocess.PIPE,
         stderr=subprocess.STDOUT,
     )
-    late = threading.Timer(120, process.kill)
+    late = threading.Timer(PATIENCE, process.kill)
     late.start()
     output, cut = [], None
     for line in process.stdout:
@@ -45,7 +47,7 @@ def start_and_cut(machine, flash, job, commands, wait):
             cut.start()
     process.wait()
     if not late.is_alive():
-        raise Unavailable("the guest did not come to save within 120 s\n" + "\n".join(output[-20:]))
+        raise Unavailable(f"the guest did not come to save, and to its cut, within {PATIENCE} s\n" + "\n".join(output[-20:]))
     late.cancel()
     if cut is None or process.returncode != -signal.SIGKILL:
         raise Unavailable("the guest ended before its power was cut\n" + "\n".join(output[-20:]))
@@ -71,15 +73,15 @@ def powercut(arguments):
     seed = arguments.seed if arguments.seed is not None else random.randrange(1 << 32)
     print(f"seed {seed}: {arguments.cycles} power cuts", flush=True)
     chance = random.Random(seed)
-    outcomes, broken = collections.Counter(), 0
+    outcomes, broken, recovered = collections.Counter(), 0, 0
     with tempfile.TemporaryDirectory(prefix="vos-device-") as scratch:
         scratch = pathlib.Path(scratch)
         job = scratch / "job"
         job.mkdir()
         flash = erased_flash(scratch / "flash")
         for cycle in range(arguments.cycles + 1):
-            first = words("make" if cycle == 0 else "look", CONTENT, "/job/progress")
-            hammer = words("hammer", CONTENT, "/job/progress", chance.randrange(1 << 32))
+            first = words(arguments.journal, "make" if cycle == 0 else "look", CONTENT, "/job/progress")
+            hammer = words(arguments.journal, "hammer", CONTENT, "/job/progress", chance.randrange(1 << 32))
             wait = chance.uniform(0, LONGEST)
             if cycle < arguments.cycles:
                 output = start_and_cut(machine, flash, job, f"{first} || echo 'NOT SO: that failed'\n{hammer}", wait)
@@ -87,7 +89,10 @@ def powercut(arguments):
                 _, output = machine.run(first, flash=flash, job=job, show=None)
             if cycle > 0:
                 broken += tally(output, outcomes, cycle)
+                recovered += "recovered" in output
     for outcome, count in sorted(outcomes.items()):
         print(f"{count:5} {re.sub(r'^cut ', '', outcome)}")
+    if arguments.journal:
+        print(f"{recovered} of the cuts left something that was restored from the journal")
     print(f"{arguments.cycles} cuts; {broken} outcomes outside what is described")
     return 1 if broken else 0

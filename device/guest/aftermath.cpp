@@ -85,6 +85,19 @@ Aftermath::Aftermath(const Generations &before, const Generations &after) : afte
         seen_[i] = {.before = objects()[i].content(before), .after = objects()[i].content(after)};
 }
 
+void Aftermath::recover() {
+    const std::string log = printed([] {
+        vosInit("power-cut");
+        uint32_t size = 0, value = 0;
+        for (const Object &object : objects())
+            if (object.path != nullptr) vosFileSizeGet(object.path, &size);
+        vosSysConfigDataGet(BSP_OEM_NUMBER, &value, sizeof value);
+        vosSysConfigDataGet(BSP_FLASH_DATA_VERSION, &value, sizeof value);
+    });
+    expect(!says(log, "Initialize"), "start-up has erased a partition: %s", log.c_str());
+    if (says(log, "restored from the journal")) printf("recovered\n");
+}
+
 void Aftermath::look() {
     state_.clear();
     for (std::size_t i = 0; i < kObjects; ++i) {
@@ -99,8 +112,9 @@ void Aftermath::look() {
         state_ += device ? nameOf(seen.found) : (bytes.there ? '+' : '-') + bytes.bytes;
         const char letter = static_cast<char>(nameOf(seen.found)[0] - 'a' + 'A');
         if (seen.changed()) {
-            expect(object.allowed.find(letter) != std::string_view::npos, "%s is %s, which no cut may leave",
-                   object.name, nameOf(seen.found));
+            const std::string_view allowed = szVosJournalDir != nullptr ? object.withJournal : object.allowed;
+            expect(allowed.find(letter) != std::string_view::npos, "%s is %s, which no cut may leave", object.name,
+                   nameOf(seen.found));
         } else {
             expect(seen.found == Found::New, "%s was not being saved, and is %s", object.name, nameOf(seen.found));
         }

@@ -13,6 +13,9 @@ class Aftermath {
     /* The generations before the save that was cut, and those after it. Without a save they are the same. */
     Aftermath(const Generations &before, const Generations &after);
 
+    /* With the journal: starts up and reads everything, which completes what was interrupted. */
+    static void recover();
+
     /* Looks at every object. What no save touched must be whole, what was touched must be what a cut may leave. */
     void look();
 

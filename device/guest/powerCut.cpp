@@ -5,10 +5,12 @@
  *     powerCut hammer SIZE PROGRESS SEED    saves one store after the other, until the power is cut
  *     powerCut look SIZE PROGRESS           examines what the last cut has left; starts up, checks, repairs
  *
+ * With the environment variable JOURNAL every program saves by way of the journal in that directory.
  * PROGRESS is a file that is not on the flash, with a line "begin STORE" or "done STORE" at each step.
  */
 #include <fcntl.h>
 #include <unistd.h>
+#include <vos.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -90,6 +92,7 @@ int look(const char *path) {
     Generations after = progress.done;
     if (progress.begun != kStores) ++after[progress.begun];
     Aftermath aftermath{progress.done, after};
+    if (szVosJournalDir != nullptr) Aftermath::recover();
     aftermath.look();
     if (progress.begun == kStores)
         printf("cut between two saves\n");
@@ -110,6 +113,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "usage: powerCut make|hammer|look SIZE PROGRESS [SEED]\n");
         return 2;
     }
+    szVosJournalDir = getenv("JOURNAL");
     contentSize = strtoul(argv[2], nullptr, 10);
     if (strcmp(argv[1], "make") == 0) return make(argv[3]);
     if (strcmp(argv[1], "hammer") == 0 && argc > 4)

@@ -108,16 +108,16 @@ std::string bootLoader(const Generations &now) {
 }
 
 constexpr Object kObjects[] = {
-    {"configuration", "/flash/zebcfg", configuration, "ONTE"},
-    {"syslog", "/flash/syslog", syslog, "ONTE"},
-    {"system partition", "/flash/sysdata", system, "ONT"},
-    {"factory partition", "/app/factory", factory, "ONT"},
-    {"application", "/app/hostImage.bin", application, "ONTE"},
-    {"application's version", "/app/hostImage.bin.ver", version, "ONEL"},
-    {"backup", kBackup, backup, "ONTEL"},
-    {"backup's version", "/flash/hostImage.bin.last.ver", backupVersion, "ONEL"},
-    {"file of a package", "/app/oem/feature", feature, "ONTEL"},
-    {"boot loader", nullptr, bootLoader, "ONT"},
+    {"configuration", "/flash/zebcfg", configuration, "ONTE", "ON"},
+    {"syslog", "/flash/syslog", syslog, "ONTE", "ON"},
+    {"system partition", "/flash/sysdata", system, "ONT", "ON"},
+    {"factory partition", "/app/factory", factory, "ONT", "ON"},
+    {"application", "/app/hostImage.bin", application, "ONTE", "ONTE"},
+    {"application's version", "/app/hostImage.bin.ver", version, "ONEL", "ONL"},
+    {"backup", kBackup, backup, "ONTEL", "ONTEL"},
+    {"backup's version", "/flash/hostImage.bin.last.ver", backupVersion, "ONEL", "ONEL"},
+    {"file of a package", "/app/oem/feature", feature, "ONTEL", "ON"},
+    {"boot loader", nullptr, bootLoader, "ONT", "ONT"},
 };
 
 std::string entry(uint32_t kind, const std::string &name, const std::string &content) {

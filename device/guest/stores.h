@@ -22,7 +22,8 @@ struct Object {
     const char *name;
     const char *path; /* none: szBootLoaderFileName */
     std::string (*content)(const Generations &);
-    std::string_view allowed; /* first letters of what a cut may leave */
+    std::string_view allowed;     /* first letters of what a cut may leave */
+    std::string_view withJournal; /* the same with the journal, after the recovery */
 };
 
 /* How many bytes a configuration, a syslog, a file of a package, and the payload of an image have. */

@@ -62,6 +62,7 @@ int main(void) {
     int32_t reserved = 0;
     char text[TEXT_LENGTH];
     VOS_MSG_PEER peer;
+    szVosJournalDir = JOURNAL;
     vosInit(MGMTD);
     vosProcessInit(MGMTD);
     g_pAlarmLock = vosLockCreate();

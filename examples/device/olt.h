@@ -16,6 +16,9 @@
 #define TEXT_LENGTH   1024 /* of a request and of its answer: a text, and NULs up to this length */
 #define TIMEOUT_MS    5000
 
+/* Every program of the device has the same journal, the tool as well: vosctl --journal. */
+#define JOURNAL "/flash/journal"
+
 #define DOOR_PATH "/tmp/olt-door" /* the contact of the cabinet's door: bytes '1' open and '0' closed */
 
 /* ---- The state of the OLT (state.c) ---- */

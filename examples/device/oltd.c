@@ -15,6 +15,7 @@ static void terminate(int32_t iReserved) {
 
 static int32_t start(void) {
     int32_t reserved = 0;
+    szVosJournalDir = JOURNAL;
     vosInit(OLTD);
     vosProcessInit(OLTD);
     vosProcessRegTerminateProc(terminate);

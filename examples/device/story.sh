@@ -116,13 +116,14 @@ refused 'refused: it is for another device' olt upgrade /tmp/foreign.bin 2.0
 see '2.0 is installed' olt upgrade /tmp/new.bin 2.0
 cmp /tmp/new.bin /app/hostImage.bin || fail "that is not the new image"
 see 'the backup is version 1.0' olt backup
+see 'is the image that was installed last' vosctl --journal /flash/journal image status
 
 chapter "Service: an item is set, and a package brings a file"
-see '192.0.2.10' vosctl item set ip-address 192.0.2.10
-see '^192.0.2.10$' vosctl item get ip-address
+see '192.0.2.10' vosctl --journal /flash/journal item set ip-address 192.0.2.10
+see '^192.0.2.10$' vosctl --journal /flash/journal item get ip-address
 echo 'welcome to kista' >/tmp/welcome
 see '/app/oem/welcome' vosctl package make /tmp/welcome.pkg dir:/app/oem file:/app/oem/welcome=/tmp/welcome
-see 'installed +yes' vosctl package apply /tmp/welcome.pkg --yes
+see 'installed +yes' vosctl --journal /flash/journal package apply /tmp/welcome.pkg --yes
 see 'welcome to kista' cat /app/oem/welcome
 
 chapter "Break a partition: start-up sees it, and makes a new one"

@@ -14,12 +14,12 @@ namespace vostest {
 inline const char *const kJournal = "/flash/journal";
 
 /* The name of an entry by its description: FNV-1a of the absolute path. */
-inline std::string entryName(const std::string &path) {
+inline std::string entryName(const std::string &path, const char *suffix = ".save") {
     uint64_t hash = 0xCBF29CE484222325;
     for (const char c : path) hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001B3;
     char name[32];
-    snprintf(name, sizeof name, "%016lx.save", static_cast<unsigned long>(hash));
-    return std::string(kJournal) + "/" + name;
+    snprintf(name, sizeof name, "%016lx", static_cast<unsigned long>(hash));
+    return std::string(kJournal) + "/" + name + suffix;
 }
 
 struct EntryOf {
@@ -55,9 +55,12 @@ inline State stateOfFlash() {
             if (each.is_regular_file()) state[each.path()] = fileContent(each.path());
     return state;
 }
-inline void putState(const State &state) {
+inline void emptyFlash() {
     for (const char *const root : {"/flash", "/app"})
         for (const auto &each : std::filesystem::directory_iterator(root)) std::filesystem::remove_all(each.path());
+}
+inline void putState(const State &state) {
+    emptyFlash();
     std::filesystem::create_directory(kJournal);
     for (const auto &[path, content] : state) putFile(path, content);
 }

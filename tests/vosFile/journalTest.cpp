@@ -58,9 +58,19 @@ std::vector<std::string> linesOfSave(long expected) {
         .messages();
 }
 
+/* Also when all tests run in one sandbox, each one begins with nothing on flash. */
+class Journal : public testing::Test {
+  protected:
+    Journal() {
+        emptyFlash();
+        std::filesystem::remove("/tmp/victim");
+    }
+};
+class HostileEntry : public Journal {};
+
 }  // namespace
 
-TEST(Journal, IsOffByDefaultAndASaveThenMakesNoDirectory) {
+TEST_F(Journal, IsOffByDefaultAndASaveThenMakesNoDirectory) {
     run([] {
         EXPECT_EQ(szVosJournalDir, nullptr);
         EXPECT_EQ(saveFile(kPath), VOS_OK);
@@ -68,7 +78,7 @@ TEST(Journal, IsOffByDefaultAndASaveThenMakesNoDirectory) {
     EXPECT_FALSE(present(kJournal));
 }
 
-TEST(Journal, ItsDirectoryIsMadeForItsOwnerAloneAndSoAreItsEntries) {
+TEST_F(Journal, ItsDirectoryIsMadeForItsOwnerAloneAndSoAreItsEntries) {
     run([] {
         szVosJournalDir = kJournal;
         umask(0);
@@ -80,7 +90,7 @@ TEST(Journal, ItsDirectoryIsMadeForItsOwnerAloneAndSoAreItsEntries) {
     EXPECT_EQ(fileContent(entryName(kPath)), entryBytes({kPath, kNewContent}));
 }
 
-TEST(Journal, AnInterruptedSaveIsCompletedByTheNextReaderWithOneLine) {
+TEST_F(Journal, AnInterruptedSaveIsCompletedByTheNextReaderWithOneLine) {
     tearFile();
     EXPECT_THAT(linesOfRead(kNewContent), ElementsAre(kRestored));
     EXPECT_EQ(fileContent(kPath), kNewContent);
@@ -88,13 +98,13 @@ TEST(Journal, AnInterruptedSaveIsCompletedByTheNextReaderWithOneLine) {
     EXPECT_THAT(linesOfRead(kNewContent), IsEmpty());
 }
 
-TEST(Journal, ASaveThatFindsAnEntryCompletesItFirst) {
+TEST_F(Journal, ASaveThatFindsAnEntryCompletesItFirst) {
     tearFile();
     EXPECT_THAT(linesOfSave(VOS_OK), ElementsAre("vosFileWrite_m:file /flash/data restored from the journal."));
     EXPECT_THAT(journalFiles(), IsEmpty());
 }
 
-TEST(Journal, ASizeACopyAndAConfigurationAreThoseOfTheCompletedFile) {
+TEST_F(Journal, ASizeACopyAndAConfigurationAreThoseOfTheCompletedFile) {
     tearFile();
     run([] {
         szVosJournalDir = kJournal;
@@ -121,7 +131,7 @@ TEST(Journal, ASizeACopyAndAConfigurationAreThoseOfTheCompletedFile) {
     });
 }
 
-TEST(Journal, TwoProcessesThatFindAnEntryAtOnceCompleteItOnce) {
+TEST_F(Journal, TwoProcessesThatFindAnEntryAtOnceCompleteItOnce) {
     tearFile();
     const int fd = open(kPath, O_RDWR | O_CLOEXEC);
     ASSERT_EQ(flock(fd, LOCK_EX), 0);
@@ -142,7 +152,7 @@ TEST(Journal, TwoProcessesThatFindAnEntryAtOnceCompleteItOnce) {
     EXPECT_EQ(first.size() + second.size(), 1u);
 }
 
-TEST(Journal, AnotherWholeContentIsALaterSaveAndStays) {
+TEST_F(Journal, AnotherWholeContentIsALaterSaveAndStays) {
     for (const std::string &later : {std::string("other"), kNewContent + "and more", kOldContent}) {
         tearFile();
         putFile(kPath, later);
@@ -151,7 +161,7 @@ TEST(Journal, AnotherWholeContentIsALaterSaveAndStays) {
     }
 }
 
-TEST(Journal, TheBeginningOfTheContentAndZerosInItsPlaceCountAsInterrupted) {
+TEST_F(Journal, TheBeginningOfTheContentAndZerosInItsPlaceCountAsInterrupted) {
     std::string holes = kNewContent.substr(0, 4500);
     std::fill(holes.begin() + 1000, holes.begin() + 3000, '\0');
     for (const std::string &torn : {kNewContent.substr(0, 4096), kNewContent, holes, std::string(5000, '\0')}) {
@@ -162,7 +172,7 @@ TEST(Journal, TheBeginningOfTheContentAndZerosInItsPlaceCountAsInterrupted) {
     }
 }
 
-TEST(Journal, AnUntouchedOrTornPartitionIsCompletedAndAValidOtherOneStays) {
+TEST_F(Journal, AnUntouchedOrTornPartitionIsCompletedAndAValidOtherOneStays) {
     const auto read = [](const std::string &expected) {
         return run([&] {
                    szVosJournalDir = kJournal;
@@ -190,7 +200,7 @@ TEST(Journal, AnUntouchedOrTornPartitionIsCompletedAndAValidOtherOneStays) {
                                        "another one."));
 }
 
-TEST(Journal, StartUpCompletesAPartitionAndNeverErasesOneThatCannotBeCompleted) {
+TEST_F(Journal, StartUpCompletesAPartitionAndNeverErasesOneThatCannotBeCompleted) {
     putErased();
     putItems(kSystem);
     tear([] { setWord(BSP_BANDRATE, 2); });
@@ -213,7 +223,7 @@ TEST(Journal, StartUpCompletesAPartitionAndNeverErasesOneThatCannotBeCompleted) 
     EXPECT_THAT(outcome.messages(), ElementsAre("readFlashAppData:file /flash/sysdata restored from the journal."));
 }
 
-TEST(Journal, AFileThatCannotBeCompletedIsNotReadAndKeepsItsEntry) {
+TEST_F(Journal, AFileThatCannotBeCompletedIsNotReadAndKeepsItsEntry) {
     for (const char *const call : {"open", "flock", "lstat", "malloc", "fstat", "pread", "pwrite", "fsync", "syncfs"}) {
         std::filesystem::remove_all(kJournal);
         tearFile();
@@ -230,7 +240,7 @@ TEST(Journal, AFileThatCannotBeCompletedIsNotReadAndKeepsItsEntry) {
     }
 }
 
-TEST(Journal, ASaveIsRefusedWithOneLineWhenItsEntryCannotBeWritten) {
+TEST_F(Journal, ASaveIsRefusedWithOneLineWhenItsEntryCannotBeWritten) {
     putFile(kPath, kOldContent);
     putFile(kJournal, "no directory");
     EXPECT_THAT(linesOfSave(VOS_ERROR), ElementsAre(kRefused + errnoText(ENOTDIR) + ", the file is not saved."));
@@ -244,7 +254,7 @@ TEST(Journal, ASaveIsRefusedWithOneLineWhenItsEntryCannotBeWritten) {
     EXPECT_EQ(fileContent(kPath), kOldContent);
 }
 
-TEST(Journal, WithFewPagesFreeTheOldContentStaysUntilTheSaveIsWhole) {
+TEST_F(Journal, WithFewPagesFreeTheOldContentStaysUntilTheSaveIsWhole) {
     run([] {
         ASSERT_EQ(mount("none", "/flash", "tmpfs", 0, "size=64k"), 0) << strerror(errno);
         szVosJournalDir = kJournal;
@@ -267,7 +277,7 @@ TEST(Journal, WithFewPagesFreeTheOldContentStaysUntilTheSaveIsWhole) {
     }).excuse();
 }
 
-TEST(Journal, ADeletedFileIsNotCompleted) {
+TEST_F(Journal, ADeletedFileIsNotCompleted) {
     for (const auto &remove :
          {std::function<void()>([] { vosFileDelete(kPath); }), std::function<void()>([] { vosDirDelete(kPath); })}) {
         tearFile();
@@ -280,13 +290,13 @@ TEST(Journal, ADeletedFileIsNotCompleted) {
     }
 }
 
-TEST(Journal, TheEntryOfAFileThatDoesNotExistIsRemovedByItsReader) {
+TEST_F(Journal, TheEntryOfAFileThatDoesNotExistIsRemovedByItsReader) {
     putEntry(entryName(kPath), entryBytes({kPath, kNewContent}));
     EXPECT_THAT(linesOfRead(kMissing), IsEmpty());
     EXPECT_THAT(journalFiles(), IsEmpty());
 }
 
-TEST(Journal, ARelativePathIsThatOfItsWorkingDirectory) {
+TEST_F(Journal, ARelativePathIsThatOfItsWorkingDirectory) {
     run([] {
         szVosJournalDir = kJournal;
         ASSERT_EQ(chdir("/flash"), 0);
@@ -297,7 +307,7 @@ TEST(Journal, ARelativePathIsThatOfItsWorkingDirectory) {
     EXPECT_THAT(linesOfRead(kNewContent), ElementsAre(kRestored));
 }
 
-TEST(Journal, DevicesAndFilesOfTheKernelAreWrittenWithoutIt) {
+TEST_F(Journal, DevicesAndFilesOfTheKernelAreWrittenWithoutIt) {
     run([] {
         szVosJournalDir = kJournal;
         szVosCfgFileName = "/dev/null";
@@ -307,7 +317,7 @@ TEST(Journal, DevicesAndFilesOfTheKernelAreWrittenWithoutIt) {
     EXPECT_THAT(journalFiles(), IsEmpty());
 }
 
-TEST(HostileEntry, AnyChangedByteMakesItInvalid) {
+TEST_F(HostileEntry, AnyChangedByteMakesItInvalid) {
     const std::string sound = entryBytes({kPath, "content"});
     for (std::size_t at = 0; at < sound.size(); ++at) {
         std::string bytes = sound;
@@ -319,7 +329,7 @@ TEST(HostileEntry, AnyChangedByteMakesItInvalid) {
     }
 }
 
-TEST(HostileEntry, LengthsThatLieForeignTargetsAndOtherKindsAreInvalid) {
+TEST_F(HostileEntry, LengthsThatLieForeignTargetsAndOtherKindsAreInvalid) {
     const std::string sound = entryBytes({kPath, "content"});
     std::vector<std::string> entries{"",
                                      "x",
@@ -343,7 +353,7 @@ TEST(HostileEntry, LengthsThatLieForeignTargetsAndOtherKindsAreInvalid) {
     EXPECT_EQ(fileContent("/etc/passwd"), passwords);
 }
 
-TEST(HostileEntry, LinksAndFifosAreRemovedAndNotFollowed) {
+TEST_F(HostileEntry, LinksAndFifosAreRemovedAndNotFollowed) {
     putFile("/tmp/victim", entryBytes({kPath, "content"}));
     const auto expectRemoved = [] {
         EXPECT_THAT(linesOfRead(""), ElementsAre(kNotValid));
@@ -360,7 +370,7 @@ TEST(HostileEntry, LinksAndFifosAreRemovedAndNotFollowed) {
     EXPECT_EQ(fileContent("/tmp/victim"), entryBytes({kPath, "content"}));
 }
 
-TEST(HostileEntry, ADirectoryInItsPlaceStopsNoReaderAndRefusesSaves) {
+TEST_F(HostileEntry, ADirectoryInItsPlaceStopsNoReaderAndRefusesSaves) {
     putFile(kPath, kOldContent);
     std::filesystem::create_directories(entryName(kPath) + "/child");
     EXPECT_THAT(linesOfRead(kOldContent), ElementsAre(kNotValid));
@@ -373,7 +383,7 @@ TEST(HostileEntry, ADirectoryInItsPlaceStopsNoReaderAndRefusesSaves) {
     });
 }
 
-TEST(HostileEntry, SomethingUnderTheTemporaryNameIsReplaced) {
+TEST_F(HostileEntry, SomethingUnderTheTemporaryNameIsReplaced) {
     putFile("/tmp/victim", "victim");
     std::filesystem::create_directory(kJournal);
     std::string temporary = entryName(kPath);
@@ -390,7 +400,7 @@ TEST(HostileEntry, SomethingUnderTheTemporaryNameIsReplaced) {
     EXPECT_EQ(fileContent("/tmp/victim"), "victim");
 }
 
-TEST(HostileEntry, OtherNamesInTheDirectoryAreIgnored) {
+TEST_F(HostileEntry, OtherNamesInTheDirectoryAreIgnored) {
     tearFile();
     const State foreign{{std::string(kJournal) + "/x", "any"},
                         {std::string(kJournal) + "/" + std::string(255, 'n'), "any"},

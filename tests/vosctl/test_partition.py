@@ -2,6 +2,7 @@
 """vosctl partition."""
 import os
 import pathlib
+import subprocess
 
 import pytest
 from stores import flipped, on_terminal, write
@@ -74,6 +75,24 @@ def test_init_of_all_erases_nothing_unless_every_answer_is_yes(vosctl, binary, f
 
 def test_init_where_there_is_no_directory(vosctl, tmp_path):
     assert "could not be made" in vosctl("--root", tmp_path, "partition", "init", "system").failed()
+
+
+def test_a_file_that_its_user_may_not_read_is_not_replaced_and_the_line_says_why(binary, vosctl, fresh, tmp_path):
+    copy = tmp_path / "copy"
+    vosctl("partition", "save", copy, "system").ok()
+    before = SYSTEM.read_bytes()
+    SYSTEM.chmod(0)
+    # Without the rights of root, who is allowed everything.
+    plain = ["setpriv", "--bounding-set=-all", "--inh-caps=-all", "--", binary, "partition"]
+    try:
+        for command in (["init", "system", "--yes"], ["restore", str(copy), "--yes"]):
+            done = subprocess.run([*plain, *command], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+            assert done.returncode == 1
+            assert ("the system partition /flash/sysdata could not be made: its file has mode 0000 and this user may not read and"
+                    " write it: Permission denied, and it is as it was; run it as a user who may") in done.stderr
+    finally:
+        SYSTEM.chmod(0o644)
+    assert SYSTEM.read_bytes() == before and os.listdir("/flash") == ["sysdata"]
 
 
 def test_show_prints_every_byte(vosctl, fresh):

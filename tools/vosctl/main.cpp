@@ -2,6 +2,7 @@
 /* vosctl: shows and changes the state of running processes and the data on flash. */
 #include <fcntl.h>
 #include <unistd.h>
+#include <vosFile.h>
 #include <vosProcess.h>
 
 #include <cerrno>
@@ -34,6 +35,15 @@ void addVersion(CLI::App &app) {
         "Print the version of vosctl");
 }
 
+/* The library takes an absolute path of at most 255 characters. */
+std::string journalMistake(const std::string &directory) {
+    constexpr std::size_t kLongest = 255;
+    if (directory.empty()) return "DIR must not be empty";
+    return directory.front() == '/' && directory.size() <= kLongest
+               ? ""
+               : "the journal's DIR must be an absolute path of at most 255 characters";
+}
+
 void addGlobals(CLI::App &app, Context &context) {
     app.add_flag("--json{indented}", context.jsonForm, "Print results as one JSON document; short: on one line")
         ->check(CLI::IsMember({"indented", "short"}))
@@ -41,6 +51,10 @@ void addGlobals(CLI::App &app, Context &context) {
     app.add_option("--root", context.root, "Work on the device tree below this directory instead of /")
         ->type_name("DIR")
         ->check(notEmpty("DIR"));
+    app.add_option("--journal", context.journal, "Save by way of the journal in this directory")
+        ->type_name("DIR")
+        ->check(CLI::Validator(journalMistake, ""))
+        ->excludes("--root");
     app.add_option("--color", context.color, "Colours: auto (on a terminal), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->type_name("WHEN");
@@ -129,6 +143,7 @@ int run(const Context &context, bool pipesWereIgnored) {
     try {
         out = openOutput(context);
         useDeviceTree(context.root);
+        if (!context.journal.empty()) szVosJournalDir = context.journal.c_str();
         leaveNoRequesterBehind();
         memcpy(szVosProcName, "vosctl", sizeof "vosctl"); /* the name in the library's log lines */
         const int status = context.action(*out);

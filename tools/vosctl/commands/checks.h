@@ -29,6 +29,7 @@ Finding checkQueueLength();
 Finding checkNetlink();
 Finding checkFlash();
 Finding checkApp();
+Finding checkJournal();
 Finding checkSystemPartition();
 Finding checkFactoryPartition();
 Finding checkFactoryCopy();

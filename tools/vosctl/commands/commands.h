@@ -26,7 +26,8 @@ struct Context {
     bool verbose = false;
     std::string color = "auto";
     std::string root;
-    Action action; /* of the command that was named */
+    std::string journal; /* empty: the library's own */
+    Action action;       /* of the command that was named */
 
     [[nodiscard]] bool json() const { return !jsonForm.empty(); }
 };

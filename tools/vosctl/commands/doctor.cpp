@@ -28,6 +28,7 @@ constexpr Check kChecks[] = {
     {checkNetlink, Matters::onDevice},
     {checkFlash, Matters::onDevice, true},
     {checkApp, Matters::onDevice, true},
+    {checkJournal}, /* before the checks that complete what it holds */
     {checkSystemPartition},
     {checkFactoryPartition},
     {checkFactoryCopy},

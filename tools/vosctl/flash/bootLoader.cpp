@@ -15,6 +15,7 @@
 #include "../base/fd.h"
 #include "../base/interrupts.h"
 #include "../terminal/report.h"
+#include "imageFile.h"
 #include "store.h"
 
 namespace vosctl {
@@ -86,10 +87,24 @@ void writeBootLoader(const std::string &image, const std::string &file) {
     if (done && holds(device, image)) return;
     const std::string why = !done && error != 0 ? strerror(error) : "it does not hold what was written";
     const bool back = putBack(device, *before);
+    if (back) removeImageRecord(szBootLoaderFileName);
     throw Failure(file + " could not be written whole to " + szBootLoaderFileName + ": " + why +
                       (back ? ", and the earlier boot loader is still there" : ", which may hold a part of it"),
                   back ? "see with --verbose why, and install it again"
                        : "see with --verbose why, and install it again before the device restarts");
+}
+
+bool holdsBootLoader(const ImageMark &image) {
+    const Fd device{open(szBootLoaderFileName, O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
+    struct stat status {};
+    if (!device || fstat(device.get(), &status) != 0 || (!S_ISBLK(status.st_mode) && !S_ISREG(status.st_mode)))
+        return false;
+    const off_t size = lseek(device.get(), 0, SEEK_END);
+    if (size < 0 || image.length > static_cast<uint64_t>(size) || image.length < kImageHeaderBytes) return false;
+    const auto bytes = firstBytes(device, image.length);
+    if (!bytes || !bytes->ends_with(image.header)) return false;
+    const auto payload = std::string_view(*bytes).substr(0, bytes->size() - kImageHeaderBytes);
+    return crc32Of(payload) == networkWord(image.header, kImageHeaderBytes - sizeof(uint32_t));
 }
 
 }  // namespace vosctl

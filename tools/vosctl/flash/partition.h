@@ -80,6 +80,7 @@ class PartitionChange {
     [[nodiscard]] bool putBack() const;
 
   private:
+    [[nodiscard]] std::string rewrite(const std::string &bytes) const;
     [[nodiscard]] std::string store(const std::string &bytes) const;
 
     const Partition &partition_;

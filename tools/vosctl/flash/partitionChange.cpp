@@ -8,12 +8,14 @@
 #include <vosSysConfig.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
 #include "../base/failure.h"
 #include "../base/interrupts.h"
 #include "deviceFile.h"
+#include "journal.h"
 #include "outputFile.h"
 #include "partition.h"
 #include "store.h"
@@ -97,6 +99,21 @@ std::string makeAt(const Partition &partition, const std::string &path) {
                   "see that its directory exists, can be written and has room");
 }
 
+/* A new file gets the mode of the old one. With a mode that keeps this user out, the library could not open the new one
+ * either, and nobody would see why. */
+void requireAccess(const Partition &partition) {
+    const char *const path = *partition.path;
+    struct stat status {};
+    if (stat(path, &status) != 0 || faccessat(AT_FDCWD, path, R_OK | W_OK, AT_EACCESS) == 0) return;
+    const std::string why = strerror(errno);
+    char mode[8];
+    snprintf(mode, sizeof mode, "%04o", status.st_mode & 07777);
+    throw Failure(std::string("the ") + partition.name + " partition " + path +
+                      " could not be made: its file has mode " + mode +
+                      " and this user may not read and write it: " + why + ", and it is as it was",
+                  "run it as a user who may, such as root, or change the mode");
+}
+
 }  // namespace
 
 PartitionChange::PartitionChange(const Partition &partition)
@@ -120,7 +137,17 @@ std::string PartitionChange::write(const std::vector<BodyChange> &changes) const
     return store(bytes);
 }
 
+/* By way of the journal, as the library does it. When the partition could not be written, the entry stays until the old
+ * bytes are back. */
 std::string PartitionChange::store(const std::string &bytes) const {
+    const std::string now = readWholePartition(file_, bytes.size());
+    if (const std::string mistake = placeEntry(*partition_.path, bytes, now); !mistake.empty()) return mistake;
+    const std::string mistake = rewrite(bytes);
+    if (mistake.empty()) removeEntry(*partition_.path);
+    return mistake;
+}
+
+std::string PartitionChange::rewrite(const std::string &bytes) const {
     errno = 0;
     const ssize_t count = pwrite(file_.get(), bytes.data(), bytes.size(), 0);
     if (count < 0) return strerror(errno);
@@ -131,12 +158,16 @@ std::string PartitionChange::store(const std::string &bytes) const {
 }
 
 bool PartitionChange::putBack() const {
-    if (readWholePartition(file_, before_.size()) == before_) return true;
+    if (readWholePartition(file_, before_.size()) == before_) {
+        removeEntry(*partition_.path);
+        return true;
+    }
     static_cast<void>(store(before_));
     return readWholePartition(file_, before_.size()) == before_;
 }
 
 void makeFresh(const Partition &partition) {
+    requireAccess(partition);
     std::string mistake;
     const HeldSignals held{std::string("the ") + partition.name + " partition was being made"};
     try {
@@ -152,6 +183,7 @@ void makeFresh(const Partition &partition) {
 }
 
 void replacePartition(const Partition &partition, std::string_view bytes) {
+    requireAccess(partition);
     const HeldSignals held{std::string("the ") + partition.name + " partition was being put back"};
     try {
         requireRegularFile(*partition.path);

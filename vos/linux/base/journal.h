@@ -29,6 +29,9 @@ struct Target {
     [[nodiscard]] Kind kind() const { return partition == 0 ? Kind::File : Kind::Partition; }
 };
 
+/* Opens the directory of the journal. It is made if it does not exist, and flushed then. */
+UniqueFd openDirectory(const char *path);
+
 enum class Settled {
     Nothing, /* there was no entry */
     Changed, /* the target was completed, or the entry was removed */
@@ -82,7 +85,7 @@ class Save {
 
   private:
     bool refuse();
-    bool openDirectory();
+    bool openJournal();
     bool createEntry(UniqueFd &file);
     bool writeEntry(const UniqueFd &file, std::optional<uint32_t> previous);
     bool place(std::optional<uint32_t> previous);

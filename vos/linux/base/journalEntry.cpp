@@ -39,7 +39,7 @@ Names::Names(const char *directory, const char *path) {
         path_.append(known_ ? working.data() : "").append("/");
     }
     path_.append(path);
-    std::array<char, 16> digits;
+    std::array<char, kStem> digits;
     uint64_t value = hash(path_.view());
     for (auto digit = digits.rbegin(); digit != digits.rend(); ++digit, value >>= 4)
         *digit = "0123456789abcdef"[value & 0xF];

@@ -24,6 +24,8 @@ inline constexpr std::size_t kHeaderSize = 32;
 /* The names of an entry, and the paths from which they are made. */
 class Names {
   public:
+    static constexpr std::size_t kStem = 16; /* characters of entry() before its suffix */
+
     /* The target's path is made absolute, so that two working directories do not share an entry. */
     Names(const char *directory, const char *path);
 

@@ -44,6 +44,17 @@ iovec piece(Bytes bytes) { return {const_cast<uint8_t *>(bytes.data()), bytes.si
 
 }  // namespace
 
+UniqueFd openDirectory(const char *path) {
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY;
+    UniqueFd directory = openFile(path, kFlags);
+    if (directory || errno != ENOENT) return directory;
+    if (mkdir(path, kDirectoryMode) != 0 && errno != EEXIST) return {};
+    directory = openFile(path, kFlags);
+    /* An entry on flash is worth nothing while its directory is not. */
+    if (directory && syncfs(directory.get()) != 0) return {};
+    return directory;
+}
+
 Save::Save(const Target &target, Bytes content)
     : target_(target), content_(content), names_(target.directory, target.path) {}
 
@@ -53,19 +64,14 @@ bool Save::refuse() {
     return false;
 }
 
-bool Save::openDirectory() {
+bool Save::openJournal() {
     if (directory_) return true;
     if (!names_.fit()) {
         errno = ENAMETOOLONG;
         return false;
     }
-    constexpr int kFlags = O_RDONLY | O_DIRECTORY;
-    directory_ = openFile(target_.directory, kFlags);
-    if (directory_ || errno != ENOENT) return static_cast<bool>(directory_);
-    if (mkdir(target_.directory, kDirectoryMode) != 0 && errno != EEXIST) return false;
-    directory_ = openFile(target_.directory, kFlags);
-    /* An entry on flash is worth nothing while its directory is not. */
-    return directory_ && syncfs(directory_.get()) == 0;
+    directory_ = openDirectory(target_.directory);
+    return static_cast<bool>(directory_);
 }
 
 /* A file that an earlier save has left under the temporary name is removed first. */
@@ -92,7 +98,7 @@ bool Save::writeEntry(const UniqueFd &file, std::optional<uint32_t> previous) {
 
 /* A temporary file that could not be written is removed, because the flash may be full of it. */
 bool Save::place(std::optional<uint32_t> previous) {
-    if (!openDirectory()) return refuse();
+    if (!openJournal()) return refuse();
     UniqueFd file;
     if (!createEntry(file)) return refuse();
     const bool written = writeEntry(file, previous);
@@ -116,7 +122,7 @@ bool Save::placed() {
 
 /* When two processes create the same target, the second one waits here and then finds the target. */
 UniqueFd Save::create(mode_t mode) {
-    if (!openDirectory() || flock(directory_.get(), LOCK_EX) != 0) {
+    if (!openJournal() || flock(directory_.get(), LOCK_EX) != 0) {
         refuse();
         return {};
     }

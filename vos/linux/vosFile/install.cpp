@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "../base/file.h"
+#include "../base/journalImage.h"
 #include "../base/log.h"
 #include "../base/text.h"
 #include "image.h"
@@ -44,6 +45,17 @@ void backUp(vos::Caller me) {
         vos::error(me, "%s:failed to backup application version.");
     else
         vosFileDelete(version->get());
+}
+
+/* With the journal: records what is going to be installed, before anything is changed. The image has its header at its
+ * start or at its end. */
+void record(vos::Caller me, const char *path, Bytes image, Bytes header,
+            std::optional<vos::journal::ImageMark> (*old)(const char *path)) {
+    const vos::journal::Target target{me, szVosJournalDir, path};
+    if (!target.on()) return;
+    vos::journal::ImageMark mark{static_cast<uint32_t>(image.size()), {}};
+    std::ranges::copy(header, mark.header.data());
+    vos::journal::recordImage(target, mark, old != nullptr ? old(path) : std::nullopt);
 }
 
 /* Where an image is written. The boot loader's device has a fixed size, so it is neither created nor truncated; it is
@@ -89,8 +101,10 @@ int32_t vosFileAppWrite(const uint8_t *pBuf, uint32_t ulBufLen) {
     if (vos::isPackage({pBuf, ulBufLen})) return vos::vosFileImageFileOp({pBuf, ulBufLen});
     const int32_t checked = vosFileImageCheck(vos::kApplicationImage, pBuf, ulBufLen);
     if (checked != VOS_OK) return checked;
+    const Bytes image{pBuf, ulBufLen};
+    record(me, szAppFileName, image, image.first(vos::kImageHeader), vos::journal::imageAt);
     backUp(me);
-    return install(me, kApplication, {pBuf, ulBufLen});
+    return install(me, kApplication, image);
 }
 
 int32_t vosFileAppVerUpdate(const char *pVersion) {
@@ -117,5 +131,7 @@ int32_t vosFileBootWrite(const uint8_t *pBuf, uint32_t ulBufLen) {
     if (pBuf == nullptr) return vos::failed(me, VOS_ERR_PARAM, "%s:parameter error.");
     const int32_t checked = vosFileImageCheck(vos::kBootImage, pBuf, ulBufLen);
     if (checked != VOS_OK) return checked;
-    return install(me, kBootLoader, {pBuf, ulBufLen});
+    const Bytes image{pBuf, ulBufLen};
+    record(me, szBootLoaderFileName, image, image.last(vos::kImageHeader), nullptr);
+    return install(me, kBootLoader, image);
 }
