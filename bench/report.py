@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Makes docs/benchmarks of what was measured: a table in Markdown and drawings.
+"""Makes docs/benchmarks from the measurements: a table in Markdown and drawings.
 
     report.py DIRECTORY         from DIRECTORY/figures.json
-    report.py DIRECTORY RAW     takes figures.json from the samples RAW/messages.json and RAW/inprocess.json first
+    report.py DIRECTORY RAW     first makes figures.json from the samples RAW/messages.json and RAW/inprocess.json
 
-figures.json holds what the page shows, a line for each row of its tables. The samples are not kept in the repository.
+figures.json has the figures of the page, one line for each row of its tables. The samples are not kept in the repository.
 """
 import json
 import pathlib
@@ -165,7 +165,7 @@ def inprocess_section(rows, directory):
 
 
 def rounded(value):
-    """Eight digits: every figure of the page comes out as from the sample itself."""
+    """Eight digits, so that every figure of the page is the same as from the sample itself."""
     if isinstance(value, dict):
         return {key: rounded(each) for key, each in value.items()}
     if isinstance(value, list):
@@ -174,7 +174,7 @@ def rounded(value):
 
 
 def taken(raw):
-    """What the page shows, of the samples."""
+    """The figures of the page, computed from the samples."""
     messages = json.loads((raw / "messages.json").read_text(encoding="utf-8"))
     inprocess = json.loads((raw / "inprocess.json").read_text(encoding="utf-8"))["benchmarks"]
     for suite in ("floor", "posts"):

@@ -1,4 +1,4 @@
-# Cross build for the device with Debian's compiler; programs run under qemu-user.
+# Cross build for the device with Debian's compiler. Programs run under qemu-user.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)

@@ -1,16 +1,18 @@
 # Compiler and linker flags of everything we build.
 add_library(vos_flags INTERFACE)
+add_library(vos_warnings INTERFACE)
+target_link_libraries(vos_flags INTERFACE vos_warnings)
 
-target_compile_options(vos_flags INTERFACE
+target_compile_options(vos_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wformat=2
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 if(VOS_WERROR)
-  target_compile_options(vos_flags INTERFACE -Werror)
+  target_compile_options(vos_warnings INTERFACE -Werror)
 endif()
 
-# Whatever may be delivered is hardened: every build type but Debug, also the one that Debian's packages are built with,
-# "None". Tests are not, and a sanitizer's build does its own checks.
+# Every build that may be delivered is hardened: every build type except Debug, also "None", with which Debian's
+# packages are built. Tests are not hardened, and neither are builds with a sanitizer, which makes its own checks.
 add_library(vos_hardening INTERFACE)
 set(hardened $<NOT:$<CONFIG:Debug>>)
 if(NOT VOS_SANITIZE)

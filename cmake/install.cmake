@@ -1,8 +1,8 @@
-# Installation: headers, both libraries, and what pkg-config and find_package need to find them; vosctl's completions.
+# Installation: headers, both libraries, and what pkg-config and find_package need to find them; vosctl's completions, and the dissector.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vos vos_static EXPORT vosTargets)
-install(FILES ${vos_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vos)
+install(FILES ${vos_headers} ${vos_cpp_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vos)
 
 # The prefix is computed from the path of vos.pc, so that an installation can be moved.
 file(RELATIVE_PATH pc_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
@@ -16,12 +16,14 @@ write_basic_package_version_file(vosConfigVersion.cmake COMPATIBILITY SameMajorV
 install(FILES ${PROJECT_BINARY_DIR}/vosConfig.cmake ${PROJECT_BINARY_DIR}/vosConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vos)
 
-# Completions. zsh looks in another directory below /usr than below any other prefix, and the prefix is known only when it
-# is installed (cmake --install --prefix), so that directory is chosen then.
+# Completions. For the prefix /usr, zsh reads another directory than for other prefixes. The prefix is known only at
+# the installation (cmake --install --prefix), so the directory is chosen then.
 if(VOS_BUILD_TOOLS)
   set(completion ${PROJECT_SOURCE_DIR}/tools/vosctl/completion)
   install(FILES ${completion}/vosctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vosctl)
   install(FILES ${completion}/vosctl.fish DESTINATION ${VOS_FISH_COMPLETIONS})
+  # Below /usr this is where Wireshark looks for plugins.
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/vos.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins)
   install(CODE "
     set(zsh \"${VOS_ZSH_COMPLETIONS}\")
     if(NOT zsh AND CMAKE_INSTALL_PREFIX MATCHES \"^/usr/?$\")

@@ -1,12 +1,13 @@
 /* SPDX-License-Identifier: MIT */
-/* What a tool does to a running process: switch its trace, ask for its configuration, ask it while it is busy. */
+/* Calls of a tool that controls a running process: switch its trace, request its configuration, and send a request
+ * while it is busy. */
 #include <stdio.h>
 #include <string.h>
 #include <vos.h>
 
 #define ALL_WORK 5
 
-/* One request to the server; its answer's code, which is how often it has worked, or -1. */
+/* Sends one request to the server. Returns the code of its answer, which is how often it has worked, or -1. */
 static int32_t ask(uint32_t ulFlags) {
     char text[6] = "who?";
     uint32_t code = 0;
@@ -17,12 +18,12 @@ static int32_t ask(uint32_t ulFlags) {
 static int trace(void) {
     if (vosMsgDebugVos("server", VOS_DEBUG_ERROR | VOS_DEBUG_TRACE) != VOS_OK) return 1;
     if (ask(0) < 0 || vosMsgDebugVos("server", VOS_DEBUG_ERROR) != VOS_OK) return 1;
-    return ask(0) < 0; /* this one is not traced any more */
+    return ask(0) < 0; /* this request is not traced any more */
 }
 
 static int config(void) {
     char text[4096];
-    uint32_t unused = sizeof text; /* the size of the buffer, then what the configuration has left of it */
+    uint32_t unused = sizeof text; /* the size of the buffer, then the number of bytes that are still free */
     const int32_t result = vosMsgBldrunSend("server", text, &unused, 0, 0);
     if (result != VOS_OK) return 1;
     printf("%.*s", (int)(sizeof text - unused), text);

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # Shows processes that send each other messages. Run it in the sandbox:
 #
-#     tests/support/sandbox bash examples/demo.sh DIRECTORY-OF-THE-BUILT-EXAMPLES
+#     testkit/vos-sandbox bash examples/demo.sh DIRECTORY-OF-THE-BUILT-EXAMPLES
 #
 # Ends with an error as soon as an output is not as expected.
 set -euo pipefail
@@ -40,7 +40,7 @@ await loggedTimes 'vosMsgResp:end return 0\.' 1
 tr '\r' '\n' <"$log" | grep ' vosMsg\(Recv\|Resp\):' | sed 's/^/    /'
 loggedTimes 'vosMsgRecv:receive VOS_MSG_TYPE_SELF' 1 || fail "more than the one request was traced"
 
-say "It requests the running configuration"
+say "The other process requests the running configuration"
 configuration=$("$programs/control" config) || fail "no configuration came"
 printf '%s\n' "$configuration" | sed 's/^/    /'
 grep -q '^name server$' <<<"$configuration" || fail "that is not the server's configuration"

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A server: it greets, works, counts its work, and builds its running configuration. */
+/* A server: it answers a greeting, works, counts how often it has worked, and builds its running configuration. */
 #include <stdio.h>
 #include <string.h>
 #include <time.h>
@@ -7,7 +7,7 @@
 
 static uint32_t worked;
 
-/* The configuration is text. *pLen is the size of the buffer, and then what the text has left of it. */
+/* The configuration is text. *pLen is the size of the buffer, and then the number of bytes that are still free. */
 static int32_t printConfig(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_t ulValue2) {
     (void)ulValue1;
     (void)ulValue2;
@@ -17,7 +17,7 @@ static int32_t printConfig(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_
     return VOS_OK;
 }
 
-/* Something that takes a tenth of a second. */
+/* Work that takes a tenth of a second. */
 static void work(void) {
     const struct timespec tenth = {0, 100000000}; /* nanoseconds */
     nanosleep(&tenth, NULL);

@@ -5,8 +5,8 @@
 #include <stdio.h>
 #include <vos.h>
 
-/* Each loop answers one request with a number of its own. A thread's buffer has space for the header and the payload,
- * and is aligned to 8 bytes. */
+/* Each loop answers one request with a different number. The buffer of a thread has space for the header and the
+ * payload, and is aligned to 8 bytes. */
 static void *threadLoop(void *pSocketFd) {
     _Alignas(8) char message[sizeof(VOS_MSG_HEAD) + 8];
     VOS_MSG_PEER peer;
@@ -23,7 +23,7 @@ static void *secondLoop(void *pUnused) {
     return NULL;
 }
 
-/* Asks the four; the result is the sum of their answers. */
+/* Sends a request to each of the four. Returns the sum of their answers. */
 static void *askAll(void *pSum) {
     char text[1] = "";
     uint32_t code[4] = {0};

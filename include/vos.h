@@ -11,6 +11,7 @@
 #include "vosList.h"
 #include "vosMsg.h"
 #include "vosMsgChannel.h"
+#include "vosMsgTap.h"
 #include "vosProcess.h"
 #include "vosSys.h"
 #include "vosSysConfig.h"

@@ -71,7 +71,7 @@ int32_t vosDebugPrintf(uint32_t ulLevel, const char *pFormat, ...)
  *
  * @param pFormat  format as for printf
  * @return what vprintf returns: the number of characters formatted, or a negative value. Output that cannot be written
- *         usually gives no negative value, because it fails when the stream is flushed, which is not looked at
+ *         usually gives no negative value, because it fails when the stream is flushed, whose result is not examined
  * @threads any
  */
 int32_t vosPrintf(const char *pFormat, ...)

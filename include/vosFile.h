@@ -57,7 +57,7 @@ extern const char *szBootLoaderFileName;
  * The next call that reads or writes a file with an entry completes it from the entry and logs one line. Such a reader
  * takes the exclusive lock. vosFileSizeGet(), vosFileSize() and vosFileCopy() also wait for a save at work.
  *
- * - When the entry cannot be written, for example on a full flash, or there is no room for the content beside it, the
+ * - When the entry cannot be written, for example on a full flash, or there is no space for the content beside it, the
  *   save is refused with VOS_ERROR and one line, and the file is untouched.
  * - A save that fails after that has the result that it has without the journal. The entry stays, and the next call
  *   completes the file with the new content, also where the result was VOS_ERROR.
@@ -192,9 +192,10 @@ int32_t vosFileSizeGet(const char *pPath, uint32_t *pSize);
 int32_t vosFileSize(const char *pPath);
 
 /**
- * Copies a file. An existing destination is removed first; if the destination then cannot be opened, it is gone. No
- * lock is taken. Failures to read or write are not reported: the copy can be cut short or lack bytes, for example on a
- * full device, and a directory as the source gives an empty file. Compare the sizes, or check the copied image.
+ * Copies a file. An existing destination is removed first; if the destination then cannot be opened, it does not exist
+ * any more. No lock is taken. Failures to read or write are not reported: the copy can be cut short or lack bytes, for
+ * example on a full device, and a directory as the source gives an empty file. Compare the sizes, or check the copied
+ * image.
  *
  * @param pSource       the file to copy
  * @param pDestination  where to; created with mode 0666 before the umask
@@ -316,7 +317,7 @@ int32_t vosFileImageCheckFile(uint32_t ulType, const char *pFileName);
  * If the installed application has a version file, it is first copied to "/flash/hostImage.bin.last", and its version
  * file to "/flash/hostImage.bin.last.ver"; then the version file is deleted, also when the installation fails after
  * that. A failed backup does not stop the installation. It is logged, except when /flash is full: the copy is then cut
- * short without a line. Make sure of the room on /flash first. Give the new application its version with
+ * short without a line. Make sure first that /flash has enough space. Give the new application its version with
  * vosFileAppVerUpdate(): an application without a version file is not backed up.
  *
  * A package is applied entry by entry: files and directories whose paths begin with "/app/preZEB.sh" or "/app/oem", and

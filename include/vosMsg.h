@@ -23,7 +23,7 @@
  *     uint32_t code;
  *     int32_t result = vosMsgSend("server", word, sizeof word, VOS_MSG_WAIT_ANSWER, &code, 3000, 0);
  *
- * The loop goes on after a failed receive: a signal that is handled, and an empty or short datagram of any process,
+ * The loop continues after a failed receive: a signal that is handled, and an empty or short datagram of any process,
  * make vosMsgRecv() return an error.
  *
  * Any local process that may write to a message socket can send any bytes to it. A message that does not fit the layout
@@ -39,7 +39,7 @@
  * The file permissions of the sockets decide who may send: they are those that the umask leaves. Processes that send to
  * each other run under one user, or with a umask that lets the other users write.
  *
- * Nothing tells a process that another one has started. A requester that starts first tries again after VOS_ERROR.
+ * A process is not informed when another one has started. A requester that starts first tries again after VOS_ERROR.
  *
  * Keep descriptors 0, 1 and 2 open, for example on "/dev/null". With descriptor 1 closed, the next socket gets its
  * number, and log lines go out through that socket.
@@ -74,7 +74,9 @@ enum {
     VOS_MSG_SMD_DEBUG = 6,             /**< Control: set the applications' second debug word. */
     VOS_MSG_STDOUT_REDIRECT = 7,       /**< Control: redirect or restore standard output. */
     VOS_MSG_TYPE_SELF = 8,             /**< Application message, handed to the application. */
-    VOS_MSG_TYPE_MAC = 9               /**< Event: a MAC address. */
+    VOS_MSG_TYPE_MAC = 9,              /**< Event: a MAC address. */
+    VOS_MSG_TAP = 0x766F7301,          /**< Control: switch a tap on or off; see vosMsgTap.h. */
+    VOS_MSG_TAP_COPY = 0x766F7302      /**< A copy for a tap. It is no message: a receive loop rejects it. */
 };
 
 /** Which sockets vosMsgInit() opens; the values may be combined. */
@@ -92,7 +94,7 @@ enum {
 /** Flags of the send functions; the values may be combined. */
 enum {
     VOS_MSG_TO_HIGH = 1, /**< Send to the receiver's high-priority socket. */
-    VOS_MSG_NO_WAIT = 2  /**< Do not wait for the answer, though the receiver sends one. vosMsgSend() alone knows it. */
+    VOS_MSG_NO_WAIT = 2  /**< Do not wait for the answer, though the receiver sends one. For vosMsgSend() only. */
 };
 
 /** Actions of vosMsgDebugStdRedirect(). */
@@ -207,7 +209,7 @@ typedef struct VOS_MSG_TIMER {
     uint32_t ulIntervalMs;       /**< Interval in milliseconds. */
     uint64_t ulUserArg;          /**< Passed to pProc. */
     struct timeval stStart;      /**< The moment from which the interval runs. */
-    uint32_t ulRunning;          /**< 1: looked at by the loop; 0: stopped. */
+    uint32_t ulRunning;          /**< 1: examined by the loop; 0: stopped. */
 } VOS_MSG_TIMER;
 
 /** The main channel's descriptors: normal socket, high-priority socket, the kernel's netlink socket. -1: not open. */
@@ -233,7 +235,7 @@ extern VOS_CCD_OBJ_INFO_GET_PROC g_vosCcdObjInfoGetProc;           /**< Their de
 /** The main channel's timers in the order of registration, and the number that the next one gets. */
 extern VOS_MSG_TIMER *g_pVosMsgTimerFirst;
 extern uint32_t g_ulVosMsgMagic; /**< Counts registrations from 0. */
-/** The applications' second debug word, 0x805 at load. The library stores it and never looks at its bits. */
+/** The applications' second debug word, 0x805 at load. The library stores it and does not use its bits. */
 extern uint32_t g_vosDebugSmdFlags;
 
 /**
@@ -270,8 +272,8 @@ int32_t vosMsgNLChangePath(const char *pProcName, char *pPath);
 int32_t vosMsgGetLocalFile(char *pPath, int32_t iSize);
 
 /**
- * Fills the address of a path. A path that does not fit is given its true length all the same, so that the kernel
- * refuses the address instead of taking it for a shorter one.
+ * Fills the address of a path. A path that does not fit also gets its true length, so that the kernel refuses the
+ * address instead of taking it for a shorter one.
  *
  * @param pPath     path
  * @param pAddr     zeroed and filled
@@ -297,7 +299,7 @@ int32_t vosMsgLocalSocket(uint32_t ulTimeoutMs);
  *
  * With iVerify 1 a line such as "SO_RCVBUF set 6291456 but only 8388608, need to just KERNEL_NET_MEM_MAX value." says
  * that the kernel's limit is lower than wanted (the kernel counts twice what it grants). vosInit() raises the limit on
- * a device. Elsewhere the line may be ignored: the socket works, only with less room for waiting messages.
+ * a device. Elsewhere the line may be ignored: the socket works, but fewer messages can wait in it.
  *
  * @param iSocketFd  socket
  * @param iVerify    1: read the sizes back and log those that the kernel has limited
@@ -311,10 +313,10 @@ int32_t vosMsgSocketOptmize(int32_t iSocketFd, int32_t iVerify);
  * socket. There is no call that closes them. A program that the process starts does not inherit them (close-on-exec),
  * so the names are free when the process has ended. A child of fork() holds them until it executes a program.
  *
- * The paths are taken over from whoever has them: from an ended process, and also from one that still runs, which then
- * receives nothing more and is not told. All names share one directory: "app" with "High" or a number behind it is also
- * the path of the high-priority socket or of a thread channel of "app", and names beginning with "clientp" are the
- * requesters'.
+ * The paths are taken from the process that has them: from an ended one, and also from one that still runs. That
+ * process then receives nothing more, and is not informed. All names share one directory: "app" with "High" or a number
+ * behind it is also the path of the high-priority socket or of a thread channel of "app", and names beginning with
+ * "clientp" are the requesters'.
  *
  * The directory is made with mode 0777 less the umask. A process that may not write to it cannot bind ("local bind ...
  * failed errno:13").
@@ -348,8 +350,8 @@ int32_t vosMsgInit(const char *pProcName, uint32_t ulFlags, void *pReserved);
  * Time-outs: 0 waits for ever, unlike in vosMsgRecv(). So VOS_NO_WAIT must not be passed here, and VOS_WAIT_FOREVER
  * is 49.7 days. While VOS_DEBUG_NO_TIMEOUTS is set in the flag word every call waits for ever.
  *
- * A signal that is handled ends the wait with VOS_ERROR and errno EINTR, also under SA_RESTART; the receiver may serve
- * the request all the same. Only without a time-out does the wait go on after a handler with SA_RESTART.
+ * A signal that is handled ends the wait with VOS_ERROR and errno EINTR, also under SA_RESTART; the receiver may still
+ * serve the request. Only a wait without a time-out continues after a handler with SA_RESTART.
  *
  * On VOS_ERROR errno is that of the failed call: ENOENT when there is no such name, ECONNREFUSED when its process has
  * ended, EAGAIN after the time-out, EINTR after a signal, EMFILE without a free descriptor. On VOS_OK errno has no
@@ -525,11 +527,11 @@ int32_t vosMsgRecvStream1(int32_t iSocketFd, struct msghdr *pMsg, uint32_t ulSiz
  * @param pDestName  process name
  * @param pBuf       receives the text
  * @param pLen       in: the buffer's capacity in bytes, more than 32 and at most 4 MiB; out, on success: the number of
- * bytes that stayed free. The text is what lies before them; it has no NUL of its own.
+ *                   bytes that stayed free. The text is before them; it does not end with a NUL.
  * @param ulValue1   first argument for the other's builder
  * @param ulValue2   second argument
  * @return VOS_OK; VOS_ERR_PARAM for a null pointer; VOS_ERROR for a capacity of 32 or less, or when the exchange fails;
- *         VOS_ERR_NO_HANDLER when the process has no builder; VOS_ERR_MEMORY when it could not make room for the text;
+ *         VOS_ERR_NO_HANDLER when the process has no builder; VOS_ERR_MEMORY when it had no memory for the text;
  *         any other code that its builder returned
  * @threads any
  */
@@ -612,7 +614,7 @@ int32_t vosMsgDebugSmdSet(uint32_t ulFlags);
  * copy of the earlier standard output. Programs that the process starts inherit the redirected descriptor 1, and
  * neither of the others.
  *
- * A terminal that nobody reads, or whose output is stopped, lets each thread that prints wait until somebody reads, the
+ * When a terminal is not read, or its output is stopped, each thread that prints waits until it is read again, the
  * receive loop included. Any process that may send to this one can cause that, with VOS_MSG_STDOUT_REDIRECT.
  *
  * @param ulAction  VOS_MSG_STDOUT_TERMINAL: redirect; VOS_MSG_STDOUT_RESTORE: restore

@@ -51,7 +51,7 @@ extern uint32_t g_vosUserSocketNum;
  * Opens a thread's own socket, "/tmp/vos/<name><number>". vosMsgInit() must have run, which makes the directory. Any
  * number of threads may each have one, or two with the high option.
  *
- * @param pProcName  base name; what stands before its last slash does not count
+ * @param pProcName  base name; only the part after its last slash counts
  * @param iNumber    the thread's number
  * @param pSocketFd  receives the descriptor, which is the caller's to close
  * @param ulHigh     1: append "High" to the path

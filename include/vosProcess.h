@@ -141,7 +141,7 @@ char *vosProcessGetName(void);
  * @param iPid   process id
  * @param pName  buffer of at least 33 bytes that the caller has filled with zeros: up to 32 bytes are written and
  *               no NUL. It is not changed for a process without a command line: a kernel thread, or a process that has
- *               ended and has not been reaped. Null is never written to, and the result is VOS_OK all the same
+ *               ended and has not been reaped. Null is never written to, and the result is then VOS_OK, too
  * @return VOS_OK; VOS_ERROR when there is no such process (no log line)
  * @threads any
  */
@@ -165,10 +165,10 @@ int32_t vosProcessGetId(void);
 void vosProcessSignalDef(void);
 
 /**
- * Registers the procedure to run once when the process is asked to end (SIGTERM or SIGHUP) or ends normally (exit()
- * or return from main), whichever comes first. It does not run on _exit(), abort() or SIGKILL. The library does not
- * end the process: when the procedure returns, the interrupted code goes on, and later signals of these two kinds
- * do nothing. Also sets SIGPIPE to be ignored.
+ * Registers the procedure to run once when the process is asked to end (SIGTERM or SIGHUP) or ends normally (exit() or
+ * return from main), whichever comes first. It does not run on _exit(), abort() or SIGKILL. The library does not end
+ * the process: when the procedure returns, the interrupted code continues, and later signals of these two kinds do
+ * nothing. Also sets SIGPIPE to be ignored.
  *
  * Registering again replaces the procedure, which can then run once more.
  *
@@ -233,10 +233,10 @@ int32_t vosGetopt(int32_t iArgc, char *const *ppArgv, const char *pOptions);
  *   runs at SIGTERM and SIGHUP, and not at the normal end.
  * - All open streams of the creator are flushed, and unbuffered from then on.
  *
- * The result does not tell that the program was not executed. It is the child's id while the ended child has not been
- * reaped. It is VOS_ERROR when SIGCHLD is ignored (see vosProcessSignalDef()) and the child is gone already, and then a
- * short program that did run gives VOS_ERROR, too. A creator that has to be sure registers a termination procedure and
- * does this:
+ * The result does not show that the program was not executed. It is the child's id while the ended child has not been
+ * reaped. It is VOS_ERROR when SIGCHLD is ignored (see vosProcessSignalDef()) and the child has already been reaped,
+ * and then a short program that did run gives VOS_ERROR, too. A creator that has to be sure registers a termination
+ * procedure and does this:
  * @code
  * if (access(path, X_OK) != 0) return VOS_ERR_NO_FILE;     // the usual case, without any harm
  * pid = vosProcessCreate(path, 50, 0, NULL);
@@ -270,7 +270,7 @@ int32_t vosProcessCreate(const char *pPath, int32_t iPriority, uint32_t ulReserv
  * The program inherits the same as with vosProcessCreate(), and the rules about the priority are the same.
  *
  * When the program cannot be executed the call returns a second time, with 0, in the child, and the caller's code
- * goes on in two processes. The caller has to recognise this and end the child:
+ * continues in two processes. The caller has to recognise this and end the child:
  * @code
  * int32_t pid = vosProcessCreateWithNewFd("/app/bin/demo", 50, 0, in, out, err);
  * if (pid == 0) _exit(127);
@@ -295,8 +295,8 @@ int32_t vosProcessCreateWithNewFd(const char *pPath, int32_t iPriority, uint32_t
                                   int32_t iStdoutFd, int32_t iStderrFd);
 
 /**
- * Sends SIGTERM to a process and, if it is a child of the caller, waits until it has ended, without a time-out. A
- * child that catches SIGTERM and goes on keeps its caller waiting; see vosProcessRegTerminateProc(). A signal that the
+ * Sends SIGTERM to a process and, if it is a child of the caller, waits until it has ended, without a time-out. A child
+ * that catches SIGTERM and continues keeps its caller waiting; see vosProcessRegTerminateProc(). A signal that the
  * caller handles meanwhile does not end the wait.
  *
  * @param iPid  process id, passed to kill() as it is: 0 reaches the caller's process group, -1 every process that the

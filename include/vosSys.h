@@ -13,7 +13,7 @@
  * - vosSwitchToNetVrf(), vosNetVrfRestore(), vosIfNameToKernelIndex(), vosIfKernelIndexToName(), vosIfKernelMacGet();
  * - vosTimerAdd(), vosTimerDel().
  *
- * After any other failure, and after VOS_ERR_PARAM, errno tells nothing: mutex semaphores, locks, wait objects and
+ * After any other failure, and after VOS_ERR_PARAM, errno has no meaning: mutex semaphores, locks, wait objects and
  * counters do not set it.
  */
 #ifndef VOS_SYS_H
@@ -170,7 +170,7 @@ int32_t vosSetNonblocking(int32_t iFd, int32_t iOn);
  *
  * The descriptor, which may have any number, is made non-blocking. Its old flags are restored only when the call waited
  * and learnt the outcome, good or bad. It stays non-blocking after a connection or a failure without waiting, after a
- * time-out and after a failed wait. After a time-out the connection attempt goes on: close the descriptor.
+ * time-out and after a failed wait. After a time-out the connection attempt continues: close the descriptor.
  *
  * @param pTimeout  how long to wait; holds the time that is left afterwards; null waits without limit
  * @return 0 connected; -1 otherwise, with the reason in errno: ETIMEDOUT when the time was over, EINTR when a signal
@@ -181,9 +181,9 @@ int32_t vosSetNonblocking(int32_t iFd, int32_t iOn);
 int32_t vosConnectWithTimeout(int32_t iFd, const struct sockaddr *pAddr, uint32_t ulAddrLen, struct timeval *pTimeout);
 
 /**
- * Receives a datagram together with the extension data that the device's kernel appends to it: recvmsg() with the
- * flag bits 0x0F000000 added and 40 bytes of room behind the payload's buffer. A kernel that does not know these bits
- * appends nothing, and the extension's words are 1, 1 and 1 and its bytes 0.
+ * Receives a datagram together with the extension data that the device's kernel appends to it: recvmsg() with the flag
+ * bits 0x0F000000 added and 40 bytes of buffer after the payload's. A kernel that does not know these bits appends
+ * nothing, and the extension's words are 1, 1 and 1 and its bytes 0.
  *
  * @param pBuf      receives the payload; the extension follows where the payload has filled it
  * @param ulLen     its size in bytes
@@ -212,7 +212,7 @@ uint32_t vosInetAddr(const char *pText);
  * Looks up a host's IPv4 address with getaddrinfo().
  *
  * @param pHost  name or dotted address
- * @return the first address in host order; 0 when there is none, which 0.0.0.0 cannot be told from
+ * @return the first address in host order; 0 when there is none; 0.0.0.0 cannot be distinguished from that
  * @threads any
  */
 uint32_t vosGetAddrIpv4(const char *pHost);
@@ -265,7 +265,7 @@ int32_t vosHostNameGet(char *pName, int32_t iLen);
 int32_t vosHostNameSet(const char *pName, int32_t iLen);
 
 /**
- * The time since the start, as "/proc/uptime" tells it.
+ * The time since the start, as "/proc/uptime" reports it.
  *
  * @param pSeconds     receives the whole seconds; 0 when the file's text cannot be read
  * @param pHundredths  receives the hundredths of a second, 0 to 99; 0 when the file's text cannot be read
@@ -309,8 +309,8 @@ int32_t vosTimeSet(const time_t *pTime);
 int32_t vosTimeZoneSet(const char *pTz);
 
 /**
- * The instant on the monotonic clock that lies so far ahead. It does not move with the time of day; ask
- * vosTimeAterEq() whether it has come.
+ * The instant on the monotonic clock after so many microseconds. It does not move with the time of day; vosTimeAterEq()
+ * says whether it has come.
  *
  * @param pDeadline       receives the instant. Its nanoseconds may be exactly 10^9
  * @param ulMicroseconds  how far ahead
@@ -337,7 +337,7 @@ int32_t vosTimeAterEq(int64_t llSeconds, int64_t llNanoseconds);
  * action of all three and with the caller's signal mask. Afterwards the three dispositions are as before. If SIGCHLD is
  * ignored then, or has SA_NOCLDWAIT, all children that ended meanwhile are reaped, so that none stays as a zombie.
  *
- * The settings of the terminal that is standard input are put back afterwards, and what has been typed ahead is
+ * The settings of the terminal that is standard input are restored afterwards, and input that has been typed ahead is
  * discarded. A process in the background of its terminal does this, too, and is not stopped by SIGTTOU: what is typed
  * for the foreground at that moment is lost.
  *
@@ -358,7 +358,7 @@ int32_t vosTimeAterEq(int64_t llSeconds, int64_t llNanoseconds);
 int32_t vosSystem(const char *pCommand, uint32_t ulMode);
 
 /**
- * As vosSystem(), and tells how the command ended.
+ * As vosSystem(), and also returns how the command ended.
  *
  * @param pStatus  receives the wait status as waitpid() encodes it (exit status 3 gives 768; a shell that could not
  *                 find the command exits with 127); untouched on failure; null: not wanted
@@ -368,7 +368,7 @@ int32_t vosSystem(const char *pCommand, uint32_t ulMode);
 int32_t vosSystem2(const char *pCommand, uint32_t ulMode, int32_t *pStatus);
 
 /**
- * As vosSystem() in plain mode, but does not wait: dispositions and terminal are put back as soon as the command has
+ * As vosSystem() in plain mode, but does not wait: dispositions and terminal are restored as soon as the command has
  * been started. A process that ignores SIGCHLD has nothing more to do. In any other the child becomes a zombie when it
  * ends, and the caller reaps it.
  *
@@ -387,7 +387,7 @@ int32_t vosSystemNoWait(const char *pCommand);
 void vosShell(void);
 
 /**
- * Leaves the marker file "/flash/reboot", which tells the next start that software asked for the reboot, and reboots
+ * Leaves the marker file "/flash/reboot", by which the next start knows that software asked for the reboot, and reboots
  * the device with the command "reboot". The file is closed before the command starts. A marker that cannot be created
  * does not stop the reboot. The call returns when the command has ended, which may be before the device goes down.
  *
@@ -565,8 +565,8 @@ VOS_WAIT *vosWaitCreate(void);
  * Releases a wait object. No thread may wait for it.
  *
  * @return VOS_OK; VOS_ERROR when the C library refuses, as it does while a thread waits: the record is kept. If it was
- *         the condition variable that could not be destroyed, the mutex is gone and the object must not be used any
- *         more; VOS_ERR_PARAM for null
+ *         the condition variable that could not be destroyed, the mutex has been destroyed, and the object must not be
+ *         used any more; VOS_ERR_PARAM for null
  * @threads one, when no other uses the handle any more
  */
 int32_t vosWaitDelete(VOS_WAIT *pWait);
@@ -583,7 +583,7 @@ int32_t vosWaitDelete(VOS_WAIT *pWait);
 int32_t vosWaitTake(VOS_WAIT *pWait, uint32_t ulTimeoutUs);
 
 /**
- * Adds one event and wakes at most one waiter. It is remembered when nobody waits.
+ * Adds one event and wakes at most one waiter. Without a waiter the event is kept.
  *
  * @return VOS_OK; VOS_ERROR when the C library refuses; VOS_ERR_PARAM for null
  * @threads any
@@ -696,9 +696,9 @@ int32_t vosStartTypeGet(uint32_t *pStartType);
  *
  * A one-shot timer is deleted after its function has returned. A record may be used again once vosTimerDel() has been
  * called for it or its one-shot timer is gone. The function itself, and any other thread while it runs, restarts a
- * one-shot timer with vosTimerDel() and vosTimerAdd(). A call that was on its way at that moment still comes. If such
- * a late call begins only after the new timer has expired too, it deletes the new timer, and the new timer's call may be
- * lost. A record whose timer still exists must not be added: that timer could never be deleted.
+ * one-shot timer with vosTimerDel() and vosTimerAdd(). A call whose timer expired before the restart may still come
+ * after it. If such a late call begins only after the new timer has expired too, it deletes the new timer, and the new
+ * timer's call may be lost. A record whose timer still exists must not be added: that timer could never be deleted.
  *
  * @param pTimer  the record; must stay where it is until the timer is gone and its last call has returned
  * @return VOS_OK; -1 when the timer could not be created, and there is none then, or not be armed, in which case it

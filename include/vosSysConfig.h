@@ -6,7 +6,7 @@
  * Every access goes to flash: reading an item validates its whole partition; changing one reads, changes and rewrites
  * the partition. Between processes the partitions are locked with flock. One vosSysConfigDataSet() takes two locks, one
  * to read and one to rewrite: when two processes change items of one partition at the same moment, one of the changes
- * can be lost. A lock that fails is logged, and the access goes on without it. A signal interrupts a waiting lock if
+ * can be lost. A lock that fails is logged, and the access continues without it. A signal interrupts a waiting lock if
  * its handler was installed without SA_RESTART: install handlers with SA_RESTART.
  */
 #ifndef VOS_SYS_CONFIG_H
@@ -83,7 +83,7 @@ int32_t vosSysConfigDataInit(void);
  *                BSP_ADMIN_PASSWORD, BSP_PRIVMODE_PWD and BSP_OEM_INFO it is taken as signed: 0x80000000 and more is
  *                too short
  * @return VOS_OK; VOS_ERROR when pValue is null, there is no such item, the room is too small or the partition cannot
- * be read or is invalid. The log tells which.
+ * be read or is invalid. The log line says which.
  * @threads one thread at a time: the caches are shared
  */
 int32_t vosSysConfigDataGet(int32_t iItem, void *pValue, uint32_t ulLen);

@@ -8,7 +8,7 @@
 
 #include <cstdio>
 
-/* A measurement of something that did not work is none: it is shown as an error in place of a time. */
+/* When the measured work has failed, an error is shown in place of a time. */
 #define WORKS(expression)                                     \
     do {                                                      \
         if (!(expression)) {                                  \

@@ -10,7 +10,8 @@
 
 namespace {
 
-/* Each of these: how a checksum is continued over so many bytes. That of the partitions cannot be continued. */
+/* The functions that are measured. Each continues a checksum over some bytes, except that of the partitions, which
+ * cannot be continued. */
 uint32_t crc(uint32_t before, const uint8_t *bytes, uint32_t length) { return ~vosFileCrc32(~before, bytes, length); }
 uint32_t bytewise(uint32_t before, const uint8_t *bytes, uint32_t length) {
     return ~vos::crc32::byByte(vosCrctable, ~before, {bytes, length});
@@ -43,7 +44,7 @@ BENCHMARK(over<sliced>)->Name("crc32/without the processor's help")->Apply(sizes
 BENCHMARK(over<bytewise>)->Name("crc32/byte by byte")->Apply(sizes);
 BENCHMARK(over<partition>)->Name("crc16/Cal_CRC")->Apply(sizes)->Arg(856)->Arg(1272);
 
-/* With a changed table the library goes byte by byte, which is slower. */
+/* With a changed table the library computes byte by byte, which is slower. */
 void changedTable(benchmark::State &state) {
     vosCrctable[1] ^= 1;
     const std::vector<uint8_t> bytes(static_cast<std::size_t>(state.range(0)), 0x5A);

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Items of the data partitions, against the same file operations written by hand. The files are on tmpfs: what is
- * measured is the library, not a flash chip. */
+/* Items of the data partitions, compared with the same file operations written by hand. The files are on tmpfs, so the
+ * library is measured and not a flash chip. */
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@ namespace {
 constexpr uint32_t kHeader = 128;
 std::array<uint8_t, kHeader + sizeof flashConfig> image;
 
-/* The whole partition has to be read and written: one checksum covers it. */
+/* The whole partition has to be read and written, because one checksum covers it. */
 bool bareGet(uint32_t size, const char *path) {
     const int fd = open(path, O_RDONLY);
     flock(fd, LOCK_SH);
@@ -61,8 +61,8 @@ void getByHand(benchmark::State &state) {
     for (auto _ : state) WORKS(bareGet(Partition::size, Partition::path()));
 }
 
-/* What vosSysConfigDataSet() does: it brings the record into memory, changes it there, and has it written, which reads
- * the partition for the header bytes that stay. */
+/* The steps of vosSysConfigDataSet(): it reads the record, changes it in memory and writes it. The write reads the
+ * partition once more, for the header bytes that are kept. */
 template <class Partition>
 void setByHand(benchmark::State &state) {
     for (auto _ : state)

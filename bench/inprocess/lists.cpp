@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Lists. They allocate nothing, so this is the price of the calls and of walking. */
+/* Lists. They allocate nothing, so these are the times of the calls and of walking. */
 #include <vector>
 
 #include "bench.h"
@@ -9,7 +9,7 @@ namespace {
 
 constexpr int64_t kFew = 10, kMany = 1000;
 
-/* A queue that stays as long as it is: the first node goes to the end. */
+/* A queue of constant length: the first node is moved to the end. */
 void rotateSingly(benchmark::State &state) {
     SLL_LIST list;
     std::vector<SLL_NODE> nodes(static_cast<std::size_t>(state.range(0)));

@@ -13,7 +13,7 @@
 
 namespace {
 
-/* Keeps the time of a loop with nothing in it apart from the time of what is in it. */
+/* The time of an empty loop, for comparison. */
 void nothing(benchmark::State &state) {
     for (auto _ : state) benchmark::ClobberMemory();
 }
@@ -35,7 +35,7 @@ void filtered(benchmark::State &state) {
 }
 BENCHMARK(filtered)->Name("log/filtered, by an application");
 
-/* What any call into a shared object costs: this one does nothing. */
+/* A function of a shared object that does nothing: the time of the call alone. */
 void emptyCall(benchmark::State &state) {
     for (auto _ : state) lstLibInit();
 }

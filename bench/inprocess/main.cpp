@@ -10,7 +10,7 @@
 
 namespace {
 
-/* The partitions do not exist yet; the lines of the library about that are not a result. */
+/* The partitions do not exist yet. The log is off, because the lines about that are not results. */
 void makePartitions() {
     const int null = open("/dev/null", O_WRONLY);
     {
@@ -24,7 +24,7 @@ void makePartitions() {
 
 int main(int argc, char **argv) {
     if (getenv("VOS_SANDBOX") == nullptr) {
-        fprintf(stderr, "run me as: tests/support/sandbox %s\n", argv[0]);
+        fprintf(stderr, "run me as: testkit/vos-sandbox %s\n", argv[0]);
         return EXIT_FAILURE;
     }
     benchmark::Initialize(&argc, argv);

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Semaphores and locks, nobody waiting, against the calls that they are made of. */
+/* Semaphores and locks without a waiting thread, compared with the calls of the C library that they use. */
 #include <pthread.h>
 #include <semaphore.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t kSecond = 1000000;
 
-/* Takes and gives, again and again. */
+/* Takes and gives repeatedly. */
 template <uint32_t kTimeout>
 void takeAndGive(benchmark::State &state, VOS_SEM *sem) {
     WORKS(sem != nullptr);

@@ -26,7 +26,7 @@ namespace {
 
 using bench::must;
 
-/* As long as the library's header, with the two words that matter here. */
+/* As long as the library's header, with the two words that are needed here. */
 struct Head {
     uint32_t type;
     uint32_t noReturn;
@@ -75,7 +75,8 @@ class Socket final : public bench::Client {
           size_(setting.size),
           kept_(setting.is("kept")),
           awaits_(!setting.is("post")) {
-        /* As long as the library's, because the kernel's work grows with a path; and ready beforehand. */
+        /* As long as the paths of the library, because a longer path is more work for the kernel. It is made in
+         * advance. */
         const std::string stem = "/tmp/vos/clientp" + std::to_string(getpid()) + "t" +
                                  std::to_string(static_cast<uint64_t>(pthread_self())) + "v";
         for (unsigned number = 1; number <= 127; ++number) own_.emplace_back((stem + std::to_string(number)).c_str());
@@ -133,7 +134,7 @@ struct Sockets {
     }
 };
 
-/* Where the payload is answered from. */
+/* The buffer from which the payload is sent back. */
 uint8_t *delivered(uint8_t *payload, std::size_t size, bool copied) {
     static uint8_t applications[64600];
     return copied ? static_cast<uint8_t *>(memcpy(applications, payload, size)) : payload;

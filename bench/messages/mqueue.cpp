@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* POSIX message queues: the server's, and one of each client's for the answers, whose name a request carries.
- * kept: both stay open; request: the client makes its queue for each request, and the server opens it. */
+/* POSIX message queues: one of the server, and one of each client for the answers. A request has the name of the
+ * client's queue. kept: both stay open; request: the client makes its queue for each request, and the server opens it.
+ */
 #include <fcntl.h>
 #include <mqueue.h>
 

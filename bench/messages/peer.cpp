@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The measuring half of every peer. The driver's commands come on standard input, one a line, and each gets one line on
- * standard output; whatever a library prints goes to standard error.
+/* The part of every peer that measures. The driver's commands come on standard input, one on each line. Each command is
+ * answered with one line on standard output. What a library prints goes to standard error.
  *
  *     run START END    requests from START until END, both in nanoseconds of the monotonic clock
  *     count NUMBER     that many requests between two calls of getppid(), which a system call trace shows
@@ -34,7 +34,7 @@ void waitUntil(uint64_t moment) {
     }
 }
 
-/* Every answer is looked at: an exchange that loses, mixes up or cuts messages must not look fast. */
+/* Every answer is checked, because an exchange that loses, confuses or cuts messages must not count as fast. */
 class Checked {
   public:
     Checked(bench::Client &client, std::size_t size) : client_(client), payload_(size + sizeof word_) {}
@@ -80,7 +80,7 @@ void run(Checked &client, std::vector<uint32_t> &durations, uint64_t start, uint
 }
 
 void count(Checked &client, uint64_t number) {
-    for (unsigned i = 0; i < 20; ++i) client.request(); /* what happens only once has happened */
+    for (unsigned i = 0; i < 20; ++i) client.request(); /* work that is done only once is done now */
     static_cast<void>(getppid());
     for (uint64_t i = 0; i < number; ++i) client.request();
     static_cast<void>(getppid());
@@ -89,7 +89,7 @@ void count(Checked &client, uint64_t number) {
 
 void obey(bench::Client &plain, std::size_t size) {
     Checked client(plain, size);
-    std::vector<uint32_t> durations(size_t{1} << 21); /* touched before it is measured */
+    std::vector<uint32_t> durations(size_t{1} << 21); /* written now, so that its pages exist */
     bench::ready();
     std::array<char, 128> line;
     while (fgets(line.data(), line.size(), stdin) != nullptr) {
@@ -129,7 +129,7 @@ void bench::die(const char *what) {
 }
 
 void bench::ready() {
-    static_cast<void>(getppid()); /* a mark in a trace */
+    static_cast<void>(getppid()); /* a mark for the system call trace */
     dprintf(g_driver, "ready\n");
 }
 

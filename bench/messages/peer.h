@@ -25,18 +25,18 @@ struct Setting {
     [[nodiscard]] bool is(std::string_view name) const { return variant == name; }
 };
 
-/* Requests go out one after another, and each awaits its answer unless the variant says otherwise. */
+/* Requests are sent one after the other. Each waits for its answer, unless the variant does not. */
 class Client {
   public:
     Client() = default;
     Client(const Client &) = delete;
     Client &operator=(const Client &) = delete;
     virtual ~Client() = default;
-    /* Sends the payload, and puts the answer's in its place. True when there was an answer. */
+    /* Sends the payload, and stores that of the answer in its place. True when an answer came. */
     virtual bool request(uint8_t *payload) = 0;
 };
 
-/* Each program's own. */
+/* Defined by each program. */
 std::unique_ptr<Client> connect(const Setting &setting);
 /* Opens, calls ready(), and serves until it is killed. */
 [[noreturn]] void serve(const Setting &setting);
@@ -53,7 +53,7 @@ Number must(Number result, const char *what) {
     return result;
 }
 
-/* Turns a request's payload into its answer's: the first word is inverted, the rest comes back. */
+/* Makes the payload of the answer from that of the request: the first word is inverted, the rest is unchanged. */
 inline void answer(void *payload) {
     uint64_t word;
     memcpy(&word, payload, sizeof word);

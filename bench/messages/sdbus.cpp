@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* sd-bus, a method call with an array of bytes. peer-kept, peer-request: straight to the server, over one connection or
- * a connection for each request; daemon-kept, daemon-request: through a message bus of its own. */
+/* sd-bus, a method call with an array of bytes. peer-kept, peer-request: directly to the server, over one connection or
+ * a connection for each request. daemon-kept, daemon-request: through a message bus that this program starts. */
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>

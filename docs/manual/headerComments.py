@@ -47,7 +47,7 @@ class Entry:
         self.code = declaration(code).replace("/**<", "/*")
         self.body, self.tags = [], []
         for line in comment_lines(text):
-            # a short comment has its tags on the line of its text
+            # in a short comment the tags are on the same line as the text
             for part in re.split(r"(?<!\w)(?=@(?:param|return|threads)\b)", line):
                 tag = re.match(r"@(param|return|threads)\s*(.*)", part)
                 if tag:

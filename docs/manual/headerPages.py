@@ -9,6 +9,7 @@ import pathlib
 import re
 import sys
 
+import cppPages
 import headerComments
 from manPage import bullets, declarations, escape, heading, literal, members, prose, see_also, sentences
 
@@ -39,7 +40,7 @@ def version(source):
 
 
 def split_results(texts):
-    """What @return says, as the results of a success and those of a failure."""
+    """Splits @return into the results of a success and those of a failure."""
     good, bad = [], []
     for text in texts:
         for part in (each.strip() for each in text.split(";")):
@@ -129,6 +130,7 @@ def main(source, output):
             (output / f"{first}.3").write_text(entry_page(entry, everything, examples, number), encoding="utf-8")
             for name in others:
                 (output / f"{name}.3").write_text(f".so man3/{first}.3\n", encoding="utf-8")
+    cppPages.write(source, output, number)
 
 
 if __name__ == "__main__":

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Writes vosctl(1), and beside it a page for each group of its commands, through lowdown. Usage, options and examples are
-those of the help, which vosctl.json beside this file holds ("vosctl complete tree" prints it); the text is the document's.
+"""Writes vosctl(1), and beside it a page for each group of its commands, through lowdown. Usage, options and examples
+are those of the help, which are in vosctl.json beside this file ("vosctl complete tree" prints it). The text is that of
+the document.
 
     toolPage.py DOCUMENT OUTPUT/vosctl.1
 """
@@ -89,10 +90,10 @@ def roff(name, markdown):
     text = subprocess.run(["lowdown", "-s", "--out-no-smarty", "-T", "man", *metadata], input=text, capture_output=True, text=True,
                           check=True).stdout
     text = re.sub(r"^\.S([HS])\n(.*)\n(?:\.LP\n)?", r".S\1 \2\n", text, flags=re.MULTILINE)
-    # a term and what it means, as manual pages have them
+    # a list of terms with their meanings, as in other manual pages
     text = re.sub(r'^(?:\.LP\n)?(.*)\n\.if n \\\n\.sp -1v\n\.if t \\\n\.sp -0\.25v\n\.IP "" 5n\n', r".TP\n\1\n", text,
                   flags=re.MULTILINE)
-    return text.replace("\\fC", "\\fB")  # a terminal has no typewriter's letters
+    return text.replace("\\fC", "\\fB")  # a terminal has no typewriter font
 
 
 def main(document, output):

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Draws the pictures of the documents: SVG from docs/pictures/*.dot (Graphviz) and *.msc (mscgen), for light and dark
-surroundings.
+backgrounds.
 
     draw.py SOURCE-DIRECTORY OUTPUT-DIRECTORY
 """

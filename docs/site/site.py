@@ -52,8 +52,8 @@ GROUPS = ("vos", "Learn", "Use", "Formats and limits", "How it is built", "Manua
 # The documents that are no part of "How it is built".
 GROUP_OF = {
     "README.md": "vos", "CONTRIBUTING.md": "vos", "CHANGELOG.md": "vos", "SECURITY.md": "vos",
-    "docs/tutorial.md": "Learn", "docs/porting.md": "Learn", "docs/glossary.md": "Learn", "docs/calls.md": "Learn",
-    "docs/vosctl.md": "Use", "docs/troubleshooting.md": "Use", "docs/board.md": "Use", "docs/security.md": "Use",
+    "docs/tutorial.md": "Learn", "docs/cpp.md": "Learn", "docs/porting.md": "Learn", "docs/glossary.md": "Learn", "docs/calls.md": "Learn",
+    "docs/vosctl.md": "Use", "docs/seeing-messages.md": "Use", "docs/troubleshooting.md": "Use", "docs/board.md": "Use", "docs/security.md": "Use",
     "docs/install.md": "Use", "docs/versions.md": "Use", "docs/error-codes.md": "Use", "docs/power-cuts.md": "Use", "docs/time-zone.md": "Use",
     "docs/wire-format.md": "Formats and limits", "docs/flash-formats.md": "Formats and limits", "docs/size.md": "Formats and limits",
     "docs/performance.md": "Formats and limits", "docs/benchmarks/README.md": "Formats and limits",
@@ -132,16 +132,16 @@ class Site:
         body = re.sub(r"<(/?)h([12])\b", lambda tag: f"<{tag[1]}h{int(tag[2]) + 1}", body)
         body = f"<h1>{file.stem}</h1>\n{body}"
         # The overview of a header and the tool's page are in the navigation, the pages of single names are not.
-        group = "Manual" if (self.source / "include" / f"{file.stem}.h").exists() or file.suffix == ".1" else ""
+        group = "Manual" if (self.source / "include" / f"{file.stem}.h").exists() or file.stem.endswith(".hpp") or file.suffix == ".1" else ""
         self.pages.append(Page(f"manual/{file.name}.html", f"{file.stem}({file.suffix[1:]})", body, group))
 
     def reference(self, page, name, section, text):
-        """A reference of the manual, such as name(3), leads to its page."""
+        """Makes a link of a reference of the manual, such as name(3)."""
         target = f"manual/{name}.1.html" if section == "1" and name.startswith("vosctl") else self.manual_pages.get(name)
         return f'<a href="{html.escape(page.to(target))}">{text}</a>' if target and target != page.path else text
 
     def named(self, page, name, text):
-        """A name of the interface leads to its manual page."""
+        """Makes a link from a name of the interface to its manual page."""
         target = self.manual_pages.get(name)
         return f'<a href="{html.escape(page.to(target))}">{text}</a>' if target and target != page.path else text
 
@@ -158,7 +158,7 @@ class Site:
                 return match.group()
             found = os.path.normpath(os.path.join(os.path.dirname(path), urllib.parse.unquote(address)))
             if not (self.source / found).is_file():
-                return match.group()  # the check will find it
+                return match.group()  # the check of links reports it
             if not found.endswith(".md"):
                 self.files.add(found)
             return f'{attribute}="{html.escape(page.to(place(found)) + hash_sign + anchor)}"'
@@ -212,7 +212,7 @@ class Site:
 
 
 def searched(body):
-    """What the search looks at: the headings of a page, and its words, each once, in their order."""
+    """The text that the search uses: the headings of a page, and its words, each once, in their order."""
     headings = " ".join(re.findall(r"<h[1-3][^>]*>(.*?)</h[1-3]>", body, flags=re.S))
     plain = [html.unescape(re.sub(r"<[^>]*>", " ", text)) for text in (headings, body)]
     words = dict.fromkeys(word.lower() for word in re.findall(r"[\w/.\-]{2,}", plain[1]))

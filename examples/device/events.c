@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Events: packets and link changes of the kernel, questions of other processes, the contact of the cabinet's door, a
+/* Events: packets and link changes of the kernel, requests of other processes, the contact of the cabinet's door, a
  * timer. */
 #include <fcntl.h>
 #include <stdio.h>
@@ -46,7 +46,7 @@ static int32_t printConfig(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_
     if (*pLen <= 0) return VOS_ERROR;
     const int32_t length = oltConfigPrint(pBuf, (uint32_t)*pLen);
     if (length < 0) return VOS_ERROR;
-    *pLen -= length; /* what the text has left of the buffer */
+    *pLen -= length; /* the number of bytes that are still free */
     return VOS_OK;
 }
 

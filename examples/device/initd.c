@@ -23,8 +23,8 @@ static pid_t g_iSelf;
 static volatile sig_atomic_t g_iNotExecuted;
 static int g_aiEnd[2]; /* a pipe: a byte in it asks the main loop to end */
 
-/* May run inside a signal handler, so it leaves the work to the main loop. It also runs in the child that could not
- * execute a program: that child still shares initd's memory. */
+/* May run inside a signal handler, so the main loop does the work. It also runs in a child that could not execute its
+ * program. That child still shares initd's memory. */
 static void terminate(int32_t iReserved) {
     (void)iReserved;
     if (getpid() != g_iSelf)
@@ -33,8 +33,8 @@ static void terminate(int32_t iReserved) {
         _exit(1);
 }
 
-/* Without this right vosProcessCreate() starts a program and fails, and the program's process id is lost. So initd asks
- * before: it makes itself real-time, and takes that back. */
+/* Without this right vosProcessCreate() starts a program and fails, and the program's process id is lost. So initd
+ * first finds out whether it has the right: it makes itself real-time, and then normal again. */
 static bool mayBeRealTime(void) {
     struct sched_param before;
     const struct sched_param highest = {.sched_priority = OLTD_PRIORITY};
@@ -43,7 +43,7 @@ static bool mayBeRealTime(void) {
     return sched_setscheduler(0, policy, &before) == 0;
 }
 
-/* Under the policy of initd. posix_spawn() runs no signal handler of initd in the new process. */
+/* Starts a program with the policy of initd. posix_spawn() runs no signal handler of initd in the new process. */
 static int32_t createNormal(char *pPath) {
     pid_t pid = -1;
     char *const argument[] = {pPath, NULL};
@@ -56,7 +56,7 @@ static bool create(const char *pDirectory, const char *pName, int32_t iPriority,
     if (length < (int)sizeof path && access(path, X_OK) == 0)
         *pPid = bRealTime ? vosProcessCreate(path, iPriority, 0, NULL) : createNormal(path);
     if (*pPid > 0 && !g_iNotExecuted) return true;
-    *pPid = 0; /* of a child that has ended, if it is a process id at all */
+    *pPid = 0; /* the id of a child that has ended */
     fprintf(stderr, "initd: %s was not started\n", path);
     return false;
 }
@@ -82,5 +82,5 @@ int main(int argc, char **argv) {
     char byte;
     while (started && read(g_aiEnd[0], &byte, 1) != 1) continue;
     stop();
-    _exit(started ? 0 : 1); /* _exit(), because a failed start leaves exit() without its hooks */
+    _exit(started ? 0 : 1); /* _exit(), because after a failed start exit() does not run its hooks again */
 }

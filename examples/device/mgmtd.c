@@ -25,7 +25,7 @@ static void *alarms(void *pUnused) {
     return NULL;
 }
 
-/* A session sends its requests on to the OLT, and the OLT's answers back to its administrator. */
+/* A session forwards requests to the OLT, and the OLT's answers to its administrator. */
 static void *session(void *pSocketFd) {
     struct {
         VOS_MSG_HEAD head;
@@ -66,14 +66,14 @@ int main(void) {
     vosInit(MGMTD);
     vosProcessInit(MGMTD);
     g_pAlarmLock = vosLockCreate();
-    /* The main channel first: it makes the directory of the sockets. */
+    /* The main channel is opened first, because it makes the directory of the sockets. */
     if (g_pAlarmLock == NULL || vosMsgInit(MGMTD, VOS_MSG_OPEN_LOCAL, &reserved) != VOS_OK ||
         vosMsgInit2(MGMTD_ALARMS, VOS_MSG_OPEN_LOCAL, &reserved) != VOS_OK || startThreads() != VOS_OK)
         return 1;
     vosPrintf("\r\nmgmtd: start complete\r\n");
     for (;;) {
         if (vosMsgRecv(0, text, sizeof text, VOS_WAIT_FOREVER, &peer) < 0) continue;
-        /* All of the answer's bytes are set: what is sent leaves the process. */
+        /* All bytes of the answer are set, because all of them are sent to another process. */
         vosLockTake(g_pAlarmLock, VOS_WAIT_FOREVER);
         memcpy(text, g_szLastAlarm, sizeof text);
         vosLockGive(g_pAlarmLock);

@@ -13,7 +13,7 @@
 static int usage(void) {
     fprintf(stderr,
             "usage: olt [-s SESSION] show | config | set LINE | save | upgrade FILE VERSION | backup | bootloader FILE "
-            "| reboot | "
+            "| reboot | selftest | audit | "
             "alarm\n");
     return 2;
 }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A small optical line terminal: what its processes have in common. */
+/* A small optical line terminal: the declarations that its processes share. */
 #ifndef OLT_H
 #define OLT_H
 
@@ -9,11 +9,12 @@
 
 #define OLTD         "oltd"         /* the ports, the configuration, the software */
 #define MGMTD        "mgmtd"        /* sessions of administrators: thread channels 1 to SESSIONS */
-#define MGMTD_ALARMS "mgmtd-alarms" /* its second channel: what the OLT reports by itself */
+#define MGMTD_ALARMS "mgmtd-alarms" /* its second channel: the alarms of the OLT */
 
-#define SESSIONS    2
-#define TEXT_LENGTH 1024 /* of a request and of its answer: a text, and NULs up to this length */
-#define TIMEOUT_MS  5000
+#define SESSIONS      2
+#define AUDIT_SESSION SESSIONS
+#define TEXT_LENGTH   1024 /* of a request and of its answer: a text, and NULs up to this length */
+#define TIMEOUT_MS    5000
 
 /* Every program of the device has the same journal, the tool as well: vosctl --journal. */
 #define JOURNAL "/flash/journal"
@@ -51,13 +52,13 @@ int32_t oltConfigSave(void);
 
 /* ---- Requests of administrators (requests.c) ---- */
 
-/* Carries out a request, which is a line of text. The answer is text; the result is the answer's code. */
+/* Executes a request, which is a line of text. The answer is text, too. Returns the code of the answer. */
 int32_t oltRequest(const char *pLine, char *pAnswer, uint32_t ulSize);
 
 /* ---- Events (events.c) ---- */
 
-/* Registers for packets and link changes of the kernel, for questions about objects and configuration, for the door's
- * contact, and a timer. */
+/* Registers handlers for packets and link changes of the kernel, for requests about objects and the configuration, and
+ * for the contact of the door, and a timer. */
 int32_t oltEventsInit(void);
 /* Sends a text to mgmtd, if it runs, and writes it to the log. */
 void oltAlarm(const char *pText);

@@ -4,7 +4,7 @@
 
 #include "olt.h"
 
-/* Runs inside a signal handler: only what such a handler may do. */
+/* Runs inside a signal handler, so it makes only calls that are allowed there. */
 static void terminate(int32_t iReserved) {
     static const char kText[] = "\r\noltd: ends\r\n";
     (void)iReserved;
@@ -38,7 +38,7 @@ static void serve(char *pText, int32_t iLen, VOS_MSG_PEER *pPeer) {
     pText[length] = '\0';
     const int32_t result = oltRequest(pText, answer, sizeof answer);
     vosMsgResp(0, (uint32_t)result, answer, sizeof answer,
-               pPeer); /* its whole buffer, which is as long as the requester's */
+               pPeer); /* the whole buffer, which is as long as that of the requester */
 }
 
 int main(void) {

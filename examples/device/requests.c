@@ -105,6 +105,25 @@ static int32_t backup(const char *pRest, char *pAnswer, uint32_t ulSize) {
     return VOS_OK;
 }
 
+/* Measures the light of each port, and nobody else is served meanwhile. */
+static int32_t selfTest(const char *pRest, char *pAnswer, uint32_t ulSize) {
+    (void)pRest;
+    for (uint32_t i = 0; i < PORTS; ++i) vosUSleep(50000);
+    snprintf(pAnswer, ulSize, "%u ports tested", PORTS);
+    return VOS_OK;
+}
+
+/* A mistake, to be found: the OLT asks a session of mgmtd, which asks the OLT, which waits. */
+static int32_t audit(const char *pRest, char *pAnswer, uint32_t ulSize) {
+    char text[TEXT_LENGTH] = "show";
+    uint32_t code = 0;
+    (void)pRest;
+    const int32_t result =
+        vosMsgThreadSend(MGMTD, AUDIT_SESSION, text, sizeof text, VOS_MSG_WAIT_ANSWER, &code, TIMEOUT_MS - 1000, 0);
+    snprintf(pAnswer, ulSize, result == VOS_OK ? "audited" : "the audit got no answer");
+    return result;
+}
+
 static int32_t reboot(const char *pRest, char *pAnswer, uint32_t ulSize) {
     (void)pRest;
     snprintf(pAnswer, ulSize, "rebooting");
@@ -116,8 +135,9 @@ static const struct {
     const char *pWord;
     int32_t (*pProc)(const char *pRest, char *pAnswer, uint32_t ulSize);
 } kRequests[] = {
-    {"show", show},       {"config", config},         {"set", set},       {"save", save},
-    {"upgrade", upgrade}, {"bootloader", bootLoader}, {"backup", backup}, {"reboot", reboot},
+    {"show", show},         {"config", config},         {"set", set},       {"save", save},
+    {"upgrade", upgrade},   {"bootloader", bootLoader}, {"backup", backup}, {"reboot", reboot},
+    {"selftest", selfTest}, {"audit", audit},
 };
 
 int32_t oltRequest(const char *pLine, char *pAnswer, uint32_t ulSize) {

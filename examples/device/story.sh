@@ -64,6 +64,29 @@ await logged 'mgmtd: alarm of the OLT: door open'
 see 'door open' olt alarm
 see 'median' vosctl ping oltd -c 100
 
+chapter "See: a slow answer is found, and a circle in which everybody waits for the next"
+vosctl monitor --slower 100ms >/tmp/slow &
+monitor=$!
+slow_answer() { # the monitor may not have begun when the first one comes
+    olt selftest >/dev/null
+    grep 'oltd .*> mgmtd .*served' /tmp/slow >/dev/null
+}
+await slow_answer
+kill -INT $monitor
+wait $monitor
+see 'oltd .*> mgmtd .*answer 0 .*served [2-9][0-9][0-9].* ms' grep -m 1 'oltd .*> mgmtd' /tmp/slow
+if vosctl waits >/dev/null 2>&1; then
+    olt audit >/tmp/audit 2>&1 &
+    audit=$!
+    circle() { vosctl waits | grep 'ircle: ' >/dev/null; }
+    await circle
+    see 'circle: .*oltd .*waits for mgmtd' vosctl waits
+    if wait $audit; then fail "the audit cannot have been answered"; fi
+    see 'the audit got no answer' cat /tmp/audit
+else
+    echo "(This kernel does not tell who waits for whom: the circle is left out.)"
+fi
+
 chapter "Configure: two sessions; a line that makes no sense is refused"
 see 'done' olt set name kista
 see 'done' olt -s 2 set port 1 enable uplink

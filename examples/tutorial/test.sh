@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # Step 6: the daemon's own test. Run it in the sandbox:
 #
-#     tests/support/sandbox env PATH="$programs:$tools:$PATH" examples/tutorial/test.sh
+#     testkit/vos-sandbox env PATH="$programs:$tools:$PATH" examples/tutorial/test.sh
 set -euo pipefail
 
 expect() { # WANTED GOT
@@ -27,4 +27,4 @@ start # the greeting was kept on flash
 expect "guten Tag" "$(ask hi)"
 kill "$greeter"
 wait "$greeter"
-echo "all is well"
+echo "all tests have passed"

@@ -1,15 +1,16 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: MIT
-# Bare Debian systems, each with a root directory, processes and mounts of its own, for scripts/surroundings. Needs root.
+# Bare Debian systems for scripts/surroundings. Each has its own root directory, processes and mounts. Needs root.
 #
-# The cache keeps what never changes between two runs: the bare root, the packages that apt has fetched, and compiled
-# objects. A system is a layer over the bare root, so that each begins as if it were freshly installed.
+# The cache keeps what does not change between two runs: the bare root, the packages that apt has fetched, and compiled
+# objects. A system is a layer over the bare root, so each begins like a new installation.
 cache=${VOS_SURROUNDINGS_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/vos-surroundings}
 RELEASE=bookworm
-# sudo for the user who has it, locales for the German one; a compiler cache, because compilers are not what is tried.
+# sudo and locales for the surroundings that need them, and a compiler cache, which saves time.
 IN_THE_BASE=ca-certificates,ccache,locales,sudo
 
-# Where this machine gets Debian from, a line "SITE RELEASE COMPONENT" each: the base and its systems use the same.
+# The sources from which this machine gets Debian, each as a line "SITE RELEASE COMPONENT". The base and its systems
+# use the same ones.
 debian_sources() {
     # shellcheck disable=SC2016  # the names are expanded by apt
     apt-get indextargets --format '$(ORIGIN) $(SITE) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' |
@@ -29,7 +30,7 @@ make_base() {
         "$RELEASE" "$cache/base" "$mirror" >"$cache/debootstrap.log" ||
         { tail -n 20 "$cache/debootstrap.log" >&2; return 1; }
     debian_sources | sed 's/^/deb /' >"$cache/base/etc/apt/sources.list"
-    # Proxies and the like; what is fetched is kept in the cache, where the next system finds it.
+    # The settings of apt, such as proxies. Fetched packages stay in the cache for the next system.
     { apt-config dump | grep '^Acquire::' || true; echo 'APT::Keep-Downloaded-Packages "true";'; } \
         >"$cache/base/etc/apt/apt.conf.d/99machine"
     rm -f "$cache/base/etc/apt/apt.conf.d/docker-clean"
@@ -41,13 +42,13 @@ make_base() {
     touch "$cache/base.complete"
 }
 
-# A system: a directory with its own layer, over the layers of another system if one is named.
+# Makes a system: a directory with its own layer, over the layers of another system if one is named.
 make_system() { # DIRECTORY [SYSTEM-BELOW]
     mkdir -p "$1"/{root,layer,work}
     echo "${2:+$2/layer:}$cache/base" >"$1/below"
 }
 
-# Runs a command of the shell in a system: with a login of its own, and nothing of the caller's environment.
+# Runs a shell command in a system, in a new login without the caller's environment.
 in_system() { # SYSTEM USER COMMAND
     local system=$1
     shift
@@ -90,7 +91,7 @@ in_system() { # SYSTEM USER COMMAND
     ' in_system "$system" "$cache" "$@" </dev/null
 }
 
-# The committed tree, as somebody who has cloned it into his home directory would have it.
+# Clones the committed tree into a home directory.
 clone_into() { # SYSTEM HOME DIRECTORY
     local home=$1/layer$2
     mkdir -p "$home"

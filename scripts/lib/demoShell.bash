@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: MIT
-# What the shell of scripts/demo --shell reads when it starts: it starts the OLT, and sets up prompt, completion and manual.
+# The start file of the shell of scripts/demo --shell. It starts the OLT, and sets up prompt, completion and manual.
 PS1='vos# '
 HISTFILE=/tmp/history
 export MANPATH=$VOS_SHARE/man:/usr/share/man

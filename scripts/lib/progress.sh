@@ -14,7 +14,7 @@ length_in_words() { # SECONDS
     fi
 }
 
-# A line that the next one replaces; only for a terminal.
+# Prints a line that the next one replaces; only for a terminal.
 terminal_width=80
 [ ! -t 1 ] || terminal_width=$(tput cols 2>/dev/null) || terminal_width=80
 passing_line() { # TEXT
@@ -22,7 +22,7 @@ passing_line() { # TEXT
 }
 erase_passing_line() { [ ! -t 1 ] || printf '\r\e[K'; }
 
-# Reads ninja's output. Lines that are not its own (warnings, errors) are shown as they are.
+# Reads ninja's output. Lines of other programs (warnings, errors) are shown unchanged.
 show_build() {
     local line total='' begin=$SECONDS told=$SECONDS
     while IFS= read -r line; do

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* Prints in KiB how much private memory the library needs in this process: memory that no file backs and no other
- * process shares: "loaded", the library's own pages before any call; "initialised", by how much the whole process has
- * grown after the three calls of a start-up. */
+/* Prints in KiB how much private memory the library needs in this process. Private memory is in no file, and no other
+ * process shares it. "loaded" is the memory of the library's own pages before any call. "initialised" is the growth of
+ * the whole process after the three calls of a start-up. */
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,7 +10,7 @@
 
 #include "vos.h"
 
-/* A buffer and a reader that do not allocate between two measurements. */
+/* The buffer is static and the reader allocates nothing, so that the measurement does not change the result. */
 static char text[256 * 1024];
 
 static const char *readWhole(const char *path) {

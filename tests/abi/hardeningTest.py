@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What may be delivered is hardened.
+"""Every build that may be delivered is hardened.
 
     hardeningTest.py library LIBRARY PROCESSOR READELF OBJDUMP    the built library shows each protection
     hardeningTest.py builds SOURCE SCRATCH OBJDUMP                every build type but Debug asks for them
@@ -55,7 +55,7 @@ def check_builds(source: pathlib.Path, scratch: pathlib.Path, objdump: str):
     options = ("-D_FORTIFY_SOURCE=2", "-fstack-protector-strong", "-fstack-clash-protection")
     unit = "vos/linux/vosMsg/configObject.cpp"
     for kind in ("Release", "RelWithDebInfo", "MinSizeRel", "None", "Debug"):
-        # As Debian's build does it: its type is None and brings no option of its own.
+        # As in Debian's build: the build type is None and adds no options.
         flags = "-O2" if kind == "None" else ""
         output("cmake", "-G", "Ninja", "-S", source, "-B", scratch / kind, f"-DCMAKE_BUILD_TYPE={kind}", f"-DCMAKE_CXX_FLAGS={flags}")
         commands = json.loads((scratch / kind / "compile_commands.json").read_text())

@@ -12,7 +12,7 @@ baseline = (source / "tests/abi/libvos.abi").read_text()
 
 
 def difference(before: str) -> str:
-    """What distinguishes the library from a description, in words; empty when nothing does."""
+    """The differences between the library and a description; empty when there are none."""
     with tempfile.NamedTemporaryFile("w", suffix=".abi") as file:
         file.write(before)
         file.flush()
@@ -31,7 +31,7 @@ if found:
 
 
 def must_differ(what: str, pattern: str, replacement: str) -> None:
-    """The check can fail: a changed baseline is found to differ from the library."""
+    """The check can fail: it must find a changed baseline."""
     changed = re.sub(pattern, replacement, baseline, count=1, flags=re.S)
     if changed == baseline or not difference(changed):
         sys.exit(f"FAILED: it would not be seen: {what}")

@@ -15,7 +15,7 @@ source = pathlib.Path(sys.argv[1])
 # process's name and the process's identity needs the log: these two share one layer, and base's log and assertion calls
 # need both.
 OWN = {"vosDebug": "vosDebug.h", "vosProcess": "vosProcess.h", "vosList": "vosList.h", "vosSys": "vosSys.h",
-       "vosMsg": "vosMsg.h vosMsgChannel.h", "vosFile": "vosFile.h", "vosSysConfig": "vosSysConfig.h"}
+       "vosMsg": "vosMsg.h vosMsgChannel.h vosMsgTap.h", "vosFile": "vosFile.h", "vosSysConfig": "vosSysConfig.h"}
 BELOW = {
     "base": ["vosDebug", "vosProcess"],
     "vosDebug": ["vosProcess"],

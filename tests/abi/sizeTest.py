@@ -70,7 +70,7 @@ measured = {
     "stack of the deepest other call": calls.deepest("answerConfigObject")[0],
     "stack of one level of `vosDirDelete`": calls.frames["vosDirDelete"],
 }
-if footprint:  # under an emulator it would be the emulator's
+if footprint:  # under an emulator it would be that of the emulator
     pages = dict(re.findall(r"^(loaded|initialised) (\d+)$", output(*footprint), flags=re.M))
     measured["private memory, loaded"] = 1024 * int(pages["loaded"])
     measured["private memory, initialised"] = 1024 * int(pages["initialised"])

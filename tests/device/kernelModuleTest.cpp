@@ -46,20 +46,21 @@ void openNetlinkChannel() {
     vosMsgRegisterVlanintfLink(interfaceChanged);
 }
 
-/* Lets the loop run until nothing is left. */
+/* Runs the receive loop until no message is left. */
 void serveAll() {
     while (receive(100, 0).result != VOS_ERR_TIMEOUT) {
     }
 }
 
-/* The kernel module, as a sender of orders sees it. */
+/* Sends orders to the kernel module. */
 class Module {
   public:
     Module() : fd_(socket(AF_NETLINK, SOCK_RAW, VOSDEVICE_PROTOCOL)) {
         EXPECT_GE(fd_, 0) << "this kernel has no such protocol: " << strerror(errno);
         const timeval limit{20, 0};
         setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        /* Not the port that libvos binds, the process's id, which the kernel would choose where it is free. */
+        /* A port other than the process id. libvos binds the process id, and the kernel would choose it here when it is
+         * free. */
         sockaddr_nl own{};
         own.nl_family = AF_NETLINK;
         own.nl_pid = 0x40000000U | static_cast<uint32_t>(getpid());

@@ -2,9 +2,10 @@
 /* Any bytes to any message socket. The first byte chooses the entry: the dispatcher with the bytes as one message in a
  * buffer of exactly its capacity, the kernel's datagram, or the process's real sockets and its receive loop.
  *
- *     0  dispatcher, capacity of a main buffer    3  normal socket
- *     1  dispatcher, capacity of the message      4  high socket
- *     2  netlink datagram                         others: as their value modulo 5
+ *     0  dispatcher, capacity of a main buffer    4  high socket
+ *     1  dispatcher, capacity of the message      5  normal socket, while a tap is on
+ *     2  netlink datagram                         others: as their value modulo 6
+ *     3  normal socket
  */
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -84,14 +85,14 @@ void dropMail() {
     while (recv(client, &byte, 1, MSG_DONTWAIT) >= 0) continue;
 }
 
-/* The message in a heap block of exactly its capacity, so that the sanitizer finds an access behind it. */
+/* The message is in a heap block of exactly its capacity, so that the sanitizer finds an access past its end. */
 void dispatch(const uint8_t *data, std::size_t size, std::size_t capacity, bool netlink) {
     size = std::min(size, capacity);
     const std::unique_ptr<uint8_t[]> block{new uint8_t[capacity]()};
     std::copy_n(data, size, block.get());
     const vos::LocalAddress sender{"/tmp/vos/fuzz"};
     const vos::Arrival arrival{g_vosFdProc, {block.get(), size}, capacity, sender.get(), sender.length()};
-    if (setjmp(back) != 0) return; /* an assertion comes back here, and the block is released */
+    if (setjmp(back) != 0) return; /* a failed assertion jumps to here, and the block is released */
     if (netlink)
         vos::handleNetlinkDatagram("fuzz", arrival);
     else
@@ -109,9 +110,22 @@ void throughSocket(const char *path, const uint8_t *data, std::size_t size) {
     if (received >= 0) vosMsgResp(0, 0, payload, static_cast<uint32_t>(received), &peer);
 }
 
+/* Switches the client's own tap, which the bytes of an input may have switched on, too. */
+void switchTap(uint32_t action, uint32_t limit) {
+    VOS_MSG_TAP_SWITCH request{};
+    request.stHead.ulType = VOS_MSG_TAP;
+    request.stHead.ulValue1 = action;
+    request.stHead.ulValue2 = limit;
+    request.stHead.ulBufLen = sizeof request.acPath;
+    strcpy(request.acPath, "/tmp/vos/fuzz");
+    uint8_t bytes[sizeof request];
+    memcpy(bytes, &request, sizeof request);
+    dispatch(bytes, sizeof bytes, sizeof bytes, false);
+}
+
 }  // namespace
 
-/* An assertion is a described result, so the run goes on after it. */
+/* A failed assertion is a specified result, so the run continues after it. */
 void vos::assertionFailed(const char *, const char *, Caller, int) { longjmp(back, 1); }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
@@ -135,7 +149,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0) return 0;
-    const uint8_t entry = data[0] % 5;
+    const uint8_t entry = data[0] % 6;
     ++data;
     --size;
     /* A redirection would hide the fuzzer's own output, and trace would fill it. */
@@ -153,10 +167,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         case 3:
             throughSocket("/tmp/vos/target", data, size);
             break;
-        default:
+        case 4:
             throughSocket("/tmp/vos/targetHigh", data, size);
             break;
+        default:
+            switchTap(VOS_MSG_TAP_ON, static_cast<uint32_t>(size / 2));
+            if (!vos::tapped()) abort();
+            throughSocket("/tmp/vos/target", data, size);
+            break;
     }
+    switchTap(VOS_MSG_TAP_OFF, 0);
+    if (vos::tapped()) abort();
     vosDebugConfig(0);
     dropMail();
     return 0;

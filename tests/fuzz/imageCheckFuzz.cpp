@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The image check. First byte: the type asked for (low nibble), and whether the rest is a whole image (0x00) or a
- * payload that gets a sound header (0x80). */
+/* The image check. First byte: the expected type (low nibble), and whether the rest is a whole image (0x00) or a
+ * payload to which a valid header is added (0x80). */
 #include "flash.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Entries of the journal. First byte: bit 0 the checksum of the entry is made right, bit 1 the target is the system
- * partition in place of a file. Second byte: how many bytes the target holds before. The rest is the entry. */
+/* Entries of the journal. First byte: with bit 0 the checksum of the entry is corrected; with bit 1 the target is the
+ * system partition, else a file. Second byte: the number of bytes in the target before. The rest is the entry. */
 #include <sys/stat.h>
 
 #include "flash.h"

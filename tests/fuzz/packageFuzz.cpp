@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* A file package. The input is what follows the image header, which is always sound; with a first byte of 1 the
- * package's length word is made right as well. */
+/* A file package. The input follows an image header that is always valid. When its first byte is 1, the package's
+ * length word is corrected, too. */
 #include "flash.h"
 #include "vosFile/image.h"
 

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The partitions' files. First byte: bit 0 the system partition in place of the factory's, bit 1 the magic and the
- * checksum are made right. */
+/* The partitions' files. First byte: with bit 0 it is the system partition, else the factory partition; with bit 1
+ * magic and checksum are corrected. */
 #include "flash.h"
 
 namespace {
@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (sealed) seal(file, system ? sizeof flashData : sizeof flashConfig);
     std::ofstream{system ? szSysData : szFactoryData, std::ios::binary | std::ios::trunc} << file;
     readAll(data[0]);
-    if (readAll(1024) != VOS_OK) abort(); /* the other partition is sound in any case */
+    if (readAll(1024) != VOS_OK) abort(); /* the other partition is always valid */
     std::string serial(40, '\xAA');
     vosProdSerialNoRead(serial.data(), 40);
     if (memchr(serial.data(), '\0', 33) == nullptr) abort();

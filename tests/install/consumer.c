@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A program of somebody who has installed the library. */
+/* A program that uses the installed library. */
 #include <string.h>
 #include <vos.h>
 

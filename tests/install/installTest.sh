@@ -7,7 +7,7 @@
 set -euo pipefail
 build=$1
 here=$(cd "$(dirname "$0")" && pwd)
-sandbox=$here/../support/sandbox
+sandbox=$here/../../testkit/vos-sandbox
 prefix=$build/install-test
 rm -rf "$prefix"
 fail() { echo "FAILED: $*"; exit 1; }
@@ -19,11 +19,12 @@ has() { # DIRECTORY FILE...
     done
 }
 cmake --install "$build" --prefix "$prefix" >/dev/null
-has "$prefix" include/vos/vos.h include/vos/vosTypes.h bin/vosctl share/bash-completion/completions/vosctl \
+has "$prefix" include/vos/vos.h include/vos/vos.hpp include/vos/vosTypes.h bin/vosctl bin/vos-sandbox bin/vos-faults include/vos-testkit/vosFaults.h \
+    include/vos-testkit/vosTest.hpp libexec/vos/vos-cut share/bash-completion/completions/vosctl \
     share/zsh/site-functions/_vosctl share/fish/vendor_completions.d/vosctl.fish share/man/man1/vosctl.1 share/man/man3/vosMsg.3
-[ "$(find "$prefix/include/vos" -name '*.h' | wc -l)" = "$(find "$here/../../include" -name '*.h' | wc -l)" ]
+[ "$(find "$prefix/include/vos" -name '*.h*' | wc -l)" = "$(find "$here/../../include" -name '*.h*' | wc -l)" ]
 library=$(dirname "$(find "$prefix" -name libvos.so)")
-[ -f "$library/libvos.a" ] && [ -e "$library/libvos.so.1" ]
+[ -f "$library/libvos.a" ] && [ -e "$library/libvos.so.1" ] && [ -f "$library/wireshark/plugins/vos.lua" ]
 
 expect_line() { # COMMAND...: runs a consumer and looks for its log line
     local output
@@ -43,11 +44,16 @@ eval "flags=($(pkg-config --cflags --libs vos))" # quoted as for a shell, for di
 ${CC:-cc} -std=c17 -Wall -Wextra -Werror -o "$prefix/with-pkg-config" "$here/consumer.c" "${flags[@]}" \
     -Wl,-rpath,"$library"
 expect_line "$prefix/with-pkg-config"
+${CXX:-c++} -std=c++17 -Wall -Wextra -Werror -o "$prefix/cpp-with-pkg-config" "$here/consumer.cpp" "${flags[@]}" \
+    -Wl,-rpath,"$library"
+expect_line "$prefix/cpp-with-pkg-config"
 
 cmake -S "$here" -B "$prefix/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$prefix/consumer" >/dev/null
 expect_line "$prefix/consumer/consumer"
 expect_line "$prefix/consumer/consumer-static"
+expect_line "$prefix/consumer/consumer-cpp"
+expect_line "$prefix/consumer/consumer-cpp-static"
 
 # zsh and fish of the distribution look in other directories than those of the administrator.
 export DESTDIR=$build/install-test-root

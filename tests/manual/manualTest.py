@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The manual pages can be made, and their formatter finds no fault. Every exported name, every type and every constant
+"""The manual pages can be made, and their formatter reports no error. Every exported name, every type and every constant
 has a page, and the NAME section of exactly one page names it, where apropos looks for it. Every synopsis compiles. No
 page is wider than a terminal of 80 columns by itself, and none names an operating system.
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The pictures in the repository are those of their sources: drawn again, they show the same texts.
+"""The pictures in the repository match their sources: when they are drawn again, they have the same texts.
 
     picturesTest.py SOURCE-DIRECTORY
 """

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""README.md is correct: its commands build and install the library, its programs are built against that and talk
-as it says, what it shows of the demo device answers, and all that it names is there. A block or a word that this test
-does not know fails the test. Runs in the sandbox.
+"""README.md is correct: its commands build and install the library, its programs are built against that and exchange
+messages as it says, its commands for the demo device work, and every file that it names exists. A block or a word that
+this test does not know fails the test. Runs in the sandbox.
 
     readmeTest.py SOURCE-DIRECTORY BUILD-DIRECTORY
 """
@@ -34,7 +34,7 @@ def expect(true, what):
 
 
 def run(command, statuses=(0,), env=environment):
-    """Runs a command of the shell, and returns what it prints."""
+    """Runs a shell command, and returns its output."""
     print("$", command, flush=True)
     said = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, "text": True}
     ended = subprocess.run(["bash", "-c", command], cwd=work, env=env, stdin=subprocess.DEVNULL, **said)
@@ -57,7 +57,7 @@ def eventually(true, what):
 
 
 def install(command):
-    """As in a fresh checkout, to which nothing is written but its build/."""
+    """As in a fresh checkout, in which only build/ is written."""
     for entry in source.iterdir():
         if entry.name != "build" and not (work / entry.name).exists():
             (work / entry.name).symlink_to(entry)
@@ -115,7 +115,7 @@ def on_the_device(command):
 
 
 def build_project(lines):
-    """An application's project, with the two lines that the text gives for it."""
+    """The project of an application, with the two lines that the text shows."""
     project = work / "project"
     project.mkdir()
     find, link = lines

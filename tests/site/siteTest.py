@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""scripts/site makes a page of README.md, of every document and of every manual page, all reachable from the first; and
-it fails when a link leads nowhere.
+"""scripts/site makes a page of README.md, of every document and of every manual page. All can be reached from the first
+page. It fails when a link is broken.
 
     siteTest.py SOURCE-DIRECTORY
 """

@@ -29,7 +29,7 @@ struct Numbered {
 
 uint32_t codeFor(const Numbered &request) { return request.number * 31 + request.client * 7 + request.loop; }
 
-/* What one loop has seen; every client's numbers have to come in order, each once. */
+/* What one loop has received. The numbers of every client must come in order, each once. */
 struct Count {
     std::array<uint32_t, kClients> next{};
     /* False at the stop message. */
@@ -84,7 +84,7 @@ void expired(uint32_t, uint64_t) {
 
 VOS_MSG_TIMER *changing;
 
-/* The main loop's: cancels a timer and registers another one in its place. */
+/* Callback of the main loop: cancels a timer and registers another one in its place. */
 void replaceTimer(uint32_t, uint64_t) {
     expired(0, 0);
     EXPECT_TRUE(changing == nullptr || vosTimerCancel(changing) == VOS_OK);

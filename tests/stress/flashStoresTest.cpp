@@ -19,8 +19,8 @@ constexpr uint32_t kOperations = 20000;
 constexpr std::size_t kConfigurationSize = 4096;
 const char *const kConfiguration = "/flash/zebcfg";
 
-/* Words and configurations that can be recognised as written ones: the halves of a word are each other's complement,
- * the configuration is one letter throughout. */
+/* Words and configurations whose form shows that they were written whole: one half of a word is the complement of the
+ * other, and a configuration repeats one letter. */
 uint32_t wordOf(uint32_t number) { return (number << 16) | (~number & 0xFFFF); }
 bool written(uint32_t word) { return (word >> 16) == (~word & 0xFFFF); }
 std::string configurationOf(uint32_t number) {
@@ -123,7 +123,7 @@ TEST(FlashStress, AWriterKilledAtARandomMoment) {
             }
         });
         writer.awaitReady();
-        usleep(moment); /* the random moment itself; nothing is waited for */
+        usleep(moment); /* makes the random moment; waits for no event */
         writer.send(SIGKILL);
         EXPECT_TRUE(writer.finish().killedBy(SIGKILL));
 
@@ -149,13 +149,13 @@ TEST(FlashStress, AWriterKilledAtARandomMoment) {
 
 namespace {
 
-/* What the processes of the kill test report to the test. Times are ticks of one clock. A save is named by the tick at
- * which it started, and this tick is its content. */
+/* What the processes of the kill test report to the test. Times are ticks of one counter. The content of a save is the
+ * tick at which it started. */
 struct Ledger {
     static constexpr uint32_t kSaves = 1 << 24;
     std::atomic<uint32_t> clock = 0;
-    std::atomic<uint32_t> lastStart[2] = {}; /* of a save of each store that was reported */
-    std::atomic<uint32_t> end[kSaves] = {};  /* when it was reported */
+    std::atomic<uint32_t> lastStart[2] = {}; /* for each store: when the save started that was reported last */
+    std::atomic<uint32_t> end[kSaves] = {};  /* the tick at which the save was reported */
     std::atomic<uint32_t> owner[kSaves] = {};
 };
 
@@ -211,9 +211,9 @@ void saveAndRead(Ledger &ledger, uint32_t number, const std::string &journal) {
 
 }  // namespace
 
-/* After each kill the stores hold a whole save, and none that was over before the start of another that was reported.
- */
-TEST(FlashStress, KillsOfProcessesThatSaveByWayOfTheJournalTearAndLoseNothing) {
+/* After each kill the stores hold a whole save. It is not older than the last reported save: no save that had ended
+ * when that one started. */
+TEST(FlashStress, KillsOfProcessesThatSaveWithTheJournalTearAndLoseNothing) {
     const char *const asked = getenv("VOS_TEST_KILLS"); /* for a long run */
     const uint32_t kills = asked != nullptr ? static_cast<uint32_t>(atoi(asked)) : 300;
     constexpr std::size_t kSavers = 32;
@@ -229,7 +229,7 @@ TEST(FlashStress, KillsOfProcessesThatSaveByWayOfTheJournalTearAndLoseNothing) {
     Ledger &ledger = *new (room) Ledger;
 
     uint32_t processes = 0;
-    std::vector<uint32_t> ended(1, 0); /* when each process was over */
+    std::vector<uint32_t> ended(1, 0); /* the tick at which each process had ended */
     const auto startOne = [&] {
         ended.push_back(0);
         const uint32_t number = ++processes;
@@ -239,7 +239,7 @@ TEST(FlashStress, KillsOfProcessesThatSaveByWayOfTheJournalTearAndLoseNothing) {
     for (std::size_t i = 0; i < kSavers; ++i) savers.emplace_back(processes + 1, startOne());
     for (uint32_t kill = 0; kill < kills; ++kill) {
         auto &[number, process] = savers[random() % kSavers];
-        usleep(static_cast<useconds_t>(random() % 3000)); /* the random moment itself; nothing is waited for */
+        usleep(static_cast<useconds_t>(random() % 3000)); /* makes the random moment; waits for no event */
         process->send(SIGKILL);
         EXPECT_TRUE(process->finish().killedBy(SIGKILL)) << "process " << number << " ended by itself";
         ended[number] = ++ledger.clock;

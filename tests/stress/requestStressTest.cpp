@@ -23,10 +23,10 @@ struct Numbered {
 
 std::string nameOf(uint32_t server) { return "server" + std::to_string(server); }
 
-/* What the answer to a request has to be. */
+/* The right answer to a request. */
 uint32_t codeFor(const Numbered &request) { return request.number * 31 + request.client * 7 + request.server; }
 
-/* Serves until it is stopped; every client's numbers have to come in order, each once. Returns how many came. */
+/* Serves until it is stopped. The numbers of every client must come in order, each once. Returns how many came. */
 uint32_t serveUntilStopped(uint32_t self, uint32_t clients, uint32_t step) {
     std::vector<uint32_t> next(clients, step > 1 ? self : 0);
     for (uint32_t served = 0;; ++served) {
@@ -96,8 +96,8 @@ void exchange(uint32_t processes, uint32_t requests) {
 
 }  // namespace
 
-/* Requests alternate between the normal and the high socket, yet each client's come in order, because a client waits
- * for its answer. */
+/* Requests alternate between the normal and the high socket. The requests of one client still come in order, because a
+ * client waits for each answer. */
 TEST(RequestStress, TwoProcesses) { exchange(2, kTotal / 3 + 1); }
 TEST(RequestStress, EightProcesses) { exchange(8, kTotal / 3 + 4); }
 TEST(RequestStress, ThirtyTwoProcesses) { exchange(32, kTotal / 3 + 256); }
@@ -120,7 +120,7 @@ TEST(RequestStress, AServerRestartedUnderLoadGivesTheRightAnswerOrAnError) {
             for (uint32_t number = 0; answered < 500 || failed == 0; ++number)
                 ++(ask(i, number, 0, 100, number % 2) ? answered : failed);
         }));
-    /* restarted until every client has seen both answers and errors */
+    /* restarted until every client has received answers and errors */
     const auto ended = [&](Process &process) {
         siginfo_t info{};
         return waitid(P_PID, static_cast<id_t>(process.pid()), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
@@ -128,9 +128,9 @@ TEST(RequestStress, AServerRestartedUnderLoadGivesTheRightAnswerOrAnError) {
     };
     int restarts = 0;
     while (!std::all_of(asking.begin(), asking.end(), ended) && restarts < 2000) {
-        const timespec load{0, 20000000}; /* lets load build up between two restarts; nothing waits for it */
+        const timespec load{0, 20000000}; /* time with load between two restarts; it does not wait for an event */
         nanosleep(&load, nullptr);
-        server = std::make_unique<Process>(serve); /* the new one takes the paths over, then the old one is killed */
+        server = std::make_unique<Process>(serve); /* the new one binds the same paths, then the old one is killed */
         server->awaitReady();
         ++restarts;
     }
@@ -151,7 +151,7 @@ TEST(RequestStress, ThreadsOfOneProcessAskAtTheSameTime) {
             threads.emplace_back([&, i] {
                 for (uint32_t number = 0; number < kEach; ++number)
                     if (ask(i, number, 0, 60000, 0)) ++answered;
-                if (i == 0) vosDebugConfig(VOS_DEBUG_ERROR | 8); /* the word may change while others look at it */
+                if (i == 0) vosDebugConfig(VOS_DEBUG_ERROR | 8); /* the word may change while other threads read it */
             });
         std::thread stopper([&] {
             for (std::thread &thread : threads) thread.join();

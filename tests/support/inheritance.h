@@ -1,6 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What a program inherits from the process that starts it, seen from inside the program, for every way of starting one
- * with libvos. */
+/* Finds out what a program inherits from the process that starts it, for every way of starting one with libvos. */
 #ifndef TESTS_SUPPORT_INHERITANCE_H
 #define TESTS_SUPPORT_INHERITANCE_H
 

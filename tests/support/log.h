@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Reading the library's log out of what a process has written. */
+/* Reads the library's log lines from the output of a process. */
 #ifndef TESTS_SUPPORT_LOG_H
 #define TESTS_SUPPORT_LOG_H
 

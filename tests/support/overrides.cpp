@@ -62,7 +62,7 @@ struct Armed {
     std::atomic<bool> struck = false;
 } armed;
 
-/* The call whose caller is wanted; written and read as `armed` is. */
+/* The call whose calling thread is to be found; written and read as `armed` is. */
 struct Watched {
     std::array<char, 32> call{};
     std::atomic<pid_t> *caller = nullptr;
@@ -79,7 +79,7 @@ enum class Verdict { Pass, Fail, Shorten };
 Verdict enter(const char *call, Kind kind) {
     if (recording.load(std::memory_order_relaxed) && kind == Kind::Listed) {
         const std::lock_guard lock(recordMutex);
-        if (recording) recorded.emplace_back(call); /* another thread may have come to its end meanwhile */
+        if (recording) recorded.emplace_back(call); /* another thread may have ended the recording meanwhile */
     }
     if (watched.left.load(std::memory_order_relaxed) != 0 && strcmp(watched.call.data(), call) == 0 &&
         watched.left.fetch_sub(1) == 1)
@@ -120,7 +120,7 @@ struct ZERO {
         return 0;
     }
 };
-/* Not listed, because only some processors have to be asked this way. */
+/* Not in the table, because only some processors need this call. */
 struct ABSENT : ZERO {
     static constexpr Kind kind = Kind::Output;
 };
@@ -157,10 +157,12 @@ namespace over {
         const int result = ::name arguments;                             \
         return verdict == Verdict::Fail ? ERRNO::failed<int>() : result; \
     }
-#include "overrides.inc"
+#define OTHER(name, parameters, failure) /* below */
+#include "faults/calls.inc"
 #undef FAILS
 #undef MOVES
 #undef GIVES
+#undef OTHER
 
 /* Calls whose parameters do not fit the table. */
 
@@ -200,7 +202,7 @@ void sync() {
 int fcntl(int fd, int command, ...) {
     va_list list;
     va_start(list, command);
-    const int argument = va_arg(list, int); /* of a command without one it is not looked at */
+    const int argument = va_arg(list, int); /* commands without an argument ignore it */
     va_end(list);
     if (enter("fcntl", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
     return ::fcntl(fd, command, argument);
@@ -215,8 +217,9 @@ int ioctl(int fd, unsigned long request, ...) {
     return ::ioctl(fd, request, argument);
 }
 
-/* The private netlink protocol of the device's kernel module does not exist here. It is replaced by the one on which
- * user space may unicast. So a test sends the kernel's messages, and everything else is the real path of the kernel. */
+/* The private netlink protocol of the device's kernel module does not exist here. It is replaced by the protocol on
+ * which user space may send unicast messages. So a test can send the kernel's messages, and all other steps run in the
+ * real kernel. */
 int socket(int domain, int type, int protocol) {
     constexpr int kDeviceProtocol = 30;
     if (enter("socket", Kind::Listed) == Verdict::Fail) return ERRNO::failed<int>();
@@ -262,9 +265,9 @@ int execl(const char *path, const char *first, ...) {
     return ::execv(path, arguments.data());
 }
 
-/* The parent returns through the frame that called vfork() only after the child has been at work below it, so there
- * must be no frame of ours in between: the call is answered with a failure, or the real one is jumped to with
- * everything as the caller left it. */
+/* The child of vfork() uses the parent's stack before the parent returns from the call. So this override must not have
+ * a frame of its own on that stack. It either returns a failure or jumps to the real vfork() with all registers
+ * unchanged. */
 extern "C" pid_t vostestVfork(void);
 extern "C" [[gnu::used]] bool vostestVforkFails() {
     if (enter("vfork", Kind::Listed) != Verdict::Fail) return false;
@@ -312,7 +315,7 @@ int atexit(void (*hook)()) {
     return ::atexit(hook);
 }
 
-/* How atexit() reaches the C library from a shared object, unless a sanitizer redirects it. */
+/* atexit() in a shared object calls this function of the C library, unless a sanitizer redirects it. */
 int cxaAtexit(void (*hook)(void *), void *argument, void *object) {
     if (enter("atexit", Kind::Listed) == Verdict::Fail) return -1;
     return __cxa_atexit(hook, argument, object);
@@ -323,8 +326,8 @@ int strerrorPortable(int error, char *to, size_t size) {
     return __xpg_strerror_r(error, to, size);
 }
 
-/* The mutex is released even when the call reports a failure: else the next thread that takes it would wait for ever.
- */
+/* The mutex is released even when the call reports a failure. Otherwise the next thread that locks it would wait for
+ * ever. */
 int pthread_mutex_unlock(pthread_mutex_t *mutex) {
     const Verdict verdict = enter("pthread_mutex_unlock", Kind::Listed);
     const int result = ::pthread_mutex_unlock(mutex);
@@ -340,7 +343,7 @@ unsigned sleep(unsigned seconds) {
 
 /* The heap: every block that libvos has allocated is in the list until libvos releases it. */
 
-/* Never destroyed: libvos releases blocks until the end of the process. */
+/* Not destroyed, because libvos releases blocks until the end of the process. */
 std::mutex &heapMutex = *new std::mutex;
 std::unordered_set<void *> &blocks = *new std::unordered_set<void *>;
 
@@ -395,7 +398,7 @@ int printf(const char *format, ...) {
     return count;
 }
 
-/* What a hardened build calls in place of the plain functions; they fail under the plain names. */
+/* A hardened build calls these functions in place of the plain ones. Tests name them by the plain names. */
 
 int vfprintfChecked(FILE *stream, int, const char *format, va_list list) {
     return over::vfprintf(stream, format, list);
@@ -433,10 +436,12 @@ const std::vector<Override> &overrides() {
 #define FAILS(result, name, parameters, arguments, failure) entry(#name, over::name),
 #define MOVES                                               FAILS
 #define GIVES(name, parameters, arguments)                  entry(#name, over::name),
-#include "overrides.inc"
+#define OTHER(name, parameters, failure)
+#include "faults/calls.inc"
 #undef FAILS
 #undef MOVES
 #undef GIVES
+#undef OTHER
         entry("open", over::open),
         entry("openat", over::openat),
         entry("writev", over::writev),

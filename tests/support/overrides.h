@@ -10,7 +10,8 @@ namespace vostest {
 /* The override of a call, or null when there is none. */
 void *overrideOf(const std::string &name);
 
-/* Whether a call is on the reviewed list of those that cannot fail, or whose failure cannot be told from success. */
+/* Whether a call is on the reviewed list of those that cannot fail, or whose failure cannot be distinguished from
+ * success. */
 bool cannotFail(const std::string &name);
 
 }  // namespace vostest

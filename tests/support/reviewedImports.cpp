@@ -9,7 +9,7 @@ namespace vostest {
 
 namespace {
 
-/* Reviewed: these cannot fail, or a failure cannot be told from success. */
+/* Reviewed: these cannot fail, or a failure cannot be distinguished from success. */
 constexpr std::string_view kCannotFail[] = {
     // addresses
     "__errno_location",
@@ -59,7 +59,7 @@ constexpr std::string_view kCannotFail[] = {
     // formats that only hold numbers and short texts, into bounded buffers
     "__snprintf_chk",
     "snprintf",
-    // do not return; the check of a descriptor set's bounds is never given a descriptor out of them
+    // do not return; the check of a descriptor set's bounds never gets a descriptor outside them
     "__assert_fail",
     "__fdelt_chk",
     "__stack_chk_fail",
@@ -67,7 +67,7 @@ constexpr std::string_view kCannotFail[] = {
     "_exit",
     "abort",
     "exit",
-    // start-up files; the last asks which atomic instructions an AArch64 machine has
+    // start-up files; the last one asks for the atomic instructions of an AArch64 machine
     "_ITM_deregisterTMCloneTable",
     "_ITM_registerTMCloneTable",
     "__cxa_finalize",
@@ -76,7 +76,7 @@ constexpr std::string_view kCannotFail[] = {
 };
 
 #ifdef VOS_COVERAGE
-/* What the coverage run time, which is linked into libvos, calls for itself. */
+/* Calls of the coverage run time, which is linked into libvos. */
 constexpr std::string_view kCoverage[] = {"__pthread_key_create",
                                           "access",
                                           "exit",

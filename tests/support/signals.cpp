@@ -22,12 +22,12 @@ std::atomic<int> counted = 0;
 
 void count(int) { ++counted; }
 
-/* What the process under test and the sender of the signal exchange, in memory that both share. */
+/* Memory that the process under test shares with the sender of the signal. */
 struct Meeting {
     std::atomic<pid_t> caller;  // the thread that has entered the call
     std::atomic<bool> over;     // the action has ended
     std::atomic<bool> sent;
-    std::atomic<bool> left;  // the sender has nothing more to do
+    std::atomic<bool> left;  // the sender has ended its work
 };
 
 class SharedMeeting {

@@ -26,7 +26,7 @@ struct Interruption {
 };
 
 /* Runs `action` in the calling process. Another process waits until the thread that makes the call sleeps in it, and
- * sends the signal to that thread. It fails the test when the call was not made or never slept. */
+ * sends the signal to that thread. The test fails when the call was not made or did not sleep. */
 void interrupt(const Interruption &how, const std::function<void()> &action);
 
 /* Whether a thread, or a process of one thread, sleeps in the kernel and can be woken by a signal. */

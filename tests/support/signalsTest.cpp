@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The signals themselves: that they come while the call sleeps, and that a missing call is noticed. */
+/* Tests of signals.h: the signal comes while the call sleeps, and a missing call fails the test. */
 #include "support/signals.h"
 
 #include <gmock/gmock.h>
@@ -53,7 +53,7 @@ TEST(Signals, AfterAHandlerThatRestartsTheCallGoesOn) {
     run([] {
         static const Ends pair;
         struct sigaction action {};
-        action.sa_handler = [](int) { EXPECT_EQ(write(pair.ends[1], "x", 1), 1); }; /* the call goes on and gets it */
+        action.sa_handler = [](int) { EXPECT_EQ(write(pair.ends[1], "x", 1), 1); }; /* the restarted call reads it */
         action.sa_flags = SA_RESTART;
         sigaction(SIGUSR1, &action, nullptr);
         interrupt({.call = "recvfrom"}, [&] { EXPECT_EQ(receiveOne(pair.ends[0]), 1); });

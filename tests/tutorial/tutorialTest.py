@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: MIT
-"""docs/tutorial.md shows what is built: each C block is part of the program that the text names last, every program of
+"""docs/tutorial.md matches the programs: each C block is part of the program that the text names last, every program of
 examples/tutorial is named, and the commands of the page do what it says. Runs in the sandbox.
 
-    tutorialTest.py SOURCE-DIRECTORY BUILD-DIRECTORY
+    tutorialTest.py SOURCE-DIRECTORY BUILD-DIRECTORY [cpp]
+
+With "cpp" the programs are those of examples/cpp/tutorial, which do the same.
 """
 import os
 import pathlib
@@ -12,10 +14,11 @@ import subprocess
 import sys
 import time
 
-source, build = map(pathlib.Path, sys.argv[1:])
+source, build = map(pathlib.Path, sys.argv[1:3])
+programs = build / "examples" / "".join(sys.argv[3:])
 page = (source / "docs/tutorial.md").read_text(encoding="utf-8")
 PATIENCE = 60 * float(os.environ.get("VOS_TEST_PATIENCE", "1"))
-environment = {**os.environ, "PATH": f"{build}/examples:{build}/tools:{os.environ['PATH']}"}
+environment = {**os.environ, "PATH": f"{programs}:{build}/tools:{os.environ['PATH']}"}
 
 
 def expect(true, what):

@@ -77,7 +77,7 @@ TEST(DebugPrintf, AFilteredCallFormatsNothingAndWritesNothing) {
     });
 }
 
-TEST(DebugPrintf, ALineIsHeadedByCrLfNameAndIdAndNothingEndsIt) {
+TEST(DebugPrintf, ALineBeginsWithCrLfNameAndIdAndHasNoLineEnd) {
     const Outcome outcome = run([] {
         asProcess("oltd");
         vosDebugPrintf(VOS_DEBUG_ERROR, "%s:open file %s failed errno:%d(%s).", "f", "/flash/x", 2,
@@ -106,7 +106,7 @@ TEST(DebugPrintf, AMessageOf300CharactersIsPrintedWithItsFirst255) {
     EXPECT_THAT(outcome.messages(), ElementsAre(std::string(255, 'a')));
 }
 
-TEST(DebugPrintf, APairOfPercentSignsThatTheCutWouldDivideIsLeftOut) {
+TEST(DebugPrintf, APairOfPercentSignsAtTheCutIsRemovedWhole) {
     const Outcome outcome = run([] {
         asProcess("app");
         const int header = vosDebugPrintf(VOS_DEBUG_ERROR, "%s", "");
@@ -143,7 +143,7 @@ TEST(DebugPrintf, ErrnoSurvivesTheCall) {
     });
 }
 
-TEST(DebugPrintf, AnOutputErrorIsPassedBack) {
+TEST(DebugPrintf, AnOutputErrorIsReturned) {
     const Attempt attempt = failCall(
         {.call = "vprintf"}, [] {}, [] { return vosDebugPrintf(VOS_DEBUG_ERROR, "f:line."); });
     EXPECT_EQ(attempt.result, -1);
@@ -189,7 +189,7 @@ TEST(Printf, TheResultIsTheNumberOfCharactersEvenIfTheyCannotBeWritten) {
     });
 }
 
-TEST(Printf, AnOutputErrorIsPassedBackAndAFailedFlushIsNot) {
+TEST(Printf, AnOutputErrorIsReturnedAndAFailedFlushIsNot) {
     EXPECT_EQ(failCall(
                   {.call = "vprintf"}, [] {}, [] { return vosPrintf("text"); })
                   .result,

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The header's limit. A process name of the library is never this long: this program defines a larger variable of that
- * name, as an application may. */
+/* The limit of the header. The library never makes a process name that is this long. So this program defines a larger
+ * variable of that name, as an application may. */
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -20,7 +20,7 @@ namespace {
 
 const char *const kComplaint = "vosDebugPrintf iLen > VOS_PRINTF_HEAD_LEN.";
 
-/* Takes a name with which the header has exactly that many characters. */
+/* Sets a process name with which the header has exactly that many characters. */
 void headerOf(std::size_t length) {
     const std::size_t around = strlen("\r\n() ") + std::to_string(getpid()).size();
     const std::string name(length - around, 'n');
@@ -29,7 +29,7 @@ void headerOf(std::size_t length) {
 
 }  // namespace
 
-TEST(LongName, ANameOf60CharactersPrintsTheComplaintAndGivesMinus1) {
+TEST(LongName, ANameOf60CharactersPrintsTheErrorTextAndReturnsMinus1) {
     const Outcome outcome = run([] {
         strcpy(szVosProcName, std::string(60, 'n').c_str());
         EXPECT_EQ(vosDebugPrintf(VOS_DEBUG_ERROR, "f:line."), VOS_ERROR);

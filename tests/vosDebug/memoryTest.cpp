@@ -12,7 +12,7 @@
 using namespace vostest;
 using testing::IsEmpty;
 
-TEST(Memory, MallocOfZeroGivesWhatTheSystemLibraryGives) {
+TEST(Memory, MallocOfZeroReturnsWhatTheCLibraryReturns) {
     run([] {
         void *const theirs = malloc(0);
         void *const ours = vosMalloc(0);
@@ -52,7 +52,7 @@ TEST(Memory, ReallocToZeroReleasesTheBlockAndGivesNull) {
     });
 }
 
-TEST(Memory, BlocksMayBeReleasedByTheSystemLibraryAndTheOtherWayRound) {
+TEST(Memory, BlocksMayBeReleasedByTheCLibraryAndTheOtherWayRound) {
     run([] {
         free(vosMalloc(16));
         free(vosCalloc(2, 8));

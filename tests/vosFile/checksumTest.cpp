@@ -16,8 +16,8 @@ const std::string kKnown = "123456789";
 
 uint32_t calculate(const std::string &bytes) { return Cal_CRC(raw(bytes), size32(bytes)); }
 
-/* The register, one bit after the other and without any table: a step shifts in the byte's effect on the 16 bits, and
- * all of the register's old low 24 bits move up. */
+/* The register, computed bit by bit without a table. A step shifts the low 24 bits of the register up and adds the
+ * effect of the byte on 16 bits. */
 uint32_t calculateLiterally(const std::string &bytes) {
     uint32_t r = 0;
     for (const char c : bytes) {
@@ -30,7 +30,7 @@ uint32_t calculateLiterally(const std::string &bytes) {
     return r;
 }
 
-/* CRC-16/XMODEM on its own. */
+/* An independent CRC-16/XMODEM. */
 uint16_t xmodem(const std::string &bytes) {
     uint16_t crc = 0;
     for (const char c : bytes) {
@@ -111,7 +111,7 @@ TEST(Checksum, EveryLengthAtEveryAlignmentAgreesWithALiteralRegister) {
     });
 }
 
-/* Zeros leave a register of zero as it is, so the last bytes alone decide. The memory is reserved, not used. */
+/* Zeros do not change a register of zero, so only the last bytes matter. The memory is reserved but not used. */
 TEST(Checksum, TheLargestLengthIsReadToItsLastByte) {
     run([] {
         constexpr std::size_t kLength = 0xFFFFFFFF;

@@ -22,7 +22,7 @@ constexpr uint32_t kTrace = VOS_DEBUG_ERROR | VOS_DEBUG_TRACE;
 int32_t saveConfiguration(const std::string &bytes) { return vosFileCfgWrite(bytes.data(), size32(bytes)); }
 int32_t saveSyslog(const std::string &bytes) { return vosFileSyslogWrite(bytes.data(), size32(bytes)); }
 
-/* Loads the configuration and releases it. Returns the result. */
+/* Reads the configuration and releases it. Returns the result. */
 long loadConfiguration() {
     char *buffer = nullptr;
     uint32_t length = 0;
@@ -106,7 +106,7 @@ TEST(Configuration, NullPointersAreRefused) {
                                                 "vosFileCfgWrite:parameter error."));
 }
 
-TEST(Configuration, TheCallsTraceTheirWay) {
+TEST(Configuration, TheCallsTraceTheirSteps) {
     const Outcome outcome = run([] {
         vosDebugConfig(kTrace);
         saveConfiguration("x");
@@ -181,14 +181,14 @@ TEST(Configuration, EachFailingCallOfARead) {
 TEST(Configuration, AFailedReadUnlocksAndCloses) {
     putFile(kConfiguration, "content");
     run([] {
-        vosProcessGetName(); /* is read from a file once */
+        vosProcessGetName(); /* reads the name from a file, only once */
         Faults::arm({.call = "read"});
         EXPECT_THAT(Faults::record([] { loadConfiguration(); }),
                     ElementsAre("access", "stat", "malloc", "open", "flock", "read", "flock", "close"));
     });
 }
 
-TEST(Configuration, AShortReadIsLoggedAndTheLengthIsTheOneAnnounced) {
+TEST(Configuration, AShortReadIsLoggedAndTheLengthIsTheSizeAskedBefore) {
     putFile(kConfiguration, "content");
     const Outcome outcome = run([] {
         char *buffer = nullptr;
@@ -202,7 +202,7 @@ TEST(Configuration, AShortReadIsLoggedAndTheLengthIsTheOneAnnounced) {
     EXPECT_THAT(outcome.messages(), ElementsAre("vosFileCfgRead:read cfg file need 7 but only read 3."));
 }
 
-/* The reader asks the size, and then waits for a writer that makes the file longer, shorter or empty. */
+/* The reader asks for the size, and then waits for a writer that makes the file longer, shorter or empty. */
 TEST(Configuration, AFileThatChangesWhileItsReaderWaitsComesWithTheOldLength) {
     const auto readWhile = [](const std::string &written) {
         putFile(kConfiguration, "0123456789");
@@ -220,7 +220,7 @@ TEST(Configuration, AFileThatChangesWhileItsReaderWaitsComesWithTheOldLength) {
         });
         EXPECT_TRUE(eventually([] { return fileContent("/proc/locks").find("->") != std::string::npos; }));
         putFile(kConfiguration, written);
-        EXPECT_EQ(flock(fd, LOCK_UN), 0); /* the reader has inherited the descriptor, so closing it would not unlock */
+        EXPECT_EQ(flock(fd, LOCK_UN), 0); /* closing it would not unlock, because the reader has inherited it */
         close(fd);
         return reader.finish().messages();
     };
@@ -250,7 +250,7 @@ TEST(Configuration, EachFailingCallOfAWrite) {
     for (const char *const call : {"fsync#1", "syncfs#1", "close#1"}) expectLines(attempts, call, VOS_OK, {});
 }
 
-TEST(Configuration, AFailedTruncationGoesUnnoticedAndTheWriteGoesAhead) {
+TEST(Configuration, AFailedTruncationIsIgnoredAndTheWriteFollows) {
     const Attempt attempt = failCall(
         {.call = "ftruncate"}, [] { putFile(kConfiguration, "before it"); },
         [] { return saveConfiguration("content"); });
@@ -260,7 +260,7 @@ TEST(Configuration, AFailedTruncationGoesUnnoticedAndTheWriteGoesAhead) {
 
 TEST(Configuration, AFailedWriteStillUnlocksAndFlushes) {
     run([] {
-        vosProcessGetName(); /* is read from a file once */
+        vosProcessGetName(); /* reads the name from a file, only once */
         Faults::arm({.call = "write"});
         EXPECT_THAT(Faults::record([] { saveConfiguration("x"); }),
                     ElementsAre("open", "flock", "ftruncate", "write", "flock", "fsync", "syncfs", "close"));
@@ -344,7 +344,7 @@ TEST(Syslog, NullBuffersAreRefusedAndAnotherPathIsTaken) {
 TEST(Syslog, EachFailingCallOfARead) {
     const auto attempts = failEachCall(
         [] {
-            vosProcessGetName(); /* is read from a file once */
+            vosProcessGetName(); /* reads the name from a file, only once */
             vosDebugConfig(kTrace);
             putFile(kSyslog, "content");
         },

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Every implementation of the CRC-32 gives the value of the definition, which goes byte by byte over the table. */
+/* Every implementation of the CRC-32 returns the value of the definition, which uses the table for one byte after the
+ * other. */
 #include "base/crc32.h"
 
 #include <sys/mman.h>
@@ -66,7 +67,7 @@ void expectLiteralValues(Random &random, int rounds) {
     }
 }
 
-/* For each form of the library's own, beside the choice that the library makes. */
+/* Calls the action for each form of the library, and for the one that the library chooses. */
 template <typename Form>
 void expectStandardValues(Form form) {
     Random random;
@@ -134,7 +135,7 @@ TEST(Crc32, BytesUpToTheEndOfReadableMemoryAreEnough) {
     });
 }
 
-TEST(Crc32, OneChangedEntryChangesTheValueAsItShould) {
+TEST(Crc32, OneChangedEntryChangesTheValueAsByTheDefinition) {
     for (int round = 0; round < 8; ++round) {
         run([] {
             Random random;
@@ -144,7 +145,7 @@ TEST(Crc32, OneChangedEntryChangesTheValueAsItShould) {
     }
 }
 
-TEST(Crc32, ATableOfAnyContentIsUsedAsItStands) {
+TEST(Crc32, ATableOfAnyContentIsUsed) {
     run([] {
         Random random;
         for (uint32_t &entry : vosCrctable) entry = random.word();
@@ -152,7 +153,7 @@ TEST(Crc32, ATableOfAnyContentIsUsedAsItStands) {
     });
 }
 
-TEST(Crc32, AChangeBetweenTwoPiecesCountsFromTheSecondOn) {
+TEST(Crc32, AChangeBetweenTwoPiecesAppliesFromTheSecondPiece) {
     run([] {
         Random random;
         const uint8_t *bytes = random.bytes.data();
@@ -195,7 +196,7 @@ TEST(Crc32, MovingARegisterUpEqualsThatManyZeroBytes) {
 
 #if defined(__aarch64__)
 
-TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
+TEST(Crc32, WithoutTheProcessorsInstructionsTheValueIsTheSame) {
     run([] {
         Random random;
         for (uint32_t round = 0; round < 100; ++round) {
@@ -211,9 +212,9 @@ TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
 
 #elif defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
-/* No call of the C library stands between libvos and the processor, so a processor is emulated that cannot help.
- */
-TEST(Crc32, WithoutTheProcessorsHelpTheValueIsTheSame) {
+/* libvos asks the processor itself, without a call of the C library that could be replaced. So the program runs under
+ * an emulator whose processor does not have the instructions. */
+TEST(Crc32, WithoutTheProcessorsInstructionsTheValueIsTheSame) {
     if (access("/usr/bin/qemu-x86_64", X_OK) != 0) GTEST_SKIP() << "qemu-x86_64 is not installed";
     run([] {
         execl("/usr/bin/qemu-x86_64", "qemu-x86_64", "-cpu", "qemu64", (testPrograms() + "/oldProcessor").c_str(),

@@ -73,7 +73,7 @@ TEST(FileDelete, AFailureIsOnlyLogged) {
                 {failedLine("vosFileDelete:remove file /flash/data")});
 }
 
-TEST(FileSize, OfAFileOfALinkAndOfNothing) {
+TEST(FileSize, OfAFileOfALinkAndOfAMissingPath) {
     putFile(kPath, "0123456789");
     fs::create_symlink(kPath, "/flash/link");
     const Outcome outcome = run([] {
@@ -201,7 +201,7 @@ TEST(DirectoryDelete, EachFailingCall) {
     expectLines(attempts, "rmdir#2", VOS_ERROR, {failedLine("vosDirDelete:rmdir dir /flash/tree")});
     for (const char *const call : {"sync#1", "sync#2", "sync#3", "closedir#1", "closedir#2"})
         expectLines(attempts, call, VOS_OK, {});
-    /* A failed readdir() looks like the end of the directory. The entries that remain make the removal fail. */
+    /* A failed readdir() is taken for the end of the directory. The removal then fails, because entries remain. */
     expectLines(attempts, "readdir#1", VOS_ERROR, {failedLine("vosDirDelete:rmdir dir /flash/tree", ENOTEMPTY)});
 }
 
@@ -266,8 +266,8 @@ TEST(HandleToNull, ANullResultIsRefusedAndABadDescriptorFails) {
     EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
-/* A service often starts with standard output closed. The null device then gets number 1, and looks like an open one.
- */
+/* A service often starts with standard output closed. The null device then gets descriptor 1, and so the descriptor
+ * seems to be open. */
 TEST(HandleToNull, AClosedDescriptorFailsAndStaysClosed) {
     const auto refuse = [](int closed) {
         int32_t saved = 77;
@@ -297,7 +297,7 @@ TEST(HandleToNull, CloseOnExecIsLostAndTheSavedDescriptorIsInherited) {
     });
 }
 
-/* After a failure to duplicate, the null device alone stays open, as the header says. */
+/* When dup() has failed, only the null device stays open, as the header says. */
 TEST(HandleToNull, EachFailingCall) {
     static int fd = -1;
     const auto attempts = failEachCall([] { fd = devNull(); },

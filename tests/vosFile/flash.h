@@ -37,8 +37,8 @@ inline unsigned modeOf(const std::string &path) {
     return state.st_mode & 07777;
 }
 
-// What the kernel leaves of this mode once a process with the rights of this one has written: without CAP_FSETID in the
-// first user namespace, the set-id bits go.
+// The mode after this process has written to a file with that mode. Without CAP_FSETID in the first user namespace, the
+// kernel clears the set-id bits.
 inline unsigned modeAfterAWrite(unsigned mode) {
     const char *const probe = "/flash/mode-probe";
     std::ofstream(probe) << "x";
@@ -52,7 +52,7 @@ inline unsigned modeAfterAWrite(unsigned mode) {
 inline const uint8_t *raw(const std::string &bytes) { return reinterpret_cast<const uint8_t *>(bytes.data()); }
 inline uint32_t size32(const std::string &bytes) { return static_cast<uint32_t>(bytes.size()); }
 
-/* A word as it stands in memory, and in network byte order. */
+/* The bytes of a word in this machine's order, and in network byte order. */
 inline std::string nativeWord(uint32_t value) {
     std::string bytes(sizeof value, '\0');
     memcpy(bytes.data(), &value, sizeof value);

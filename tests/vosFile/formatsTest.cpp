@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The examples of docs/flash-formats.md, byte by byte as they stand there. */
+/* The examples of docs/flash-formats.md, byte by byte. */
 #include "vosFile/images.h"
 #include "vosSysConfig/partitions.h"
 

@@ -79,7 +79,7 @@ TEST(ImageCheck, ShorterThanAHeaderOrNullIsRefusedWithoutReadingPastTheEnd) {
     const Outcome outcome = run([] {
         for (uint32_t length = 0; length < 16; ++length) {
             const auto *const bytes =
-                static_cast<uint8_t *>(calloc(length, 1)); /* so that the sanitizer sees its end */
+                static_cast<uint8_t *>(calloc(length, 1)); /* so that the sanitizer finds an access past its end */
             for (uint32_t type = 0; type < 4; ++type) EXPECT_EQ(vosFileImageCheck(type, bytes, length), VOS_ERROR);
             free(const_cast<uint8_t *>(bytes));
         }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Images and file packages made by hand. */
+/* Images and file packages that the tests make. */
 #ifndef TESTS_VOS_FILE_IMAGES_H
 #define TESTS_VOS_FILE_IMAGES_H
 

@@ -34,7 +34,7 @@ void putBootDevice() {
 
 }  // namespace
 
-TEST(AppWrite, TheImageIsInstalledWithItsHeaderAndTheReleasedOneKept) {
+TEST(AppWrite, TheImageIsInstalledWithItsHeaderAndTheEarlierOneIsTheBackup) {
     putReleased();
     const std::string old = fileContent(kApplication);
     const Outcome outcome = run([] { EXPECT_EQ(installNew(), VOS_OK); });
@@ -45,7 +45,7 @@ TEST(AppWrite, TheImageIsInstalledWithItsHeaderAndTheReleasedOneKept) {
     EXPECT_FALSE(present(kVersion));
 }
 
-TEST(AppWrite, WithoutAVersionFileNothingIsKept) {
+TEST(AppWrite, WithoutAVersionFileNoBackupIsMade) {
     putApplication("a longer image than the new one");
     run([] { EXPECT_EQ(installNew(), VOS_OK); });
     EXPECT_EQ(fileContent(kApplication), kNew);
@@ -68,7 +68,7 @@ TEST(AppWrite, AnUnsoundImageChangesNothing) {
     EXPECT_FALSE(present(kBackup));
 }
 
-TEST(AppWrite, NullIsRefusedAndTheWayIsTraced) {
+TEST(AppWrite, NullIsRefusedAndTheStepsAreTraced) {
     putApplication();
     const Outcome outcome = run([] {
         vosDebugConfig(kTrace);
@@ -113,7 +113,7 @@ TEST(AppWrite, EachFailingCallOfTheInstallation) {
 TEST(AppWrite, NoFailureOfTheBackupStopsTheInstallation) {
     const auto attempts = failEachCall(
         [] {
-            vosProcessGetName(); /* is read from a file once */
+            vosProcessGetName(); /* reads the name from a file, only once */
             putReleased();
         },
         installNew);
@@ -167,7 +167,7 @@ TEST(AppWrite, TheVersionIsGoneAlsoWhenTheInstallationFailsAfterTheBackup) {
     EXPECT_EQ(fileContent(kApplication), applicationImage("old")) << "not opened, so unchanged";
 }
 
-/* No result and no line tells that the backup is cut short. A check of the backup tells it. */
+/* Neither a result nor a line reports that the backup is incomplete. Only a check of the backup shows it. */
 TEST(AppWrite, AFullFlashCutsTheBackupShortWithoutALine) {
     const Outcome outcome = run([] {
         ASSERT_EQ(mount("none", "/flash", "tmpfs", 0, "size=64k"), 0) << strerror(errno);
@@ -220,7 +220,7 @@ TEST(VersionUpdate, APathOf252CharactersIsTheLongest) {
     EXPECT_EQ(fileContent(longest + ".ver"), named("1"));
 }
 
-TEST(VersionUpdate, TheResultOfTheWriteComesBack) {
+TEST(VersionUpdate, TheResultOfTheWriteIsReturned) {
     const auto attempts = failEachCall([] {}, [] { return vosFileAppVerUpdate("1"); });
     expectNothingKept(attempts);
     EXPECT_EQ(at(attempts, "open#1").result, VOS_ERROR);
@@ -238,7 +238,7 @@ TEST(BackupVersion, WithNoBackupTheFlagIsZeroAndTheTextEmpty) {
     });
 }
 
-TEST(BackupVersion, OfABackupAndAtMost512Bytes) {
+TEST(BackupVersion, IsThatOfTheBackupUpTo512Bytes) {
     putFile(kBackup, "x");
     putFile(kBackupVersion, named("1.0"));
     run([] {
@@ -300,7 +300,7 @@ TEST(BootWrite, AMissingDeviceIsNotCreated) {
     EXPECT_FALSE(present("/tmp/missing"));
 }
 
-TEST(BootWrite, NullUnsoundAndTracedAndNotFlushed) {
+TEST(BootWrite, NullAndAnUnsoundImageAreRefusedAndTheWriteIsTracedAndNotFlushed) {
     const Outcome outcome = run([] {
         putBootDevice();
         EXPECT_EQ(vosFileBootWrite(nullptr, 5), VOS_ERR_PARAM);

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* What the tests of the journal share: entries made by hand, stores that are saved and read, states of the flash. */
+/* What the tests of the journal share: entries made by the test, stores that are saved and read, states of the flash.
+ */
 #ifndef TESTS_VOS_FILE_JOURNAL_H
 #define TESTS_VOS_FILE_JOURNAL_H
 
@@ -64,7 +65,7 @@ inline void putState(const State &state) {
     for (const auto &[path, content] : state) putFile(path, content);
 }
 
-/* One thing that is saved. `read` gives what a reader finds, or kMissing, or kFailed. */
+/* One store that is saved. `read` returns the content that a reader gets, or kMissing, or kFailed. */
 struct Store {
     std::string name;
     std::string path;

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Every call of every save by way of the journal fails in turn, the process is killed at every call in turn, and the
- * recovery is killed at every one of its calls: the next process reads the old content or the new one. */
+/* Saves with the journal. Every call of a save fails once, the process is killed once at every call, and the recovery
+ * is killed once at every call. Each time the next process must read the old content or the new one. */
 #include <csignal>
 #include <set>
 
@@ -15,7 +15,7 @@ namespace {
 
 void useJournal() {
     szVosJournalDir = kJournal;
-    vosProcessGetName(); /* is read from a file once */
+    vosProcessGetName(); /* reads the name from a file, only once */
 }
 
 /* The calls that an action makes, each with its number. */

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The journal: what recovery does and says, entries that others have made, a flash without room. */
+/* The journal: what recovery does and logs, entries that other programs have made, a full flash. */
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mount.h>

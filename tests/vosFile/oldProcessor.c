@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* For a processor without instructions that help the CRC-32; compares all lengths around the bounds of its loops. */
+/* Compares the CRC-32 for all lengths around the bounds of its loops. To be run on a processor without instructions for
+ * the CRC-32. */
 #include <stdio.h>
 #include <stdlib.h>
 

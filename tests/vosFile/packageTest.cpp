@@ -17,7 +17,7 @@ std::vector<std::string> outcomeOf(const std::string &package, int32_t expected,
     return run([&] {
                umask(0);
                if (traced) vosDebugConfig(VOS_DEBUG_ERROR | VOS_DEBUG_TRACE);
-               /* a block of exactly its size, so that the sanitizer sees its end */
+               /* a block of exactly its size, so that the sanitizer finds an access past its end */
                auto *const exact = static_cast<uint8_t *>(malloc(package.size()));
                memcpy(exact, package.data(), package.size());
                EXPECT_EQ(vosFileAppWrite(exact, size32(package)), expected);
@@ -253,7 +253,7 @@ TEST(Package, LengthsThatWrapAreTooLong) {
     EXPECT_THAT(outcomeOf(packageOf(1, both), VOS_ERROR), IsEmpty());
 }
 
-TEST(Package, MoreEntriesAnnouncedThanThere) {
+TEST(Package, MoreEntriesInTheHeaderThanInThePackage) {
     EXPECT_THAT(outcomeOf(packageOf(0xFFFFFFFF, kFileEntry), VOS_ERROR), IsEmpty());
     EXPECT_EQ(fileContent("/app/oem1"), "data");
 }
@@ -272,7 +272,7 @@ TEST(Package, ANameWithPercentSignsIsShownAsItIs) {
                 ElementsAre("vosFileImageFileOp:file /etc/%n%s is not permitted."));
 }
 
-TEST(Package, ItsWayIsTraced) {
+TEST(Package, ItsStepsAreTraced) {
     const auto lines = outcomeOf(packageOf(0, ""), VOS_OK, true);
     EXPECT_THAT(lines, ElementsAre("vosFileAppWrite:start ulBufLen 32.", "vosFileImageFileOp:start ulBufLen 32."));
 }
@@ -374,7 +374,7 @@ TEST(OemRecords, TheNameIsNotExamined) {
 TEST(OemRecords, EachFailingCall) {
     const auto attempts = failEachCall(
         [] {
-            vosProcessGetName(); /* is read from a file once */
+            vosProcessGetName(); /* reads the name from a file, only once */
             putApplication();
             putErased();
         },
@@ -392,7 +392,7 @@ TEST(OemRecords, EachFailingCall) {
     };
     linesOf(2, "readBootConfigData", "vosSysConfigDataGet",
             {"vosFileImageOemWrite:vosSysConfigDataGet BSP_OEM_INFO failed."});
-    /* These two texts begin with a line end of their own, which leaves their header on a line by itself. */
+    /* These two texts begin with a line end, so their header is on a line of its own. */
     for (const int open : {3, 4}) {
         const Attempt &attempt = at(attempts, "open#" + std::to_string(open));
         EXPECT_EQ(attempt.result, VOS_ERROR);

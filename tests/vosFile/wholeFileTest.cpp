@@ -116,7 +116,7 @@ TEST(FileRead, EachFailingCall) {
 TEST(FileRead, AFailedReadClosesWithoutUnlocking) {
     putFile(kPath, "content");
     run([] {
-        vosProcessGetName(); /* is read from a file once */
+        vosProcessGetName(); /* reads the name from a file, only once */
         std::string buffer(16, '.');
         Faults::arm({.call = "read"});
         EXPECT_THAT(Faults::record([&] { EXPECT_EQ(readInto(buffer), VOS_ERROR); }),
@@ -210,7 +210,7 @@ TEST(FileWrite, EachFailingCall) {
 
 TEST(FileWrite, AfterAnEarlyCloseTheRemainingCallsAreStillMade) {
     run([] {
-        vosProcessGetName(); /* is read from a file once */
+        vosProcessGetName(); /* reads the name from a file, only once */
         Faults::arm({.call = "write"});
         EXPECT_THAT(Faults::record([] { writeFrom("x"); }),
                     ElementsAre("open", "flock", "ftruncate", "write", "close", "flock", "fsync", "syncfs"));
@@ -220,7 +220,7 @@ TEST(FileWrite, AfterAnEarlyCloseTheRemainingCallsAreStillMade) {
     });
 }
 
-/* Another thread opens and locks a file again and again, and so gets the number that the failed write has closed. */
+/* Another thread opens and locks a file repeatedly, and so gets the number that the failed write has closed. */
 TEST(FileWrite, AfterAnEarlyCloseNoDescriptorOfAnotherThreadIsTouched) {
     constexpr int kRounds = 300;
     const Outcome outcome = run([] {
@@ -320,7 +320,7 @@ TEST(FileLock, ASignalWithoutRestartEndsTheWaitAndTheWriteGoesOnWithoutTheLock) 
         action.sa_handler = [](int) {};
         action.sa_flags = flags;
         ASSERT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
-        const itimerval often{{0, 5000}, {0, 5000}}; /* again and again: the first may come before the wait */
+        const itimerval often{{0, 5000}, {0, 5000}}; /* repeated, because the first signal may come before the wait */
         ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
         EXPECT_EQ(writeFrom("new"), VOS_OK);
     };

@@ -42,7 +42,7 @@ uint32_t address() {
     return value;
 }
 
-/* Both partitions with a value of their own. */
+/* Both partitions, each with a value that a fresh one does not have. */
 void makePartitions() {
     init();
     run([] {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Steps that fail. The program defines the functions of the steps itself, because the library's never fail. */
+/* Steps that fail. The program defines the functions of the steps itself, because those of the library never fail. */
 #include <gmock/gmock.h>
 
 #include "support/child.h"
@@ -39,7 +39,7 @@ TEST(InitSteps, AllAreTakenInTheirOrderAndTheDataStepsResultIsIgnored) {
     EXPECT_THAT(outcome.messages(), ElementsAre("memory", "core files of demo", "sockets", "device data"));
 }
 
-TEST(InitSteps, EachFailureHasItsLineAndTheCoreFilesHaveThatOfTheMemory) {
+TEST(InitSteps, EachFailureHasItsLineAndThatOfTheCoreFilesNamesTheMemoryStep) {
     const Outcome outcome = run([] {
         oomResult = coreDumpResult = netResult = VOS_ERROR;
         EXPECT_EQ(vosInit("demo"), VOS_OK);

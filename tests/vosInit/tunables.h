@@ -30,14 +30,14 @@ inline std::string contentOf(const std::string &path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/* The content of a file below /proc/sys: what the kernel would have been told. */
+/* The content of a file below /proc/sys: the value that the kernel would have got. */
 inline std::string tunable(const std::string &name) { return contentOf("/proc/sys/" + name); }
 
 inline std::string corePattern() { return tunable("kernel/core_pattern"); }
 
 inline const char *const kCommands = "/tmp/commands";
 
-/* Replaces execl() in the shell's process: notes the command line, then runs it. */
+/* Replaces execl() in the process of the shell: records the command line, then runs it. */
 inline int noteAndExecute(const char *path, const char *name, ...) {
     va_list list;
     va_start(list, name);
@@ -48,14 +48,14 @@ inline int noteAndExecute(const char *path, const char *name, ...) {
     return execl(path, name, option, command, static_cast<char *>(nullptr));
 }
 
-/* From here on, the command lines of this process are noted, whatever rights it has later. */
+/* From here on, the command lines of this process are recorded, whatever rights it has later. */
 inline void noteCommands() {
     std::ofstream{kCommands};
     ASSERT_EQ(chmod(kCommands, 0666), 0);
     substitute("execl", noteAndExecute);
 }
 
-/* The noted command lines, each without the shell's words before it. */
+/* The recorded command lines, without the words that call the shell. */
 inline std::vector<std::string> commands() {
     std::ifstream file(kCommands);
     std::vector<std::string> all;
@@ -67,8 +67,9 @@ inline std::vector<std::string> commands() {
     return all;
 }
 
-/* Takes all rights from the caller and from what it starts: they may read the tunables and the flash and write neither.
- * The user stays 0, because the sandbox of an ordinary user has no other; programs of user 0 get no rights back. */
+/* Removes all rights of the caller and of the programs that it starts: they may read the tunables and the flash, but
+ * write neither. The user stays 0, because the sandbox of an ordinary user has no other; programs of user 0 get no
+ * rights back. */
 inline void giveUpRights() {
     for (const char *const directory : {"/proc/sys", "/flash", "/app"})
         for (const auto &entry : std::filesystem::recursive_directory_iterator(directory))
@@ -94,7 +95,7 @@ inline void expectCoreLimit(rlim_t expected) {
 
 }  // namespace vostest
 
-/* The one reason why a scenario cannot run. */
+/* The only reason why a scenario cannot run. */
 #define NEEDS_UNLIMITED_CORES                  \
     if (coreLimit().rlim_max != RLIM_INFINITY) \
     GTEST_SKIP() << "the size of core files is limited where this test runs, and only the superuser could raise it"

@@ -30,7 +30,7 @@ std::string record(uint32_t sizeMiB, const std::string &directory) {
     return bytes;
 }
 
-/* Puts a record down, switches core files on and returns the pattern. */
+/* Writes a record, switches core files on and returns the pattern. */
 std::string patternAfter(const std::string &bytes) {
     putRecord(bytes);
     const Outcome outcome = run([] { EXPECT_EQ(vosLinuxCoreDumpInit("demo"), VOS_OK); });
@@ -263,14 +263,14 @@ TEST(CoreDumpInit, ARecordThatCannotBeReadGivesTheDefaults) {
     }
 }
 
-TEST(CoreDumpInit, AReadThatComesShortGivesTheDefaults) {
+TEST(CoreDumpInit, AShortReadGivesTheDefaults) {
     putRecord(record(64, "/var/crash"));
     failCall(
         {.call = "read", .shortTo = 43}, [] {}, [] { return long{vosLinuxCoreDumpInit("demo")}; });
     EXPECT_EQ(corePattern(), kDefaultPattern);
 }
 
-TEST(CoreDumpInit, WithoutALimitReadTheTraceShowsZeros) {
+TEST(CoreDumpInit, WhenTheLimitCannotBeReadTheTraceShowsZeros) {
     putRecord(record(0, "/"));
     const Attempt attempt = failCall(
         {.call = "getrlimit"}, [] { vosDebugConfig(VOS_DEBUG_TRACE); },
@@ -292,7 +292,7 @@ TEST(CoreDumpInit, ANameOf169CharactersFitsBehindTheLongestDirectory) {
     EXPECT_THAT(outcome.output, IsEmpty());
 }
 
-TEST(CoreDumpInit, ALongerNameIsCutSoThatTheLineEndsAsItMust) {
+TEST(CoreDumpInit, ALongerNameIsCutAndTheEndOfTheLineIsKept) {
     putRecord(record(0, "/" + std::string(31, 'd')));
     for (const std::size_t length : {170u, 5000u}) {
         const std::string name(length, 'n');
@@ -310,7 +310,7 @@ TEST(CoreDumpInit, ANullNameIsLoggedAndEmpty) {
     EXPECT_EQ(corePattern(), "/flash/core--%e-%p-%t\n");
 }
 
-TEST(CoreDumpInit, BlanksAndPercentSignsOfTheNameReachTheKernelAsTheyAre) {
+TEST(CoreDumpInit, BlanksAndPercentSignsOfTheNameReachTheKernelUnchanged) {
     run([] { EXPECT_EQ(vosLinuxCoreDumpInit("a  b;c%h"), VOS_OK); });
     EXPECT_EQ(corePattern(), "/flash/core-a  b;c%h-%e-%p-%t\n");
 }

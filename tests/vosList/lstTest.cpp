@@ -15,8 +15,8 @@ using testing::IsEmpty;
 
 namespace {
 
-/* The nodes from head to tail. That the list reads the same from tail to head, that both ends are null and that the
- * count is right is expected on the way. */
+/* Returns the nodes from head to tail. Also checks that the list is the same from tail to head, that both ends are null
+ * and that the count is right. */
 std::vector<LST_NODE *> nodesOf(LST_LIST &list) {
     std::vector<LST_NODE *> forward;
     for (LST_NODE *node = lstFirst(&list); node != nullptr; node = lstNext(node)) forward.push_back(node);
@@ -106,7 +106,7 @@ TEST(Lst, GetTakesTheHeadUntilTheListIsEmpty) {
     });
 }
 
-/* An application took the head out by its own hand and left the new head's `previous`. */
+/* An application has removed the head itself and has not changed `previous` of the new head. */
 TEST(Lst, GetDoesNotFollowTheHeadsPreviousLink) {
     run([] {
         Nodes n{3};
@@ -255,7 +255,7 @@ TEST(Lst, FreeReleasesEveryNodeAndEmptiesTheList) {
 TEST(Lst, FreeOnAListWithCount0FreesNothing) {
     run([] {
         Nodes n{1};
-        n.list.count = 0; /* although there is a head, and it is no heap block */
+        n.list.count = 0; /* wrong on purpose: there is a head, which is no heap block */
         lstFree(&n.list);
         EXPECT_EQ(n.list.head, &n.node[0]);
         n.list.count = -1;

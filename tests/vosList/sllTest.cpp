@@ -54,7 +54,7 @@ TEST(Sll, CreateMakesAnEmptyListThatDeleteFrees) {
 }
 
 TEST(Sll, CreateWithoutMemoryGivesNullAndOneLine) {
-    /* One allocation, be it malloc() or what a compiler makes of it together with the initialisation. */
+    /* One allocation: malloc(), or calloc() when the compiler has merged it with the initialisation. */
     const auto attempts = failEachCall([] {}, [] { return sllCreate() == nullptr ? 1L : 0L; });
     ASSERT_EQ(attempts.size(), 1u);
     EXPECT_EQ(attempts[0].result, 1);
@@ -169,7 +169,7 @@ TEST(Sll, CountWalksTheWholeListEachTime) {
         Nodes n;
         n.fill();
         EXPECT_EQ(sllCount(&n.list), 3u);
-        n.b.next = nullptr; /* only a walk can see this */
+        n.b.next = nullptr; /* only a call that walks the list finds this */
         EXPECT_EQ(sllCount(&n.list), 2u);
     });
 }

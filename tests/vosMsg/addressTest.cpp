@@ -53,7 +53,7 @@ void expectTimeouts(uint32_t ms, long seconds, long microseconds) {
 
 }  // namespace
 
-TEST(Address, ThePathHoldsTheNameBehindItsLastSlash) {
+TEST(Address, ThePathHoldsTheNameAfterItsLastSlash) {
     run([] {
         EXPECT_EQ(pathOf("abc/def"), "/tmp/vos/def");
         EXPECT_EQ(pathOf("/usr/bin/app"), "/tmp/vos/app");
@@ -63,7 +63,7 @@ TEST(Address, ThePathHoldsTheNameBehindItsLastSlash) {
     });
 }
 
-TEST(Address, WithTheHighFlagANameWithADirectoryMeetsTheHighPath) {
+TEST(Address, WithTheHighFlagANameWithADirectoryHasTheHighPath) {
     run([] {
         Peer high{"/tmp/vos/defHigh"};
         char text[5] = "ping";
@@ -72,7 +72,7 @@ TEST(Address, WithTheHighFlagANameWithADirectoryMeetsTheHighPath) {
     });
 }
 
-TEST(Address, APathIsNeverWrittenBehindItsBuffer) {
+TEST(Address, APathIsNeverWrittenPastItsBuffer) {
     run([] {
         std::array<char, 130> path;
         path.fill('#');
@@ -118,7 +118,7 @@ TEST(Address, TwoThreadsHaveDifferentPaths) {
 
 namespace {
 
-/* The path of a child that shares nothing, made by the kernel's own call: no library has a hand in it. */
+/* The path of a child that shares no memory. It is made by the system call itself, so that no library is involved. */
 std::string pathOfAChild(pid_t &child) {
     int ends[2];
     EXPECT_EQ(pipe(ends), 0);
@@ -149,7 +149,7 @@ TEST(Address, AChildOfAnyKindOfForkHasPathsOfItsOwn) {
     run([] { expectOwnPaths(); });
 }
 
-TEST(Address, AChildThatBorrowsItsParentsMemoryGetsItsParentsPaths) {
+TEST(Address, AChildOfVforkGetsItsParentsPaths) {
     run([] {
         static std::array<char, 128> path;
         localFile();
@@ -163,7 +163,7 @@ TEST(Address, AChildThatBorrowsItsParentsMemoryGetsItsParentsPaths) {
     });
 }
 
-TEST(Address, TheKernelIsAskedOnceWhoTheProcessIs) {
+TEST(Address, TheKernelIsAskedOnlyOnceForTheProcessId) {
     run([] {
         EXPECT_THAT(Faults::record([] { localFile(); }), ElementsAre("madvise", "madvise"));
         EXPECT_THAT(Faults::record([] { localFile(); }), IsEmpty());
@@ -171,7 +171,7 @@ TEST(Address, TheKernelIsAskedOnceWhoTheProcessIs) {
     });
 }
 
-TEST(Address, WhereAChildWouldFindItsParentsIdEachPathAsksForIt) {
+TEST(Address, WhenThePageCannotBeClearedInChildrenTheKernelIsAskedForEachPath) {
     run([] {
         errno = ENOTTY;
         Faults::arm({.call = "madvise", .occurrence = 2, .error = EINVAL});
@@ -196,7 +196,7 @@ TEST(Address, TheLengthCountsFamilyPathAndTerminator) {
     });
 }
 
-TEST(Address, APathBeyondTheFieldIsFilledWithoutOverrunAndTellsItsLength) {
+TEST(Address, APathLongerThanTheFieldIsCutAndItsFullLengthIsReturned) {
     run([] {
         struct {
             sockaddr_un address;
@@ -237,7 +237,7 @@ TEST(LocalSocket, TimeOutsAreSecondsAndMicrosecondsOfTheMilliseconds) {
         const int fd = vosMsgLocalSocket(0xFFFFFFFF);
         EXPECT_EQ(timeout(fd, SO_RCVTIMEO).tv_sec, 4294967);
         close(fd);
-        /* the kernel keeps them in its own ticks, so part of a second is compared where those are whole */
+        /* the kernel rounds them to its ticks, so the fraction is one that is a whole number of ticks */
         expectTimeouts(1500, 1, 500000);
     });
 }
@@ -270,7 +270,7 @@ TEST(LocalSocket, AFailedSocketIsMinusOneWithoutALineAndFailedTimeOutsAreLogged)
 
 namespace {
 
-/* Tunes a socket of the test and lists what the lines have to be on this machine. */
+/* Tunes a socket of the test and lists the lines that are right on this machine. */
 std::string shortLine(const char *option, int asked, int granted) {
     return std::string("vosMsgSocketOptmize: ") + option + " set " + std::to_string(asked) + " but only " +
            std::to_string(granted) + ", need to just KERNEL_NET_MEM_MAX value.";
@@ -285,7 +285,7 @@ long tuneOne(int32_t verify) {
 
 }  // namespace
 
-TEST(SocketTuning, WhatTheKernelCapsIsLoggedWhenVerified) {
+TEST(SocketTuning, ASizeThatTheKernelLimitsIsLoggedWhenVerified) {
     const Peer probe;
     const int send = 4194304;
     const int receive = 6291456;
@@ -302,7 +302,7 @@ TEST(SocketTuning, WhatTheKernelCapsIsLoggedWhenVerified) {
 }
 
 TEST(SocketTuning, ASendBufferBelowTheRequestIsLoggedWithBothSizes) {
-    /* The kernel's own default stays in force, which is below 4 MiB, as under a low ceiling. */
+    /* The socket keeps the kernel's default, which is below 4 MiB, as with a low limit. */
     const Attempt attempt = failCall(
         {.call = "setsockopt", .occurrence = 1}, [] {}, [] { return tuneOne(1); });
     EXPECT_EQ(attempt.result, VOS_OK);

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Access to configuration objects: what the handler is called with, and what the requester gets. */
+/* Access to configuration objects: the arguments of the handler, and the answer that the requester gets. */
 #include "peer.h"
 
 using namespace vostest;
@@ -11,7 +11,7 @@ namespace {
 
 const char *const kServer = "/tmp/vos/A";
 
-/* What the handler saw, and what it is to do. */
+/* What the handler got, and what it is to return. */
 std::vector<std::string> seen;
 std::function<int32_t(uint32_t *indexes, int32_t *count, void *value, uint32_t *length, uint16_t *word)> act;
 
@@ -44,7 +44,7 @@ Bytes request(const Object &object) {
     return bytes.word(object.valueLength).text(object.value);
 }
 
-/* Sends to this process's own normal socket and lets the loop run until nothing is left. */
+/* Sends to the normal socket of this process and runs the receive loop until no message is left. */
 void serve(const Peer &client, const Bytes &bytes) {
     EXPECT_TRUE(client.send(kServer, bytes));
     EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
@@ -55,7 +55,7 @@ void openWithHandler() {
     vosMsgRegisterCcd(handle);
 }
 
-/* One hostile request: the process goes on, the handler is not called, one line is written. */
+/* One hostile request: the process continues, the handler is not called, one line is written. */
 void expectDropped(const Bytes &bytes, const std::string &line) {
     const Outcome outcome = run([&] {
         openWithHandler();
@@ -145,7 +145,7 @@ TEST(ConfigObject, WithoutAHandlerNothingIsAnswered) {
     EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
-TEST(ConfigObject, AReaderMayAnnounceMoreRoomThanItSentBytes) {
+TEST(ConfigObject, ARequesterMayAnnounceMoreBytesThanItSends) {
     run([] {
         openWithHandler();
         Peer client{"/tmp/vos/client"};
@@ -177,7 +177,7 @@ TEST(ConfigObject, ThePiecesMustLieInsideTheBytesThatCame) {
     expectDropped(message({.type = 3}).word(8).text("obj").fill(5).fill(3), line(47));
 }
 
-TEST(ConfigObject, AReaderWithMoreRoomThanTheReceiverGetsWhatTheReceiverHasRoomFor) {
+TEST(ConfigObject, ARequesterWithALargerBufferThanTheReceiverGetsWhatTheReceiversBufferHolds) {
     for (const uint32_t announced : {64600u - 48, 64600u - 47, 64568u, 64600u, 0x80000000u, 0xFFFFFFFFu})
         run([=] {
             openWithHandler();
@@ -194,7 +194,7 @@ TEST(ConfigObject, AReaderWithMoreRoomThanTheReceiverGetsWhatTheReceiverHasRoomF
         });
 }
 
-TEST(ConfigObject, WhatWasAnnouncedAndDidNotComeIsZeroForTheHandlerAndInTheAnswer) {
+TEST(ConfigObject, AnnouncedBytesThatDidNotComeAreZeroForTheHandlerAndInTheAnswer) {
     run([] {
         openWithHandler();
         EXPECT_TRUE(Peer{}.send(kServer, application("a message of another process: " + std::string(1000, 's'))));
@@ -210,7 +210,7 @@ TEST(ConfigObject, WhatWasAnnouncedAndDidNotComeIsZeroForTheHandlerAndInTheAnswe
     });
 }
 
-TEST(ConfigObject, BytesBehindTheAnnouncedLengthAreLeftAlone) {
+TEST(ConfigObject, BytesBehindTheAnnouncedLengthAreNotChanged) {
     run([] {
         openWithHandler();
         act = [](uint32_t *, int32_t *, void *value, uint32_t *length, uint16_t *) {
@@ -234,7 +234,7 @@ TEST(ConfigObject, AHandlerMayMakeRequestsOfItsOwn) {
         });
         openChannel("other");
         ready();
-        const Received asked = receive(); /* the description is asked for first and answered on the way */
+        const Received asked = receive(); /* first answers the request for the description */
         EXPECT_EQ(vosMsgResp(0, 7, "pong", 4, &asked.peer), VOS_OK);
     });
     other.awaitReady();
@@ -270,16 +270,16 @@ TEST(ConfigObject, AHandlerMayMakeRequestsOfItsOwn) {
     other.finish();
 }
 
-TEST(ConfigObject, AValueThatIsNotAlignedMeetsTheAssertion) {
+TEST(ConfigObject, AValueThatIsNotAlignedFailsTheAssertion) {
     expectAssertion(request({.name = std::string("obj\0", 4)}), "0 == (((uintptr_t)pValueBuf) % ZEB_LONGBYTES)");
 }
 
-TEST(ConfigObject, AParsedLengthThatReachesTheBufferMeetsTheAssertionBeforeTheHandler) {
+TEST(ConfigObject, AParsedLengthThatReachesTheBufferFailsTheAssertionBeforeTheHandler) {
     expectAssertion(request({.name = "obj" + std::string(64600 - 40 - 3, '\0'), .valueLength = 0, .value = ""}),
                     "iRecvLen < VOS_MSG_BUFFER_LEN");
 }
 
-TEST(ConfigObject, AnAnswerValueBeyondTheRoomMeetsTheAssertion) {
+TEST(ConfigObject, AnAnswerValueBeyondTheBufferFailsTheAssertion) {
     expectAssertion(request({}), "*pValueLen <= (uint32_t)iTmpLen", "too long");
 }
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Diagnostics changed from outside. */
+/* Debug output that another process changes. */
 #include <fcntl.h>
 
 #include "peer.h"
@@ -10,13 +10,13 @@ using testing::IsEmpty;
 
 namespace {
 
-/* Sends with `send` to the own channel and lets the loop run dry. */
+/* Sends with `send` to the process's own channel and runs the receive loop until no message is left. */
 void apply(const std::function<int32_t()> &send) {
     EXPECT_EQ(send(), VOS_OK);
     EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
 }
 
-/* A pseudo-terminal: what is written to it comes out of the master. */
+/* A pseudo-terminal. What is written to it is read from the master. */
 class Terminal {
   public:
     Terminal() : master_(posix_openpt(O_RDWR | O_NOCTTY)) {
@@ -83,7 +83,7 @@ TEST(DebugControl, TheMessagesAreBareHeadersFromAnUnnamedSocketToTheNormalOne) {
     });
 }
 
-TEST(DebugControl, EachSenderMakesTheseCallsAndSpeaksUnderItsOwnName) {
+TEST(DebugControl, EachSenderMakesTheseCallsAndLogsUnderItsOwnName) {
     const std::pair<std::string, std::function<int32_t()>> senders[] = {
         {"vosMsgDebugVos", [] { return vosMsgDebugVos("A", 6); }},
         {"vosMsgDebugSmd", [] { return vosMsgDebugSmd("A", 6); }},
@@ -126,7 +126,7 @@ TEST(DebugControl, AReceiverThatDoesNotRunFailsTheSend) {
                             "vosMsgDebugVos:parameter error."));
 }
 
-TEST(DebugControl, ANameTooLongForTheAddressFailsTheSendAndMeetsNobody) {
+TEST(DebugControl, ANameTooLongForTheAddressFailsTheSendAndReachesNoProcess) {
     for (const std::size_t length : {99u, 118u, 300u}) {
         const Outcome outcome = run([=] {
             freshWorld();
@@ -197,7 +197,7 @@ TEST(Redirection, EachFailingCallIsMinusOneAndClosesTheTerminal) {
         EXPECT_THAT(each.messages, IsEmpty());
     }
     EXPECT_EQ(at(attempts, "fcntl#1").descriptorsKept, 0);
-    EXPECT_EQ(at(attempts, "open#1").descriptorsKept, 1); /* the saved copy serves a later redirection */
+    EXPECT_EQ(at(attempts, "open#1").descriptorsKept, 1); /* the saved copy is used by a later redirection */
     EXPECT_EQ(at(attempts, "dup2#1").descriptorsKept, 1);
 }
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Events: how handlers are registered, what they are called with, and what comes from the kernel over netlink. */
+/* Events: the registration of handlers, their arguments, and the kernel's messages over netlink. */
 #include <fcntl.h>
 #include <linux/netlink.h>
 #include <sys/resource.h>
@@ -51,13 +51,13 @@ void registerAll() {
     vosMsgRegisterMac(mac);
 }
 
-/* Sends to the own normal socket and lets the loop run dry. */
+/* Sends to the process's own normal socket and runs the receive loop until no message is left. */
 void serve(const Bytes &bytes) {
     EXPECT_TRUE(Peer{}.send("/tmp/vos/A", bytes));
     EXPECT_EQ(receive(100, 0).result, VOS_ERR_TIMEOUT);
 }
 
-/* Plays the kernel's part: unicasts to the process's netlink socket. */
+/* Sends in place of the kernel: a unicast message to the process's netlink socket. */
 class Kernel {
   public:
     Kernel() : fd_(socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK)) {}
@@ -222,7 +222,7 @@ TEST(Events, WithoutHandlersEventsAreDroppedSilently) {
     EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
-TEST(Events, TheirTracesStandOnTheirOwnLevel) {
+TEST(Events, TheirTracesHaveTheirOwnLevel) {
     const Outcome outcome = run([] {
         openChannel("A");
         registerAll();

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What a program that a process starts gets from it: standard output, and none of the message sockets. */
+/* What a started program inherits: standard output, and none of the message sockets. */
 #include <fcntl.h>
 
 #include "peer.h"
@@ -41,7 +41,7 @@ class Terminal {
     uint32_t number_ = 0;
 };
 
-/* A started program that ends when the test lets it. It writes nothing to the output that it inherits. */
+/* A started program that runs until the test ends it. It writes nothing to the output that it inherits. */
 class Program {
   public:
     Program() { EXPECT_EQ(pipe2(ends_, O_CLOEXEC), 0); }

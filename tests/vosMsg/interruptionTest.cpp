@@ -63,7 +63,7 @@ struct Silent {
     Peer thread{"/tmp/vos/B1"};
 };
 
-/* Answers the request that a socket has got. It runs in a signal handler. */
+/* Answers the request that a socket has received. It runs in a signal handler. */
 const Peer *asked;
 void answerNow(int) {
     static char bytes[100];

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Which answers reach which request: the paths of requesters return, and so may a late answer. */
+/* Which answers reach which request: a path of a requester is used again later, and a late answer may come then. */
 #include <sys/wait.h>
 
 #include <array>
@@ -80,7 +80,7 @@ TEST(LateAnswer, OneToAnEarlierRequestOfTheSamePathIsTakenForTheAnswer) {
     });
 }
 
-TEST(LateAnswer, OneToAPathThatIsGoneReachesNobody) {
+TEST(LateAnswer, OneToARemovedPathReachesNoProcess) {
     run([] {
         freshWorld();
         Peer receiver{"/tmp/vos/B"};
@@ -119,7 +119,7 @@ TEST(LateAnswer, ADatagramThatComesBetweenBindAndConnectIsTakenForTheAnswer) {
     });
 }
 
-TEST(LateAnswer, OnceConnectedARequesterTakesNothingFromOthers) {
+TEST(LateAnswer, AConnectedRequesterReceivesNothingFromOthers) {
     run([] {
         freshWorld();
         Peer receiver{"/tmp/vos/B"};

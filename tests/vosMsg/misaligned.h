@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* An application's own message buffer in place of the library's, a few bytes off a boundary of 16 bytes. */
+/* A message buffer that the application defines in place of the library's, a few bytes off a boundary of 16 bytes. */
 #ifndef TESTS_VOSMSG_MISALIGNED_H
 #define TESTS_VOSMSG_MISALIGNED_H
 

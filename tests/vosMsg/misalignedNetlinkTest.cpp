@@ -8,7 +8,7 @@ using namespace vostest;
 
 MISALIGNED_BUFFER("g_vosMsgBufferRecv");
 
-TEST(MisalignedNetlinkMessage, MeetsTheAssertionBeforeItIsLookedAt) {
+TEST(MisalignedNetlinkMessage, FailsTheAssertionBeforeItIsExamined) {
     const Outcome outcome = run([] {
         openChannel("board", 3);
         const int kernel = socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK);

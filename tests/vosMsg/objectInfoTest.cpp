@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Descriptions of configuration objects: both halves of the exchange. */
+/* Descriptions of configuration objects: the request and the answer. */
 #include <thread>
 
 #include "peer.h"
@@ -66,7 +66,7 @@ Process describing() {
     return server;
 }
 
-/* Asks a responder made by hand, which answers with these bytes. */
+/* Sends a request to a responder of the test, which answers with these bytes. */
 Answer askAndGet(const Bytes &answer) {
     static Peer responder{"/tmp/vos/byHand"};
     std::thread other([&] {
@@ -121,7 +121,7 @@ TEST(ObjectInfo, WithTwoTableWordsTheLastOutputsAreTableWordsThreeToFive) {
     });
 }
 
-TEST(ObjectInfo, ACodeOfTheResponderComesBackAndTheOutputsStay) {
+TEST(ObjectInfo, TheCodeOfTheResponderIsReturnedAndTheOutputsAreUnchanged) {
     Process server = describing();
     run([] {
         const Answer got = ask("A", "missing", 32);
@@ -205,7 +205,7 @@ TEST(ObjectInfo, ARequestWhoseAnswerWouldNotFitIsDroppedAndOneWordLessIsAnswered
     EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgProcessInternel:object answer does not fit a message."));
 }
 
-TEST(ObjectInfo, AParsedLengthThatReachesTheBufferMeetsTheAssertion) {
+TEST(ObjectInfo, AParsedLengthThatReachesTheBufferFailsTheAssertion) {
     const Outcome outcome = run([] {
         openWithHandler();
         EXPECT_TRUE(Peer{}.send(kServer, message({.type = 4, .value2 = 64568}).fill(64568)));

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Payloads and names that lie in the exported buffers themselves. */
+/* Payloads and names that are inside the exported buffers. */
 #include <thread>
 
 #include "peer.h"
@@ -24,7 +24,7 @@ char *put(uint8_t *buffer, uint32_t offset, const std::string &text) {
     return at;
 }
 
-/* The payload that a request carries when it lies at an offset of a buffer. */
+/* The payload of a request that is sent from an offset of a buffer. */
 using Send = std::function<int32_t(void *payload)>;
 void expectPayloadWhole(const char *path, uint8_t *buffer, const Send &send) {
     Peer receiver{path};

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The other side of a message channel, made of bare system calls: it can send any bytes and sees what comes back. */
+/* The other side of a message channel, made of plain system calls: it can send any bytes and reads what is sent back.
+ */
 #ifndef TESTS_VOSMSG_PEER_H
 #define TESTS_VOSMSG_PEER_H
 
@@ -128,25 +129,25 @@ class Peer {
     int fd_;
 };
 
-/* A peer that stays for the rest of the child. */
+/* A peer that exists until the child ends. */
 inline Peer *stay(const std::string &path) {
     static Peer *staying;
     return staying = new Peer{path};
 }
 
-/* The process has its name, so that its first line does not look for one, and nothing is there from an earlier run. */
+/* Sets the name of the process, so that its first line does not read it, and removes what an earlier run has left. */
 inline void freshWorld() {
     strcpy(szVosProcName, "scenario");
     [[maybe_unused]] const int result = system("rm -rf /tmp/vos");
 }
 
-/* As every request but a process's first: the kernel has been asked who the process is. */
+/* As for every request but the first one of a process: the process id has been asked for. */
 inline void knowProcessId() {
     std::array<char, 128> path;
     EXPECT_EQ(vosMsgGetLocalFile(path.data(), path.size()), VOS_OK);
 }
 
-/* Opens the channel without a word: how large the buffers may get is this machine's affair. */
+/* Opens the channel with the log switched off, because the lines on buffer sizes depend on the machine. */
 inline void openChannel(const char *name, uint32_t flags = 1) {
     int reserved = 0;
     strcpy(szVosProcName, "scenario");
@@ -155,7 +156,7 @@ inline void openChannel(const char *name, uint32_t flags = 1) {
     vosDebugConfig(VOS_DEBUG_ERROR);
 }
 
-/* What is said about this machine's buffer ceilings is no part of a scenario. */
+/* Removes the lines on buffer sizes, which depend on the machine. */
 inline std::vector<std::string> withoutTuning(std::vector<std::string> messages) {
     std::erase_if(messages,
                   [](const std::string &line) { return line.find("KERNEL_NET_MEM_MAX") != std::string::npos; });
@@ -164,7 +165,7 @@ inline std::vector<std::string> withoutTuning(std::vector<std::string> messages)
 
 inline bool exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
 
-/* The requester's paths that were left behind. */
+/* The paths of requesters that have not been removed. */
 inline int requesterPathsLeft() { return system("ls /tmp/vos/clientp* >/dev/null 2>&1") == 0 ? 1 : 0; }
 
 /* Receives with the buffer of a test. */

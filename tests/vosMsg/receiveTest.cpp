@@ -19,7 +19,7 @@ namespace {
 const char *const kNormal = "/tmp/vos/A";
 const char *const kHigh = "/tmp/vos/AHigh";
 
-/* What the handlers have seen, in order. */
+/* The calls of the handlers, in order. */
 std::vector<std::string> seen;
 
 int32_t seeMac(uint32_t value1, uint32_t, uint32_t, void *) {
@@ -197,7 +197,7 @@ TEST(Receive, AnEmptyMessageOnTheNormalSocketEndsTheCall) {
                                                 "vosMsgRecv:vosMsgRecvStream failed."));
 }
 
-TEST(Receive, AFailedReceiveOnTheHighSocketLooksAtTheBufferOnceMoreAndStaysInBounds) {
+TEST(Receive, AFailedReceiveOnTheHighSocketExaminesTheBufferAgainAndStaysInBounds) {
     run([] {
         openChannel("A");
         const Peer peer;
@@ -229,7 +229,7 @@ Bytes answerToAnotherProcess(const Bytes &request) {
 
 }  // namespace
 
-TEST(Receive, AnEmptyMessageOnTheHighSocketHasTheLastRequestServedAgainForItsSender) {
+TEST(Receive, AfterAnEmptyMessageOnTheHighSocketTheLastRequestIsServedAgain) {
     run([] {
         openChannel("A");
         static int handled;
@@ -296,7 +296,7 @@ TEST(Receive, ASignalEndsTheWaitWhateverItsHandler) {
                 countSignals(SIGUSR1, flags);
                 interrupt({.call = "select"}, [=] { EXPECT_EQ(receive(100, timeoutMs).result, VOS_ERROR); });
                 EXPECT_EQ(signalsCounted(), 1);
-                /* the model loop goes on, and no message is lost */
+                /* a loop written as in the documentation continues, and no message is lost */
                 EXPECT_TRUE(Peer{}.send(kNormal, application("next")));
                 EXPECT_EQ(receive().bytes.substr(0, 4), "next");
             });
@@ -308,7 +308,7 @@ TEST(Receive, SignalsWhileTheHighSocketIsEmptiedLoseNoMessage) {
     static constexpr uint32_t kMessages = 3000;
     Process server = start([] {
         openChannel("A");
-        vosDebugConfig(0); /* a signal may come in any wait, and each then has its line */
+        vosDebugConfig(0); /* a signal may come in any wait, and each one writes a line */
         vosMsgRegisterMac(seeMac);
         countSignals(SIGUSR1, 0);
         ready();
@@ -420,7 +420,7 @@ TEST(Receive, AnyTurnOfTheLoopStartsTheTimeOutAgain) {
     run([] {
         openChannel("A");
         vosMsgRegisterMac(seeMac);
-        /* each wait is asked for the whole time-out; what wakes it up is an internal message */
+        /* each wait has the whole time-out; an internal message ends it */
         static long asked;
         substitute(
             "select", +[](int count, fd_set *in, fd_set *out, fd_set *other, timeval *limit) {

@@ -24,7 +24,7 @@ Process answering(uint32_t code, const std::string &text) {
     return server;
 }
 
-/* Answers the next request to a bare socket. */
+/* Answers the next request to a plain socket. */
 void answerFrom(Peer &peer, const Bytes &answer) {
     peer.receive();
     EXPECT_TRUE(peer.send(peer.sender, answer));
@@ -117,7 +117,7 @@ TEST(Request, WithoutAnAnswerTheTimeOutEndsTheWait) {
     EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgSend:read", EAGAIN)));
 }
 
-TEST(Request, NoReturnOfTwoDoesNotWaitAndTheAnswerMeetsARemovedSocket) {
+TEST(Request, NoReturnOfTwoDoesNotWaitAndTheAnswerFindsNoSocket) {
     const Outcome outcome = run([] {
         openChannel("A");
         char text[] = "ping";
@@ -195,11 +195,11 @@ TEST(Request, AReceiverThatDoesNotRunFailsAtOnce) {
                                                 errnoLine("vosMsgSend:connect /tmp/vos/nobodyHigh", ENOENT)));
 }
 
-TEST(Request, ANameTooLongForTheAddressIsRefusedByTheKernelAndNeverMeetsAnother) {
+TEST(Request, ANameTooLongForTheAddressIsRefusedByTheKernelAndNeverReachesAnotherProcess) {
     for (const std::size_t length : {99u, 100u, 118u, 119u, 300u}) {
         const Outcome outcome = run([=] {
             const std::string name(length, 'n');
-            /* whoever could be reached under the part that fits */
+            /* the process that could be reached under the part of the name that fits */
             Peer other{"/tmp/vos/" + std::string(98, 'n')};
             char text[] = "ping";
             EXPECT_EQ(vosMsgSend(name.c_str(), text, 4, 1, nullptr, 3000, 0), VOS_ERROR);
@@ -218,7 +218,7 @@ TEST(Request, ANameWithPercentSignsIsShownAsItIs) {
     EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgSend:connect /tmp/vos/%s%n", ENOENT)));
 }
 
-TEST(Request, ItsTraceTellsTheSocketAndTheResult) {
+TEST(Request, ItsTraceShowsTheSocketAndTheResult) {
     const Outcome outcome = run([] {
         Peer normal{"/tmp/vos/B"};
         char text[] = "ping";
@@ -231,7 +231,7 @@ TEST(Request, ItsTraceTellsTheSocketAndTheResult) {
                             "vosMsgSend:end return 0."));
 }
 
-/* One request and one serve make these calls and no other: what a later change adds is seen here. */
+/* One request and one serve make exactly these calls. A change that adds a call fails these tests. */
 TEST(Request, ARequestMakesExactlyTheseCalls) {
     run([] {
         freshWorld();
@@ -325,7 +325,7 @@ TEST(Request, WithDescriptorOneClosedTheLogLinesGoOutThroughItsSocket) {
     run([] {
         Peer receiver{"/tmp/vos/B"};
         close(STDOUT_FILENO);
-        char text[] = "ping"; /* nobody answers, so there is a line before the socket is closed */
+        char text[] = "ping"; /* no process answers, so a line is written before the socket is closed */
         EXPECT_EQ(vosMsgSend("B", text, sizeof text, 0, nullptr, 20, 0), VOS_ERROR);
         bool line = false;
         while (!line && receiver.hasMail()) {

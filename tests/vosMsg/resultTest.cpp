@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What the three senders of application messages tell their caller: results, lines and errno. */
+/* What the three senders of application messages report: results, lines and errno. */
 #include <sys/resource.h>
 
 #include <thread>
@@ -11,7 +11,7 @@ using testing::ElementsAre;
 
 namespace {
 
-/* One sender, asking for an answer; its receiver, and what its lines call it. */
+/* One sender that wants an answer, its receiver, and the function name in its lines. */
 struct Sender {
     std::string name;
     std::string path;

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Running configurations: both halves of the exchange. */
+/* Running configurations: the request and the answer. */
 #include <thread>
 
 #include "peer.h"
@@ -37,7 +37,7 @@ int32_t writeHundred(char *text, int32_t *room, uint32_t, uint32_t) {
 
 const Bytes kRequest = message({.type = VOS_MSG_TYPE_BLDRUN, .length = 64});
 
-/* Serves requests from a bare socket to the own high socket. */
+/* Serves requests that a plain socket sends to the process's own high socket. */
 Outcome serving(
     const std::vector<Bytes> &requests, decltype(builder) with,
     const std::function<void(Peer &)> &look = [](Peer &) {}) {
@@ -56,7 +56,7 @@ Outcome serving(
 
 }  // namespace
 
-TEST(RunningConfig, AHundredBytesOf4096LeaveARoomOf3996) {
+TEST(RunningConfig, AHundredBytesOf4096Leave3996Free) {
     Process server = building([](char *text, int32_t *room, uint32_t value1, uint32_t value2) {
         EXPECT_EQ(*room, 4096);
         EXPECT_EQ(value1, 11u);
@@ -82,7 +82,7 @@ static uint32_t largestAnswer() {
     int room = 0;
     socklen_t length = sizeof room;
     EXPECT_EQ(getsockopt(peer.fd(), SOL_SOCKET, SO_SNDBUF, &room, &length), 0);
-    return std::min(4U << 20, static_cast<uint32_t>(room) / 2); /* the kernel tells twice what may be used */
+    return std::min(4U << 20, static_cast<uint32_t>(room) / 2); /* the kernel reports twice the size that may be used */
 }
 
 TEST(RunningConfig, ALargeConfigurationComesInOneAnswer) {
@@ -136,7 +136,7 @@ TEST(RunningConfig, WithoutABuilderTheRequesterGetsMinusThree) {
     server.awaitOutput("vosMsgProcessInternel:bldrun when g_vosBldrunProc is null.");
 }
 
-TEST(RunningConfig, ACodeOfTheBuilderComesBack) {
+TEST(RunningConfig, TheCodeOfTheBuilderIsReturned) {
     Process server = building([](char *, int32_t *, uint32_t, uint32_t) { return -77; });
     run([] {
         char text[64];
@@ -146,7 +146,7 @@ TEST(RunningConfig, ACodeOfTheBuilderComesBack) {
     });
 }
 
-TEST(RunningConfig, TheAnswerIsTheRequestsHeaderWithTheRoomLeftAndTheText) {
+TEST(RunningConfig, TheAnswerIsTheRequestsHeaderWithTheFreeBytesAndTheText) {
     serving({message({.type = 0, .noReturn = 1, .value1 = 5, .value2 = 6, .length = 164})}, writeHundred,
             [](Peer &client) {
                 EXPECT_EQ(client.receive(),
@@ -167,13 +167,13 @@ TEST(RunningConfig, ACapacityThatNoAnswerCarriesIsRefusedLikeAFailedAllocation) 
                                                 "vosMsgProcessInternel:bldrun malloc -1 failed."));
 }
 
-TEST(RunningConfig, AnEmptyCapacityIsBuiltIntoNothing) {
+TEST(RunningConfig, ACapacityOfZeroIsAnsweredWithoutAText) {
     serving(
         {message({.type = 0})}, [](char *, int32_t *room, uint32_t, uint32_t) { return *room; },
         [](Peer &client) { EXPECT_EQ(client.receive(), message({.type = 0})); });
 }
 
-TEST(RunningConfig, ARoomThatTheBufferNeverHadIsRefused) {
+TEST(RunningConfig, ABuilderThatLeavesMoreBytesFreeThanTheBufferHasIsRefused) {
     for (const int32_t left : {-1, 65, 0x7FFFFFFF}) {
         const Outcome outcome = serving(
             {kRequest},
@@ -235,7 +235,7 @@ TEST(RunningConfig, EachFailingCallOfTheRequesterIsNamedAndSocketAndPathAreGone)
 
 namespace {
 
-/* Asks a responder made by hand. */
+/* Sends a request to a responder of the test. */
 Outcome answeredWith(const Bytes &answer, int32_t result, uint32_t room) {
     return run([&] {
         strcpy(szVosProcName, "scenario");
@@ -259,7 +259,7 @@ TEST(RunningConfig, AShortAnswerIsOnlyTraced) {
     EXPECT_THAT(answeredWith(message({.value3 = 60}, "text"), VOS_OK, 60).messages(), IsEmpty());
 }
 
-TEST(RunningConfig, AnAnswerThatLeavesMoreRoomThanThereWasIsRefused) {
+TEST(RunningConfig, AnAnswerWithMoreFreeBytesThanTheBufferHasIsRefused) {
     EXPECT_THAT(answeredWith(message({.value3 = 65}), VOS_ERROR, 64).messages(),
                 ElementsAre("vosMsgBldrunSend:answer of 32 bytes leaves 65 of 64."));
     EXPECT_THAT(answeredWith(message({.value3 = 0xFFFFFFFF}), VOS_ERROR, 64).messages(),

@@ -112,7 +112,7 @@ TEST(SecondChannel, EachFailingCallOfInitIsNamedAndTheDescribedSocketsStayOpen) 
     }
 }
 
-TEST(SecondChannel, ItsLoopSpeaksUnderItsOwnNameAndKeepsBothWaysOfCounting) {
+TEST(SecondChannel, ItsLoopLogsUnderItsOwnNameAndCountsLengthsAsTheMainLoopDoes) {
     const Outcome outcome = run([] {
         openBoth();
         const Peer peer;
@@ -218,7 +218,7 @@ TEST(SecondChannel, WithBothLoopsAwakeForOneDescriptorEachByteIsReadOnce) {
         EXPECT_EQ(pipe2(ends, O_NONBLOCK), 0);
         const auto take = [](int32_t fd, void *) {
             char byte = 0;
-            if (read(fd, &byte, 1) == 1) ++bytes; /* the other loop may have been here first */
+            if (read(fd, &byte, 1) == 1) ++bytes; /* the other loop may have read it already */
             return 0;
         };
         EXPECT_EQ(vosMsgSockAdd(ends[0], take, nullptr), VOS_OK);
@@ -237,7 +237,7 @@ TEST(SecondChannel, WithBothLoopsAwakeForOneDescriptorEachByteIsReadOnce) {
     });
 }
 
-TEST(SecondChannel, ItsTimersFireInItsLoopAloneAndTheMainCallsDoNotKnowThem) {
+TEST(SecondChannel, ItsTimersFireOnlyInItsLoopAndTheMainCallsDoNotFindThem) {
     const Outcome outcome = run([] {
         openBoth();
         const int blocks = Faults::liveBlocks();
@@ -272,7 +272,7 @@ TEST(SecondChannel, EachFailingCallOfATimersRegistrationIsNamed) {
     EXPECT_THAT(at(attempts, "gettimeofday#1").messages, ElementsAre(errnoLine("vosTimerRegister2:gettimeofday", EIO)));
 }
 
-TEST(SecondChannel, AnAnswerIsPutTogetherInItsBufferWithoutTheMark) {
+TEST(SecondChannel, AnAnswerIsBuiltInItsBufferWithoutTheMark) {
     const Outcome outcome = run([] {
         openBoth();
         Peer client{"/tmp/vos/client"};
@@ -320,7 +320,7 @@ TEST(SecondChannel, ARequestIsWrittenFromItsBufferWithoutTheMarkAndTheNoWaitFlag
     EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgSend2:read", EAGAIN)));
 }
 
-TEST(SecondChannel, ARequestMakesExactlyTheseCallsAndGetsBackAsMuchAsItSent) {
+TEST(SecondChannel, ARequestMakesExactlyTheseCallsAndReceivesAsManyBytesAsItSent) {
     const Outcome outcome = run([] {
         freshWorld();
         knowProcessId();
@@ -337,7 +337,7 @@ TEST(SecondChannel, ARequestMakesExactlyTheseCallsAndGetsBackAsMuchAsItSent) {
                     ElementsAre("socket", "setsockopt", "setsockopt", "unlink", "bind", "setsockopt", "setsockopt",
                                 "connect", "write", "read", "unlink", "close"));
         EXPECT_EQ(code, 6u);
-        EXPECT_STREQ(text, "pong####"); /* behind the short answer's "po" lies what was sent */
+        EXPECT_STREQ(text, "pong####"); /* after the short answer's "po" are the bytes that were sent */
     });
     EXPECT_THAT(outcome.messages(), ElementsAre("vosMsgSend2:read need read 36 but read only 34."));
 }

@@ -26,7 +26,7 @@ int32_t openThread(int32_t number, uint32_t high = 0) {
     return fd;
 }
 
-/* A main channel, which makes the directory, and a thread's socket. */
+/* Opens a main channel, which makes the directory, and the socket of a thread. */
 int32_t openBoth() {
     openChannel("app");
     return openThread(3);
@@ -270,7 +270,7 @@ TEST(ThreadChannel, AThreadWithTheStackThatTheHeaderNamesServesEveryKindOfMessag
     });
 }
 
-TEST(ThreadChannel, ABufferThatIsNotAlignedMeetsTheNamedAssertion) {
+TEST(ThreadChannel, ABufferThatIsNotAlignedFailsTheNamedAssertion) {
     const Outcome outcome = run([] {
         const int32_t fd = openBoth();
         vosMsgRegisterCcd(readObject);

@@ -29,7 +29,7 @@ VOS_MSG_TIMER *timer(uint32_t periodic, uint32_t ms, uint64_t argument = 1, VOS_
     return handle;
 }
 
-/* Moves the timer's start, so that time passes without waiting. */
+/* Moves the start of the timer into the past, so that the test need not wait. */
 void age(VOS_MSG_TIMER *handle, long seconds) { handle->stStart.tv_sec -= seconds; }
 
 long run(uint32_t timeoutMs) {
@@ -38,7 +38,7 @@ long run(uint32_t timeoutMs) {
     return std::chrono::duration_cast<Milliseconds>(Clock::now() - before).count();
 }
 
-/* A sanitizer keeps freed memory back, so that a late access is found. */
+/* A sanitizer does not reuse freed memory at once, so that it finds a late access. */
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kFreedMemoryComesBack = false;
 #else
@@ -53,7 +53,7 @@ void fillTheCacheOfFreedBlocks(std::size_t size) {
     for (void *block : blocks) free(block);
 }
 
-/* Whether a new block lies where a freed one was. Under a sanitizer that is not asked. */
+/* Whether a new block has the address of a freed one. Always true with a sanitizer, which does not reuse it. */
 bool liesWhere(const void *freed, const void *block) { return block == freed || !kFreedMemoryComesBack; }
 
 Outcome scenario(const std::function<void()> &body) {
@@ -68,11 +68,11 @@ Outcome scenario(const std::function<void()> &body) {
 
 }  // namespace
 
-TEST(Timer, AOneShotTimerFiresOnceAndItsHandleIsForgotten) {
+TEST(Timer, AOneShotTimerFiresOnceAndItsHandleBecomesInvalid) {
     scenario([] {
         VOS_MSG_TIMER *const handle = timer(0, 100);
         const long waited = run(1000);
-        EXPECT_GE(waited, 1095); /* after the timer the whole time-out starts again */
+        EXPECT_GE(waited, 1095); /* after the timer the time-out starts again from 0 */
         EXPECT_THAT(fired, ElementsAre(1u));
         EXPECT_LT(lateness[0], 500u);
         EXPECT_EQ(g_pVosMsgTimerFirst, nullptr);
@@ -137,7 +137,7 @@ TEST(Timer, CancelledItIsFreedAndASecondCancelFails) {
     EXPECT_THAT(outcome.messages(), ElementsAre("vosTimerCancel:parameter error."));
 }
 
-TEST(Timer, WithoutACallbackItExpiresAllTheSame) {
+TEST(Timer, WithoutACallbackItExpiresToo) {
     scenario([] {
         timer(0, 0, 1, nullptr);
         VOS_MSG_TIMER *const periodic = timer(1, 1000, 2, nullptr);
@@ -168,7 +168,7 @@ TEST(Timer, TheListIsInOrderOfRegistrationAndTheRecordsAreFilled) {
     });
 }
 
-TEST(Timer, OverdueByManyIntervalsItFiresOnceAndTellsHowLate) {
+TEST(Timer, ATimerThatIsOverdueByManyIntervalsFiresOnceWithItsDelay) {
     scenario([] {
         VOS_MSG_TIMER *const handle = timer(1, 1000);
         age(handle, 10);
@@ -182,7 +182,7 @@ TEST(Timer, OverdueByManyIntervalsItFiresOnceAndTellsHowLate) {
 TEST(Timer, AfterTheClockStepsBackBeyondTheStartTheUnsignedDifferenceFiresIt) {
     scenario([] {
         VOS_MSG_TIMER *const handle = timer(0, 1000);
-        age(handle, -10); /* the start lies in the future */
+        age(handle, -10); /* the start is in the future */
         run(0);
         EXPECT_THAT(fired, ElementsAre(1u));
         EXPECT_GE(lateness[0], 0xFFFFFFFFu - 11000 - 1000);
@@ -284,7 +284,7 @@ TEST(Timer, AOneShotTimerThatItsOwnCallbackRestartsIsGoneAfterIt) {
     });
 }
 
-TEST(Timer, OnlyARunningWordOfOneIsLookedAt) {
+TEST(Timer, OnlyATimerWithARunningWordOfOneIsExamined) {
     scenario([] {
         VOS_MSG_TIMER *const handle = timer(0, 0);
         for (const uint32_t other : {0u, 2u, 0xFFFFFFFFu}) {
@@ -298,7 +298,7 @@ TEST(Timer, OnlyARunningWordOfOneIsLookedAt) {
     });
 }
 
-TEST(Timer, SetForwardTheClockFiresItEarly) {
+TEST(Timer, WhenTheClockIsSetForwardItFiresEarly) {
     scenario([] {
         age(timer(0, 3600000), 3600); /* as if the clock had been set an hour forward */
         run(0);
@@ -315,7 +315,7 @@ TEST(Timer, APeriodicTimerWithoutAnIntervalDoesNotStarveTheSockets) {
     });
 }
 
-TEST(Timer, TimersFireBesideTraffic) {
+TEST(Timer, TimersFireWhileMessagesCome) {
     Process server = start([] {
         openChannel("A");
         timer(1, 20);
@@ -335,7 +335,7 @@ TEST(Timer, TimersFireBesideTraffic) {
             uint32_t code = 0;
             EXPECT_EQ(vosMsgSend("A", &nothing, 0, 0, &code, 20000, 0), VOS_OK);
             EXPECT_EQ(code, i);
-            const timespec gap{0, 1000000}; /* traffic at an even pace */
+            const timespec gap{0, 1000000}; /* messages at equal intervals */
             nanosleep(&gap, nullptr);
         }
     });
@@ -395,7 +395,7 @@ const std::string kClockLine = errnoLine("vosMsgTimerProcess:gettimeofday", EIO)
 
 }  // namespace
 
-TEST(Timer, WithoutTheClockItIsNotLookedAtInThisTurn) {
+TEST(Timer, WithoutTheClockItIsNotExaminedInThisTurn) {
     const Attempt attempt = withoutClock(1, 0, [] {
         const long result = receive(100, 0).result;
         EXPECT_THAT(fired, IsEmpty());

@@ -52,14 +52,14 @@ void reopen(const Pipe &pipe) {
     EXPECT_EQ(dup2(silent.fd(), pipe.fd()), pipe.fd());
 }
 
-/* What an application does when a session has ended and the next one gets its number. */
+/* What an application does when a session has ended and the next one gets the same descriptor. */
 void replaceSession(const Pipe &pipe) {
     EXPECT_EQ(vosMsgSockDelete(pipe.fd()), VOS_OK);
     reopen(pipe);
     add(pipe.fd(), "new session");
 }
 
-/* Serves until nothing is left, in the main loop or in the second one. */
+/* Serves until no descriptor is readable, in the main loop or in the second one. */
 using Loop = int32_t (*)(uint32_t, void *, uint32_t, uint32_t, VOS_MSG_PEER *);
 
 void runDry(Loop receiveWith) {
@@ -85,7 +85,7 @@ const char *normalPathOf(Loop receiveWith) { return receiveWith == vosMsgRecv ? 
 
 }  // namespace
 
-TEST(UserSocketChanges, ANodeThatAHandlerTakesOutAndPutsBackIsServedInALaterWakeUp) {
+TEST(UserSocketChanges, ANodeThatAHandlerRemovesAndAddsAgainIsServedInALaterWakeUp) {
     inBothLoops([](Loop receiveWith) {
         const Pipe a;
         const Pipe b;
@@ -106,7 +106,7 @@ TEST(UserSocketChanges, ANodeThatAHandlerTakesOutAndPutsBackIsServedInALaterWake
     });
 }
 
-TEST(UserSocketChanges, ASessionThatFollowsUnderTheSameNumberIsNotServedForTheOldOne) {
+TEST(UserSocketChanges, ANewDescriptorWithTheSameNumberIsNotServedForTheOldOne) {
     inBothLoops([](Loop receiveWith) {
         const Pipe session;
         const Pipe other;
@@ -120,7 +120,7 @@ TEST(UserSocketChanges, ASessionThatFollowsUnderTheSameNumberIsNotServedForTheOl
     });
 }
 
-TEST(UserSocketChanges, TheNewSessionIsServedWhenSomethingComes) {
+TEST(UserSocketChanges, TheNewDescriptorIsServedWhenSomethingComes) {
     inBothLoops([](Loop receiveWith) {
         const Pipe session;
         const Pipe next;
@@ -151,7 +151,7 @@ int32_t handleMac(uint32_t, uint32_t, uint32_t, void *) {
 
 }  // namespace
 
-TEST(UserSocketChanges, ASessionThatTheHandlerOfAMessageReplacesIsNotServedForTheOldOne) {
+TEST(UserSocketChanges, ADescriptorThatTheHandlerOfAMessageReplacesIsNotServedForTheOldOne) {
     inBothLoops([](Loop receiveWith) {
         const Pipe session;
         add(session.fd(), "old session");
@@ -164,7 +164,7 @@ TEST(UserSocketChanges, ASessionThatTheHandlerOfAMessageReplacesIsNotServedForTh
     });
 }
 
-TEST(UserSocketChanges, ASessionThatATimerReplacesIsNotServedForTheOldOne) {
+TEST(UserSocketChanges, ADescriptorThatATimerReplacesIsNotServedForTheOldOne) {
     inBothLoops([](Loop receiveWith) {
         const Pipe session;
         add(session.fd(), "old session");
@@ -233,8 +233,8 @@ TEST(UserSocketChanges, AHandlerMayRemoveAllDescriptors) {
     });
 }
 
-/* A handler must not receive. If one does, nothing may be served twice all the same. */
-TEST(UserSocketChanges, WhatAReceiveInsideAHandlerHasServedIsNotServedAgain) {
+/* A handler must not receive. Even if one does, no descriptor may be served twice. */
+TEST(UserSocketChanges, ADescriptorThatAReceiveInsideAHandlerHasServedIsNotServedAgain) {
     inBothLoops([](Loop receiveWith) {
         const Pipe a;
         const Pipe b;
@@ -248,7 +248,7 @@ TEST(UserSocketChanges, WhatAReceiveInsideAHandlerHasServedIsNotServedAgain) {
     });
 }
 
-TEST(UserSocketChanges, AHandlerThatIsTakenAwayDuringTheWakeUpIsNotCalled) {
+TEST(UserSocketChanges, AHandlerThatIsRemovedDuringTheWakeUpIsNotCalled) {
     inBothLoops([](Loop receiveWith) {
         const Pipe a;
         const Pipe b;

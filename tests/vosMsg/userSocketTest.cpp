@@ -14,7 +14,7 @@ namespace {
 std::vector<std::string> seen;
 std::function<void(int32_t)> inHandler;
 
-/* Takes one byte, so that the descriptor is quiet afterwards, and notes the argument. */
+/* Reads one byte, so that the descriptor is not readable afterwards, and records the argument. */
 int32_t note(int32_t fd, void *argument) {
     char byte = 0;
     EXPECT_EQ(read(fd, &byte, 1), 1);
@@ -105,7 +105,7 @@ TEST(UserSocket, TheNewestIsServedFirst) {
     });
 }
 
-TEST(UserSocket, WhatStaysReadableIsServedInTheNextTurnAndNothingMakesTheCallReturn) {
+TEST(UserSocket, ADescriptorThatStaysReadableIsServedInTheNextTurnAndTheCallDoesNotReturn) {
     run([] {
         openChannel("A");
         const Pipe a;

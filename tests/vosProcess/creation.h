@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Real programs to start, and what can be seen of them. The program that is started is the test program itself: with
- * a role in its environment it does what the role says and runs no tests. */
+/* Starts real programs and observes them. The started program is the test program itself. With a role in its
+ * environment it does what the role says and runs no tests. */
 #ifndef TESTS_VOS_PROCESS_CREATION_H
 #define TESTS_VOS_PROCESS_CREATION_H
 
@@ -52,7 +52,7 @@ inline const char *const kDemo = "/app/bin/demo";
     _exit(0);
 }
 
-/* Makes this program available under a path, to be started in a role. */
+/* Makes this program available under a path. A program that is started from there has the role. */
 inline void provide(const std::string &path, const char *role) {
     mkdir("/app/bin", 0755);
     std::array<char, 4096> self{};
@@ -69,7 +69,7 @@ inline std::vector<std::string> argumentsOf(pid_t pid) {
     return all;
 }
 
-/* Writes from a signal handler too. */
+/* Also works in a signal handler. */
 template <std::size_t Size>
 void say(const char (&text)[Size]) {
     if (write(STDOUT_FILENO, text, Size - 1) == -1) abort();
@@ -87,8 +87,8 @@ class Started {
         waitpid(pid_, nullptr, 0);
     }
 
-    /* The argument vector, as the kernel shows it. vosProcessCreate() returns a moment before the kernel shows it, and
-     * a long one that is read just then begins with the creator's own: two readings must agree. */
+    /* The argument vector, as the kernel shows it. vosProcessCreate() may return before the kernel shows it, and a long
+     * vector that is read at that moment begins with the creator's own arguments. So two readings must be equal. */
     [[nodiscard]] std::vector<std::string> arguments() const {
         const auto own = argumentsOf(getpid());
         std::vector<std::string> all;
@@ -109,7 +109,7 @@ class Started {
     pid_t pid_;
 };
 
-/* Takes the right to make processes real-time from the caller. */
+/* Removes the caller's right to make processes real-time. */
 inline void giveUpRealTime() {
     __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
     std::array<__user_cap_data_struct, 2> data{};
@@ -135,8 +135,8 @@ inline std::string endOf(pid_t pid) {
     return "signal " + std::to_string(WTERMSIG(status));
 }
 
-/* What a scenario needs and what some builds and machines do not have. A test whose need is not met is shown as
- * skipped, with the reason. */
+/* What a scenario needs and some builds and machines do not have. When it is missing, the test is skipped with the
+ * reason. */
 struct Need {
     bool (*met)();
     const char *reason;

@@ -26,7 +26,7 @@ int32_t createWith(const char *path, int32_t in, int32_t out, int32_t err) {
 
 int32_t create(const char *path) { return createWith(path, STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO); }
 
-/* Creates the way a careful application does: the failed child ends. */
+/* Creates a program as a careful application does: a child that has failed ends. */
 int32_t createOrEndTheChild(const char *path) {
     const int32_t pid = create(path);
     if (pid == 0) _exit(kFailedChild);

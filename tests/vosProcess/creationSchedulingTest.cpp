@@ -31,7 +31,7 @@ struct Description {
     std::string text;
 };
 
-/* Exactly the promised nine bytes, on the heap, where a sanitizer watches their end. */
+/* Exactly the nine bytes that the header names, on the heap, where a sanitizer finds an access past the end. */
 Description describe(int32_t pid) {
     Description description;
     const std::unique_ptr<std::array<char, 9>> text{new std::array<char, 9>{"unset"}};
@@ -53,8 +53,8 @@ void runUnder(int policy, int priority) {
 
 constexpr int kNicest = 19;
 
-/* Of this process. The tests may run under any nice value; one below 0 is given up first, because -1 cannot be
- * described. */
+/* The nice value of this process. The tests may run with any nice value. A value below 0 is set to 0 first, because -1
+ * cannot be described. */
 int niceValue() {
     const int now = std::max(getpriority(PRIO_PROCESS, 0), 0);
     EXPECT_EQ(setpriority(PRIO_PROCESS, 0, now), 0);
@@ -112,7 +112,7 @@ TEST(ProcessDescription, APolicyThatIsResetOnForkIsAnotherPolicy) {
 }
 
 TEST(ProcessDescription, ANiceValueOfMinusOneCannotBeToldFromAFailure) {
-    NEEDS(kRealTime); /* the right that it takes is the same */
+    NEEDS(kRealTime); /* it needs the same right */
     const Outcome outcome = run([] {
         ASSERT_EQ(setpriority(PRIO_PROCESS, 0, -1), 0);
         const Description description = describe(0);

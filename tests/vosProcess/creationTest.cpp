@@ -118,7 +118,7 @@ TEST(Creation, ManyBlanksInTheProgramsNameAbortBeforeAnythingIsOverrun) {
     EXPECT_TRUE(outcome.killedBy(SIGABRT));
 }
 
-TEST(Creation, ABlankInTheNameWithoutArgumentStringOrInADirectoryIsNoMatter) {
+TEST(Creation, ABlankInTheNameWithoutArgumentStringOrInADirectoryIsAllowed) {
     NEEDS(kOwnProgram);
     NEEDS(kRealTime);
     run([] {
@@ -198,7 +198,7 @@ TEST(Creation, TheTraceNamesThePathAndTheId) {
     EXPECT_EQ(messages[1], "vosProcessCreate:end name /app/bin/demo return " + messages[2] + ".");
 }
 
-TEST(Creation, TheCallsAreTheseAndSuccessReleasesTheBlocks) {
+TEST(Creation, ASuccessMakesExactlyTheseCallsAndReleasesTheBlocks) {
     NEEDS(kOwnProgram);
     NEEDS(kRealTime);
     NEEDS(kSharedMemory); /* the child's calls are recorded in the creator's memory */
@@ -211,7 +211,7 @@ TEST(Creation, TheCallsAreTheseAndSuccessReleasesTheBlocks) {
     run([&] {
         provide(kDemo, "end");
         std::array<char, 128> path{};
-        vosMsgGetLocalFile(path.data(), path.size()); /* the first creation would prepare the process's id */
+        vosMsgGetLocalFile(path.data(), path.size()); /* otherwise the first creation would ask for the process id */
         EXPECT_THAT(callsFor("-a 1"),
                     ElementsAre("malloc", "malloc", "vfork", "sigaction", "execv", "sched_setscheduler"));
         EXPECT_THAT(callsFor(nullptr), ElementsAre("vfork", "sigaction", "execl", "sched_setscheduler"));
@@ -219,7 +219,7 @@ TEST(Creation, TheCallsAreTheseAndSuccessReleasesTheBlocks) {
     });
 }
 
-/* The argument blocks are the only thing that a failure keeps: what had been obtained by then. */
+/* A failure keeps only the argument blocks that have been allocated before it. */
 TEST(Creation, EachFailingCallHasItsResultAndLineAndKeepsOnlyTheArgumentBlocks) {
     NEEDS(kOwnProgram);
     NEEDS(kRealTime);

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Programs that cannot be executed. The child ends as exit() ends, in the creator's memory, so the creator of these
- * scenarios only reports and leaves. */
+/* Programs that cannot be executed. The child calls exit() in the creator's memory. So the creators in these scenarios
+ * only report their results and end. */
 #include <gmock/gmock.h>
 
 #include <cstdarg>
@@ -33,7 +33,7 @@ std::vector<std::string> messagesOfAll(const Outcome &outcome) {
     return all;
 }
 
-/* Leaves a scenario in which exit hooks and destructors have run already: no expectation, no second round. */
+/* Ends a scenario in which exit hooks and destructors have already run: they must not run again. */
 [[noreturn]] void leave(int32_t result) {
     const std::string text = result > 0 ? endOf(result) : "result " + std::to_string(result);
     dprintf(STDOUT_FILENO, "\r\n%s", text.c_str());
@@ -69,8 +69,8 @@ int printWithSignal(const char *format, va_list list) {
 
 }  // namespace
 
-/* Asked by the address sanitizer before it looks for leaks, which it does in the child's exit(). There it cannot see
- * the stacks of the creator's other threads, and takes what only they refer to for lost. */
+/* The address sanitizer calls this function before it looks for leaks, which it does in the child's exit(). There it
+ * does not know the stacks of the creator's other threads, and reports memory as lost to which only they refer. */
 static bool childOfAnotherThread = false;
 extern "C" int __lsan_is_turned_off() { return childOfAnotherThread ? 1 : 0; }
 
@@ -131,7 +131,7 @@ TEST(FailedCreation, TheChildsExitRunsTheCreatorsTerminationProcedureInTheCreato
     const Outcome outcome = run([] {
         vosProcessRegTerminateProc([](int32_t) { vosPrintf("\r\nterminated in %d", getpid()); });
         const int32_t child = create("/app/missing", nullptr);
-        raise(SIGTERM); /* does nothing any more */
+        raise(SIGTERM); /* has no effect any more */
         dprintf(STDOUT_FILENO, "\r\nstarted %u, child %d", g_bProcTermProcRunned, child);
         leave(child);
     });
@@ -183,7 +183,7 @@ TEST(FailedCreation, AMissingProgramOfAnotherThreadIsReportedTheSameWay) {
         ElementsAre("vosProcessCreate:name /app/missing execl failed errno:" + errnoText(ENOENT) + ".", "exit 1"));
 }
 
-/* What it does to the creator */
+/* Effects on the creator */
 
 TEST(FailedCreation, AProcedureThatIsRegisteredAgainStillRunsAtSigterm) {
     const Outcome outcome = run([] {

@@ -209,7 +209,7 @@ TEST(ProcessCheck, AnyFailureOfTheQueryGivesMinus1) {
     EXPECT_THAT(attempt.messages, IsEmpty());
 }
 
-TEST(Getopt, GivesWhatTheSystemLibraryGivesAndSharesItsState) {
+TEST(Getopt, ReturnsWhatTheCLibraryReturnsAndSharesItsState) {
     run([] {
         std::string arguments[] = {"program", "-a", "-b", "value", "-x", "rest"};
         char *vector[7] = {};

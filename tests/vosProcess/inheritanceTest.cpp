@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What a started program inherits, and what becomes of a signal while it is being started. */
+/* What a started program inherits, and the effect of a signal while it is being started. */
 #include "support/inheritance.h"
 
 #include <fcntl.h>
@@ -51,7 +51,7 @@ void sayWhoHandles(int /*number*/) {
 
 void terminate(int32_t /*iReserved*/) { sayWhoHandles(SIGTERM); }
 
-/* Replaces the two exec calls: SIGTERM arrives in the child as late as it can. */
+/* Replaces the two exec calls: SIGTERM arrives in the child as late as possible. */
 [[noreturn]] void signalInsteadOfProgram() {
     raise(SIGTERM);
     dprintf(STDOUT_FILENO, "\nsurvived\n");
@@ -67,8 +67,8 @@ int signalFirst(int number, const struct sigaction *to, struct sigaction *from) 
     return sigaction(number, to, from);
 }
 
-/* In each way of starting, with `arrive` to have SIGTERM arrive in the child: the procedure runs in no child, and the
- * creator's own SIGTERM still runs it. */
+/* For each way of starting, `arrive` makes SIGTERM arrive in the child. The procedure must run in no child, and must
+ * still run at a SIGTERM to the creator. */
 void expectTheProcedureRunsInTheCreatorOnly(const Body &arrive) {
     for (const WayToStart &way : waysToStart()) {
         const Outcome outcome = run([&] {
@@ -88,7 +88,7 @@ void expectTheProcedureRunsInTheCreatorOnly(const Body &arrive) {
     }
 }
 
-/* The shell may unblock signals, so through it no more is blocked, and maybe less. */
+/* The shell may unblock signals, so a program that it starts has the same signals blocked or fewer. */
 void expectBlocked(const WayToStart &way, const Inheritance &found, const std::set<int> &expected) {
     if (way.throughShell)
         EXPECT_THAT(found.blocked, AnyOf(expected, std::set<int>{})) << way.name;
@@ -98,7 +98,7 @@ void expectBlocked(const WayToStart &way, const Inheritance &found, const std::s
 
 std::atomic<bool> ended = false;
 
-/* Starts programs, one after the other, until the process is told to end. */
+/* Starts programs, one after the other, until the process gets SIGTERM. */
 [[noreturn]] void startUntilTold(const WayToStart &way) {
     setpgid(0, 0);
     vosProcessSignalDef();
@@ -128,7 +128,7 @@ TEST(Inheritance, TheEnvironmentAndTheDirectoryAreTheCreators) {
     }
 }
 
-TEST(Inheritance, ThoseDescriptorsStayOpenThatAreNotCloseOnExecAndNoOthers) {
+TEST(Inheritance, OnlyDescriptorsWithoutCloseOnExecStayOpen) {
     NEEDS(kOwnProgram);
     for (const WayToStart &way : waysToStart()) {
         std::set<int> expected = inheritable();
@@ -142,7 +142,7 @@ TEST(Inheritance, ThoseDescriptorsStayOpenThatAreNotCloseOnExecAndNoOthers) {
     }
 }
 
-TEST(Inheritance, TheSignalsThatTheCallingThreadBlocksStayBlockedAndNoOthers) {
+TEST(Inheritance, OnlyTheSignalsThatTheCallingThreadBlocksStayBlocked) {
     NEEDS(kOwnProgram);
     for (const WayToStart &way : waysToStart()) {
         expectBlocked(way, inheritedBy(way, [] { block(SIGUSR1); }), {SIGUSR1});
@@ -176,7 +176,7 @@ TEST(Inheritance, IgnoredSignalsStayIgnoredAndCaughtOnesHaveTheirDefault) {
             signal(SIGUSR1, SIG_IGN);
             signal(SIGUSR2, sayWhoHandles);
         });
-        /* SIGHUP is caught by the registration; the shell's child has the keyboard's signals back. */
+        /* The registration catches SIGHUP. The child of the shell has the default action for the keyboard's signals. */
         const std::set<int> all{SIGQUIT, SIGINT, SIGCHLD, SIGPIPE, SIGUSR1};
         EXPECT_EQ(found.ignored, way.throughShell ? (std::set<int>{SIGPIPE, SIGUSR1}) : all) << way.name;
     }
@@ -195,14 +195,14 @@ TEST(Start, ASignalInTheChildBeforeItHasSetADispositionRunsNoHandlerOfTheCreator
     expectTheProcedureRunsInTheCreatorOnly([] { substitute("sigaction", signalFirst); });
 }
 
-/* The same with nothing arranged: a group is told to end while one of its processes starts programs. */
+/* The same with real timing: a process group gets SIGTERM while one of its processes starts programs. */
 TEST(Start, ASigtermToTheGroupIsNeverLostAndRunsTheProcedureOnceInTheCreator) {
     NEEDS(kOwnProgram);
     for (const WayToStart &way : waysToStart())
         for (int trial = 0; trial < 15; ++trial) {
             Process process = start([&way] { startUntilTold(way); });
             process.awaitReady();
-            usleep(static_cast<useconds_t>(trial) * 317); /* another moment of a start in each trial */
+            usleep(static_cast<useconds_t>(trial) * 317); /* a different moment of a start in each trial */
             ASSERT_EQ(kill(-process.pid(), SIGTERM), 0);
             const Outcome outcome = process.finish();
             EXPECT_EQ(outcome.output, "\nhandled by " + std::to_string(outcome.pid) + "\n") << way.name;

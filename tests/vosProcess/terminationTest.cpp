@@ -217,7 +217,7 @@ TEST(Termination, TheInterruptedCodeFindsItsErrno) {
     });
 }
 
-/* The program has loaded the library, registered a procedure and unloaded the library again. */
+/* The program has loaded the library, registered a procedure and unloaded the library. */
 TEST(Termination, AfterTheLibraryWasUnloadedTheProcedureStillRunsAtSigtermOnly) {
     Dl_info library{};
     ASSERT_NE(dladdr(reinterpret_cast<const void *>(vosExitHandle), &library), 0);

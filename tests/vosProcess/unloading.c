@@ -1,9 +1,8 @@
 /* SPDX-License-Identifier: MIT */
-/* Loads the library, registers a termination procedure, unloads the library, and is then told to end. Not linked to the
+/* Loads the library, registers a termination procedure, unloads the library, and then gets SIGTERM. Not linked to the
  * library, because a library that a program is linked to is never unloaded.
  *
- *     unloading LIBRARY
- */
+ *     unloading LIBRARY */
 #include <dlfcn.h>
 #include <signal.h>
 #include <stdint.h>

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Prints the name that the library has for a process that has not given itself one. */
+/* Prints the name that the library uses for a process that has not set its name. */
 #include <stdio.h>
 #include <vos.h>
 

@@ -30,7 +30,7 @@ TEST(DottedAddress, MissingPartsAreZeros) {
     });
 }
 
-TEST(DottedAddress, WhatIsNoneIsAllOnes) {
+TEST(DottedAddress, ATextThatIsNoAddressIsAllOnes) {
     const Outcome outcome = run([] {
         for (const char *const text : {"", ".", "...", "1..2.3", "256", "1.2.3.4.5", "a.b.c.d", "1.2.3.4x", "10."})
             EXPECT_EQ(vosInetAddr(text), kInvalid) << text;
@@ -54,7 +54,7 @@ TEST(DottedAddress, NullIsRefused) {
     EXPECT_THAT(outcome.messages(), ElementsAre("vosInetAddr:parameter error."));
 }
 
-TEST(AddressText, GoesBothWays) {
+TEST(AddressText, IsConvertedInBothDirections) {
     run([] {
         in_addr address{};
         EXPECT_EQ(vosInetPton(AF_INET, "127.0.0.1", &address), 1);
@@ -95,7 +95,7 @@ TEST(HostAddress, IsInHostOrder) {
     });
 }
 
-TEST(HostAddress, ThatCannotBeHadIsZero) {
+TEST(HostAddress, OfANameThatCannotBeLookedUpIsZero) {
     const Outcome outcome = run([] {
         EXPECT_EQ(vosGetAddrIpv4("no-such-host.invalid"), 0U);
         EXPECT_EQ(vosGetAddrIpv4("::1"), 0U);

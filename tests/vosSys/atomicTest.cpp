@@ -12,7 +12,7 @@ using namespace vostest;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(Atomic, CountsAndTellsWhenItReachesZero) {
+TEST(Atomic, CountsAndReportsWhenItReachesZero) {
     run([] {
         VOS_ATOMIC counter;
         ASSERT_EQ(vosAtomicInit(&counter, 2), VOS_OK);

@@ -73,7 +73,7 @@ TEST(ConnectWithTimeout, AListeningPortIsConnected) {
     EXPECT_EQ(outcome.output, "");
 }
 
-TEST(ConnectWithTimeout, AConnectionThatStandsAtOnceLeavesTheDescriptorNonBlocking) {
+TEST(ConnectWithTimeout, AConnectionThatIsMadeAtOnceLeavesTheDescriptorNonBlocking) {
     run([] {
         Address server;
         boundTo(server, SOCK_DGRAM);
@@ -115,7 +115,7 @@ TEST(ConnectWithTimeout, ARefusalAtOnceLeavesTheDescriptorNonBlocking) {
     });
 }
 
-TEST(ConnectWithTimeout, AnUnreachableAddressIsGivenUpAfterItsTimeNonBlocking) {
+TEST(ConnectWithTimeout, AnUnreachableAddressTimesOutAndLeavesTheDescriptorNonBlocking) {
     const Outcome outcome = run([] {
         Address silent = unreachable();
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
@@ -195,7 +195,7 @@ TEST(ConnectWithTimeout, ASignalHandlerEndsTheWait) {
     });
 }
 
-TEST(ConnectWithTimeout, TheReasonOfAFailedQuerySurvivesTheLine) {
+TEST(ConnectWithTimeout, ErrnoOfAFailedQueryIsKeptWhenTheLineCannotBePrinted) {
     run([] {
         Address server;
         listeningOn(server);

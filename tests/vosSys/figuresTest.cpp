@@ -18,7 +18,7 @@ using testing::IsEmpty;
 
 namespace {
 
-/* The kernel's version text, as uname() answers it. */
+/* The kernel's version text that uname() returns. */
 const char *kernelVersion = "";
 int versionOfTheTest(utsname *names) {
     *names = {};
@@ -127,7 +127,7 @@ TEST(Memory, IsCountedInMegabytesAndTheUnitWordIsNotApplied) {
     });
 }
 
-TEST(Memory, OfThisMachineIsWhatTheKernelTells) {
+TEST(Memory, OfThisMachineIsWhatTheKernelReports) {
     run([] {
         struct sysinfo info {};
         sysinfo(&info);
@@ -175,14 +175,14 @@ TEST(CpuIdle, CountersAre32BitsWideAndWrap) {
     });
 }
 
-TEST(CpuIdle, IdleTicksThatStepBackWrapAsTheyStand) {
+TEST(CpuIdle, IdleTicksThatStepBackWrap) {
     run([] {
         const uint32_t elapsed = 99;
         EXPECT_EQ(idleBetween("cpu  0 0 0 1 0 0 0 0\n", "cpu  100 0 0 0 0 0 0 0\n"), (0U - 1U) * 100U / elapsed);
     });
 }
 
-TEST(CpuIdle, ATextOfAnotherShapeCountsNothing) {
+TEST(CpuIdle, ATextOfAnotherFormatCountsNothing) {
     run([] {
         EXPECT_EQ(idleBetween("", ""), 0U);
         EXPECT_EQ(idleBetween("intr 1 2 3", "intr 4 5 6"), 0U);
@@ -191,7 +191,7 @@ TEST(CpuIdle, ATextOfAnotherShapeCountsNothing) {
     });
 }
 
-TEST(CpuIdle, OnlyTheFirst256BytesAreLookedAt) {
+TEST(CpuIdle, OnlyTheFirst256BytesAreRead) {
     run([] {
         const std::string far(300, ' ');
         EXPECT_EQ(idleBetween("cpu" + far + "0 0 0 0 0 0 0 0", "cpu" + far + "0 0 0 9 0 0 0 0"), 0U);
@@ -227,7 +227,7 @@ TEST(ErrorNumber, BelongsToTheCallingThread) {
     });
 }
 
-TEST(ErrorNumber, HasTheSystemLibrarysText) {
+TEST(ErrorNumber, HasTheTextOfTheCLibrary) {
     run([] {
         char text[64];
         EXPECT_EQ(vosErrnoToStr(ENOENT, text, sizeof text), text);
@@ -263,7 +263,7 @@ TEST(ErrorNumber, ABufferWithoutRoomIsNotTouched) {
     });
 }
 
-TEST(ErrorNumber, ATextThatCannotBeHadIsEmpty) {
+TEST(ErrorNumber, ATextThatCannotBeObtainedIsEmpty) {
     const auto attempts = failEachCall([] {},
                                        [] {
                                            char text[8] = "left";

@@ -47,10 +47,10 @@ int32_t count(uint64_t argument) {
 
 VOS_TIMER timer(VOS_TIMER_PROC proc, uint32_t periodMs, uint32_t mode) { return {proc, 42, periodMs, mode, nullptr}; }
 
-/* Whether the one-shot has deleted itself. */
+/* Whether the one-shot timer has deleted itself. */
 bool gone(VOS_TIMER &record) { return __atomic_load_n(&record.hTimer, __ATOMIC_ACQUIRE) == nullptr; }
 
-/* Long enough for a timer that must not fire to have fired: as long as others of the same period take. */
+/* Waits so long that a timer which must not fire would have fired: until other timers of the same period have fired. */
 void letOthersFire(uint32_t periodMs, int times) {
     VOS_TIMER other = timer([](uint64_t) { return 0; }, periodMs, 0);
     for (int i = 0; i < times; ++i) {
@@ -59,7 +59,7 @@ void letOthersFire(uint32_t periodMs, int times) {
     }
 }
 
-/* How the C library was asked for a timer. */
+/* The arguments with which the C library's timer calls were made. */
 itimerspec timesSeen;
 int settimeOfTheTest(timer_t /*timer*/, int flags, const itimerspec *times, itimerspec *before) {
     EXPECT_EQ(flags, 0);
@@ -219,10 +219,10 @@ TEST(IntervalTimer, OfAThousandNoneIsLost) {
     });
 }
 
-TEST(IntervalTimer, ADeletionThatMeetsTheExpiryDeletesOnce) {
+TEST(IntervalTimer, ADeletionDuringTheExpiryDeletesOnce) {
     if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
     run([] {
-        /* The call that may still be on its way looks at its record once more, so each round has its own. */
+        /* A call that has not run yet still reads its record, so each round has a record of its own. */
         std::vector<VOS_TIMER> records(300, timer(count, 1, 0));
         for (VOS_TIMER &record : records) {
             calls = 0;
@@ -270,7 +270,7 @@ TEST(IntervalTimer, ADeletionThatFailsLeavesTheTimerToBeDeleted) {
 TEST(IntervalTimer, ARecordWhoseTimerCouldNotBeCreatedHasNone) {
     run([] {
         VOS_TIMER record = timer(count, 10, 0);
-        memset(&record.hTimer, 0xA5, sizeof record.hTimer); /* the caller's storage held something else before */
+        memset(&record.hTimer, 0xA5, sizeof record.hTimer); /* the record's memory had other content before */
         Faults::arm({.call = "timer_create", .error = EAGAIN});
         EXPECT_EQ(vosTimerAdd(&record), -1);
         EXPECT_TRUE(Faults::disarm());
@@ -294,7 +294,7 @@ TEST(IntervalTimer, TheTimerIsCreatedInTheRecord) {
     });
 }
 
-TEST(IntervalTimer, TheReasonOfAFailureSurvivesTheLine) {
+TEST(IntervalTimer, ErrnoOfAFailureIsKeptWhenTheLineCannotBePrinted) {
     run([] {
         VOS_TIMER record = timer(count, 10, 0);
         close(STDOUT_FILENO);
@@ -363,8 +363,8 @@ TEST(IntervalTimer, AOneShotThatIsRestartedWhileItsFunctionRunsFiresAgain) {
     });
 }
 
-/* Its thread starts late: the timer that made the call is gone, and a newer one is armed. */
-TEST(IntervalTimer, ACallThatComesAfterTheRestartLeavesTheNewTimerAlone) {
+/* The thread of the call starts late: its timer has been deleted, and a newer one is armed. */
+TEST(IntervalTimer, ACallThatComesAfterTheRestartDoesNotDeleteTheNewTimer) {
     if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
     run([] {
         static void (*expiry)(sigval) = nullptr;
@@ -386,7 +386,7 @@ TEST(IntervalTimer, ACallThatComesAfterTheRestartLeavesTheNewTimerAlone) {
 }
 
 /* A late call of the deleted timer that deleted the new one would end it before its time. */
-TEST(IntervalTimer, RestartsThatMeetTheExpiryLoseNoTimer) {
+TEST(IntervalTimer, RestartsDuringTheExpiryLoseNoTimer) {
     if (!kExpiriesCanRun) GTEST_SKIP() << kWhyNot;
     run([] {
         VOS_TIMER record = timer(count, 1, 0);
@@ -394,7 +394,7 @@ TEST(IntervalTimer, RestartsThatMeetTheExpiryLoseNoTimer) {
             record.ulPeriodMs = 1;
             const auto expiry = Clock::now() + std::chrono::microseconds(1000 + 3 * round);
             ASSERT_EQ(vosTimerAdd(&record), VOS_OK);
-            while (Clock::now() < expiry) continue; /* so that the deletion meets the call at another point each time */
+            while (Clock::now() < expiry) continue; /* the deletion comes at another point each time */
             vosTimerDel(&record);
             record.ulPeriodMs = 20;
             const auto begin = Clock::now();
@@ -402,7 +402,7 @@ TEST(IntervalTimer, RestartsThatMeetTheExpiryLoseNoTimer) {
             ASSERT_TRUE(eventually([&] { return gone(record); }));
             ASSERT_GE(Clock::now() - begin, Milliseconds(20)) << round;
         }
-        letOthersFire(20, 2); /* a late call may still look at the record */
+        letOthersFire(20, 2); /* a late call may still read the record */
     });
 }
 

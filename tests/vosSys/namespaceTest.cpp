@@ -46,8 +46,8 @@ void raiseLoopback() {
     close(fd);
 }
 
-/* Makes the namespace of a VRF, as the device's start-up does: a thread of its own lives in it just long enough to
- * bind it to a name. Its loopback interface is up. */
+/* Makes the namespace of a VRF, as the start-up of the device does. A thread enters a new namespace, binds it to a name
+ * and ends. The loopback interface in it is up. */
 void makeVrf(int number) {
     const std::string path = "/var/run/netns/ns" + std::to_string(number);
     std::ofstream{path};
@@ -58,7 +58,7 @@ void makeVrf(int number) {
     }).join();
 }
 
-/* Which namespace the calling thread is in. */
+/* The namespace of the calling thread, as its inode number. */
 ino_t here() {
     struct stat state {};
     stat("/proc/thread-self/ns/net", &state);
@@ -102,7 +102,7 @@ int descriptors() {
 
 }  // namespace
 
-TEST(Vrf, AThreadGoesInAndComesBack) {
+TEST(Vrf, AThreadEntersANamespaceAndReturns) {
     const Outcome outcome = run([] {
         makeVrf(3);
         const ino_t home = here();
@@ -159,7 +159,7 @@ TEST(Vrf, AFileThatIsNoNamespaceCannotBeEntered) {
                                                       "Invalid argument\\."));
 }
 
-TEST(Vrf, TheSameAddressLivesInTwoVrfsAndASocketStaysWhereItWasMade) {
+TEST(Vrf, TheSameAddressExistsInTwoVrfsAndASocketStaysWhereItWasMade) {
     run([] {
         makeVrf(1);
         makeVrf(2);
@@ -211,7 +211,7 @@ TEST(Vrf, ThreadsSwitchIndependently) {
     });
 }
 
-TEST(Vrf, AThreadComesBackToItsOwnNamespaceAndNotToTheMainThreads) {
+TEST(Vrf, AThreadReturnsToItsOwnNamespaceAndNotToTheMainThreads) {
     run([] {
         makeVrf(1);
         makeVrf(2);
@@ -292,7 +292,7 @@ TEST(Vrf, ARestoreThatCannotMoveTheThreadKeepsTheDescriptorForAnotherTry) {
     EXPECT_EQ(outcome.output, "\r\nvosNetVrfRestore:setns 50 failed errno " + errnoPair(EPERM));
 }
 
-TEST(Vrf, ARestoreWhoseCloseFailsHasMovedTheThreadAndSaysSo) {
+TEST(Vrf, ARestoreWhoseCloseFailsMovesTheThreadAndReportsTheFailure) {
     const Outcome outcome = run([] {
         makeVrf(3);
         const ino_t home = here();

@@ -15,8 +15,8 @@
 
 namespace vostest {
 
-/* Makes a pseudo-terminal whose one end becomes standard input. It does not become the controlling terminal, so that
- * no keyboard signal reaches anybody. */
+/* Makes a pseudo-terminal and uses one end as standard input. It does not become the controlling terminal, so its
+ * keyboard signals reach no process. */
 class StandardInputTerminal {
   public:
     StandardInputTerminal() : keyboard_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
@@ -33,7 +33,7 @@ class StandardInputTerminal {
         if (write(keyboard_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) abort();
     }
 
-    /* Types a text that nobody reads yet, and waits until the terminal has it. */
+    /* Types a text that no process reads yet, and waits until the terminal has it. */
     void typeAhead(const std::string &text) const {
         type(text);
         if (!eventually([&] { return typed() == static_cast<int>(text.size()); })) abort();

@@ -18,8 +18,8 @@ using namespace vostest;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/* Some tests give a mutex that they do not hold, or delete one that is held, on purpose; the thread sanitizer must not
- * end them for it. It still looks for data races. */
+/* Some tests unlock a mutex that they do not hold, or delete one that is locked, on purpose. The thread sanitizer must
+ * not end them for that. It still looks for data races. */
 extern "C" const char *__tsan_default_options() { return "report_mutex_bugs=0:report_destroy_locked=0"; }
 
 namespace {
@@ -33,7 +33,7 @@ auto inAnotherThread(Function function) {
     return result;
 }
 
-/* The clock as a test wants it, and the deadline that came of it. */
+/* The time that the clock returns, and the deadline that the library computes from it. */
 timespec clockSays;
 timespec deadlineSeen;
 int clockOfTheTest(clockid_t clock, timespec *now) {
@@ -63,7 +63,7 @@ void expectInstant(const timespec &instant, time_t seconds, long nanoseconds) {
 
 }  // namespace
 
-TEST(BinarySemaphore, TakenAtOnceFailsWithoutWaiting) {
+TEST(BinarySemaphore, ATakeWithoutWaitingFailsAtOnce) {
     const Outcome outcome = run([] {
         VOS_SEM *const sem = vosSemBCreate(0);
         EXPECT_EQ(vosSemTake(sem, VOS_NO_WAIT), VOS_ERROR);
@@ -178,7 +178,7 @@ TEST(MutexSemaphore, ATimedTakeOfAHeldOneFailsButIsNoTimeOut) {
     });
 }
 
-TEST(MutexSemaphore, AnErrnoThatHeldTheTimeOutBeforeIsTakenForOne) {
+TEST(MutexSemaphore, AnEarlierErrnoOfATimeOutIsTakenForATimeOut) {
     run([] {
         VOS_SEM *const sem = vosSemMCreate(0);
         EXPECT_EQ(inAnotherThread([&] {
@@ -222,7 +222,7 @@ TEST(MutexSemaphore, TheOwnerTakesItAgainAndGivesItAsOften) {
 TEST(Lock, KeepsEightThreadsApart) {
     run([] {
         VOS_SEM *const lock = vosLockCreate();
-        int counter = 0; /* not atomic: the lock is what keeps it whole */
+        int counter = 0; /* not atomic: only the lock protects it */
         std::vector<std::thread> threads;
         for (int i = 0; i < 8; ++i)
             threads.emplace_back([&] {
@@ -283,7 +283,7 @@ TEST(Deadline, IsTheTimeOfDayMovedByTheTimeOut) {
     });
 }
 
-TEST(Deadline, ExactlyASecondOfNanosecondsIsLeftStanding) {
+TEST(Deadline, ExactlyASecondOfNanosecondsIsNotCarried) {
     run([] {
         expectInstant(deadlineOf({100, 500'000'000}, 500'000), 100, 1'000'000'000);
         expectInstant(deadlineOf({100, 500'001'000}, 500'000), 101, 1000);
@@ -297,7 +297,7 @@ TEST(Deadline, ATimeOutFrom0x80000000OnLiesInThePast) {
     });
 }
 
-TEST(Deadline, WhatTheSystemLibraryRejectsFailsAndIsNoTimeOut) {
+TEST(Deadline, ADeadlineThatTheCLibraryRejectsFailsAndIsNoTimeOut) {
     run([] {
         substitute("clock_gettime", clockOfTheTest);
         VOS_SEM *const sem = vosSemBCreate(0);

@@ -81,7 +81,7 @@ int32_t statusOf(const char *command) {
     return status;
 }
 
-/* A terminal that neither makes signals nor echoes, as a full-screen program leaves it. */
+/* Switches signals and echo of the terminal off, as a full-screen program does. */
 void quietTerminal() {
     termios quiet = StandardInputTerminal::settings();
     quiet.c_lflag &= ~static_cast<tcflag_t>(ISIG | ECHO);
@@ -136,7 +136,7 @@ pid_t endDuringCommand() {
     return child;
 }
 
-/* Whether an action comes to its end in a process that is in the background of its controlling terminal. */
+/* Whether an action ends in a process that is in the background of its controlling terminal. */
 bool inBackgroundOf(const StandardInputTerminal &terminal, const std::function<void()> &action) {
     const pid_t session = fork();
     if (session != 0) {
@@ -159,8 +159,8 @@ bool inBackgroundOf(const StandardInputTerminal &terminal, const std::function<v
     _exit(waited && status == 0 ? 0 : 1);
 }
 
-/* In place of a shell, which would change its own mask. SIGUSR2 is to be blocked and SIGUSR1 ignored; a handler of
- * SIGALRM must be gone. */
+/* Replaces the shell, which would change its mask. SIGUSR2 must be blocked, SIGUSR1 ignored, and SIGALRM must have no
+ * handler. */
 int exitThreeWhenSignalsAreRight(const char * /*path*/, const char * /*first*/, ...) {
     sigset_t inherited;
     sigemptyset(&inherited);
@@ -201,7 +201,7 @@ TEST(Shell, ACommandThatIsNotFoundEndsWith127) {
     });
 }
 
-TEST(Shell, AStatusThatNobodyWantsMayBeNull) {
+TEST(Shell, TheStatusPointerMayBeNull) {
     run([] { EXPECT_EQ(vosSystem2("exit 3", kPlain, nullptr), VOS_OK); });
 }
 
@@ -243,7 +243,7 @@ TEST(Shell, KeyboardSignalsReachTheCommandOnly) {
     });
 }
 
-TEST(Shell, TheThreeDispositionsComeBackAsTheyWere) {
+TEST(Shell, TheThreeDispositionsAreRestored) {
     run([] {
         for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) handle(number);
         EXPECT_EQ(statusOf("exit 3"), 768);
@@ -295,7 +295,7 @@ TEST(Shell, ChildrenAreReapedAlsoUnderNoCldWait) {
     });
 }
 
-TEST(Shell, ChildrenOfACallerThatWaitsForThemAreLeftToIt) {
+TEST(Shell, ChildrenOfACallerThatWaitsForThemAreNotReaped) {
     run([] {
         for (const sighandler_t handler : {SIG_DFL, static_cast<sighandler_t>([](int) {})}) {
             struct sigaction action = {};
@@ -310,7 +310,7 @@ TEST(Shell, ChildrenOfACallerThatWaitsForThemAreLeftToIt) {
     });
 }
 
-TEST(Shell, TheReapingKeepsTheReasonOfAFailure) {
+TEST(Shell, ReapingKeepsTheErrnoOfAFailure) {
     run([] {
         vosProcessSignalDef();
         Faults::arm({.call = "wait4", .error = EINTR});
@@ -338,7 +338,7 @@ TEST(Shell, CommandsOfSeveralThreadsEachGetTheirOwnStatusAndLeaveNoZombie) {
     });
 }
 
-TEST(Shell, TheLastOfSeveralCommandsPutsTheDispositionsBack) {
+TEST(Shell, TheLastOfSeveralCommandsRestoresTheDispositions) {
     run([] {
         for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) handle(number);
         for (const char *const gate : {"/tmp/first", "/tmp/second"}) ASSERT_EQ(mkfifo(gate, 0600), 0);
@@ -389,7 +389,7 @@ TEST(Shell, AForkWhileOtherThreadsRunCommandsGivesAChildThatRunsCommands) {
     });
 }
 
-TEST(Shell, AThreadThatIsCancelledWhileItWaitsPutsEverythingBack) {
+TEST(Shell, AThreadThatIsCancelledWhileItWaitsRestoresEverything) {
     run([] {
         vosProcessSignalDef();
         const StandardInputTerminal terminal;
@@ -433,7 +433,7 @@ TEST(Shell, ASignalHandlerMayRunACommandWhileOneRuns) {
     });
 }
 
-TEST(Shell, ASignalThatMeetsTheChildBeforeItsProgramRunsNoHandlerThere) {
+TEST(Shell, ASignalToTheChildBeforeItsProgramRunsNoHandler) {
     run([] {
         static char *const ran =
             static_cast<char *>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
@@ -488,7 +488,7 @@ TEST(Shell, InteractiveModeMakesTheTerminalSignalAndEcho) {
     });
 }
 
-TEST(Shell, PlainModeLeavesTheTerminalToTheCommandAsItIs) {
+TEST(Shell, PlainModeDoesNotChangeTheTerminalForTheCommand) {
     run([] {
         const StandardInputTerminal terminal;
         quietTerminal();
@@ -500,7 +500,7 @@ TEST(Shell, PlainModeLeavesTheTerminalToTheCommandAsItIs) {
     });
 }
 
-TEST(Shell, WhatACommandDoesToTheTerminalIsUndone) {
+TEST(Shell, ChangesThatACommandMakesToTheTerminalAreUndone) {
     run([] {
         const StandardInputTerminal terminal;
         const termios before = StandardInputTerminal::settings();
@@ -509,7 +509,7 @@ TEST(Shell, WhatACommandDoesToTheTerminalIsUndone) {
     });
 }
 
-TEST(Shell, WhatWasTypedAheadIsDiscarded) {
+TEST(Shell, InputThatWasTypedAheadIsDiscarded) {
     run([] {
         const StandardInputTerminal terminal;
         termios characters = StandardInputTerminal::settings();
@@ -564,11 +564,11 @@ TEST(Shell, AShellReadsItsCommandsFromStandardInput) {
     EXPECT_EQ(outcome.output, "from the shell\n");
 }
 
-TEST(Shell, AShellOnATerminalIsTypedInto) {
+TEST(Shell, AShellOnATerminalReadsWhatIsTyped) {
     const Outcome outcome = run([] {
         const StandardInputTerminal terminal;
         std::thread typist([&] {
-            /* What is typed before the shell has taken the child's place would be discarded. */
+            /* Text that is typed before the shell runs would be discarded. */
             EXPECT_TRUE(eventually(shellRuns));
             terminal.type("echo typed > /tmp/typed; exit\n");
         });
@@ -579,7 +579,7 @@ TEST(Shell, AShellOnATerminalIsTypedInto) {
     EXPECT_TRUE(outcome.exited(0));
 }
 
-TEST(Shell, EveryFailingCallIsPassedOnAndTheDispositionsComeBack) {
+TEST(Shell, EveryFailingCallIsReturnedAndTheDispositionsAreRestored) {
     const auto prepare = [] {
         for (const int number : {SIGINT, SIGQUIT, SIGCHLD}) handle(number);
     };
@@ -600,14 +600,14 @@ TEST(Shell, EveryFailingCallIsPassedOnAndTheDispositionsComeBack) {
     }
 }
 
-TEST(Shell, WithoutWaitingEveryFailingCallIsPassedOn) {
+TEST(Shell, WithoutWaitingEveryFailingCallIsReturned) {
     const auto attempts = failEachCall([] {}, [] { return vosSystemNoWait("true"); });
     expectNothingKept(attempts);
     for (const Attempt &each : attempts)
         EXPECT_EQ(each.result, each.point.call == "fork" ? VOS_ERROR : VOS_OK) << describe(each.point);
 }
 
-TEST(Shell, AFailedForkPutsTheSignalsBackAndLeavesTheTerminalAlone) {
+TEST(Shell, AFailedForkRestoresTheSignalsAndDoesNotChangeTheTerminal) {
     run([] {
         const StandardInputTerminal terminal;
         handle(SIGINT);
@@ -621,7 +621,7 @@ TEST(Shell, AFailedForkPutsTheSignalsBackAndLeavesTheTerminalAlone) {
     });
 }
 
-TEST(Shell, AFailedWaitStillPutsEverythingBack) {
+TEST(Shell, AFailedWaitStillRestoresEverything) {
     run([] {
         const StandardInputTerminal terminal;
         const termios before = StandardInputTerminal::settings();
@@ -734,7 +734,7 @@ TEST(Reboot, WithoutAMarkerTheProgramStillRuns) {
     EXPECT_EQ(at(attempts, "fork#1").result, 0);
 }
 
-TEST(TerminalControl, TheKeyboardIsShutOut) {
+TEST(TerminalControl, KeyboardSignalsAreSwitchedOffAndIgnored) {
     run([] {
         const StandardInputTerminal terminal;
         for (const int number : {SIGQUIT, SIGINT, SIGCHLD, SIGPIPE}) signal(number, SIG_DFL);
@@ -750,7 +750,7 @@ TEST(TerminalControl, TheKeyboardIsShutOut) {
     });
 }
 
-TEST(TerminalControl, WhatWasTypedIsDiscarded) {
+TEST(TerminalControl, TypedInputIsDiscarded) {
     run([] {
         const StandardInputTerminal terminal;
         termios characters = StandardInputTerminal::settings();

@@ -174,7 +174,7 @@ TEST(Socket, ACountBeyondTheSetsOfTheHeaderIsPassedOn) {
     });
 }
 
-TEST(Socket, EveryFailureIsTheSystemLibrarys) {
+TEST(Socket, EveryFailureIsThatOfTheCLibrary) {
     const auto attempts =
         failEachCall([] {},
                      [] {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Durations of waits, and threads that the kernel tells about. */
+/* Durations of waits, and the states of threads in /proc. */
 #ifndef TESTS_VOS_SYS_THREADS_H
 #define TESTS_VOS_SYS_THREADS_H
 
@@ -22,7 +22,7 @@ inline Milliseconds duration(const std::function<void()> &action) {
     return std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - begin);
 }
 
-/* A time-out must never be short. A busy machine may make it long. */
+/* A time-out must not be too short. On a busy machine it may be longer. */
 inline void expectAbout(Milliseconds wanted, Milliseconds measured) {
     EXPECT_GE(measured.count(), wanted.count());
     EXPECT_LT(measured.count(), wanted.count() + deadline().count() / 10);

@@ -72,7 +72,7 @@ void interrupt(const std::function<void()> &sleep) {
 
 }  // namespace
 
-TEST(Sleep, LastsAsLongAsItIsTold) {
+TEST(Sleep, LastsAsLongAsItsArgumentSays) {
     const Outcome outcome = run([] {
         expectAbout(Milliseconds(1000), duration([] { vosSleep(1); }));
         expectAbout(Milliseconds(200), duration([] { vosUSleep(200'000); }));
@@ -83,7 +83,7 @@ TEST(Sleep, LastsAsLongAsItIsTold) {
     EXPECT_THAT(outcome.messages(), IsEmpty());
 }
 
-TEST(Sleep, ThatIsInterruptedEndsEarlyAndLeavesALine) {
+TEST(Sleep, OneThatIsInterruptedEndsEarlyAndIsLogged) {
     const Outcome outcome = run([] {
         interrupt([] { vosSleep(1000); });
         interrupt([] { vosUSleep(1'000'000'000); });
@@ -92,7 +92,7 @@ TEST(Sleep, ThatIsInterruptedEndsEarlyAndLeavesALine) {
                                                 "vosUSleep:usleep failed errno:" + errnoText(EINTR) + "."));
 }
 
-TEST(Sleep, AFailureLeavesALine) {
+TEST(Sleep, AFailureIsLogged) {
     const Attempt shorter = failCall(
         {.call = "usleep", .error = EINVAL}, [] {},
         [] {
@@ -109,7 +109,7 @@ TEST(Sleep, AFailureLeavesALine) {
     EXPECT_THAT(longer.messages, ElementsAre("vosSleep:sleep failed errno:" + errnoText(EINTR) + "."));
 }
 
-TEST(Time, OfDayIsTheSystems) {
+TEST(Time, OfDayIsThatOfTheSystem) {
     run([] {
         timeval now{};
         EXPECT_EQ(vosGetTimeOfDay(&now), 0);
@@ -134,7 +134,7 @@ TEST(Time, IsSetToAWholeSecond) {
     });
 }
 
-TEST(Time, FailuresAreTheSystemLibrarys) {
+TEST(Time, FailuresAreThoseOfTheCLibrary) {
     const Attempt set = failCall(
         {.call = "clock_settime", .error = EPERM}, [] {},
         [] {
@@ -174,7 +174,7 @@ TEST(Time, NullIsRefused) {
                             "vosHostNameSet:parameter error.", "vosTimeZoneSet:parameter error."));
 }
 
-TEST(HostName, ThatDoesNotFitLeavesItsBeginningWithoutANul) {
+TEST(HostName, OneThatDoesNotFitIsCutWithoutANul) {
     run([] {
         char name[] = "xxxxx";
         EXPECT_EQ(vosHostNameGet(name, 2), -1); /* of "vos" */
@@ -194,7 +194,7 @@ TEST(HostName, IsSetAndRead) {
     });
 }
 
-TEST(HostName, LengthsWithoutSenseAreInvalid) {
+TEST(HostName, LengthsThatCannotBeUsedAreRefused) {
     run([] {
         char name[65] = "";
         EXPECT_EQ(vosHostNameGet(name, -1), -1);
@@ -211,7 +211,7 @@ TEST(HostName, LengthsWithoutSenseAreInvalid) {
     });
 }
 
-TEST(HostName, FailuresAreTheSystemLibrarys) {
+TEST(HostName, FailuresAreThoseOfTheCLibrary) {
     const auto attempts = failEachCall([] {},
                                        [] {
                                            char name[65];
@@ -234,7 +234,7 @@ TEST(UpTime, IsReadAsSecondsAndHundredths) {
     });
 }
 
-TEST(UpTime, OfAnotherShapeIsWhatCanBeReadOfIt) {
+TEST(UpTime, OfAnotherFormatIsReadAsFarAsPossible) {
     run([] {
         expectUpTime("", 0, 0);
         expectUpTime("nonsense", 0, 0);
@@ -259,7 +259,7 @@ TEST(UpTime, OfThisMachineGrows) {
     });
 }
 
-TEST(UpTime, AFileThatCannotBeOpenedLeavesTheOutputsAlone) {
+TEST(UpTime, AFileThatCannotBeOpenedLeavesTheOutputsUnchanged) {
     const Attempt open = failCall(
         {.call = "open"}, [] {},
         [] {
@@ -296,7 +296,7 @@ TEST(UpTime, AReadThatFailsLeavesZeros) {
     EXPECT_EQ(at(attempts, "close#1").result, 0);
 }
 
-TEST(MonotonicDeadline, LiesSoFarAhead) {
+TEST(MonotonicDeadline, IsNowPlusTheMicroseconds) {
     run([] {
         substitute("clock_gettime", monotonicOfTheTest);
         const auto expectDeadline = [](timespec now, uint32_t microseconds, time_t seconds, long nanoseconds) {
@@ -314,7 +314,7 @@ TEST(MonotonicDeadline, LiesSoFarAhead) {
     });
 }
 
-TEST(MonotonicDeadline, IsReachedWhenTheClockHasComeToIt) {
+TEST(MonotonicDeadline, IsReachedWhenTheClockHasReachedIt) {
     run([] {
         substitute("clock_gettime", monotonicOfTheTest);
         clockSays = {100, 500};

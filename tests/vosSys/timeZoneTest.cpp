@@ -29,7 +29,7 @@ std::string contents(const std::string &path) {
     return text.str();
 }
 
-/* A file of the TZif format, put together by hand: numbers in hexadecimal, big-endian. */
+/* A file in the TZif format, made by the test: numbers in hexadecimal, big-endian. */
 std::string bytes(const char *hex) {
     std::string result;
     int high = -1;
@@ -58,7 +58,7 @@ std::string expectedTemplate() {
            std::string("LMT\0JDT\0JST\0", 12) + bytes("00 00 00 01") + bytes("00 00 00 01") + "\n";
 }
 
-/* What the C library makes of an instant, with the zone file that it finds. */
+/* The local time that the C library computes for an instant, with the zone file that it finds. */
 std::string local(time_t instant) {
     setenv("TZ", ":/etc/localtime", 1);
     tzset();
@@ -172,7 +172,7 @@ TEST(TimeZone, ALinkIsFollowedAndTheFileItPointsAtIsOverwritten) {
         std::ofstream{"/tmp/zone"} << "a file of the zone database";
         for (const char *const path : {"/etc/localtime", "/etc/TZ"}) std::filesystem::remove(path);
         std::filesystem::create_symlink("/tmp/zone", "/etc/localtime");
-        std::filesystem::create_symlink("/tmp/rule", "/etc/TZ"); /* points at nothing yet */
+        std::filesystem::create_symlink("/tmp/rule", "/etc/TZ"); /* the target does not exist yet */
         ASSERT_EQ(vosTimeZoneSet("CST-8"), VOS_OK);
         EXPECT_TRUE(std::filesystem::is_symlink("/etc/localtime"));
         EXPECT_EQ(contents("/tmp/zone").size(), kTemplate + 6);

@@ -182,7 +182,7 @@ TEST(Wait, ATimeOutOfMoreThan2147SecondsFailsAtOnce) {
 }
 
 TEST(Wait, AFailedDeletionKeepsTheRecord) {
-    static VOS_WAIT *volatile kept; /* still reachable, so that it counts as kept and not as lost */
+    static VOS_WAIT *volatile kept; /* still reachable, so that the sanitizer does not report it as lost */
     const auto deleteOne = [] {
         kept = vosWaitCreate();
         return vosWaitDelete(kept);
@@ -197,7 +197,7 @@ TEST(Wait, AFailedDeletionKeepsTheRecord) {
     EXPECT_EQ(condition.blocksKept, 1);
 }
 
-/* All but the release of the mutex, which cannot fail for the thread that has just taken it. */
+/* All calls except the unlocking of the mutex, which cannot fail in the thread that has just locked it. */
 TEST(Wait, EveryFailingCallIsPassedOn) {
     const auto action = [] {
         VOS_WAIT *const wait = vosWaitCreate();
@@ -213,7 +213,7 @@ TEST(Wait, EveryFailingCallIsPassedOn) {
         {"pthread_mutex_init", 1000},
         {"pthread_cond_init", 1000},
         {"pthread_mutex_lock", 100 + 40 + 4}, /* not given: both takes find nothing */
-        {"pthread_cond_signal", 100 + 4},     /* given all the same */
+        {"pthread_cond_signal", 100 + 4},     /* the event is given in spite of the failure */
         {"clock_gettime", 1},
         {"pthread_cond_timedwait", 1},
         {"pthread_mutex_destroy", 4},
@@ -240,7 +240,7 @@ TEST(Wait, AFailedCreationDestroysWhatItHadMade) {
     });
 }
 
-TEST(Wait, AFailedWaitWithoutLimitGivesTheLockBack) {
+TEST(Wait, AFailedWaitWithoutLimitReleasesTheLock) {
     run([] {
         VOS_WAIT *const wait = vosWaitCreate();
         Faults::arm({.call = "pthread_cond_wait", .error = EPERM});
@@ -278,7 +278,7 @@ void cancelAWaiter(VOS_WAIT *wait, uint32_t timeout) {
 
 }  // namespace
 
-TEST(Wait, AWaiterThatIsCancelledGivesTheLockBack) {
+TEST(Wait, AWaiterThatIsCancelledReleasesTheLock) {
     run([] {
         VOS_WAIT *const wait = vosWaitCreate();
         for (const uint32_t timeout : {VOS_WAIT_FOREVER, 600'000'000U}) {
@@ -288,7 +288,7 @@ TEST(Wait, AWaiterThatIsCancelledGivesTheLockBack) {
                 EXPECT_EQ(vosWaitGive(wait), VOS_OK);
                 given = true;
             });
-            if (!eventually([&] { return given.load(); })) abort(); /* the giver waits for the lock for ever */
+            if (!eventually([&] { return given.load(); })) abort(); /* the giving thread waits for the lock for ever */
             giver.join();
             EXPECT_EQ(vosWaitTake(wait, VOS_NO_WAIT), VOS_OK) << "the event was not taken by the cancelled thread";
         }

@@ -15,7 +15,7 @@ void putSerial(const std::string &serial) {
     putFile(kFactory.path, partitionOf(body));
 }
 
-/* What a buffer of 40 bytes holds after a call with a length. */
+/* The content of a buffer of 40 bytes after a call with a length. */
 std::string serialWith(int32_t length) {
     std::string buffer(40, '.');
     EXPECT_EQ(vosProdSerialNoRead(buffer.data(), length), VOS_OK);

@@ -222,7 +222,7 @@ TEST(Items, ASetOfTheStackTakes24BytesWhateverItsLengthSays) {
     }
 }
 
-/* The copies are read from flash before the value is taken. */
+/* The copies in memory are read from flash before the value is read. */
 TEST(Items, AValueThatLiesInTheCopyInMemoryIsStoredAsItWasOnFlash) {
     putErased();
     run([] {

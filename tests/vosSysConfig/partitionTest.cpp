@@ -43,8 +43,8 @@ std::string initLine(const Partition &partition) { return "Initialize " + partit
 
 const Partition *vanishing = nullptr;
 
-/* Receives standard output in place of the terminal: keeps the log, and removes the partition when the line comes that
- * the rewriting starts. */
+/* Reads standard output through a pipe: keeps the log, and removes the partition when the line comes that the rewriting
+ * starts. */
 ssize_t removeWhenTheWriterStarts(void *, const char *text, size_t length) {
     const std::string line(text, length);
     std::ofstream{"/tmp/log", std::ios::app} << line;
@@ -119,7 +119,8 @@ TEST_P(EachPartition, AStoredChecksumOfAllOnesIsErasedFlash) {
 /* A body whose checksum is all ones: its last bytes are chosen so that the register becomes 0xFFFFFFFF. */
 TEST_P(EachPartition, AllOnesAreRefusedEvenWhereTheChecksumReallyIsAllOnes) {
     std::string body(partition.bodySize, '\0');
-    /* The upper half shows two earlier high bytes: search the last four bytes step by step. */
+    /* The upper half of the register consists of the high bytes of two earlier steps. So the last four bytes are
+     * searched step by step. */
     const auto search = [&] {
         for (uint32_t a = 0; a < 0x10000; ++a) {
             body[partition.bodySize - 4] = static_cast<char>(a >> 8);
@@ -151,7 +152,7 @@ TEST_P(EachPartition, AFailedReadLeavesTheCopyInMemoryAsItWas) {
     });
 }
 
-TEST_P(EachPartition, WhatLiesBehindIsIgnoredAndKept) {
+TEST_P(EachPartition, BytesBehindThePartitionAreIgnoredAndKept) {
     putFile(partition.path, partitionOf(erasedBody(partition)) + "more");
     run([&] { EXPECT_EQ(setWord(partition.item, 7), VOS_OK); });
     const std::string file = fileContent(partition.path);
@@ -226,7 +227,7 @@ TEST_P(EachPartition, EachFailingCallOfAWrite) {
     expectLines(attempts, "open#2", VOS_ERROR, setLines(failedLine(partition.data(writer, "open"))));
     expectLines(attempts, "flock#3", VOS_OK, {failedLine(partition.data(writer, "lock"))});
     expectLines(attempts, "read#2", VOS_ERROR, setLines(failedLine(partition.data(writer, "read"))));
-    /* Without the seek the write goes behind the partition, which stays as it was. */
+    /* Without the seek the write goes past the partition, which is not changed. */
     expectLines(attempts, "lseek#1", VOS_OK, {failedLine(partition.data(writer, "lseek"))});
     expectLines(attempts, "write#1", VOS_OK, {failedLine(partition.data(writer, "write") + blank)});
     expectLines(attempts, "flock#4", VOS_OK, {failedLine(partition.data(writer, "unlock") + blank)});
@@ -254,7 +255,7 @@ TEST_P(EachPartition, EachFailingCallOfAnInitialisation) {
     const Partition &other = partition.word == "factory" ? kSystem : kFactory;
     const auto attempts = failEachCall(
         [&] {
-            vosProcessGetName(); /* is read from a file once */
+            vosProcessGetName(); /* reads the name from a file, only once */
             std::filesystem::remove(partition.path);
             putFile(other.path, partitionOf(erasedBody(other)));
         },

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Partitions made by hand for the tests of device data. */
+/* Partitions that the tests of device data make. */
 #ifndef TESTS_VOS_SYS_CONFIG_PARTITIONS_H
 #define TESTS_VOS_SYS_CONFIG_PARTITIONS_H
 
@@ -11,7 +11,7 @@
 
 namespace vostest {
 
-/* What a test has to know of a partition. */
+/* What a test needs to know about a partition. */
 struct Partition {
     const char *path;
     uint32_t bodySize;
@@ -34,7 +34,7 @@ inline const Partition kSystem{"/flash/sysdata",    856,         "system", "  ",
                                "writeFlashAppData", BSP_BANDRATE};
 inline const std::vector<Partition> kPartitions{kFactory, kSystem};
 
-/* The checksum of a body, by its description and not by the library. */
+/* The checksum of a body, computed from its description and not by the library. */
 inline uint32_t bodyChecksum(const std::string &body) {
     uint32_t r = 0;
     for (const char c : body) {

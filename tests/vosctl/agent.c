@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A process for vosctl to look at: agent NAME [MODE]. Modes: mute (never receives), plain (no handlers), silent
+/* A process that the tests of vosctl use: agent NAME [MODE]. Modes: mute (never receives), plain (no handlers), silent
  * (receives and does not answer). Messages to thread channel 3 are answered with "thread". It prints "ready" when it
  * can be reached. */
 #include <errno.h>
@@ -11,7 +11,7 @@
 
 static int32_t printConfig(char *pBuf, int32_t *pLen, uint32_t ulValue1, uint32_t ulValue2) {
     if (ulValue1 == 42) return 42;
-    if (ulValue1 == 43) { /* neither UTF-8 nor harmless on a terminal */
+    if (ulValue1 == 43) { /* not UTF-8, and with control characters */
         memcpy(pBuf, "pw \xff\xfe\x1b[m", 8);
         *pLen -= 8;
         return VOS_OK;

@@ -21,7 +21,7 @@ PATIENCE = 20.0 * float(os.environ.get("VOS_TEST_PATIENCE", "1"))
 SOCKETS = pathlib.Path("/tmp/vos")
 
 if os.environ.get("VOS_SANDBOX") != "1":
-    raise SystemExit("run these tests with tests/support/sandbox")
+    raise SystemExit("run these tests with testkit/vos-sandbox")
 
 
 @dataclasses.dataclass
@@ -183,7 +183,7 @@ def agent(background):
 
 @pytest.fixture
 def stale():
-    """Makes a path that a process has left behind."""
+    """Makes the path of a socket whose process has ended."""
     def make(name):
         SOCKETS.mkdir(exist_ok=True)
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as left:

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* Loaded before the library. With REFUSAL set, the check of an image answers with that code. With SIGNAL set, the
- * process gets that signal at the moment at which a file it writes is empty. With JOURNAL set, the library saves by way
- * of a journal in that directory. */
+/* Loaded before the library. With REFUSAL set, the check of an image returns that code. With SIGNAL set, the process
+ * gets that signal at the moment at which a file it writes is empty. With JOURNAL set, the library uses a journal in
+ * that directory. */
 #define _GNU_SOURCE /* NOLINT(bugprone-reserved-identifier): for RTLD_NEXT */
 #include <dlfcn.h>
 #include <signal.h>
@@ -17,7 +17,7 @@ __attribute__((constructor)) static void chooseJournal(void) {
     if (directory != NULL) szVosJournalDir = directory;
 }
 
-/* Copied, because C knows no cast from an object's address to a function's. */
+/* Copied, because C has no cast from the address of an object to that of a function. */
 static void find(const char *name, void *function) {
     void *const found = dlsym(RTLD_NEXT, name);
     memcpy(function, &found, sizeof found);

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Completion: what vosctl offers, and that each shell takes it."""
+"""Completion: the words that vosctl offers, and that each shell uses them."""
 import os
 import pathlib
 import pty
@@ -84,7 +84,7 @@ def test_items(words, command):
     assert len(words("item", command, "ztp", "")) == (20 if command == "get" else 0)
 
 
-def test_levels_come_behind_the_name(words):
+def test_levels_come_after_the_name(words):
     assert words("debug", "oltd", "e") == ["error", "event"]
     assert words("debug", "oltd", "error", "t") == ["trace"]
     assert words("log", "oltd", "no") == ["no-timeouts", "none"]
@@ -125,7 +125,7 @@ def test_bash_inserts_a_name_as_one_harmless_word(shell, stale, agent):
     assert not pathlib.Path("pwned").exists()
 
 
-def test_bash_is_told_of_files_and_of_what_stands_behind_an_equals_sign(shell):
+def test_bash_completes_files_and_words_after_an_equals_sign(shell):
     assert bash(shell, "vosctl", "send", "oltd", "--file", "") == ["default"]
     assert bash(shell, "vosctl", "--root", "") == ["dirnames"]
     assert bash(shell, "vosctl", "partition", "init", "") == ["all", "factory", "system"]

@@ -70,7 +70,7 @@ def test_an_empty_pipe_does_not_empty_what_is_saved(vosctl):
     assert SAVED.read_bytes() == b""
 
 
-def test_what_a_process_runs_with_is_saved_and_compared(vosctl, example):
+def test_a_running_configuration_is_saved_and_compared(vosctl, example):
     example("oltd")
     running = vosctl("config-of", "oltd").ok().stdout
     assert vosctl("config", "save", "--from", "oltd").ok()
@@ -88,7 +88,7 @@ def test_what_a_process_runs_with_is_saved_and_compared(vosctl, example):
         "where": "saved", "savedLine": 1, "runningLine": 1, "text": "before"}
 
 
-def test_nothing_is_saved_from_a_process_that_tells_nothing(vosctl):
+def test_nothing_is_saved_from_a_process_without_a_running_configuration(vosctl):
     SAVED.write_bytes(b"before")
     assert vosctl("config", "save", "--from", "nobody", "--yes").failed()
     assert SAVED.read_bytes() == b"before"

@@ -22,7 +22,7 @@ def test_standard_input_and_an_empty_file(vosctl):
     assert vosctl("--json", "crc", write("/tmp/empty", b"")).ok().json["crc32"] == 0
 
 
-def test_a_file_is_taken_part_by_part(vosctl, binary):
+def test_a_file_is_read_in_parts(vosctl, binary):
     data = bytes(range(251)) * 5000
     told = vosctl("--json", "crc", write("/tmp/long", data)).ok().json
     assert told["bytes"] == len(data) and told["crc32"] == zlib.crc32(data)

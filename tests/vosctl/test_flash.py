@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""vosctl on a flash that is full, that cannot be written, and that takes a part only."""
+"""vosctl on a flash that is full, that cannot be written, and on which writes are incomplete."""
 import os
 import pathlib
 import resource
@@ -55,7 +55,7 @@ def app():
 
 @pytest.fixture
 def cut(binary):
-    """Runs vosctl where no file takes more than some bytes, and returns its line on standard error."""
+    """Runs vosctl with a limit for the size of files, and returns its line on standard error."""
 
     def run(size, *arguments):
         done = subprocess.run(
@@ -84,7 +84,7 @@ def test_an_item_on_a_protected_flash(vosctl, flash):
     assert SYSTEM.read_bytes() == before
 
 
-def test_an_item_of_which_a_part_is_taken(vosctl, cut):
+def test_an_item_that_is_written_only_in_part(vosctl, cut):
     vosctl("partition", "init", "system").ok()
     before = SYSTEM.read_bytes()
     line = cut(100, "item", "set", "ztp", "5")
@@ -92,7 +92,7 @@ def test_an_item_of_which_a_part_is_taken(vosctl, cut):
     assert SYSTEM.read_bytes() == before
 
 
-def test_an_import_of_which_a_part_is_taken_changes_neither_partition(vosctl, cut):
+def test_an_import_that_is_written_only_in_part_changes_neither_partition(vosctl, cut):
     vosctl("partition", "init", "all").ok()
     before = FACTORY.read_bytes(), SYSTEM.read_bytes()
     line = cut(900, "item", "import", write("/tmp/items", b"ztp=5\noem-number=5\n"), "--yes")
@@ -115,21 +115,21 @@ def test_a_partition_that_cannot_be_made_anew(vosctl, flash, trouble, reason, th
         assert vosctl("item", "get", "ztp").ok().stdout == "5\n"
 
 
-def test_a_partition_of_which_a_part_is_taken(vosctl, cut):
+def test_a_partition_that_is_written_only_in_part(vosctl, cut):
     vosctl("partition", "init", "system").ok()
     vosctl("item", "set", "ztp", "5").ok()
     assert "only 100 of 984 bytes could be written" in cut(100, "partition", "init", "system", "--yes")
     assert vosctl("item", "get", "ztp").ok().stdout == "5\n" and os.listdir("/flash") == ["sysdata"]
 
 
-def test_the_partition_that_was_made_before_is_told(vosctl, flash):
+def test_the_partition_that_was_made_before_is_reported(vosctl, flash):
     flash.protect()
     line = vosctl("--json", "partition", "init", "all").failed()
     assert "the system partition" in line and ", while the factory partition is fresh; " in line
     vosctl("partition", "check", "factory").ok()
 
 
-def test_what_an_earlier_attempt_has_left_is_no_hindrance(vosctl):
+def test_a_file_that_an_earlier_attempt_has_left_is_replaced(vosctl):
     write("/flash/sysdata.new", b"x" * 2000)
     vosctl("partition", "init", "system").ok()
     assert SYSTEM.stat().st_size == 984 and os.listdir("/flash") == ["sysdata"]
@@ -143,7 +143,7 @@ STORES = [("config", SAVED, "the configuration"), ("syslog", pathlib.Path("/flas
     ("full", "and at most {room} are taken"),
     ("protected", "{path} cannot be written: Read-only file system, and nothing was changed; see that")])
 @pytest.mark.parametrize("before, room", [(None, 0), (b"before", 4096)])
-def test_what_has_no_room_is_refused_before_anything_is_changed(vosctl, flash, command, path, what, trouble, reason, before, room):
+def test_content_that_does_not_fit_is_refused_before_anything_is_changed(vosctl, flash, command, path, what, trouble, reason, before, room):
     if before:
         path.write_bytes(before)
     flash.fill() if trouble == "full" else flash.protect()
@@ -160,7 +160,7 @@ def test_a_pipe_that_has_no_room_is_refused_before_anything_is_changed(vosctl, f
 
 
 @pytest.mark.parametrize("command, path, what", STORES)
-def test_what_was_there_is_put_back_when_a_part_is_taken(cut, command, path, what):
+def test_the_earlier_content_is_restored_after_a_partial_write(cut, command, path, what):
     path.write_bytes(b"before")
     line = cut(6, command, "save", write("/tmp/new", b"n" * 100), "--yes")
     assert f"{what} could not be saved whole to {path}: only 6 of 100 bytes arrived, and the one before is still there; " in line
@@ -168,13 +168,13 @@ def test_what_was_there_is_put_back_when_a_part_is_taken(cut, command, path, wha
 
 
 @pytest.mark.parametrize("command, path, what", STORES)
-def test_a_part_of_what_was_not_there_before_is_removed(cut, command, path, what):
+def test_a_new_file_is_removed_after_a_partial_write(cut, command, path, what):
     assert "and none is there; " in cut(6, command, "save", write("/tmp/new", b"n" * 100), "--yes")
     assert not path.exists()
 
 
 @pytest.mark.parametrize("command, path, what", STORES)
-def test_what_is_lost_is_told(cut, command, path, what):
+def test_a_loss_is_reported(cut, command, path, what):
     path.write_bytes(b"before")
     assert "the one before is lost; " in cut(3, command, "save", write("/tmp/new", b"after"), "--yes")
 
@@ -226,7 +226,7 @@ def test_an_application_of_which_no_backup_can_be_made_leaves_the_earlier_backup
     assert BACKUP.read_bytes() == b"backup"
 
 
-def test_an_application_of_which_a_part_is_taken_is_put_back_with_version_and_backup(vosctl, cut):
+def test_after_a_partial_write_application_version_and_backup_are_restored(vosctl, cut):
     APPLICATION.write_bytes(image(2, b"first"))
     VERSION.write_bytes(b"1.0\0")
     BACKUP.write_bytes(b"backup")
@@ -236,12 +236,12 @@ def test_an_application_of_which_a_part_is_taken_is_put_back_with_version_and_ba
     assert BACKUP.read_bytes() == b"backup" and not BACKUP_VERSION.exists()
 
 
-def test_an_application_that_is_lost_is_told(cut):
+def test_a_lost_application_is_reported(cut):
     APPLICATION.write_bytes(image(2, b"first"))
     assert "and the earlier application is lost; " in cut(18, *install(write("/tmp/image", SECOND)))
 
 
-def test_a_restored_application_of_which_a_part_is_taken_is_put_back(cut):
+def test_after_a_partial_restore_the_application_is_as_before(cut):
     APPLICATION.write_bytes(image(2, b"first"))
     VERSION.write_bytes(b"1.0\0")
     BACKUP.write_bytes(SECOND)
@@ -265,7 +265,7 @@ def test_a_package_file_that_has_no_room_leaves_the_earlier_one(vosctl, app):
     assert target.read_bytes() == b"earlier"
 
 
-def test_a_package_file_of_which_a_part_is_taken_is_put_back(vosctl, cut):
+def test_a_package_file_is_restored_after_a_partial_write(vosctl, cut):
     APPLICATION.write_bytes(image(2, b"first"))
     vosctl("package", "make", "/tmp/package", "file:/app/oem.txt=" + str(write("/tmp/local", b"x" * 9000))).ok()
     target = write("/app/oem.txt", b"earlier")

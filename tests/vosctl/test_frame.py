@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What holds for every command: usage, exit statuses, where results and failures go."""
+"""What is the same for every command: usage, exit statuses, where results and failures are printed."""
 import json
 import os
 import re
@@ -34,7 +34,7 @@ def test_a_word_that_resembles_nothing_is_not_guessed_at(vosctl):
     assert "did you mean" not in vosctl("p" * 100000).failed(2)
 
 
-def test_a_very_long_word_is_named_by_its_begin(vosctl):
+def test_only_the_beginning_of_a_very_long_word_is_shown(vosctl):
     for words in (["send", "n" * 5000, "x"], ["n" * 5000], ["smd", "agent", "9" * 5000]):
         assert len(vosctl(*words).stderr) < 500
 
@@ -72,7 +72,7 @@ def test_help_lists_the_commands_under_headings(vosctl):
 
 @pytest.fixture
 def tree(vosctl):
-    """All commands that are listed, with what their help says."""
+    """All commands that are listed, with their help."""
     commands = json.loads(vosctl("complete", "tree").ok().stdout)
     assert len(commands) > 30
     return commands
@@ -175,7 +175,7 @@ def test_a_closed_standard_output_is_a_failure(binary):
         assert stderr.read().startswith("vosctl: there is no standard output")
 
 
-def test_a_closed_standard_error_keeps_nothing_from_being_done(binary, agent, tmp_path):
+def test_a_command_works_with_standard_error_closed(binary, agent, tmp_path):
     agent()
     for option in ("", "-v"):
         assert os.WEXITSTATUS(os.system(f"'{binary}' {option} --json send agent x 2>&- >{tmp_path}/out")) == 0
@@ -189,11 +189,11 @@ def test_a_closed_standard_input_is_not_taken_for_an_empty_one(binary, agent):
         assert "- cannot be read: Bad file descriptor" in stderr.read()
 
 
-def test_a_reader_that_has_gone_ends_it_without_a_word(binary):
+def test_a_reader_that_has_ended_ends_it_without_a_message(binary):
     process = subprocess.Popen([binary, "help"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     process.stdout.close()
     ended = process.wait(PATIENCE)
-    assert (ended, process.stderr.read()) in ((-signal.SIGPIPE, b""), (0, b""))  # 0: it was faster
+    assert (ended, process.stderr.read()) in ((-signal.SIGPIPE, b""), (0, b""))  # 0: it had ended before
     process.stderr.close()
     closed = f"exec 3> >(exec <&-; exit); wait $!; '{binary}' help >&3"
     assert subprocess.run(["bash", "-c", closed], stderr=subprocess.PIPE, check=False).stderr == b""
@@ -206,7 +206,7 @@ def test_a_document_on_a_terminal_has_no_control_characters(vosctl, stale):
     assert json.loads(text)["names"][0]["name"] == "x\u009b31m\x7f"
 
 
-def test_text_from_outside_cannot_steer_the_terminal(vosctl):
+def test_text_from_outside_is_escaped_on_a_terminal(vosctl):
     outcome = vosctl("--json", "debug", "a\x1b[31mb")
     assert "\\x1B[31m" in outcome.failed()
     assert "\x1b" not in outcome.stdout

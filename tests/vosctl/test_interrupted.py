@@ -41,7 +41,7 @@ def test_a_signal_in_the_middle_of_an_installation_leaves_the_new_application(vo
     assert BACKUP.read_bytes() == FIRST
     assert done.status == (0 if number == signal.SIGPIPE else -number)
     if number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
-        assert f"{number.name} came while /tmp/image was being installed; it was done to the end first" in done.stderr
+        assert f"{number.name} came while /tmp/image was being installed; this was completed first" in done.stderr
 
 
 @pytest.mark.parametrize("number", ENDING)
@@ -52,7 +52,7 @@ def test_a_signal_in_the_middle_of_a_save_leaves_the_new_content(vosctl, number,
     assert path.read_bytes() == b"after"
 
 
-def test_a_signal_that_is_ignored_from_the_start_is_not_told(vosctl):
+def test_a_signal_that_is_ignored_from_the_start_is_not_reported(vosctl):
     SAVED.write_bytes(b"before")
     signal.signal(signal.SIGHUP, signal.SIG_IGN)
     try:
@@ -68,7 +68,7 @@ def test_a_signal_that_is_ignored_from_the_start_is_not_told(vosctl):
     (SAVED, b"before", ("config", "save", "/tmp/new", "--yes")),
     (SYSLOG, b"before", ("syslog", "save", "/tmp/new", "--yes")),
 ])
-def test_the_wait_for_a_lock_is_told_and_a_signal_that_ends_it_costs_nothing(
+def test_the_wait_for_a_lock_is_reported_and_a_signal_that_ends_it_changes_nothing(
         background, binary, application, number, path, before, arguments):
     path.write_bytes(before)
     write("/tmp/new", SECOND)
@@ -90,7 +90,7 @@ def test_the_command_goes_on_when_the_lock_is_free(background, binary):
 
 
 @pytest.mark.parametrize("arguments", [("config", "save", "/tmp/new", "--yes"), ("-v", "config", "save", "/tmp/new", "--yes")])
-def test_closed_pipes_cost_nothing(binary, arguments):
+def test_closed_pipes_lose_nothing(binary, arguments):
     SAVED.write_bytes(b"before")
     write("/tmp/new", b"after")
     reader, writer = os.pipe()

@@ -39,7 +39,7 @@ def partitions(vosctl):
     ("oem-info", "cd" * 1024, FACTORY, 48, b"\xcd" * 1024),
     ("ztp", "7", SYSTEM, 664, b"\x07\0\0\0"),
 ])
-def test_a_value_goes_to_its_place_and_comes_back(vosctl, item, value, file, offset, stored):
+def test_a_value_is_stored_at_its_place_and_read_back(vosctl, item, value, file, offset, stored):
     vosctl("item", "set", item, value).ok()
     assert file.read_bytes()[128 + offset:][:len(stored)] == stored
     if set(stored) == {0xFF}:
@@ -64,7 +64,7 @@ def test_a_value_goes_to_its_place_and_comes_back(vosctl, item, value, file, off
     ("stack", "00" * 19, "exactly 20 bytes"),
     ("user", "abc", "exactly 476 bytes"),
 ])
-def test_what_does_not_fit_is_refused_and_changes_nothing(vosctl, item, value, limit):
+def test_a_value_that_does_not_fit_is_refused_and_changes_nothing(vosctl, item, value, limit):
     before = FACTORY.read_bytes(), SYSTEM.read_bytes()
     line = vosctl("item", "set", "--", item, value).failed(2)
     assert limit in line and item in line
@@ -137,7 +137,7 @@ def test_an_empty_file_name_is_a_file_that_cannot_be_opened(vosctl):
     assert FACTORY.read_bytes() == before
 
 
-def test_several_items_are_told_apart_by_their_names(vosctl):
+def test_several_items_are_printed_with_their_names(vosctl):
     vosctl("item", "set", "ztp", "7").ok()
     vosctl("item", "set", "ip-address", "192.0.2.1").ok()
     assert vosctl("item", "get", "ztp", "ip-address").ok().stdout == "ztp=7\nip-address=192.0.2.1\n"
@@ -158,7 +158,7 @@ def test_erase(vosctl):
     vosctl("partition", "check").ok()
 
 
-def test_what_is_exported_can_be_imported(vosctl):
+def test_exported_items_can_be_imported(vosctl):
     for item, value in (("ip-address", "192.0.2.1"), ("admin-password", "a b=c "), ("serial-number", "(erased)"), ("ztp", "7"),
                         ("softflag", "5"), ("stack", "22" * 20)):
         vosctl("item", "set", item, value).ok()
@@ -254,7 +254,7 @@ def test_a_password_on_a_terminal_is_asked_for_twice_and_not_shown(binary, again
     assert (SYSTEM.read_bytes()[148:159] == b"hidden word") == (status == 0)
 
 
-def test_a_signal_at_the_prompt_puts_the_terminal_back(binary):
+def test_a_signal_at_the_prompt_restores_the_terminal(binary):
     import termios
     terminal = Terminal(binary, "item", "set", "admin-password")
     terminal.answer(b"new admin-password: ", b"")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""vosctl where the library saves by way of a journal, and another program was interrupted while it saved."""
+"""vosctl with a library that uses a journal, after another program was interrupted while it saved."""
 import os
 import pathlib
 import shutil
@@ -42,7 +42,7 @@ def entry_of(path, content, before=None):
 
 @pytest.fixture
 def interrupted(vosctl, journaled):
-    """The system partition is fresh, and a save that was interrupted before it began would have set ztp to 7."""
+    """A fresh system partition, and the journal's entry of a save that was to set ztp to 7 and has not begun."""
     vosctl("partition", "init", "all").ok()
     fresh = SYSTEM.read_bytes()
     vosctl("item", "set", "ztp", "7").ok()
@@ -66,7 +66,7 @@ def test_an_earlier_save_does_not_undo_a_copy_that_was_put_back(journaled, inter
     assert "erased" in journaled("item", "get", "ztp").failed()
 
 
-def test_items_are_written_to_what_the_earlier_save_wanted(journaled, interrupted):
+def test_items_are_written_to_the_completed_partition(journaled, interrupted):
     _, _, entry = interrupted
     journaled("item", "set", "ip-address", "10.0.0.1").ok()
     assert not entry.exists()
@@ -107,7 +107,7 @@ def test_a_file_that_cannot_be_completed_is_not_shown(journaled):
     SAVED.write_bytes(b"host")
     entry_of(SAVED, b"hostname a\n" * 1000)
     journal = JOURNAL.rename("/flash/elsewhere")
-    JOURNAL.symlink_to("journal")  # a link to itself: nobody can tell whether an entry is there
+    JOURNAL.symlink_to("journal")  # a link to itself, so that it is not known whether an entry exists
     assert "its save was interrupted" in journaled("config", "show").failed()
     JOURNAL.unlink()
     journal.rename(JOURNAL)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""vosctl log: redirection, level, and that both are restored however it ends."""
+"""vosctl log: redirection, level, and that both are restored whatever ends it."""
 import json
 import os
 import pathlib
@@ -32,7 +32,7 @@ def words(vosctl):
     return vosctl("--json", "send", "agent", "words").ok().json["text"]
 
 
-def test_what_the_process_prints_is_shown_and_both_are_put_back(vosctl, agent, log):
+def test_the_output_is_shown_and_output_and_level_are_restored(vosctl, agent, log):
     process = agent()
     before = output_of(process)
     logging = log(process, "log", "agent", "trace")
@@ -44,7 +44,7 @@ def test_what_the_process_prints_is_shown_and_both_are_put_back(vosctl, agent, l
     assert "VOS_MSG_TYPE_SELF" not in process.output
 
 
-def test_without_a_level_the_word_is_left_alone(vosctl, agent, log):
+def test_without_a_level_the_word_is_not_changed(vosctl, agent, log):
     process = agent()
     vosctl("debug", "agent", "event").ok()
     logging = log(process, "log", "agent")
@@ -61,7 +61,7 @@ def test_the_level_afterwards_can_be_given(vosctl, agent, log):
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT])
-def test_signals_that_ask_to_end_put_both_back(vosctl, agent, log, number):
+def test_signals_that_end_it_restore_output_and_level(vosctl, agent, log, number):
     process = agent()
     before = output_of(process)
     logging = log(process, "log", "agent", "trace")
@@ -71,7 +71,7 @@ def test_signals_that_ask_to_end_put_both_back(vosctl, agent, log, number):
     assert words(vosctl) == f"2 {0x805}"
 
 
-def test_a_kill_puts_both_back(vosctl, agent, log):
+def test_a_kill_restores_output_and_level(vosctl, agent, log):
     process = agent()
     before = output_of(process)
     logging = log(process, "log", "agent", "trace")
@@ -81,7 +81,7 @@ def test_a_kill_puts_both_back(vosctl, agent, log):
     eventually(lambda: words(vosctl) == f"2 {0x805}")
 
 
-def test_a_lost_terminal_puts_both_back(vosctl, agent, binary):
+def test_a_lost_terminal_restores_output_and_level(vosctl, agent, binary):
     process = agent()
     before = output_of(process)
     child, terminal = pty.fork()
@@ -106,7 +106,7 @@ def test_a_reader_that_is_gone_ends_it(agent, binary):
     eventually(lambda: output_of(process) == before)
 
 
-def test_a_flood_of_lines_does_not_keep_the_process(vosctl, agent, log):
+def test_a_flood_of_lines_does_not_keep_the_process_redirected(vosctl, agent, log):
     process = agent()
     before = output_of(process)
     logging = log(process, "log", "agent", "trace")
@@ -164,12 +164,12 @@ def test_the_end_of_the_process_ends_it(vosctl, agent, log):
     assert "vosctl: agent has ended; start it again" in logging.output
 
 
-def test_a_process_that_does_not_receive_is_told(vosctl, agent):
+def test_a_process_that_does_not_receive_is_reported(vosctl, agent):
     agent("mute", "mute")
     assert "mute did not begin to print here within 3 s" in vosctl("log", "mute").failed()
 
 
-def test_a_process_that_stands_still_is_told_and_obeys_later(agent, log):
+def test_a_stopped_process_is_reported_and_handles_the_messages_later(agent, log):
     process = agent()
     before = output_of(process)
     logging = log(process, "log", "agent")
@@ -180,7 +180,7 @@ def test_a_process_that_stands_still_is_told_and_obeys_later(agent, log):
     eventually(lambda: output_of(process) == before)
 
 
-def test_a_container_with_terminals_of_its_own_is_told(vosctl, background):
+def test_a_container_with_terminals_of_its_own_is_reported(vosctl, background):
     program = pathlib.Path(os.environ["PROGRAMS"]) / "agent"
     background("unshare", "--mount", "sh", "-c", f"mount -t devpts devpts /dev/pts && exec '{program}' boxed", ready="ready")
     vosctl("debug", "boxed", "event").ok()

@@ -29,7 +29,7 @@ def made(vosctl):
     return pathlib.Path("/tmp/package")
 
 
-def test_what_is_made_is_the_documented_format(made):
+def test_a_made_package_has_the_documented_format(made):
     oem = struct.pack(">3I", MAGIC, 1, 2) + b"SN"
     assert made.read_bytes() == package(
         entry(1, b"/app/oem\0", mode=0o755), entry(0, b"/app/oem/a\0", b"hi", mode=0o640), entry(2, b"", oem))
@@ -107,7 +107,7 @@ def record(field, value, magic=MAGIC, length=None):
     (entry(2, b"", b""), -1, "has OEM records"),
     (entry(2, b"", record(1, b"x") * 10), -1, "has OEM records"),
 ])
-def test_what_the_device_would_refuse_is_found_before_anything_is_applied(vosctl, bad, code, reason):
+def test_entries_that_the_device_would_refuse_are_found_before_anything_is_applied(vosctl, bad, code, reason):
     install_first()
     vosctl("partition", "init", "factory").ok()
     path = write("/tmp/package", package(entry(1, b"/app/oem\0", mode=0o755), entry(0, b"/app/oem/a\0", b"x"), bad))
@@ -136,7 +136,7 @@ def test_an_entry_that_fails_is_named_and_those_before_it_are_counted(vosctl):
     assert TARGET.read_bytes() == b"x"
 
 
-def test_a_directory_that_cannot_be_made_is_told(vosctl):
+def test_a_directory_that_cannot_be_made_is_reported(vosctl):
     install_first()
     TARGET.parent.write_bytes(b"a file")
     line = vosctl("package", "apply", write("/tmp/package", package(entry(1, b"/app/oem\0", mode=0o755))), "--yes").failed()

@@ -22,7 +22,7 @@ def states(name):
     return {(each["kind"], each.get("thread")): each["state"] for each in name["sockets"]}
 
 
-def test_without_a_directory_nobody_is_reachable(vosctl):
+def test_without_a_directory_no_process_is_reachable(vosctl):
     assert vosctl("ps").ok().stdout == "No process is reachable.\n"
     assert vosctl("--json", "ps").ok().json == {"names": []}
 
@@ -92,7 +92,7 @@ def test_waiting_datagrams_are_counted_and_measured(vosctl, agent):
     assert " 3+ " in vosctl("ps").ok().stdout
 
 
-def test_what_senders_have_sent_who_are_gone_counts_as_at_least_one(vosctl, agent):
+def test_messages_of_senders_that_have_ended_count_as_at_least_one(vosctl, agent):
     agent("mute", "mute")
     for _ in range(2):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
@@ -121,10 +121,10 @@ def test_names_that_are_not_utf8_are_told_apart(vosctl, stale):
 
 
 def test_help_says_that_the_depth_is_a_lower_bound(vosctl):
-    assert "QUEUE is a lower bound" in vosctl("ps", "--help").ok().stdout
+    assert "QUEUE is the least number" in vosctl("ps", "--help").ok().stdout
 
 
-def test_a_full_queue_is_told(vosctl, agent):
+def test_a_full_queue_is_reported(vosctl, agent):
     agent("mute", "mute")
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
         sender.setblocking(False)
@@ -164,7 +164,7 @@ def test_a_path_that_was_taken_over_shows_the_new_process(vosctl, agent):
     assert names(vosctl)["oltd"]["pid"] == second.pid
 
 
-def test_the_opener_stands_before_those_who_inherited_a_socket(vosctl, background):
+def test_the_opener_of_a_socket_is_listed_before_processes_that_inherited_it(vosctl, background):
     code = ("import os,socket,time\ns=socket.socket(socket.AF_UNIX,socket.SOCK_DGRAM)\nos.makedirs('/tmp/vos',exist_ok=True)\n"
             "s.bind('/tmp/vos/heir')\nc=os.fork()\nprint('ready',c,flush=True) if c else 0\ntime.sleep(600)")
     parent = background("/usr/bin/python3", "-c", code, ready="ready")

@@ -23,13 +23,13 @@ def test_the_running_configuration(vosctl, agent):
 
 def test_a_builder_that_refuses(vosctl, agent):
     agent()
-    assert "agent refused to tell its running configuration with code 42" in vosctl(
+    assert "agent refused to report its running configuration with code 42" in vosctl(
         "config-of", "agent", "--arg1", "42").failed()
 
 
 def test_a_process_without_a_builder(vosctl, agent):
     agent("simple", "plain")
-    assert "simple has no running configuration to tell" in vosctl("config-of", "simple").failed()
+    assert "simple has no running configuration to report" in vosctl("config-of", "simple").failed()
 
 
 @pytest.mark.parametrize("command", [["config-of"], ["object", "OBJECT"], ["debug"], ["smd", "1"], ["log"]])
@@ -48,7 +48,7 @@ def test_a_configuration_objects_description(vosctl, agent):
                         "out6": 6, "table": [100, 101, 102]}
 
 
-def test_the_last_outputs_are_told_behind_a_full_table(vosctl, agent):
+def test_the_last_outputs_follow_a_full_table(vosctl, agent):
     agent()
     document = vosctl("--json", "object", "agent", "full").ok().json
     assert document["table"] == list(range(100, 132))
@@ -66,7 +66,7 @@ def test_an_objects_name_that_is_too_long(vosctl, agent):
     assert "the object's name has 70000 characters" in vosctl("object", "agent", "n" * 70000).failed()
 
 
-def test_nobody_describes(vosctl, agent, background, binary):
+def test_a_process_without_a_describer(vosctl, agent, background, binary):
     agent("simple", "plain")
     process = background(binary, "object", "simple", "x")
     eventually(lambda: list(SOCKETS.glob("client*")))
@@ -95,7 +95,7 @@ def test_a_name_alone_changes_nothing_and_says_what_can_be_set(vosctl, agent):
 
 
 @pytest.mark.parametrize("command", [["config-of", "agent"], ["object", "agent", "short"]])
-def test_a_process_that_stands_still_is_waited_for_as_long_as_told(vosctl, agent, command):
+def test_a_stopped_process_is_waited_for_until_the_time_out(vosctl, agent, command):
     process = agent().signal(signal.SIGSTOP)
     try:
         assert "no answer from agent within 50 ms" in vosctl(*command, "--timeout", "50").failed()
@@ -104,7 +104,7 @@ def test_a_process_that_stands_still_is_waited_for_as_long_as_told(vosctl, agent
     assert list(SOCKETS.glob("client*")) == []
 
 
-def test_a_full_queue_is_waited_for_as_long_as_told(vosctl, agent):
+def test_a_full_queue_is_waited_for_until_the_time_out(vosctl, agent):
     agent("mute", "mute")
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
         sender.setblocking(False)
@@ -114,7 +114,7 @@ def test_a_full_queue_is_waited_for_as_long_as_told(vosctl, agent):
         assert "the queue of mute is full" in vosctl("debug", "mute", "trace", "--timeout", "50").failed()
 
 
-def test_a_wait_is_told_on_a_terminal(binary, agent):
+def test_a_wait_is_reported_on_a_terminal(binary, agent):
     process = agent().signal(signal.SIGSTOP)
     child, terminal = pty.fork()
     if child == 0:
@@ -128,13 +128,13 @@ def test_a_wait_is_told_on_a_terminal(binary, agent):
     os.close(terminal)
 
 
-def test_a_configuration_that_is_not_utf8_is_told_without_loss(vosctl, agent):
+def test_a_configuration_that_is_not_utf8_is_printed_without_loss(vosctl, agent):
     agent()
     document = vosctl("--json", "config-of", "agent", "--arg1", "43").ok().json
     assert document == {"name": "agent", "bytes": 8, "text": "pw \\xFF\\xFE\x1b[m", "hex": b"pw \xff\xfe\x1b[m".hex()}
 
 
-def test_a_configuration_cannot_steer_the_terminal_and_is_passed_on_as_it_is_elsewhere(binary, agent):
+def test_a_configuration_is_escaped_on_a_terminal_and_unchanged_elsewhere(binary, agent):
     agent()
     piped = subprocess.run([binary, "config-of", "agent", "--arg1", "43"], stdout=subprocess.PIPE, check=True)
     assert piped.stdout == b"pw \xff\xfe\x1b[m"

@@ -158,7 +158,7 @@ def test_an_empty_name_is_a_usage_error(vosctl):
     assert "the name is empty" in vosctl("send", "directory/", "x").failed(2)
 
 
-def test_what_stands_before_the_last_slash_does_not_count(vosctl, agent):
+def test_only_the_part_after_the_last_slash_counts(vosctl, agent):
     agent()
     assert answer(vosctl, "/usr/bin/agent", "x")["text"] == "x"
 
@@ -177,14 +177,14 @@ def test_what_is_no_message_socket(vosctl, kind):
         assert "/tmp/vos/thing is not a message socket" in vosctl("send", "thing", "x").failed()
 
 
-def test_nobody_answers(vosctl, agent):
+def test_a_process_that_does_not_answer(vosctl, agent):
     agent("quiet", "silent")
     outcome = vosctl("send", "quiet", "x", "--timeout", "50")
     assert "no answer from quiet within 50 ms" in outcome.failed()
     assert list(SOCKETS.glob("client*")) == []
 
 
-def test_a_full_queue_is_told(vosctl, agent):
+def test_a_full_queue_is_reported(vosctl, agent):
     agent("mute", "mute")
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
         sender.setblocking(False)
@@ -207,7 +207,7 @@ def test_a_number_that_begins_with_zero_is_decimal(vosctl, agent):
     assert answer(vosctl, "agent", "words")["text"] == "2 10"
 
 
-def test_a_closed_pipe_takes_the_requests_path_along(agent, binary, tmp_path):
+def test_a_closed_pipe_also_removes_the_path_of_the_request(agent, binary, tmp_path):
     agent()
     (tmp_path / "large").write_bytes(bytes(60000))
     for _ in range(3):
@@ -252,10 +252,10 @@ def test_ping_of_a_silent_process_stops_at_the_first(vosctl, agent):
     assert "no answer from quiet within 50 ms" in vosctl("ping", "quiet", "-c", "1000", "--timeout", "50").failed()
 
 
-def test_ping_tells_how_many_were_answered_before_one_was_not(vosctl, background, binary):
+def test_ping_reports_how_many_were_answered_before_one_was_not(vosctl, background, binary):
     box = background(binary, "listen", "box", "--count", "3", name="box")
     outcome = vosctl("--json", "ping", "box", "-c", "9", "--timeout", "2000")
-    assert box.finish() == 0  # the fourth finds nobody, or no answer
+    assert box.finish() == 0  # the fourth finds no process, or gets no answer
     outcome.failed()
     assert (outcome.json["sent"], outcome.json["answered"]) == (4, 3)
     assert outcome.json["maxMs"] > 0

@@ -27,11 +27,11 @@ def test_it_ends_when_the_process_has_ended_also_if_its_path_is_left_behind(agen
     assert (SOCKETS / "oltd").exists()
 
 
-def test_nobody_is_gone_already(vosctl):
+def test_a_name_that_is_not_reachable_is_gone_at_once(vosctl):
     vosctl("wait", "nobody", "--gone").ok()
 
 
-def test_what_did_not_come_true_in_time_is_told(vosctl, agent, stale):
+def test_a_time_out_says_what_did_not_happen(vosctl, agent, stale):
     agent("oltd")
     stale("old")
     assert "after 30 ms no process is reachable as nobody: there is no /tmp/vos/nobody;" in vosctl(
@@ -40,7 +40,7 @@ def test_what_did_not_come_true_in_time_is_told(vosctl, agent, stale):
     assert "oltd has not gone within 30 ms" in vosctl("wait", "oltd", "--gone", "--timeout", "30").failed()
 
 
-def test_a_name_that_can_never_come_true_is_refused_at_once(vosctl):
+def test_a_name_that_can_never_be_reachable_is_refused_at_once(vosctl):
     assert "too long" in vosctl("wait", "n" * 200, "--timeout", "0").failed()
 
 

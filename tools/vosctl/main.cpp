@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl: sees and changes from the command line what a running process or a flash holds. */
+/* vosctl: shows and changes the state of running processes and the data on flash. */
 #include <fcntl.h>
 #include <unistd.h>
 #include <vosFile.h>
@@ -17,19 +17,19 @@
 #include "base/words.h"
 #include "commands/commands.h"
 #include "commands/help.h"
+#include "commands/watching.h"
 #include "flash/deviceTree.h"
 
 namespace {
 
 using namespace vosctl;  // NOLINT(google-build-using-namespace): this is vosctl
 
-/* The version is asked for alone: behind a command it would keep the command from being run, and nobody would notice.
- */
+/* --version is allowed only without a command. With one it would silently prevent the command from running. */
 void addVersion(CLI::App &app) {
     app.add_flag_callback(
         "-V,--version",
         [&app] {
-            if (!app.get_subcommands().empty()) throw CLI::ValidationError("--version is asked for without a command");
+            if (!app.get_subcommands().empty()) throw CLI::ValidationError("--version cannot be used with a command");
             throw CLI::CallForVersion("vosctl " VOSCTL_VERSION, 0);
         },
         "Print the version of vosctl");
@@ -61,7 +61,7 @@ void addGlobals(CLI::App &app, Context &context) {
     app.add_flag("-v,--verbose", context.verbose, "Print the library's own log lines on standard error");
     addVersion(app);
     app.require_subcommand(1);
-    app.fallthrough(); /* these options are understood behind a command too */
+    app.fallthrough(); /* these options are also allowed after a command */
 }
 
 /* The commands in the order of the help, and the heading under which it lists them. */
@@ -74,12 +74,13 @@ constexpr const char *kFlash = "What is saved on flash";
 constexpr const char *kImages = "Images and packages";
 constexpr const char *kMachine = "This machine and vosctl itself";
 constexpr Commands kCommands[] = {
-    {kProcesses, addPsCommands},    {kProcesses, addWaitCommand},   {kProcesses, addSendCommands},
-    {kProcesses, addListenCommand}, {kProcesses, addQueryCommands}, {kProcesses, addDebugCommands},
-    {kProcesses, addLogCommand},    {kFlash, addItemCommands},      {kFlash, addPartitionCommands},
-    {kFlash, addConfigCommands},    {kFlash, addSyslogCommands},    {kImages, addImageCommands},
-    {kImages, addPackageCommands},  {kImages, addCrcCommand},       {kMachine, addDoctorCommand},
-    {kMachine, addHelpCommand},     {kMachine, addCompleteCommand},
+    {kProcesses, addPsCommands},     {kProcesses, addWaitCommand},   {kProcesses, addWaitsCommand},
+    {kProcesses, addMonitorCommand}, {kProcesses, addTopCommand},    {kProcesses, addCaptureCommand},
+    {kProcesses, addSendCommands},   {kProcesses, addListenCommand}, {kProcesses, addQueryCommands},
+    {kProcesses, addDebugCommands},  {kProcesses, addLogCommand},    {kFlash, addItemCommands},
+    {kFlash, addPartitionCommands},  {kFlash, addConfigCommands},    {kFlash, addSyslogCommands},
+    {kImages, addImageCommands},     {kImages, addPackageCommands},  {kImages, addCrcCommand},
+    {kMachine, addDoctorCommand},    {kMachine, addHelpCommand},     {kMachine, addCompleteCommand},
 };
 
 void addCommands(CLI::App &app, Context &context) {
@@ -98,7 +99,8 @@ bool wantsColor(const Context &context) {
            strcmp(terminal, "dumb") != 0;
 }
 
-/* Results get a descriptor of their own; what the library prints to descriptor 1 goes to standard error or nowhere. */
+/* The library prints to descriptor 1, so results get another descriptor. What the library prints goes to standard error
+ * with --verbose, and is dropped otherwise. */
 int takeStandardOutput(bool verbose) {
     const int results = isStandardOutputOpen() ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1) : -1;
     if (results == -1) throw Failure("there is no standard output", "open it for writing");
@@ -123,12 +125,12 @@ int explain(const Failure &failure, const Context &context, Output *out) {
     try {
         out->documentLine(Json{{"error", {{"what", what}, {"nextStep", next}}}});
         out->flush();
-    } catch (const std::exception &) { /* there is nobody left to tell */
+    } catch (const std::exception &) { /* standard output cannot be written, and standard error has the message */
     }
     return kFailed;
 }
 
-/* All has been tidied up. Without a reader the tool ends as others do: without a word, by the signal. */
+/* All changes are complete or restored. The tool ends by SIGPIPE without a message, as other tools do. */
 int endWithoutReader(const ClosedPipe &failure, const Context &context, bool signalWasIgnored) {
     if (signalWasIgnored) return explain(failure, context, nullptr);
     signal(SIGPIPE, SIG_DFL);
@@ -143,7 +145,7 @@ int run(const Context &context, bool pipesWereIgnored) {
         useDeviceTree(context.root);
         if (!context.journal.empty()) szVosJournalDir = context.journal.c_str();
         leaveNoRequesterBehind();
-        memcpy(szVosProcName, "vosctl", sizeof "vosctl"); /* heads the library's log lines */
+        memcpy(szVosProcName, "vosctl", sizeof "vosctl"); /* the name in the library's log lines */
         const int status = context.action(*out);
         out->flush();
         return status;
@@ -196,7 +198,7 @@ bool isUnexpected(const CLI::ParseError &error) {
     return error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
 }
 
-/* What the parser did not expect. Behind a command it tells that in its message alone. */
+/* The words that the parser did not expect. After a command the parser names them only in its message. */
 std::vector<std::string> unknownWords(const CLI::App &app, const CLI::ParseError &error) {
     std::vector<std::string> unknown = app.remaining(true);
     const std::string text = error.what();
@@ -206,7 +208,7 @@ std::vector<std::string> unknownWords(const CLI::App &app, const CLI::ParseError
     return {words.starts_with('-') ? words.substr(0, words.find(' ')) : words};
 }
 
-/* Help and version are what was asked for; everything else is a mistake on the command line. */
+/* Prints help or version when they were requested. Everything else is a mistake on the command line. */
 int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
     if (error.get_exit_code() == 0)
         return printAsked(error.get_name() == "CallForHelp" ? app.help() : std::string(error.what()) + "\n");
@@ -237,7 +239,7 @@ int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
 int main(int argc, char **argv) {
     try {
         if (!occupyStandardFds()) return kFailed;
-        const bool pipesWereIgnored = signal(SIGPIPE, SIG_IGN) == SIG_IGN; /* a failing write tells it */
+        const bool pipesWereIgnored = signal(SIGPIPE, SIG_IGN) == SIG_IGN; /* the write fails instead */
         CLI::App app{"Sees and changes what a running process or a flash of the device holds.", "vosctl"};
         Context context;
         useHelp(app);

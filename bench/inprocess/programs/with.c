@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A process that loads the library. Its argument says how much of the start-up it does. */
+/* A process that loads the library. Its argument says which part of the start-up it does. */
 #include <string.h>
 #include <vos.h>
 

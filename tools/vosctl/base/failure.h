@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What a command throws when it cannot do what it was asked for. */
+/* The exception with which a command fails. */
 #ifndef VOSCTL_FAILURE_H
 #define VOSCTL_FAILURE_H
 
@@ -11,7 +11,7 @@ namespace vosctl {
 
 class Failure : public std::runtime_error {
   public:
-    /* What went wrong, naming the thing; and what its reader may do next. */
+    /* `what` says what went wrong and with which file, process or item; `next` says what the user can do. */
     Failure(const std::string &what, std::string next) : std::runtime_error(what), next_(std::move(next)) {}
     [[nodiscard]] const std::string &nextStep() const noexcept { return next_; }
 
@@ -19,14 +19,13 @@ class Failure : public std::runtime_error {
     std::string next_;
 };
 
-/* The same for what is wrong with the command line itself, where it is seen only while the command runs. The exit
- * status says so. */
+/* A mistake on the command line that is found only while the command runs. It has the exit status of such a mistake. */
 class Misuse : public Failure {
   public:
     using Failure::Failure;
 };
 
-/* Nobody reads standard output any more. */
+/* Standard output is a pipe that no process reads any more. */
 class ClosedPipe : public Failure {
   public:
     using Failure::Failure;

@@ -16,7 +16,7 @@ class Fd {
     Fd(const Fd &) = delete;
     Fd &operator=(const Fd &) = delete;
     Fd &operator=(Fd &&other) noexcept {
-        Fd taken{std::move(other)}; /* what was owned so far is closed with it */
+        Fd taken{std::move(other)}; /* closes the descriptor that was owned before */
         std::swap(fd_, taken.fd_);
         return *this;
     }

@@ -21,9 +21,10 @@ namespace vosctl {
 namespace {
 
 constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-constexpr std::size_t kRequesterNumbers = 127; /* then the library starts with 1 again */
+constexpr std::size_t kRequesterNumbers = 127; /* after the last one the library starts with 1 again */
 
-/* The paths that requests of this thread can have. They stand ready, because a signal handler may only unlink. */
+/* All paths that requests of this thread can have. They are made in advance, because a signal handler can unlink a path
+ * but not format it. */
 std::array<std::array<char, 64>, kRequesterNumbers> requesters;
 
 void endBy(int number) {
@@ -39,7 +40,8 @@ sigset_t signalSet() {
     return set;
 }
 
-/* All signals but those that a fault of the program raises: blocked, they would end it without a word. */
+/* All signals except those that a fault of the program raises. While such a signal is blocked the kernel ends the
+ * program at once, and a handler cannot report it. */
 sigset_t heldSet() {
     sigset_t set;
     sigfillset(&set);
@@ -52,7 +54,7 @@ bool isIgnored(int number) {
     return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-/* A closed pipe and a limit of file sizes are failures of the writes, which the command has seen. */
+/* The write that caused one of these signals has failed, and the command has seen that failure. */
 void dropWriteSignals() {
     sigset_t set;
     sigemptyset(&set);
@@ -75,7 +77,7 @@ void leaveNoRequesterBehind() {
     action.sa_handler = endBy;
     for (const int number : kSignals) {
         struct sigaction earlier {};
-        /* What is ignored from the start, as behind nohup, stays so. */
+        /* A signal that was ignored at the start, as under nohup, stays ignored. */
         if (sigaction(number, nullptr, &earlier) == 0 && earlier.sa_handler != SIG_IGN)
             sigaction(number, &action, nullptr);
     }
@@ -92,7 +94,7 @@ Interrupts::Interrupts() {
     }
 }
 
-/* What has come has been obeyed; it must not end the tool a second time. */
+/* The command has handled the signals that came. They are removed, so that they do not end the tool afterwards. */
 Interrupts::~Interrupts() {
     signalfd_siginfo taken;
     while (read(fd_.get(), &taken, sizeof taken) > 0) continue;
@@ -116,8 +118,7 @@ void HeldSignals::sayWhatCame() const {
     sigpending(&pending);
     for (const int number : kSignals) {
         if (sigismember(&pending, number) == 0 || sigismember(&earlier_, number) == 1 || isIgnored(number)) continue;
-        fprintf(stderr, "vosctl: SIG%s came while %s; it was done to the end first\n", sigabbrev_np(number),
-                task_.c_str());
+        fprintf(stderr, "vosctl: SIG%s came while %s; this was completed first\n", sigabbrev_np(number), task_.c_str());
         return;
     }
 }

@@ -10,11 +10,11 @@
 
 namespace vosctl {
 
-/* Lets a signal that ends the tool in the middle of a request take the request's socket path along. */
+/* From now on a signal that ends the tool during a request also removes the path of the request's socket. */
 void leaveNoRequesterBehind();
 
-/* While it lives these signals end nothing: they are to be read from a descriptor, so that a command can be waited for
- * and finished in order. Descriptor and earlier mask are given back at the end. */
+/* As long as this object exists, these signals do not end the tool. They are read from a descriptor, so that a command
+ * can wait for them and finish in order. The destructor closes the descriptor and restores the signal mask. */
 class Interrupts {
   public:
     Interrupts();
@@ -22,20 +22,20 @@ class Interrupts {
     Interrupts(const Interrupts &) = delete;
     Interrupts &operator=(const Interrupts &) = delete;
 
-    [[nodiscard]] int fd() const { return fd_.get(); } /* readable once one has come */
+    [[nodiscard]] int fd() const { return fd_.get(); } /* readable when a signal has come */
 
   private:
     sigset_t earlier_{};
     Fd fd_;
 };
 
-/* While it lives no signal ends or stops the tool, except those that no program can hold: what a command has begun to
- * write it finishes or puts back. A signal that came meanwhile is named on standard error at the end, and then acts.
- * When a Failure ends the block, the signals stay held: the tool ends by that failure, and its message and status come
- * first. */
+/* As long as this object exists, no signal ends or stops the tool, except those that cannot be blocked. So a command
+ * finishes what it has begun to write, or restores it. The destructor names a signal that came meanwhile on standard
+ * error, and unblocks it. When a Failure ends the scope, the signals stay blocked: the tool ends by that failure, with
+ * its message and exit status. */
 class HeldSignals {
   public:
-    /* What is being done, as "the configuration was being saved". */
+    /* The text names the work, such as "the configuration was being saved". */
     explicit HeldSignals(std::string task);
     ~HeldSignals();
     HeldSignals(const HeldSignals &) = delete;
@@ -49,7 +49,7 @@ class HeldSignals {
     sigset_t earlier_{};
 };
 
-/* Ends the tool as a signal does that nobody holds. */
+/* Ends the tool by the signal's default action. */
 void endBySignal(int number);
 
 }  // namespace vosctl

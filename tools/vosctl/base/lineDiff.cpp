@@ -52,7 +52,7 @@ class Comparison {
         compare(a, b);
     }
 
-    /* Lines that each range has exactly once, in the order of the first. */
+    /* Lines that each range has exactly once, in the order of the first range. */
     [[nodiscard]] std::vector<Match> uniqueLines(Range a, Range b) const {
         struct Places {
             std::size_t inFirst = 0, inSecond = 0, first = 0, second = 0;
@@ -75,9 +75,9 @@ class Comparison {
         return unique;
     }
 
-    /* The longest part of the pairs that is in order in the second text too. */
+    /* The largest set of pairs that has the same order in both texts. */
     static std::vector<Match> inOrder(const std::vector<Match> &pairs) {
-        std::vector<std::size_t> tails; /* of the chains of each length, the pair that ends it the earliest */
+        std::vector<std::size_t> tails; /* for each length: the last pair of the chain that ends earliest */
         std::vector<std::size_t> before(pairs.size(), pairs.size());
         for (std::size_t at = 0; at < pairs.size(); ++at) {
             const auto place =

@@ -9,7 +9,8 @@ namespace vosctl {
 bool occupyStandardFds() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         if (fcntl(fd, F_GETFD) != -1) continue;
-        /* open() takes the lowest number that is free, which is this one. The direction of the first two is wrong. */
+        /* open() takes the lowest free number, which is this one. Descriptors 0 and 1 are opened in the wrong direction
+         * on purpose: reading and writing fail then. */
         if (open("/dev/null", fd == STDOUT_FILENO ? O_RDONLY : O_WRONLY) == -1) return false;
     }
     return true;

@@ -27,9 +27,10 @@ std::optional<uint32_t> levelOf(const std::string &text) {
     return wordOf(text);
 }
 
-constexpr std::size_t kLongestGuess = 64; /* longer words are no slips of the finger, and would take long to compare */
+constexpr std::size_t kLongestGuess = 64; /* a longer word is not a typing mistake, and comparing it takes long */
 
-/* Edits that turn one word into the other: a letter more, less or other, or two neighbours exchanged. */
+/* The number of edits that turn one word into the other. An edit adds, removes or changes a letter, or exchanges two
+ * neighbours. */
 std::size_t editsBetween(std::string_view one, std::string_view other) {
     std::vector<std::size_t> before(other.size() + 1);
     std::vector<std::size_t> last(other.size() + 1);

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Words of the command line: 32-bit numbers, the levels of the debug flag word, and what was mistyped. */
+/* Words of the command line: 32-bit numbers, the levels of the debug flag word, and suggestions for mistyped words. */
 #ifndef VOSCTL_WORDS_H
 #define VOSCTL_WORDS_H
 
@@ -13,17 +13,17 @@
 
 namespace vosctl {
 
-/* Decimal, or hexadecimal behind 0x; nothing for any other text and for what does not fit 32 bits. */
+/* A decimal number, or a hexadecimal one after 0x. Nothing for any other text and for a number above 32 bits. */
 std::optional<uint32_t> wordOf(const std::string &text);
 
-/* A signed number, decimal, or hexadecimal behind 0x. */
+/* A signed number: decimal, or hexadecimal after 0x. */
 std::optional<int32_t> signedOf(const std::string &text);
 
 /* "0x00000026" */
 std::string hexWord(uint32_t word);
 
-/* The levels' words combined, with errors unless "none" or a number is among them; without any, the word that a process
- * starts with. */
+/* The flag word of some levels. It has the error level too, unless "none" or a number is among them. Without levels it
+ * is the flag word that a process starts with. */
 uint32_t levelsOf(const std::vector<std::string> &levels);
 
 struct Level {
@@ -31,25 +31,25 @@ struct Level {
     uint32_t word;
     std::string_view meaning;
 };
-/* All that have a name. */
+/* The flag word of all levels that have a name. */
 std::span<const Level> levels();
 
 /* Their names. */
 std::set<std::string> levelNames();
 
-/* What is wrong with the text, empty when nothing is: for the checks of the command line. */
+/* For the checks of the command line: what is wrong with the text; empty when it is right. */
 std::string wordMistake(const std::string &text);
 std::string levelMistake(const std::string &text);
 
-/* A word as a shell takes it for itself, quoted where it needs that. */
+/* A word as it can be typed in a shell: quoted where that is necessary. */
 std::string shellWord(std::string_view word);
 
-/* A word from outside as a message names it: its begin, when it is very long. */
+/* A word from outside for a message. Only the beginning of a very long word is shown. */
 std::string shortened(std::string_view word);
 
-/* The one of the known words that was probably meant; empty when none is close. */
+/* The known word that was probably meant; empty when none is similar. */
 std::string nearest(std::string_view word, const std::set<std::string> &known);
-/* The same as the begin of a next step: "did you mean X? ", empty when none is close. */
+/* The same as the beginning of a next step: "did you mean X? "; empty when none is similar. */
 std::string didYouMean(std::string_view word, const std::set<std::string> &known);
 
 }  // namespace vosctl

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What the message channels need. */
+/* The checks of what message channels need. */
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -22,7 +22,7 @@ namespace vosctl {
 namespace {
 
 constexpr const char *kDirectoryCheck = "socket-directory";
-constexpr uint64_t kSendBuffer = 4 * 1024 * 1024; /* what message sockets ask for */
+constexpr uint64_t kSendBuffer = 4 * 1024 * 1024; /* bytes that message sockets request */
 constexpr uint64_t kReceiveBuffer = 6 * 1024 * 1024;
 constexpr uint64_t kCeilingAtStart = 14 * 1024 * 1024; /* what vosInit() sets */
 constexpr uint64_t kQueueLength = 4096;
@@ -41,7 +41,7 @@ std::string numbered(std::size_t count, const std::string &one, const std::strin
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-/* A ceiling of the kernel against what is asked of it. */
+/* Compares a limit of the kernel with the value that is needed. */
 Finding checkCeiling(const char *check, const std::string &name, uint64_t needed, uint64_t set,
                      const std::string &unit) {
     std::string path = "/proc/sys/" + name;
@@ -87,7 +87,7 @@ Finding checkStaleSockets() {
         for (const SocketEntry &entry : readSocketDirectory()) {
             if (entry.reach != Reach::stale) continue;
             ++count;
-            paths += " " + shellWord(entry.path); /* any user may have given it any name */
+            paths += " " + shellWord(entry.path); /* any user can create a file with any name */
         }
     } catch (const Failure &failure) {
         return {kCheck, Verdict::warning, failure.what(), "first do what is told about the socket directory"};

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What is looked at on a machine on which vos is to run. */
+/* The checks of a machine on which vos is to run. */
 #ifndef VOSCTL_CHECKS_H
 #define VOSCTL_CHECKS_H
 
@@ -8,18 +8,19 @@
 
 namespace vosctl {
 
-/* good: nothing to do. warning: it works, and somebody should know. device: it would not work on a device, and this
- * machine can do without. error: something does not work. */
+/* good: nothing to do. warning: it works, but the user should know about it. device: it would not work on a device, but
+ * this machine does not need it. error: something does not work. */
 enum class Verdict { good, warning, device, error };
 
 struct Finding {
-    std::string check; /* what was looked at; stable */
+    std::string check; /* name of the check; it does not change between versions */
     Verdict verdict = Verdict::good;
     std::string found;
-    std::string remedy; /* what to do about it, empty when nothing */
+    std::string remedy; /* what to do; empty when there is nothing to do */
 };
 
-/* Each looks at one thing. None changes anything. None tells "device": which machine it is, is not theirs to know. */
+/* Each function checks one thing and changes nothing. None of them returns "device", because they do not know whether
+ * the machine is a device. */
 Finding checkSocketDirectory();
 Finding checkStaleSockets();
 Finding checkSendCeiling();

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl complete: what the shells' completion asks for while a command line is typed. */
+/* vosctl complete: the shell's completion calls it while a command line is typed. */
 #include <algorithm>
 #include <map>
 
@@ -16,14 +16,14 @@ namespace {
 using Words = std::vector<std::string>;
 using Candidates = std::map<std::string, std::string>; /* each with a description, which may be empty */
 
-/* What a word can become. */
+/* Finds the words to which a typed word can be completed. */
 struct Completion {
     Candidates candidates;
     bool files = false;
     bool directories = false;
 };
 
-/* Somebody is typing: what cannot be looked at is no name, and no complaint. */
+/* The user is typing, so nothing is reported: a directory that cannot be read has no names. */
 Candidates reachableNames() {
     Candidates names;
     try {
@@ -56,7 +56,7 @@ Candidates entryForms() {
             {"oem:", "FIELD=TEXT: set an OEM field"}};
 }
 
-/* Where the words before the last one lead: the command, and how many of its arguments are there. */
+/* What the words before the last one mean: the command, and the number of its arguments that were given. */
 struct Place {
     const CLI::App *command;
     std::size_t arguments = 0;
@@ -103,7 +103,7 @@ void addCommands(Candidates &candidates, const CLI::App &command) {
     for (const CLI::App *const each : commandsBelow(command)) candidates[each->get_name()] = each->get_description();
 }
 
-/* What an argument, or the value of an option, can be. */
+/* The values that an argument or an option can have. */
 Completion valuesFor(const CLI::Option &option) {
     Completion completion;
     for (const std::string &value : valuesOf(option)) completion.candidates[value] = "";
@@ -128,7 +128,7 @@ Completion argumentAt(const Place &place) {
     return {};
 }
 
-/* Behind "help" stand the words of a command. */
+/* After "help" come the words of a command. */
 Completion commandWords(const CLI::App &app, const Words &words) {
     const CLI::App *command = &app;
     const auto help = static_cast<std::size_t>(std::find(words.begin(), words.end(), "help") - words.begin());
@@ -177,7 +177,7 @@ int print(Output &out, const Completion &completion, bool describe) {
     return kDone;
 }
 
-/* What the manual pages are made of. */
+/* The data from which the manual pages are made. */
 Json jsonOfHelp(const CommandHelp &help) {
     const auto entries = [](const std::vector<HelpEntry> &all) {
         Json array = Json::array();
@@ -202,14 +202,15 @@ void addTree(Json &commands, const CLI::App &command) {
 }  // namespace
 
 void addCompleteCommand(CLI::App &app, Context &context) {
-    CLI::App *const complete = app.add_subcommand("complete", "What the shells' completion asks for")->group("");
+    CLI::App *const complete =
+        app.add_subcommand("complete", "Print what the completion of the shells needs")->group("");
     complete->require_subcommand(1);
     onRun(complete->add_subcommand("names", "The reachable names"), context,
           [](Output &out) { return print(out, {reachableNames()}, false); });
 
     const auto words = std::make_shared<Words>();
     const auto describe = std::make_shared<bool>(false);
-    CLI::App *const line = complete->add_subcommand("words", "What the last of some words can become");
+    CLI::App *const line = complete->add_subcommand("words", "Print the words to which the last word can be completed");
     line->add_option("WORD", *words, "The words behind \"vosctl\", behind --; the last one is completed");
     line->add_flag("--describe", *describe,
                    "A description behind each, after a tab; /files or /directories where those fit too");

@@ -41,13 +41,13 @@ int show(Output &out) {
     return kDone;
 }
 
-/* A pipeline whose first program fails ends with nothing at all, which is not to replace what is saved. */
+/* An empty input is refused: it usually means that the first program of a pipeline has failed. */
 void requireContent(const std::string &content, const Arguments &arguments) {
     if (!content.empty() || arguments.empty) return;
     const std::string from = arguments.from.empty() ? arguments.file : arguments.from;
     throw Failure(
         "the configuration of " + (from == "-" ? "standard input" : from) + " is empty, and nothing was changed",
-        "see where it comes from, or say --empty if an empty one is wanted");
+        "see where it comes from, or give --empty to save an empty one");
 }
 
 int save(Output &out, const Arguments &arguments) {
@@ -79,7 +79,7 @@ Json describe(const std::vector<LineChange> &changes) {
     return lines;
 }
 
-/* With a heading where another part of the text begins. */
+/* Prints a heading where a new part of the differences begins. */
 void print(Output &out, const std::vector<LineChange> &changes) {
     const LineChange *last = nullptr;
     for (const LineChange &change : changes) {
@@ -109,7 +109,8 @@ int diff(Output &out, const Arguments &arguments) {
     return changes.empty() ? kDone : kFailed;
 }
 
-/* The library removes the settings of core dumps as well, but those of this machine whatever the tree. */
+/* The library also removes the settings of core dumps. It removes those of this machine, even when --root names another
+ * tree. */
 void removeSaved() {
     const HeldSignals held{"the saved configuration was being deleted"};
     if (devicePath("").empty()) {
@@ -148,7 +149,7 @@ void addConfigCommands(CLI::App &app, Context &context) {
     addExample(showing, "vosctl config show");
     onRun(showing, context, show);
 
-    CLI::App *const saving = group->add_subcommand("save", "Make a file, or what a process runs with, the saved one");
+    CLI::App *const saving = group->add_subcommand("save", "Save a file, or the running configuration of a process");
     CLI::Option *const file =
         saving->add_option("FILE", arguments->file, "The file; - is standard input")->check(notEmpty("FILE"));
     saving->add_option("--from", arguments->from, "Ask this process for its running configuration")
@@ -169,7 +170,7 @@ void addConfigCommands(CLI::App &app, Context &context) {
     addExample(saving, "vosctl config save --from oltd");
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
 
-    CLI::App *const comparing = group->add_subcommand("diff", "Compare the saved one with what a process runs with");
+    CLI::App *const comparing = group->add_subcommand("diff", "Compare it with the running configuration of a process");
     addName(comparing, arguments->from);
     addTimeout(comparing, arguments->timeoutMs);
     addExample(comparing, "vosctl config diff oltd");
@@ -179,7 +180,7 @@ void addConfigCommands(CLI::App &app, Context &context) {
     deleting->add_flag("--yes", arguments->yes, "Do not ask");
     addExample(deleting, "vosctl config delete");
     onRun(deleting, context, [arguments](Output &out) { return remove(out, *arguments); });
-    /* Last, because a command takes over the examples that its group has. */
+    /* Added last: a command that is added to the group later would inherit these examples. */
     addExample(group, "vosctl config show");
     addExample(group, "vosctl config diff oltd");
 }

@@ -13,7 +13,7 @@ namespace vosctl {
 
 namespace {
 
-/* What a byte does to the low half of the register: CRC-16, polynomial 0x1021. */
+/* The effect of a byte on the low half of the register: CRC-16, polynomial 0x1021. */
 constexpr std::array<uint16_t, 256> effects() {
     std::array<uint16_t, 256> all{};
     for (uint32_t byte = 0; byte < all.size(); ++byte) {
@@ -25,14 +25,14 @@ constexpr std::array<uint16_t, 256> effects() {
 }
 constexpr auto kEffects = effects();
 
-/* The library computes the checksum of the partitions over bytes that are all in memory. This goes on part by part,
- * with the same 32-bit register, whose upper half holds what was shifted out. */
+/* The library computes the checksum of the partitions over bytes that are all in memory. This function continues it
+ * part by part. It uses the same 32-bit register, whose upper half holds the bits that were shifted out. */
 uint32_t partitionChecksum(uint32_t sum, std::string_view part) {
     for (const char byte : part) sum = (sum << 8) ^ kEffects[static_cast<unsigned char>(byte) ^ (sum >> 8 & 0xFF)];
     return sum;
 }
 
-/* The file is not kept: it may be longer than the memory. */
+/* The file is read in parts, because it may be larger than the memory. */
 int showChecksums(Output &out, const std::string &file) {
     uint64_t bytes = 0;
     uint32_t register32 = 0xFFFFFFFF;

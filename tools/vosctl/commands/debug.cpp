@@ -14,7 +14,7 @@ struct Arguments {
     std::string name;
     std::vector<std::string> words;
     std::string word;
-    uint32_t timeoutMs = 3000; /* while the queue of the process is full */
+    uint32_t timeoutMs = 3000; /* wait while the queue of the process is full */
 };
 
 int sendWord(Output &out, const Arguments &arguments, uint32_t type, uint32_t word) {

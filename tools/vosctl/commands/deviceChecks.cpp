@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What the stores, the terminals and the clock need. */
+/* The checks of the stores, the terminals and the clock. */
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -59,7 +59,7 @@ Finding checkSystemPartition() { return checkPartition("system-partition", parti
 
 Finding checkFactoryPartition() { return checkPartition("factory-partition", partitionOf(true)); }
 
-/* What is set at manufacture cannot be made again in the field. */
+/* The items that are set at manufacture cannot be made again later. */
 Finding checkFactoryCopy() {
     constexpr const char *kCheck = "factory-copy";
     const Partition &factory = partitionOf(true);

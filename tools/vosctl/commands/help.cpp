@@ -14,7 +14,7 @@ namespace vosctl {
 namespace {
 
 constexpr std::size_t kLineWidth = 80;
-constexpr std::size_t kWidestTitle = 24; /* behind a wider one the text begins on the next line */
+constexpr std::size_t kWidestTitle = 24; /* after a wider title the text begins on the next line */
 constexpr const char *kExamples = "Examples:\n";
 
 bool listed(const CLI::App &command) { return !command.get_group().empty(); }
@@ -64,7 +64,7 @@ std::vector<std::string> linesOf(const std::string &text) {
     return lines;
 }
 
-/* The text in lines behind a column, without a word torn apart. */
+/* The text in lines that begin at a column. Words are not split. */
 std::string wrapped(const std::string &text, std::size_t column) {
     std::string result;
     std::size_t at = column;
@@ -99,7 +99,7 @@ std::string section(const std::string &heading, const std::vector<HelpEntry> &en
     return text;
 }
 
-/* Under their headings, in the order of their first command. */
+/* The commands under their headings. The headings are in the order of their first commands. */
 std::string commandSections(const CLI::App &command) {
     std::vector<std::pair<std::string, std::vector<HelpEntry>>> groups;
     for (const CLI::App *const each : commandsBelow(command)) {

@@ -9,7 +9,7 @@
 
 namespace vosctl {
 
-/* An argument, an option or a command, and what it is. */
+/* An argument, an option or a command, and its description. */
 struct HelpEntry {
     std::string title;
     std::string text;
@@ -28,16 +28,16 @@ struct CommandHelp {
 
 CommandHelp helpOf(const CLI::App &command);
 
-/* All as it is printed, in lines of at most 80 characters. */
+/* The whole help as it is printed, in lines of at most 80 characters. */
 std::string helpText(const CLI::App &command);
 
 /* The values that a check by CLI::IsMember allows; none without one. */
 std::vector<std::string> valuesOf(const CLI::Option &option);
 
-/* What stands for the value of an option or for an argument: "FILE". */
+/* The word that the help shows for an argument or for the value of an option: "FILE". */
 std::string metavariableOf(const CLI::Option &option);
 
-/* The commands below a command that are listed. */
+/* The commands of a group that the help lists. */
 std::vector<const CLI::App *> commandsBelow(const CLI::App &command);
 
 }  // namespace vosctl

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Installs an image: asks, does it, and says in words what came of it. */
+/* Installs an image: asks the user, installs it and reports the result. */
 #include <vosFile.h>
 
 #include <algorithm>
@@ -20,7 +20,7 @@ namespace {
 
 bool below() { return !devicePath("").empty(); }
 
-/* The library names files of a package from the machine's root. */
+/* The library takes the paths in a package from the root of this machine. */
 void requireReach(const std::vector<PackageEntry> &entries, const std::string &file) {
     if (!below()) return;
     if (std::any_of(entries.begin(), entries.end(),
@@ -31,8 +31,8 @@ void requireReach(const std::vector<PackageEntry> &entries, const std::string &f
     }
 }
 
-/* The library looks at the begin of a path only, so a path that goes up again reaches every file. --yes does not answer
- * for that. */
+/* The library checks only the beginning of a path, so a path with ".." can reach every file. --yes does not allow that.
+ */
 void requireInside(const std::vector<PackageEntry> &entries, const Installation &wanted) {
     for (std::size_t index = 0; index < entries.size() && !wanted.outside; ++index) {
         if (!climbs(entries[index].path)) continue;
@@ -91,7 +91,7 @@ void requireAccepted(const ImageHeader &header, const std::string &image, const 
     throw Failure(file + " is refused: " + refusal.reason, refusal.nextStep);
 }
 
-/* What the command line says must fit the image. */
+/* The options must be right for the type of the image. */
 void requireFitting(const ImageHeader &header, const Installation &wanted) {
     if (wanted.packageOnly && header.type != kPackage)
         throw Failure(wanted.file + " is no package but an image of type " + imageTypeName(header.type),

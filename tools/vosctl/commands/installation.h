@@ -13,14 +13,14 @@ struct Installation {
     std::string file;
     std::string version; /* of an application */
     bool yes = false;
-    bool outside = false; /* paths with ".." too */
+    bool outside = false; /* paths with ".." are allowed */
     bool packageOnly = false;
 };
 
-/* Asks, installs, and reports. */
+/* Asks the user, installs, and reports the result. */
 int installImage(Output &out, const Installation &wanted);
 
-/* What is wrong with the text of a version; empty when nothing is. */
+/* What is wrong with the text of a version; empty when it is right. */
 std::string versionMistake(const std::string &text);
 
 /* vosctl image status and vosctl image restore */

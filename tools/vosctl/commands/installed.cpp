@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl image status, vosctl image restore: the installed application, and the way back from it. */
+/* vosctl image status, vosctl image restore: the installed application and its backup. */
 #include <vosFile.h>
 
 #include "../base/words.h"
@@ -15,7 +15,7 @@ namespace vosctl {
 
 namespace {
 
-/* "whole"; "missing"; "broken": cut off, or changed since */
+/* "whole"; "missing"; "broken": the file was cut off or changed */
 const char *stateOf(const DeviceFile &file) {
     if (!file.content()) return "missing";
     return isWholeApplication(*file.content()) ? "whole" : "broken";

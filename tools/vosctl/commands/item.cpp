@@ -62,7 +62,7 @@ int listItems(Output &out) {
     return status;
 }
 
-/* One value stands alone, so that a script can take it; several are told apart by their names. */
+/* One value is printed alone, so that a script can use it. Several values are printed with their names. */
 int getItems(Output &out, const Arguments &arguments) {
     const bool alone = arguments.several.size() == 1;
     Json all = Json::array();
@@ -140,7 +140,7 @@ int dumpItems(Output &out, const Arguments &arguments) {
 
 CLI::Validator isItem() { return {itemMistake, ""}; }
 
-/* What is wrong with the value is a mistake on the command line, where the value is there. */
+/* A wrong value is a mistake on the command line when it was given there. */
 void checkSetting(const CLI::App *set, Arguments &arguments) {
     arguments.fromFile = set->count("--file") > 0;
     const bool given = set->count("VALUE") > 0;
@@ -214,7 +214,7 @@ void addItemCommands(CLI::App &app, Context &context) {
     onRun(dump, context, [arguments](Output &out) { return dumpItems(out, *arguments); });
 
     addItemFileCommands(group, context);
-    /* Last, because a command takes over the examples that its group has. */
+    /* Added last: a command that is added to the group later would inherit these examples. */
     addExample(group, "vosctl item list");
     addExample(group, "vosctl item get ip-address");
 }

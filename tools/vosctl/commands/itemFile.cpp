@@ -10,8 +10,8 @@ namespace vosctl {
 
 namespace {
 
-constexpr uint64_t kLongestItemFile = 1024 * 1024; /* all items take some 6 KiB in hexadecimal */
-constexpr unsigned kOwnerOnly = 0600;              /* the passwords are in it */
+constexpr uint64_t kLongestItemFile = 1024 * 1024; /* all items in hexadecimal need about 6 KiB */
+constexpr unsigned kOwnerOnly = 0600;              /* the file has passwords */
 
 struct Arguments {
     std::string file;

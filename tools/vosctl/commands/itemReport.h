@@ -10,7 +10,7 @@
 
 namespace vosctl {
 
-/* An item for JSON. The values of passwords and user accounts are left out unless the secrets are wanted. */
+/* An item for JSON. The values of passwords and user accounts are included only when `secrets` is true. */
 Json describe(const Item &item, const std::string &bytes, bool secrets);
 
 /* vosctl item export and vosctl item import */

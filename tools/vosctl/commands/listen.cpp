@@ -14,6 +14,7 @@
 #include "../processes/names.h"
 #include "../terminal/payload.h"
 #include "commands.h"
+#include "listenScript.h"
 
 namespace vosctl {
 
@@ -158,10 +159,18 @@ void addListenCommand(CLI::App &app, Context &context) {
         ->default_str("0");
     CLI::Option *const text = command->add_option(
         "--answer", arguments->answer, "Text of the answers; without it messages are sent back as they came");
-    addNumber(command, "-c,--count", arguments->count, "End after so many messages", 1);
+    CLI::Option *const count = addNumber(command, "-c,--count", arguments->count, "End after so many messages", 1);
+    const auto script = std::make_shared<std::string>();
+    CLI::Option *const played =
+        command->add_option("--script", *script, "Expect and answer what this file says, and end after that")
+            ->type_name("FILE")
+            ->excludes(text)
+            ->excludes(count);
     addExample(command, "vosctl listen box");
     addExample(command, "vosctl listen box --code -3 --answer busy -c 1");
-    onRun(command, context, [arguments, text](Output &out) {
+    addExample(command, "vosctl listen box --script requests.txt");
+    onRun(command, context, [arguments, text, script, played](Output &out) {
+        if (played->count() > 0) return listenByScript(out, arguments->name, *script);
         arguments->fixedAnswer = text->count() > 0;
         return listen(out, *arguments);
     });

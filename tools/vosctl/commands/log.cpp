@@ -27,8 +27,8 @@ namespace vosctl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kPatience = std::chrono::seconds{3}; /* for a process to obey */
-constexpr int kPollMs = 20;                         /* between looks at whether it has */
+constexpr auto kPatience = std::chrono::seconds{3}; /* time that a process has to redirect its output */
+constexpr int kPollMs = 20;                         /* interval of the checks whether it has */
 
 struct Arguments {
     std::string name;
@@ -37,7 +37,7 @@ struct Arguments {
     bool time = false;
 };
 
-/* The process behind a name, as far as it can be seen. */
+/* The process that receives under a name, as far as /proc shows it. */
 class Target {
   public:
     explicit Target(std::string name) : name_(std::move(name)) {
@@ -49,7 +49,7 @@ class Target {
     }
 
     [[nodiscard]] const std::string &name() const { return name_; }
-    [[nodiscard]] int ended() const { return process_.get(); } /* readable when it has; -1 when that cannot be seen */
+    [[nodiscard]] int ended() const { return process_.get(); } /* readable after its end; -1 when that cannot be seen */
     /* Whether its standard output is the terminal; nothing when that cannot be seen. */
     [[nodiscard]] std::optional<bool> printsTo(const Pty &pty) const {
         std::error_code failed;
@@ -57,7 +57,7 @@ class Target {
         if (pid_ == 0 || failed) return {};
         return output == pty.path();
     }
-    /* Throws a Failure when it would print to another terminal of that number. */
+    /* Throws a Failure when the process is in a container where the terminal with that number is another one. */
     void requireSameTerminals(const Pty &pty) const {
         struct stat mine {};
         struct stat its {};
@@ -89,14 +89,14 @@ std::string timeNow() {
     return text;
 }
 
-/* Shows what comes: as it is, or with --json each line as a document. Lines of the log begin with CR LF, so a line is
- * known to be whole only when the next one comes; after a pause the open line is taken for whole. */
+/* Shows the output: unchanged, or with --json each line as a document. Lines of the log begin with CR LF, so a line is
+ * known to be complete only when the next one comes. After a pause the last line counts as complete. */
 class Display {
   public:
     Display(Output &out, bool time) : out_(out), time_(time) {}
 
     [[nodiscard]] int fd() const { return out_.fd(); }
-    /* How long to wait for more before pause() is called for; -1: for ever. */
+    /* How long to wait for more output before pause() is to be called; -1: for ever. */
     [[nodiscard]] int patienceMs() const { return pending_.empty() ? -1 : kPauseMs; }
 
     void show(const std::string &text) {
@@ -120,13 +120,13 @@ class Display {
     }
     void end() {
         pause();
-        if (lineOpen_) out_.line(""); /* lines of the log have no end */
+        if (lineOpen_) out_.line(""); /* a line of the log has no line end */
         out_.flush();
     }
 
   private:
     static constexpr int kPauseMs = 200;
-    static constexpr std::size_t kLongestLine = 65536; /* a longer one is shown in parts */
+    static constexpr std::size_t kLongestLine = 65536; /* a longer line is shown in parts */
 
     [[nodiscard]] bool asLines() const { return out_.json() || time_; }
 
@@ -142,7 +142,7 @@ class Display {
     void showBytes(std::size_t count) {
         std::string text = pending_.substr(0, count);
         pending_.erase(0, count);
-        if (out_.terminal()) std::erase(text, '\r'); /* a line begins at the left all the same */
+        if (out_.terminal()) std::erase(text, '\r'); /* a CR would be shown as \x0D */
         if (text.empty()) return;
         out_.raw(text);
         lineOpen_ = text.back() != '\n';
@@ -161,7 +161,7 @@ class Log {
         target_.requireSameTerminals(pty_);
     }
 
-    /* However this ends, the guardian puts everything back, and what the process prints until then is shown. */
+    /* The guardian restores the process's output in every case. What the process prints until then is shown. */
     void run() {
         redirect();
         sayThatItListens();
@@ -171,7 +171,7 @@ class Log {
     }
 
   private:
-    /* To standard error: what is printed to standard output is the process's alone. */
+    /* To standard error, because standard output shows only what the process prints. */
     void sayThatItListens() const {
         if (isatty(STDERR_FILENO) == 1 && !interrupted_)
             fprintf(stderr, "Showing what %s prints from now on; Ctrl-C ends it.\n",
@@ -190,7 +190,7 @@ class Log {
             vosMsgDebugVos(arguments_.name.c_str(), levelsOf(arguments_.levels) | VOS_DEBUG_ERROR);
     }
 
-    /* Waits until the process prints here, or does not any more; false when it has not obeyed in time. */
+    /* Waits until the process prints here, or until it does not any more. False when the time is over. */
     bool awaitOutput(bool here) {
         const auto deadline = Clock::now() + kPatience;
         while (target_.printsTo(pty_) == !here && !ended_) {
@@ -215,7 +215,7 @@ class Log {
         if (watched[3].revents != 0) outputLost_ = true;
     }
 
-    /* A lost terminal must not keep the process's output from being put back. */
+    /* The process's output must be restored also when this tool has lost its terminal. */
     void show() {
         const std::string text = pty_.take();
         showing([&] { display_.show(text); });
@@ -239,9 +239,9 @@ class Log {
             showing([&] { display_.show(rest); });
         showing([this] { display_.end(); });
         if (!obeyed && !ended_) {
-            throw Failure(
-                arguments_.name + " could not be told to print where it printed before",
-                "see with \"vosctl ps\" what keeps it busy; it is told when \"vosctl log\" ends the next time");
+            throw Failure(arguments_.name + " could not be told to print where it printed before",
+                          "see with \"vosctl ps\" what keeps it busy; run \"vosctl log\" again, which restores the "
+                          "output when it ends");
         }
     }
 
@@ -261,7 +261,7 @@ class Log {
     bool interrupted_ = false;
     bool ended_ = false;
     bool outputLost_ = false;
-    std::optional<Guardian> guardian_; /* from the moment at which there is something to put back */
+    std::optional<Guardian> guardian_; /* exists when the process's output has to be restored at the end */
 };
 
 int showLog(Output &out, const Arguments &arguments) {
@@ -278,11 +278,12 @@ void addLogCommand(CLI::App &app, Context &context) {
     addName(command, arguments->name);
     command
         ->add_option("LEVEL", arguments->levels,
-                     "Log lines that it shall print meanwhile, besides errors: trace, event, or a word such as 0x26")
+                     "Log lines that it prints meanwhile, in addition to errors: trace, event, or a word such as 0x26")
         ->check(isLevel);
     command
-        ->add_option("--after", arguments->levelsAfter,
-                     "What it shall print afterwards when a LEVEL was given; error if not given, as after its start")
+        ->add_option(
+            "--after", arguments->levelsAfter,
+            "Log lines that it prints afterwards, if a LEVEL was given; error if not given, as after its start")
         ->type_name("LEVEL")
         ->check(isLevel);
     command->add_flag("--time", arguments->time, "Put the time of arrival before each line");

@@ -32,7 +32,7 @@ std::string modeText(uint32_t mode) {
     return text;
 }
 
-/* What the library makes of the path of an entry. */
+/* The text that says whether packages may use a path, and whether it leads out of the permitted directories. */
 const char *permissionOf(bool permitted, bool outside) {
     if (!permitted) return "no";
     return outside ? "yes, but \"..\"" : "yes";
@@ -74,7 +74,7 @@ int list(Output &out, const std::string &file, const std::string &image) {
     throw Failure("the entry \"" + word + "\" cannot be understood", std::string("write ") + kEntryForms);
 }
 
-/* What stands before and behind the first of a character. */
+/* The texts before and after the first place of a character. */
 std::pair<std::string, std::string> split(const std::string &text, char at, const std::string &word) {
     const std::size_t position = text.find(at);
     if (position == std::string::npos || position == 0) malformed(word);
@@ -175,7 +175,7 @@ void addPackageCommands(CLI::App &app, Context &context) {
     apply->add_flag("--outside", arguments->installation.outside, "Apply paths with \"..\" too");
     addExample(apply, "vosctl package apply new.pkg");
     onRun(apply, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
-    /* Last, because a command takes over the examples that its group has. */
+    /* Added last: a command that is added to the group later would inherit these examples. */
     addExample(group, "vosctl package list new.pkg");
 }
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl ps: who is reachable. */
+/* vosctl ps: which processes are reachable. */
 #include <algorithm>
 #include <tuple>
 
@@ -50,7 +50,7 @@ Cell stateOf(const SocketEntry &entry) {
     }
 }
 
-/* By name; the normal socket, the high-priority socket, the thread channels by number. */
+/* Sorted by name. For one name: the normal socket, the high-priority socket, then the thread channels by number. */
 bool before(const SocketEntry &left, const SocketEntry &right) {
     return std::tuple{left.kind == Kind::requester, left.name, left.kind >= Kind::thread, left.thread, left.kind} <
            std::tuple{right.kind == Kind::requester, right.name, right.kind >= Kind::thread, right.thread, right.kind};
@@ -127,7 +127,7 @@ Json documentOf(const std::vector<SocketEntry> &entries, const Json &limit) {
     return {{"names", std::move(names)}};
 }
 
-/* A name that is asked for has to be reachable. */
+/* A name that was given must be reachable. */
 int ps(Output &out, const Arguments &arguments) {
     if (!arguments.name.empty()) requireReachable(arguments.name);
     const std::vector<SocketEntry> entries = listed(arguments);
@@ -152,8 +152,8 @@ void addPsCommands(CLI::App &app, Context &context) {
         ->description("Only this name; exit status 1 when it is not reachable");
     list->add_flag("--all", arguments->all, "Also the sockets of requesters that wait for an answer");
     list->footer(
-        "QUEUE is a lower bound: the datagrams that wait there for certain. There may be\n"
-        "more, because the kernel does not tell how many they are; where it tells\n"
+        "QUEUE is the least number of datagrams that wait there. There may be more,\n"
+        "because the kernel does not report the number of all. Where it reports\n"
         "nothing, QUEUE is -.");
     addExample(list, "vosctl ps");
     addExample(list, "vosctl ps oltd >/dev/null && echo oltd is there");

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl config-of, vosctl object: what a process tells about its configuration. */
+/* vosctl config-of, vosctl object: the configuration that a process reports. */
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -26,11 +26,11 @@ struct Arguments {
 
 [[noreturn]] void explainRefusal(const std::string &name, int32_t code) {
     if (code == VOS_ERR_NO_HANDLER)
-        throw Failure(name + " has no running configuration to tell", "ask a process that has registered a builder");
+        throw Failure(name + " has no running configuration to report", "ask a process that has registered a builder");
     if (code == VOS_ERR_MEMORY)
         throw Failure(name + " could not make room for its running configuration",
                       "look at the memory of that process");
-    throw Failure(name + " refused to tell its running configuration with code " + std::to_string(code),
+    throw Failure(name + " refused to report its running configuration with code " + std::to_string(code),
                   "look into the log of that process, as with \"vosctl log " + name + "\"");
 }
 
@@ -50,7 +50,7 @@ int configOf(Output &out, const Arguments &arguments) {
     if (reply->head.ulRetCode != VOS_OK) explainRefusal(arguments.name, static_cast<int32_t>(reply->head.ulRetCode));
     const std::string_view text = std::string_view(reply->payload).substr(0, reply->head.ulBufLen);
     Json document{{"name", arguments.name}, {"bytes", text.size()}, {"text", text}};
-    document["text"] = jsonOf(document)["text"]; /* the bytes are told once, in the member below */
+    document["text"] = jsonOf(document)["text"]; /* not jsonOf()'s textHex: "hex" has all bytes */
     document["hex"] = hexOf(text);
     out.document(document);
     if (!out.json()) out.raw(text);
@@ -64,7 +64,7 @@ struct Description {
     int error = 0;
 };
 
-/* Takes words of this machine's order from the begin of the bytes, none past their end. */
+/* Reads words in this machine's byte order from the front of the bytes, never past their end. */
 class Words {
   public:
     explicit Words(std::string_view bytes) : rest_(bytes) {}
@@ -81,7 +81,7 @@ class Words {
     std::string_view rest_;
 };
 
-/* The protocol tells outputs 8 to 10 right behind the words of the table that are in use. */
+/* In the protocol, outputs 8 to 10 are read from the place after the table words in use. */
 Description descriptionOf(const Reply &reply) {
     Description about;
     about.code = reply.head.ulRetCode;
@@ -100,7 +100,7 @@ Description descriptionOf(const Reply &reply) {
 
 Description describe(const Arguments &arguments) {
     std::string name = arguments.object;
-    name.resize(name.size() / 4 * 4 + 4); /* a NUL, and whole words */
+    name.resize(name.size() / 4 * 4 + 4); /* a NUL, and padding to a whole word */
     VOS_MSG_HEAD head{};
     head.ulType = VOS_MSG_TYPE_CCD_OBJ_INFO_GET;
     head.ulValue1 = arguments.value1;
@@ -133,7 +133,7 @@ int object(Output &out, const Arguments &arguments) {
         record.add("out" + number, "output " + number, about.out[index]);
     }
     record.add("table", "table", Json(about.table));
-    /* Behind a table that is not full they are words of the table. */
+    /* When the table is not full, these three are unused words of the table. */
     for (std::size_t index = 6; index < 9 && about.table.size() == kTableWords; ++index) {
         const std::string number = std::to_string(index + 2);
         record.add("out" + number, "output " + number, about.out[index]);
@@ -142,7 +142,7 @@ int object(Output &out, const Arguments &arguments) {
     return kDone;
 }
 
-constexpr uint32_t kConfigTimeoutMs = 90000; /* a large device takes its time */
+constexpr uint32_t kConfigTimeoutMs = 90000; /* a large configuration takes long to build */
 constexpr uint32_t kObjectTimeoutMs = 10000;
 
 }  // namespace

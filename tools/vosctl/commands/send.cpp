@@ -21,7 +21,7 @@ struct Arguments {
     bool noWait = false;
     bool hex = false;
     bool nul = false;
-    bool status = false; /* the answer's code decides the exit status */
+    bool status = false; /* the exit status depends on the answer's code */
     bool fromFile = false;
     std::string file;
     std::string text;
@@ -33,7 +33,7 @@ struct Arguments {
 };
 
 double milliseconds(std::chrono::nanoseconds time) {
-    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(time); /* finer is noise */
+    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(time); /* smaller units vary too much */
     return static_cast<double>(us.count()) / 1000;
 }
 
@@ -57,7 +57,7 @@ Record sentRecord(const Arguments &arguments, std::size_t bytes) {
     return record;
 }
 
-/* The code stands last: a long answer would take it off the screen. */
+/* The code is printed last: before a long answer it would scroll off the screen. */
 void show(Output &out, Record record, const Answer &answer) {
     const Cell time = timeCell(milliseconds(answer.roundTrip));
     Json document = record.json();
@@ -91,7 +91,7 @@ int send(Output &out, const Arguments &arguments) {
                               "see in the application's description what the code means");
 }
 
-/* Of sorted times, the one below which so many percent of them lie, or that reaches it. */
+/* The percentile of sorted times: the smallest time that at least so many percent do not exceed. */
 double percentile(const std::vector<double> &sorted, std::size_t percent) {
     const std::size_t rank = (sorted.size() * percent + 99) / 100;
     return sorted[std::max<std::size_t>(rank, 1) - 1];
@@ -110,8 +110,8 @@ Record timesRecord(const Arguments &arguments, uint32_t sent, std::vector<double
     return record;
 }
 
-/* Stops at the first answer that does not come: each of the others would wait as long. What was measured before is told
- * also when the process has ended meanwhile. */
+/* Stops at the first answer that does not come, because each further one would wait as long. The times that were
+ * measured before are printed, also when the process has ended meanwhile. */
 int ping(Output &out, const Arguments &arguments) {
     const std::string payload(arguments.size, '\0');
     std::vector<double> times;

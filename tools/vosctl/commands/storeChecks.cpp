@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What a device needs of its stores to restart, to be updated, and to go back. */
+/* The checks that a device can restart, can be updated, and can go back to the earlier application. */
 #include <vosFile.h>
 
 #include "../base/failure.h"
@@ -11,7 +11,7 @@ namespace vosctl {
 
 namespace {
 
-/* What cannot be looked at is a finding, too. */
+/* A file that cannot be examined is reported, too. */
 Finding lookedAt(const char *check, Finding (*look)(const char *check)) {
     try {
         return look(check);
@@ -67,7 +67,7 @@ Finding lookAtConfiguration(const char *check) {
             "save one with \"vosctl config save\", or go back to the defaults with \"vosctl config delete\""};
 }
 
-/* An installation needs the most: it keeps the application on flash as the backup. */
+/* An installation needs the most space, because it copies the application to flash as the backup. */
 Finding lookAtRoom(const char *check) {
     const ApplicationFiles files;
     const uint64_t needed = files.willBeKept() ? files.application().content()->size() : 1;

@@ -21,7 +21,7 @@ struct Arguments {
     bool yes = false;
 };
 
-constexpr uint64_t kLongestSyslog = 0x7FFFFFFF; /* the library answers with the length in a signed word */
+constexpr uint64_t kLongestSyslog = 0x7FFFFFFF; /* the library returns the length as a signed word */
 
 int show(Output &out) {
     const auto content = readDeviceFile(szVosSyslogFileName);
@@ -35,7 +35,7 @@ int show(Output &out) {
     return kDone;
 }
 
-/* The library does not flush the syslog. What the tool reports as saved shall be on the device. */
+/* The library does not flush the syslog. The tool flushes it, so that what it reports as saved is on the flash. */
 bool write(const std::string &content) {
     if (vosFileSyslogWrite(content.data(), lengthOf(content)) != static_cast<int32_t>(content.size())) return false;
     const Fd file{open(szVosSyslogFileName, O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
@@ -69,7 +69,7 @@ void addSyslogCommands(CLI::App &app, Context &context) {
     saving->add_flag("--yes", arguments->yes, "Do not ask");
     addExample(saving, "vosctl syslog save log.txt");
     onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
-    /* Last, because a command takes over the examples that its group has. */
+    /* Added last: a command that is added to the group later would inherit these examples. */
     addExample(group, "vosctl syslog show");
 }
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl wait: until a name is reachable, or gone. */
+/* vosctl wait: waits until a name is reachable, or is not any more. */
 #include <poll.h>
 
 #include <chrono>
@@ -12,7 +12,7 @@ namespace vosctl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr int kLookMs = 20; /* between looks: the end of a process is no event of the socket directory */
+constexpr int kLookMs = 20; /* interval of the checks: when a process ends, the socket directory does not change */
 
 struct Arguments {
     std::string name;
@@ -45,7 +45,7 @@ int wait(Output &out, const Arguments &arguments) {
         return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
     };
     for (Reach reach = reachOf(path); arguments.gone ? !isGone(reach) : !isReachable(reach); reach = reachOf(path)) {
-        if (reach == Reach::tooLong) requireReachable(arguments.name, which); /* says so */
+        if (reach == Reach::tooLong) requireReachable(arguments.name, which); /* throws the Failure */
         if (arguments.timeoutMs != 0 && waited() >= arguments.timeoutMs) explainEnd(arguments, which);
         poll(nullptr, 0, kLookMs);
     }

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Completion of vosctl for bash. vosctl itself knows what a word can become.
+# Completion of vosctl for bash. It asks vosctl for the words that are possible.
 _vosctl() {
     local word candidate words=() before=''
     # bash takes = and : for ends of words; here they are put together again.

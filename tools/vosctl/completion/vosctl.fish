@@ -1,4 +1,4 @@
-# Completion of vosctl for fish. vosctl itself knows what a word can become.
+# Completion of vosctl for fish. It asks vosctl for the words that are possible.
 function __vosctl_candidates
     set -l words (commandline -opc)[2..] (commandline -ct)
     for line in (vosctl complete words --describe -- $words 2>/dev/null)

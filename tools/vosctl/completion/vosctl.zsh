@@ -1,5 +1,5 @@
 #compdef vosctl
-# Completion of vosctl for zsh. vosctl itself knows what a word can become.
+# Completion of vosctl for zsh. It asks vosctl for the words that are possible.
 local -a candidates shown
 local line files=
 for line in "${(@f)$(vosctl complete words --describe -- "${(@)words[2,CURRENT]}" 2>/dev/null)}"; do

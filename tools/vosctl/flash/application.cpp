@@ -22,8 +22,8 @@ bool write(const std::string &path, const std::string &content) {
     return vosFileWrite(path.c_str(), content.data(), lengthOf(content)) == VOS_OK;
 }
 
-/* The tool keeps the backup, which the library would also do, but not below another root and without looking whether it
- * is whole: once the version has moved, the library makes none of its own. */
+/* The tool makes the backup itself. The library would not use another root, and would not check that the application is
+ * whole. Without a version file, which the tool removes first, the library makes no backup. */
 void keepBackup(const ApplicationFiles &before) {
     if (!before.willBeKept()) return;
     errno = 0;
@@ -41,7 +41,7 @@ void keepBackup(const ApplicationFiles &before) {
 }
 
 void writeApplication(const ApplicationFiles &before, const NewApplication &wanted) {
-    vosFileDelete(versionPath().c_str()); /* of the earlier one: it must not name the new one, whatever happens */
+    vosFileDelete(versionPath().c_str()); /* it is that of the earlier application, not of the new one */
     errno = 0;
     const bool done = vosFileAppWrite(bytesOf(wanted.image), lengthOf(wanted.image)) == VOS_OK;
     const int error = errno;
@@ -72,7 +72,7 @@ ApplicationFiles::ApplicationFiles()
       backup_(backupPath()),
       backupVersion_(backupVersionPath()) {}
 
-/* A broken one is no way back, and would cost the backup that is one. */
+/* A broken application is useless as a backup, and would replace a backup that may be whole. */
 bool ApplicationFiles::willBeKept() const {
     return application_.content() && version_.content() && isWholeApplication(*application_.content());
 }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The application of the device and its backup: what is there, installing another one, and going back. */
+/* The application of the device and its backup: their state, installing an application, and restoring the backup. */
 #ifndef VOSCTL_APPLICATION_H
 #define VOSCTL_APPLICATION_H
 
@@ -29,10 +29,10 @@ class ApplicationFiles {
     [[nodiscard]] const DeviceFile &backup() const { return backup_; }
     [[nodiscard]] const DeviceFile &backupVersion() const { return backupVersion_; }
 
-    /* An application that is whole and has a version is kept as the backup before another one takes its place. */
+    /* Whether an installation copies the application to the backup first: it must be whole and have a version. */
     [[nodiscard]] bool willBeKept() const;
 
-    /* Makes all four what they were. Returns what is there now, for the end of a sentence. */
+    /* Restores all four files. Returns the end of a sentence that says which application is installed now. */
     [[nodiscard]] std::string putBack() const;
 
   private:
@@ -49,14 +49,14 @@ struct NewApplication {
     std::string version;
 };
 
-/* Throws a Failure when the image, the backup and their versions have no room or cannot be written. */
+/* Throws a Failure when the image, the backup and their versions do not fit or cannot be written. */
 void requireInstallable(const ApplicationFiles &before, const NewApplication &wanted);
 
-/* Keeps the backup, writes the image and its version, and reads back. When something does not arrive, all is put back,
- * and a Failure says what is there now. Signals are held meanwhile. */
+/* Makes the backup, writes the image and its version, and reads them back. When one of them is wrong, the earlier files
+ * are restored, and a Failure says which application is installed now. Signals are blocked meanwhile. */
 void installApplication(const ApplicationFiles &before, const NewApplication &wanted);
 
-/* Makes the backup the application again, with its version. The backup stays. As installApplication(). */
+/* Copies the backup and its version to the application. The backup stays. It fails as installApplication() does. */
 void restoreApplication(const ApplicationFiles &before);
 
 }  // namespace vosctl

@@ -35,7 +35,7 @@ std::string oemBlock() {
     return vosSysConfigDataGet(BSP_OEM_INFO, block.data(), lengthOf(block)) == VOS_OK ? block : std::string();
 }
 
-/* Of two records of one field the last one counts. */
+/* When two records have the same field, the last one counts. */
 bool holdsRecords(const PackageEntry &entry) {
     const std::string block = oemBlock();
     std::string values[kOemFields.size()];
@@ -46,14 +46,14 @@ bool holdsRecords(const PackageEntry &entry) {
     return !block.empty();
 }
 
-/* The library does not report a directory that it could not make, and a file of which only a part was taken. */
+/* The library reports neither a directory that it could not make nor a file that was written only in part. */
 bool arrived(const PackageEntry &entry, const DeviceFile *file) {
     if (entry.kind == kOemEntry) return holdsRecords(entry);
     if (entry.remove) return !exists(entry.path);
     return entry.kind == kDirectoryEntry ? isDirectory(entry.path) : file->holds(entry.data);
 }
 
-/* Applies one entry. Returns why it was not possible; empty when it was. */
+/* Applies one entry. Returns why that was not possible; empty after a success. */
 std::string applyEntry(const ImageHeader &header, const PackageEntry &entry) {
     std::optional<DeviceFile> file;
     if (entry.kind == kFileEntry) file.emplace(entry.path);
@@ -84,12 +84,12 @@ void requireRoomForPackage(const std::vector<PackageEntry> &entries) {
 
 namespace {
 
-/* Tells how far a package was applied that could not be applied to its end. */
+/* Reports how many entries were applied before the failure. */
 [[noreturn]] void stoppedAt(const std::vector<PackageEntry> &entries, std::size_t index, const std::string &file,
                             const std::string &why) {
     throw Failure(file + " was not applied to its end: " + entryName(entries, index, file) + ": " + why + "; " +
                       std::to_string(index) + " of " + std::to_string(entries.size()) + " entries were applied",
-                  "mend that, and apply the package again: entries that were applied do no harm");
+                  "correct that, and apply the package again; the applied entries may be applied twice");
 }
 
 }  // namespace

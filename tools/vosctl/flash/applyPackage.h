@@ -11,13 +11,13 @@
 
 namespace vosctl {
 
-/* Throws a Failure when the files of the package have no room, or when the OEM records have no valid partition to go
- * to. Nothing is changed. */
+/* Throws a Failure when the files of the package do not fit, or when there is no valid partition for the OEM records.
+ * Nothing is changed. */
 void requireRoomForPackage(const std::vector<PackageEntry> &entries);
 
-/* Lets the library apply one entry after the other, and looks whether each has arrived. At the first that has not, what
- * its file was before is put back, and a Failure says why and how many entries were applied. Signals are held
- * meanwhile. The header tells the words that each entry is to carry. */
+/* The library applies one entry after the other, and each is checked afterwards. When one was not applied right, its
+ * file is restored, and a Failure says why and how many entries were applied. Signals are blocked meanwhile. The
+ * compatibility words of the header are used for each entry. */
 void applyPackage(const ImageHeader &header, const std::vector<PackageEntry> &entries, const std::string &file);
 
 }  // namespace vosctl

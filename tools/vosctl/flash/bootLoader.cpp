@@ -22,7 +22,7 @@ namespace vosctl {
 
 namespace {
 
-/* Never created: a missing device is a board without one. */
+/* The device is never created: where it is missing, the board has no such device. */
 Fd openDevice() {
     Fd device{open(szBootLoaderFileName, O_RDWR | O_NONBLOCK | O_CLOEXEC)};
     if (!device) {
@@ -37,7 +37,7 @@ Fd openDevice() {
     return device;
 }
 
-/* What the device holds, not what the kernel keeps of it in memory. */
+/* Reads from the device itself, not from the kernel's cache. */
 std::optional<std::string> firstBytes(const Fd &device, std::size_t size) {
     fsync(device.get());
     posix_fadvise(device.get(), 0, 0, POSIX_FADV_DONTNEED);

@@ -7,11 +7,12 @@
 
 namespace vosctl {
 
-/* Throws a Failure when the device cannot be written, or when the image is longer than it. Nothing is changed. */
+/* Throws a Failure when the device cannot be written, or when the image is longer than the device. Nothing is changed.
+ */
 void requireBootLoaderFits(const std::string &image, const std::string &file);
 
-/* Writes it, flushes it, and reads it back from the device. When it did not arrive, the earlier bytes are put back, and
- * a Failure says what is there now. Signals are held meanwhile. */
+/* Writes the image, flushes it, and reads it back from the device. When the bytes differ, the earlier bytes are
+ * restored, and a Failure says what the device has now. Signals are blocked meanwhile. */
 void writeBootLoader(const std::string &image, const std::string &file);
 
 /* Whether the device begins with this image, whole. False also when it cannot be read. */

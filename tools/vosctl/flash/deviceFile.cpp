@@ -40,7 +40,7 @@ std::string directoryOf(const std::string &path) {
     return parent.empty() ? "." : parent;
 }
 
-/* The directory of a path, or the nearest one above it that is there. */
+/* The directory of a path, or the nearest one above it that exists. */
 std::string existingDirectory(const std::string &path) {
     struct stat status {};
     std::string directory = directoryOf(path);
@@ -48,13 +48,13 @@ std::string existingDirectory(const std::string &path) {
     return directory;
 }
 
-/* What a file system has for one file. */
+/* The space that a file system has for one file. */
 struct Space {
     std::string directory;
     dev_t device = 0;
     uint64_t free = kUnknown;
-    uint64_t occupied = 0; /* by the file as it is now */
-    uint64_t unit = 1;     /* in which it is occupied */
+    uint64_t occupied = 0; /* bytes that the file uses now */
+    uint64_t unit = 1;     /* bytes of a block */
 };
 
 Space spaceFor(const std::string &path) {
@@ -84,7 +84,7 @@ std::string readAll(const Fd &file, const std::string &path, uint64_t size) {
     return content;
 }
 
-/* Another program holds a lock for the moment of a read or write; that is not worth a word. */
+/* Another program locks the file only while it reads or writes. A wait that short is not reported. */
 bool isFreeSoon(const Fd &file, int how) {
     constexpr timespec kPause{0, 20'000'000};
     constexpr int kTries = 25; /* half a second */
@@ -95,7 +95,8 @@ bool isFreeSoon(const Fd &file, int how) {
     return false;
 }
 
-/* An errno may be left from a step that was allowed to fail, such as a look for a version that is not there. */
+/* The errno may be that of an earlier step which was allowed to fail, such as opening a version file that does not
+ * exist. */
 bool isOfWriting(int error) {
     constexpr int kErrors[] = {ENOSPC, EDQUOT, EFBIG, EIO, EROFS, EACCES, EPERM, ENOMEM};
     return std::find(std::begin(kErrors), std::end(kErrors), error) != std::end(kErrors);
@@ -131,7 +132,8 @@ void awaitLock(const std::string &path, int how) {
 }
 
 /* A program that was interrupted while it saved has left the new content in the journal. The library completes the file
- * before it tells the size. Without that a torn file would be shown, and the entry could undo what the tool writes. */
+ * before it returns the size. Otherwise a torn file would be shown, and the entry could later undo what the tool
+ * writes. */
 void completeSave(const std::string &path) {
     if (!hasJournal()) return;
     awaitLock(path, LOCK_SH);

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* A file of the device that a command replaces: looked at before, written by the library, and put back on a failure. */
+/* A file of the device that a command replaces. It is read before, written by the library, and restored after a
+ * failure. */
 #ifndef VOSCTL_DEVICE_FILE_H
 #define VOSCTL_DEVICE_FILE_H
 
@@ -14,33 +15,33 @@
 
 namespace vosctl {
 
-/* Throws a Failure when the path names something that is not a regular file: a FIFO would be waited for, a device has
- * no end. A path under which nothing is found is fine. */
+/* Throws a Failure when the path names something other than a regular file: opening a FIFO would wait, and a device has
+ * no end. The path need not exist. */
 void requireRegularFile(const std::string &path);
 
-/* Whether the library saves by way of a journal. */
+/* Whether the library uses its journal for saves. */
 bool hasJournal();
 
 /* Completes a file whose save was interrupted, by the library's journal. Throws a Failure when that is not possible:
  * the file may be torn. Not for partitions. */
 void completeSave(const std::string &path);
 
-/* The whole file, read under a shared lock; nothing when there is none. A save that was interrupted is completed
- * first. Throws a Failure when it cannot be read or has more bytes than the limit. */
+/* The whole file, read under a shared lock; nothing when the file does not exist. A save that was interrupted is
+ * completed first. Throws a Failure when it cannot be read or has more bytes than the limit. */
 std::optional<std::string> readDeviceFile(const std::string &path, uint64_t limit = 0xFFFFFFFF);
 
-/* Waits until no other program has locked the file, and says on standard error that it waits. The library truncates a
- * file before it waits for the lock. This wait comes before that, and a signal that ends it costs nothing. */
+/* Waits until no other program has locked the file, and says on standard error that it waits. The library truncates an
+ * application before it waits for the lock, so the tool waits first: a signal that ends this wait changes nothing. */
 void awaitLock(const std::string &path, int how);
 
-/* Bytes that a file is to have. */
+/* A file and the size that it will have. */
 struct Need {
     std::string path;
     uint64_t bytes = 0;
 };
 
-/* Throws a Failure when the files have no room on their file systems, all of them together. What the files at these
- * paths occupy now counts as free. Where a file system does not tell, nothing is refused. */
+/* Throws a Failure when the files together do not fit on their file systems. The space that they use now counts as
+ * free. When a file system does not report its free space, nothing is refused. */
 void requireRoomFor(const std::vector<Need> &needs);
 
 /* Throws a Failure when the file cannot be written, or could not be created. Nothing is changed. */
@@ -54,7 +55,8 @@ class DeviceFile {
     [[nodiscard]] const std::string &path() const { return path_; }
     [[nodiscard]] const std::optional<std::string> &content() const { return content_; }
 
-    /* Bytes that its file system has free for it, with those it has now. The largest number when nobody can tell. */
+    /* Bytes that are free for it on its file system, together with those that it uses now. The largest number when that
+     * is not known. */
     [[nodiscard]] uint64_t room() const;
 
     /* requireWritable() and requireRoomFor() */
@@ -63,7 +65,7 @@ class DeviceFile {
     /* Whether the file holds these bytes now. */
     [[nodiscard]] bool holds(std::string_view bytes) const;
 
-    /* Makes the file what it was. Returns false when that was not possible. */
+    /* Restores the file as it was. Returns false when that was not possible. */
     [[nodiscard]] bool putBack() const;
 
   private:
@@ -74,19 +76,19 @@ class DeviceFile {
     mode_t mode_ = 0666;
 };
 
-/* The bytes that a command makes the content of a file. */
+/* The new content of a file. */
 struct Replacement {
     std::string what; /* as "the configuration" */
     const DeviceFile &before;
     const std::string &content;
-    std::function<bool()> write; /* by the library; whether it says that it was done */
+    std::function<bool()> write; /* calls the library; returns whether the library reported a success */
 };
 
-/* Lets the library write while signals are held, and reads back. When the file does not hold the content then, what was
- * there before is put back, and a Failure says why and what is there now. */
+/* The library writes, while signals are blocked, and the file is read back. When it does not have the new content, the
+ * earlier content is restored, and a Failure says why and what the file has now. */
 void replaceContent(const Replacement &wanted);
 
-/* Why a write did not do what it should: the error, or how many bytes arrived. */
+/* Why a write was not complete: the error, or the number of bytes that were written. */
 std::string shortfall(bool done, int error, const std::string &path, uint64_t wanted);
 
 }  // namespace vosctl

@@ -15,7 +15,7 @@ namespace {
 
 std::string tree; /* without a slash at its end; empty: the machine's own */
 
-/* The paths that the library exports, and the texts that they are made to point to. */
+/* The paths that the library exports, and the texts to which useDeviceTree() makes them point. */
 struct ExportedPath {
     const char **variable;
     std::string text;
@@ -38,7 +38,8 @@ void useDeviceTree(const std::string &root) {
         throw Failure("the device tree " + root + " is not a directory", "name the directory that holds flash and app");
     tree = root;
     while (!tree.empty() && tree.back() == '/') tree.pop_back();
-    /* The journal is this machine's, and the device would look for an entry under the path that the file has there. */
+    /* No journal: it belongs to this machine, and the device would not find an entry under the path that a file has
+     * here. */
     if (!tree.empty()) szVosJournalDir = nullptr;
     for (ExportedPath &each : exported) {
         each.text = devicePath(*each.variable);

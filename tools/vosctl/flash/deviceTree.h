@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The device tree that a command works on: this machine's, or one below a directory. */
+/* The device tree that a command uses: that of this machine, or one below a directory. */
 #ifndef VOSCTL_DEVICE_TREE_H
 #define VOSCTL_DEVICE_TREE_H
 
@@ -7,7 +7,7 @@
 
 namespace vosctl {
 
-/* Lets the library's exported paths lead below a directory; an empty text leaves them as they are. Throws a Failure
+/* Changes the library's exported paths to paths below a directory; an empty text does not change them. Throws a Failure
  * when there is no such directory. */
 void useDeviceTree(const std::string &root);
 

@@ -65,7 +65,8 @@ const char *imageTypeName(uint32_t type) {
     return kNames[type <= kPackage ? type : 0];
 }
 
-/* Of a file whose size is known, only the ends are read before it is found to be no image. */
+/* When the size is known, both ends of the file are read first, so that a large file that is no image is not read
+ * whole. */
 std::string readImage(const std::string &file) {
     requireEnds(file);
     return readWhole(file);
@@ -135,7 +136,7 @@ Refusal refusalOf(int32_t code, uint32_t type, const ImageHeader &header) {
         default:
             break;
     }
-    installedCompatibility(); /* its absence is the usual reason */
+    installedCompatibility(); /* throws when there is no application, which is the usual reason */
     return {"the device could not do it (code " + std::to_string(code) + ")",
             "run it again with --verbose to see the library's reason"};
 }

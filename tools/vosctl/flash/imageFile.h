@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Images and file packages: their layout, and what the library's answers about them mean. */
+/* Images and file packages: their layout, and the meaning of the library's result codes for them. */
 #ifndef VOSCTL_IMAGE_FILE_H
 #define VOSCTL_IMAGE_FILE_H
 
@@ -25,7 +25,8 @@ struct ImageHeader {
 /* "boot", "application" or "package". */
 const char *imageTypeName(uint32_t type);
 
-/* An image file. Its ends are looked at before the whole of it is read. Throws a Failure when it is no image. */
+/* Reads an image file. Its two ends are examined before the whole file is read. Throws a Failure when it is no image.
+ */
 std::string readImage(const std::string &file);
 
 /* Finds the header of an image. Throws a Failure when the bytes are no image. */
@@ -41,7 +42,7 @@ struct Compatibility {
     uint32_t b = 0;
 };
 
-/* Of the installed application. Throws a Failure when there is none. */
+/* The words of the installed application. Throws a Failure when there is none. */
 Compatibility installedCompatibility();
 
 /* The words on the command line, or else those of the installed application. */
@@ -52,7 +53,7 @@ struct Refusal {
     std::string nextStep;
 };
 
-/* What a code of the library about an image means. */
+/* The meaning of a result code that the library returns for an image. */
 Refusal refusalOf(int32_t code, uint32_t type, const ImageHeader &header);
 
 }  // namespace vosctl

@@ -15,8 +15,8 @@ namespace vosctl {
 
 namespace {
 
-/* What the partition holds for a value: of the stacking settings the validity word too, and of the flags an upper half
- * of zeros. An erased item is erased to its end. */
+/* The bytes that the partition stores for a value. The stacking settings also have a validity word, and the flags an
+ * upper half of zeros. In an erased item these bytes are erased, too. */
 std::string stored(const ItemValue &value) {
     constexpr uint32_t kValid = VOS_STACK_VALID_MAGIC;
     const bool isErased = erased(value.bytes);
@@ -42,7 +42,8 @@ std::vector<BodyChange> changesOf(bool factory, const std::vector<ItemValue> &va
     return changes;
 }
 
-/* What is there after all have been put back, for the end of a sentence. */
+/* Restores all partitions. Returns the end of a sentence that names those that could not be restored; empty when all
+ * were. */
 std::string putBack(const std::list<Rewrite> &rewrites) {
     std::string lost;
     for (const Rewrite &rewrite : rewrites)
@@ -56,7 +57,7 @@ const char *partitionName(const Item &item) { return partitionOf(item.factory).n
 const char *partitionPath(const Item &item) { return *partitionOf(item.factory).path; }
 
 std::string readItem(const Item &item) {
-    requireValid(partitionOf(item.factory)); /* which reads the partition into flashData */
+    requireValid(partitionOf(item.factory)); /* also reads the partition into flashData */
     if (item.number == BSP_PRIVMODE_ENCRYPT) return {static_cast<char>(flashData[item.offset])};
     uint8_t value[1024];
     if (vosSysConfigDataGet(item.number, value, sizeof value) == VOS_OK)
@@ -66,7 +67,7 @@ std::string readItem(const Item &item) {
 
 namespace {
 
-/* Tells what is there after items could not be written. */
+/* Reports the state of the partitions after items could not be written. */
 [[noreturn]] void notWritten(const std::string &what, const char *path, const std::string &why,
                              const std::string &lost) {
     throw Failure(

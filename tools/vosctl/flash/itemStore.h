@@ -16,9 +16,9 @@ const char *partitionPath(const Item &item);
 /* Throws a Failure when the partition of the item cannot be read or is not valid. */
 std::string readItem(const Item &item);
 
-/* Changes them all, with one rewrite of each partition that has some, or none: when a rewrite fails, what was there is
- * put back in all partitions. Other programs are locked out meanwhile, and signals are held. The text names what is
- * written, as "ztp". Throws a Failure that says what is there now. */
+/* Changes all of the items, or none. Each partition that has some of them is rewritten once. When a rewrite fails, all
+ * partitions are restored, and a Failure says what they have now. The partitions are locked and signals are blocked
+ * meanwhile. The text names the items in messages, such as "ztp". */
 void writeItems(const std::vector<ItemValue> &values, const std::string &what);
 
 }  // namespace vosctl

@@ -57,7 +57,7 @@ std::string ipv4Text(std::string_view bytes) {
     return inet_ntop(AF_INET, bytes.data(), text, sizeof text);
 }
 
-/* Six pairs with five colons or dashes between them. */
+/* Six pairs of digits, with five colons or dashes between them. */
 bool isMac(const std::string &text, std::string &bytes) {
     if (text.size() != 17) return false;
     std::string digits;

@@ -60,7 +60,7 @@ Beside::Beside(const std::string &target, unsigned mode, Name name) : shown_(tar
     struct stat earlier {};
     const bool there = stat(target_.c_str(), &earlier) == 0;
     path_ = target_ + (name == Name::fixed ? ".new" : ".XXXXXX");
-    if (name == Name::fixed) unlink(path_.c_str()); /* what an earlier attempt has left */
+    if (name == Name::fixed) unlink(path_.c_str()); /* a file that an earlier attempt has left */
     file_ = Fd{name == Name::fixed ? open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)
                                    : mkostemp(path_.data(), O_CLOEXEC)};
     if (!file_) {
@@ -85,7 +85,7 @@ void Beside::takePlace() {
     path_.clear();
     const std::string parent = std::filesystem::path(target_).parent_path();
     const Fd directory{open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    fsync(directory.get()); /* the name; what is under it has been flushed */
+    fsync(directory.get()); /* flushes the new name; the content has been flushed before */
 }
 
 bool isStandardOutput(const std::string &path) { return path == "-" || path == "/dev/stdout"; }

@@ -14,20 +14,20 @@ namespace vosctl {
 /* Whether the path means standard output: "-" or /dev/stdout. */
 bool isStandardOutput(const std::string &path);
 
-/* Makes the bytes the content of a file: written beside it and renamed, so that the earlier file is whole until the new
- * one is. An earlier file keeps its permissions, and a link is followed; a new file gets the mode, less the umask. What
- * is no regular file, such as a device, is written to. "-" is standard output. Throws a Failure; then nothing was
- * changed. */
+/* Writes a file: the bytes are written to a file beside it, which is then renamed. So the earlier file is whole until
+ * the new one is. An earlier file keeps its permissions, and a link is followed. A new file gets the mode without the
+ * bits of the umask. A device and other special files are written directly. "-" is standard output. Throws a Failure;
+ * then no regular file was changed. */
 void storeFile(Output &out, const std::string &path, std::string_view bytes, unsigned mode = 0666);
 
-/* Where a link leads to; the path itself when it is none. */
+/* The path to which a link leads; the path itself when it is no link. */
 std::string resolved(const std::string &path);
 
-/* A file beside another one, empty, with that one's permissions and owner, or the mode when there is no such file. It
- * is removed unless it has taken that one's place. Throws a Failure. */
+/* An empty file beside a target. It has the target's permissions and owner, or the mode when there is no target. The
+ * destructor removes it, unless it has replaced the target. Throws a Failure. */
 class Beside {
   public:
-    /* The name ends with .new, or with six characters of its own where others may write to the directory. */
+    /* The name ends with .new, or with six random characters where others may write to the directory. */
     enum class Name { fixed, random };
     Beside(const std::string &target, unsigned mode, Name name);
     ~Beside();
@@ -35,11 +35,11 @@ class Beside {
     Beside &operator=(const Beside &) = delete;
 
     [[nodiscard]] const std::string &path() const { return path_; }
-    void write(std::string_view bytes) const; /* and flushes */
+    void write(std::string_view bytes) const; /* also flushes */
     void takePlace();
 
   private:
-    std::string shown_; /* the target as it was named */
+    std::string shown_; /* the target as the user has written it */
     std::string target_;
     std::string path_;
     Fd file_;

@@ -31,7 +31,7 @@ PackageEntry takeEntry(std::string_view &rest, const std::string &where) {
     return entry;
 }
 
-/* As the device reads them: at most one for each field, and nothing behind them. */
+/* The device reads at most as many records as there are fields, and nothing may follow them. */
 bool takeRecords(std::string_view rest, std::vector<OemRecord> &records) {
     if (rest.size() < kRecordBytes) return false;
     while (!rest.empty()) {

@@ -38,20 +38,20 @@ struct OemRecord {
     std::string value;
 };
 
-/* A package that the library's check lets pass, and that it would give up while it applies it. */
+/* A package that passes the library's check, but that the library would refuse while it applies it. */
 class FaultyPackage : public Failure {
   public:
     FaultyPackage(int32_t code, const std::string &what) : Failure(what, "make the package again"), code_(code) {}
-    [[nodiscard]] int32_t code() const noexcept { return code_; } /* with which the library would */
+    [[nodiscard]] int32_t code() const noexcept { return code_; } /* the result code of that refusal */
 
   private:
     int32_t code_;
 };
 
-/* The entries as they are in the package. Throws a FaultyPackage when they cannot be told apart. */
+/* The entries in the package's order. Throws a FaultyPackage when a magic word or a length is wrong. */
 std::vector<PackageEntry> packageEntriesOf(std::string_view payload, const std::string &file);
 
-/* Throws a FaultyPackage that names the first entry that the device would refuse: its kind, its path or its records. */
+/* Throws a FaultyPackage that names the first entry whose kind, path or records the device would refuse. */
 void requireApplicable(const std::vector<PackageEntry> &entries, const std::string &file);
 
 std::string packagePayload(const std::vector<PackageEntry> &entries);
@@ -66,10 +66,10 @@ const char *entryKindName(uint32_t kind);
 /* "entry 2 of FILE (/app/oem/a)", counted from 1 */
 std::string entryName(const std::vector<PackageEntry> &entries, std::size_t index, const std::string &file);
 
-/* Whether the library lets packages touch a path. It compares the begin of the path only. */
+/* Whether the library permits packages to change a path. It compares only the beginning of the path. */
 bool packagePathPermitted(const std::string &path);
 
-/* Whether a path has a part "..", by which it can lead out of the directories that packages may touch. */
+/* Whether a path has a part "..", so that it can lead out of the directories that packages may change. */
 bool climbs(const std::string &path);
 
 }  // namespace vosctl

@@ -60,7 +60,7 @@ PartitionState troubled(Trouble trouble, const std::string &reason, const std::s
     return state;
 }
 
-/* As the library does: one read from the begin. */
+/* One read from the start, as the library does it. */
 PartitionState readState(const Partition &partition) {
     const char *const path = *partition.path;
     const Fd file{open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
@@ -77,7 +77,7 @@ PartitionState readState(const Partition &partition) {
     }
     completeSave(partition);
     flock(file.get(), LOCK_SH);
-    fstat(file.get(), &status); /* the save may have been completed */
+    fstat(file.get(), &status); /* completing the save may have changed the size */
     PartitionState state;
     state.fileBytes = static_cast<uint64_t>(status.st_size);
     state.bytes.resize(partition.bytes());
@@ -105,7 +105,7 @@ void completeSave(const Partition &partition) {
     if (hasJournal()) vosSysConfigDataGet(partition.item, &value, sizeof value);
 }
 
-/* The library decides; the tool only finds the words for it. */
+/* The library decides whether the partition is valid; the tool only explains why it is not. */
 PartitionState stateOf(const Partition &partition) {
     PartitionState state = readState(partition);
     if (!state.valid()) return state;

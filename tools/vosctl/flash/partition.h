@@ -25,19 +25,19 @@ struct Partition {
     [[nodiscard]] std::size_t bytes() const { return kPartitionHeaderBytes + bodyBytes; }
 };
 
-/* The factory partition, and the system partition behind it. */
+/* The factory partition, then the system partition. */
 std::span<const Partition> partitions();
 const Partition &partitionOf(bool factory);
 
-/* What is wrong with a partition: there is no file, it cannot be read, or what it holds is no partition. */
+/* What is wrong with a partition: its file does not exist, cannot be read, or has no valid partition. */
 enum class Trouble { none, missing, unreadable, content };
 
-/* NOLINTNEXTLINE(bugprone-exception-escape): moving an optional text does not throw, though the check thinks so */
+/* NOLINTNEXTLINE(bugprone-exception-escape): moving an optional text does not throw; the check is wrong here */
 struct PartitionState {
     Trouble trouble = Trouble::none;
-    std::string reason; /* in words, unless there is no trouble */
-    std::string remedy; /* what to do about it */
-    std::string bytes;  /* of the partition: what lies behind it in the file is left out */
+    std::string reason; /* empty when nothing is wrong */
+    std::string remedy; /* what the user can do */
+    std::string bytes;  /* of the partition, without what follows it in the file */
     uint64_t fileBytes = 0;
     std::optional<uint32_t> storedChecksum;
     std::optional<uint32_t> computedChecksum;
@@ -45,18 +45,18 @@ struct PartitionState {
     [[nodiscard]] bool valid() const { return trouble == Trouble::none; }
 };
 
-/* Completes a partition whose save was interrupted, by the library's journal: its entry could undo what the tool
- * writes. Where that is not possible, the library cannot read the partition either. */
+/* Completes a partition whose save was interrupted, by the library's journal. Otherwise the journal's entry could later
+ * undo what the tool writes. When it cannot be completed, the library cannot read the partition either. */
 void completeSave(const Partition &partition);
 
-/* Looks at what the library would read, after completeSave(). It never waits for a FIFO, and reads no more than a
+/* Reads what the library would read, after completeSave(). It never waits for a FIFO, and reads no more bytes than a
  * partition has. */
 PartitionState stateOf(const Partition &partition);
 
 /* Throws a Failure unless the partition is valid. */
 void requireValid(const Partition &partition);
 
-/* The same for bytes that are not on the device yet. */
+/* The same for bytes that have not been written yet. */
 PartitionState stateOfBytes(const Partition &partition, std::string_view bytes);
 
 /* Bytes of a body, from an offset on. */
@@ -65,7 +65,7 @@ struct BodyChange {
     std::string bytes;
 };
 
-/* A partition that is being changed: locked against every other program, and whole. */
+/* A change of a partition. The partition is valid, and locked as long as the object exists. */
 class PartitionChange {
   public:
     /* Waits for the lock. Throws a Failure when the partition cannot be written or is not valid; nothing was changed.
@@ -73,10 +73,10 @@ class PartitionChange {
     explicit PartitionChange(const Partition &partition);
 
     /* Rewrites the partition in place, once, flushes it and reads it back. Returns why that was not possible; empty
-     * when it was. */
+     * after a success. */
     [[nodiscard]] std::string write(const std::vector<BodyChange> &changes) const;
 
-    /* Makes it what it was. Returns false when that was not possible. */
+    /* Restores the partition as it was. Returns false when that was not possible. */
     [[nodiscard]] bool putBack() const;
 
   private:
@@ -88,8 +88,8 @@ class PartitionChange {
     std::string before_;
 };
 
-/* Makes a fresh partition beside the old one; it takes its place when it is whole. Throws a Failure; then the old one
- * is as it was. */
+/* Makes an erased partition in a file beside the old one, and renames it when it is complete. Throws a Failure; then
+ * the old partition is unchanged. */
 void makeFresh(const Partition &partition);
 
 /* Makes these bytes the partition in the same way. */

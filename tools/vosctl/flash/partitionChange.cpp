@@ -24,7 +24,7 @@ namespace vosctl {
 
 namespace {
 
-constexpr unsigned kFreshMode = 0644; /* as the library makes one */
+constexpr unsigned kFreshMode = 0644; /* the mode that the library uses */
 
 std::string readWholePartition(const Fd &file, std::size_t size) {
     std::string bytes(size, '\0');
@@ -40,7 +40,7 @@ bool isStillAt(const Fd &file, const char *path) {
            opened.st_dev == named.st_dev;
 }
 
-/* A new partition takes the place of the old file, so the one that was waited for may be another one now. */
+/* Another program may replace the file by a new one while this one waits for the lock. Then the new file is opened. */
 Fd openLocked(const Partition &partition) {
     const char *const path = *partition.path;
     for (;;) {
@@ -62,7 +62,7 @@ Fd openLocked(const Partition &partition) {
 
 void putWord(std::string &bytes, std::size_t offset, uint32_t word) { memcpy(&bytes[offset], &word, sizeof word); }
 
-/* While it lives the library sees one partition, under another path. */
+/* As long as this object exists, the library uses another path for one partition, and /dev/null for the other one. */
 class Elsewhere {
   public:
     Elsewhere(const Partition &partition, const std::string &path) {
@@ -82,7 +82,7 @@ class Elsewhere {
     const char *kept_[2];
 };
 
-/* The library makes a partition of a file that is none. Returns what went wrong, nothing when it is whole. */
+/* The library makes a partition in a file that has none. Returns what went wrong; nothing after a success. */
 std::string makeAt(const Partition &partition, const std::string &path) {
     const Elsewhere elsewhere{partition, path};
     vosSysConfigDataInit();
@@ -125,7 +125,7 @@ PartitionChange::PartitionChange(const Partition &partition)
                   std::string("see \"vosctl partition check ") + partition.name + "\"");
 }
 
-/* The reserved bytes of the header stay, as when the library rewrites a partition. */
+/* The reserved bytes of the header are kept, as when the library rewrites a partition. */
 std::string PartitionChange::write(const std::vector<BodyChange> &changes) const {
     std::string bytes = before_;
     for (const BodyChange &change : changes)

@@ -21,7 +21,7 @@ namespace vosctl {
 
 namespace {
 
-constexpr int kSilentMs = 1000;        /* somebody who waits longer is told what for */
+constexpr int kSilentMs = 1000;        /* a longer wait is explained on the terminal */
 constexpr uint32_t kRequestMark = 254; /* the first argument of an application's request */
 
 struct Address {
@@ -135,7 +135,7 @@ std::optional<Reply> Requester::ask(const VOS_MSG_HEAD &head, const std::string 
     return reply;
 }
 
-/* True when there is something to receive, or a failure to see. */
+/* True when an answer can be received, or when receiving reports a failure. */
 bool Requester::awaitAnswer() const {
     const int whole = timeoutMs_ == 0 || timeoutMs_ > INT_MAX ? -1 : static_cast<int>(timeoutMs_);
     const int first = whole < 0 ? kSilentMs : std::min(whole, kSilentMs);

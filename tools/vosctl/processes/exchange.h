@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* One message to a process, and its answer with the length it has. */
+/* Sends one message to a process and receives its answer with the answer's own length. */
 #ifndef VOSCTL_EXCHANGE_H
 #define VOSCTL_EXCHANGE_H
 
@@ -23,18 +23,18 @@ struct Answer {
     std::chrono::nanoseconds roundTrip{};
 };
 
-/* An answer of any type, as it came. */
+/* An answer of any type, unchanged. */
 struct Reply {
     VOS_MSG_HEAD head{};
     std::string payload;
     std::chrono::nanoseconds roundTrip{};
 };
 
-/* A requester's socket, connected to a process. Its path is gone when it is. */
+/* A requester's socket, connected to a process. The destructor removes its path. */
 class Requester {
   public:
-    /* A time-out of 0 is none. A wait of more than a second is told on a terminal. Throws a Failure when nobody
-     * receives under the name. */
+    /* A time-out of 0 waits without a limit. A wait of more than a second is reported on a terminal. Throws a Failure
+     * when no process receives under the name. */
     Requester(std::string name, Pair which, uint32_t timeoutMs);
     ~Requester();
     Requester(const Requester &) = delete;
@@ -42,10 +42,10 @@ class Requester {
 
     /* An application message. Throws a Failure when it cannot be sent in time. */
     void send(const std::string &payload, bool answerWanted);
-    /* Sends and waits; nothing when the time is over. Throws a Failure for everything else. */
+    /* Sends and waits. Returns nothing when the time is over. Throws a Failure for everything else. */
     std::optional<Answer> ask(const std::string &payload);
 
-    /* The same for a message of any type; what is longer than the largest payload is cut. */
+    /* The same for a message of any type. An answer longer than `largest` bytes is cut. */
     void send(const VOS_MSG_HEAD &head, const std::string &payload);
     std::optional<Reply> ask(const VOS_MSG_HEAD &head, const std::string &payload, std::size_t largest);
 
@@ -61,7 +61,7 @@ class Requester {
     std::string path_;
 };
 
-/* What a process that does not answer is told of. */
+/* The message text for a process that does not answer. */
 std::string noAnswerFrom(const std::string &name, uint32_t timeoutMs);
 
 }  // namespace vosctl

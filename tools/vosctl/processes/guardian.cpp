@@ -33,7 +33,8 @@ struct Pipe {
     Fd write;
 };
 
-/* A descriptor that stayed open here would keep open what the tool's end is to close. */
+/* The helper closes all other descriptors: a copy that stays open here would keep a pipe or file open after the tool
+ * has ended. */
 void closeAllBut(Fd &one, Fd &other) {
     const auto low = static_cast<unsigned>(std::min(one.get(), other.get()));
     const auto high = static_cast<unsigned>(std::max(one.get(), other.get()));
@@ -43,7 +44,8 @@ void closeAllBut(Fd &one, Fd &other) {
     close_range(high + 1, ~0U, 0);
 }
 
-/* Signals of the terminal reach the tool; the helper outlives it. Its end closes its end of the other pipe. */
+/* Runs in the helper, which ignores the signals of the terminal and waits until the tool has ended or released it. When
+ * the helper ends, the kernel closes its end of the second pipe. */
 [[noreturn]] void watch(Fd alive, Fd done, const std::function<bool()> &putBack) {
     setsid();
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) signal(number, SIG_IGN);

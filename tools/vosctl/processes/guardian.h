@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A helper process that puts something back when the tool ends, however that happens. */
+/* A helper process that restores a state when the tool ends for any reason. */
 #ifndef VOSCTL_GUARDIAN_H
 #define VOSCTL_GUARDIAN_H
 
@@ -13,17 +13,17 @@ namespace vosctl {
 
 class Guardian {
   public:
-    /* The helper waits until the tool calls release() or is gone, killed or not, and then runs the action. */
+    /* The helper waits until the tool calls release(), ends or is killed, and then runs the action. */
     explicit Guardian(const std::function<bool()> &putBack);
     ~Guardian();
     Guardian(const Guardian &) = delete;
     Guardian &operator=(const Guardian &) = delete;
 
-    /* Lets the action run now. */
+    /* Starts the action now. */
     void release();
     /* Readable once the action has run. */
     [[nodiscard]] int done() const { return done_.get(); }
-    /* Releases, waits for the end of the action and tells its result. */
+    /* Calls release(), waits for the end of the action and returns its result. */
     bool finish();
 
   private:

@@ -37,7 +37,7 @@ bool ask(int fd) {
     return send(fd, &request, sizeof request, 0) == static_cast<ssize_t>(sizeof request);
 }
 
-/* The beginning of some bytes as a value, as far as there are any. */
+/* Copies the first bytes into a value. Missing bytes are 0. */
 template <class Value>
 Value read(std::string_view bytes) {
     Value value{};
@@ -48,7 +48,7 @@ Value read(std::string_view bytes) {
 std::size_t lengthOf(const nlmsghdr &head) { return head.nlmsg_len; }
 std::size_t lengthOf(const rtattr &head) { return head.rta_len; }
 
-/* Calls for each of the records that stand behind each other on 4-byte boundaries, until one has been the last. */
+/* Calls the function for each record. The records follow each other on 4-byte boundaries. */
 template <class Head, class Call>
 void eachRecord(std::string_view bytes, Call call) {
     while (bytes.size() >= sizeof(Head)) {
@@ -117,12 +117,12 @@ std::optional<std::vector<KernelSocket>> diagnose() {
     return sockets;
 }
 
-/* Num RefCount Protocol Flags Type St Inode Path, of which the path may be missing */
+/* The columns are Num RefCount Protocol Flags Type St Inode Path; the path may be missing. */
 std::vector<KernelSocket> readTable() {
     std::vector<KernelSocket> sockets;
     std::ifstream table{"/proc/net/unix"};
     std::string line;
-    std::getline(table, line); /* the titles */
+    std::getline(table, line); /* the line of titles */
     while (std::getline(table, line)) {
         std::istringstream words{line};
         std::string skipped;

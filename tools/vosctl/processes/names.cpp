@@ -65,7 +65,7 @@ Failure failureOf(Reach reach, const std::string &whole, const std::string &whol
         case Reach::forbidden:
             return {"no permission to send to " + path, "run vosctl as the user of the process, or as root"};
         case Reach::connected:
-            return {path + " takes messages from one partner only",
+            return {path + " accepts messages only from the peer to which it is connected",
                     "list the names that are reachable with \"vosctl ps\""};
         case Reach::notASocket:
             return {path + " is not a message socket", "list the names that are reachable with \"vosctl ps\""};

@@ -12,18 +12,18 @@ inline constexpr const char *kHighEnd = "High"; /* ends the path of a high-prior
 
 enum class Pair { normal, high };
 
-/* The path of a name's socket. What stands before the name's last slash does not count. */
+/* The path of a name's socket. Only the part after the name's last slash counts. */
 std::string socketPath(const std::string &name, Pair which = Pair::normal);
 
-/* Whether somebody receives on a socket path, as the kernel tells a sender. A connected socket, such as a requester's,
- * takes messages from its partner only. */
+/* Whether a process receives on a socket path, found out by connecting to it. A connected socket, such as a
+ * requester's, accepts messages only from its peer. */
 enum class Reach { reachable, full, connected, stale, missing, tooLong, notASocket, forbidden, failed };
 Reach reachOf(const std::string &path);
 
-/* Throws a Failure that says what is wrong unless somebody receives under the name. */
+/* Throws a Failure that says what is wrong, unless a process receives under the name. */
 void requireReachable(const std::string &name, Pair which = Pair::normal);
 
-/* The same, when a request has failed on the way: tells why, as far as it can be seen from outside. */
+/* The same after a failed request: says why it failed, as far as that can be seen from outside. */
 [[noreturn]] void explainSilence(const std::string &name, Pair which, const std::string &otherwise,
                                  const std::string &nextStep);
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Which process holds which socket. */
+/* Finds the processes that have a socket open. */
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
@@ -38,7 +38,7 @@ std::string programOf(const fs::path &process) {
     return program.substr(program.rfind('/') + 1);
 }
 
-/* The 22nd word of the line; the 2nd is the name in parentheses, which may hold anything. */
+/* The 22nd word of the line. The 2nd is the name in parentheses, which may have blanks and parentheses in it. */
 uint64_t startOf(const fs::path &process) {
     std::string line = contentOf(process / "stat");
     line.erase(0, line.rfind(')') + 1);
@@ -57,7 +57,7 @@ std::optional<uint32_t> inodeOf(const fs::path &descriptor) {
     return numberOf<uint32_t>(std::string_view(target).substr(kBegin.size(), target.size() - kBegin.size() - 1));
 }
 
-/* Processes come and go while they are looked at: what cannot be read is left out. */
+/* Processes start and end while /proc is read, so what cannot be read is left out. */
 void addSocketsOf(std::vector<std::pair<uint32_t, Owner>> &owners, int pid, const fs::path &process) {
     std::optional<Owner> owner;
     std::error_code failed;

@@ -22,7 +22,7 @@ Failure noTerminal() {
             "mount /dev/pts, or close other terminals"};
 }
 
-/* What is printed arrives as it is. */
+/* Switches off every conversion of the terminal, so that the output is read unchanged. */
 void makeRaw(int fd) {
     termios settings{};
     if (tcgetattr(fd, &settings) == -1) throw noTerminal();

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A pseudo-terminal of the tool's own, to which a process can be told to print. */
+/* A pseudo-terminal that belongs to the tool. The output of a process can be redirected to it. */
 #ifndef VOSCTL_PTY_H
 #define VOSCTL_PTY_H
 
@@ -19,13 +19,13 @@ class Pty {
     /* The number N of "/dev/pts/N". */
     [[nodiscard]] uint32_t number() const { return number_; }
     [[nodiscard]] const std::string &path() const { return path_; }
-    [[nodiscard]] int fd() const { return master_.get(); } /* readable when something was printed */
-    /* What has been printed and not been read, up to some size; empty when there is nothing. */
+    [[nodiscard]] int fd() const { return master_.get(); } /* readable when output has come */
+    /* Output that has not been read yet, up to a fixed size; empty when there is none. */
     [[nodiscard]] std::string take() const;
 
   private:
     Fd master_;
-    Fd slave_; /* kept open, so that reading does not fail while nobody else has it open */
+    Fd slave_; /* kept open, because reading the other side fails when nobody has this one open */
     uint32_t number_ = 0;
     std::string path_;
 };

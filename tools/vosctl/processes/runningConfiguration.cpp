@@ -11,12 +11,12 @@ namespace vosctl {
 
 namespace {
 
-constexpr uint32_t kLargest = 4 * 1024 * 1024; /* what the library takes */
+constexpr uint32_t kLargest = 4 * 1024 * 1024; /* the largest size that the library accepts */
 
 [[noreturn]] void explain(const std::string &name, int32_t code) {
     if (code == VOS_ERR_NO_HANDLER)
-        throw Failure(name + " has no running configuration to tell", "ask a process that has registered a builder");
-    throw Failure(name + " refused to tell its running configuration with code " + std::to_string(code),
+        throw Failure(name + " has no running configuration to report", "ask a process that has registered a builder");
+    throw Failure(name + " refused to report its running configuration with code " + std::to_string(code),
                   "look into the log of that process, as with \"vosctl log " + name + "\"");
 }
 

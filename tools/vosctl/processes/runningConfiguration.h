@@ -8,8 +8,8 @@
 
 namespace vosctl {
 
-/* Asks a process for its running configuration, with both arguments of its builder 0. A time-out of 0 is none. Throws a
- * Failure when it cannot be had in time, or when it may have been cut. */
+/* Asks a process for its running configuration, with 0 for both arguments of its handler. A time-out of 0 waits without
+ * a limit. Throws a Failure when it does not come in time, or when it may have been cut. */
 std::string runningConfiguration(const std::string &name, uint32_t timeoutMs);
 
 }  // namespace vosctl

@@ -7,7 +7,6 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
-#include <string_view>
 
 #include "../base/failure.h"
 
@@ -35,8 +34,9 @@ std::vector<std::pair<std::string, uint64_t>> socketFiles() {
     return files;
 }
 
-/* The kernel's socket behind a file. A path may have been taken over from a socket that is still open, so the file's
- * number decides; where the diagnostics do not know it, a single socket of that path must do. */
+/* The kernel's socket to which a file belongs. Another socket may still be open that was bound to the same path before,
+ * so the inode of the file decides. Where the diagnostics do not report inodes, the only socket with that path is used;
+ * when there are several, none. */
 const KernelSocket *behind(const std::string &path, uint64_t fileInode, const KernelSockets &kernel) {
     const KernelSocket *only = nullptr;
     std::size_t count = 0;
@@ -62,7 +62,7 @@ bool sameProcess(const SocketEntry &one, const SocketEntry &other) {
     return !one.owners.empty() && !other.owners.empty() && one.owners.front().pid == other.owners.front().pid;
 }
 
-/* A thread channel is known by its process: its file is the name of another socket of that process and a number. */
+/* A thread channel has the file name of another socket of the same process, followed by a number. */
 bool isThreadOf(const SocketEntry &entry, const SocketEntry &process, const std::string &base, int &number) {
     if (entry.file == process.file || !base.starts_with(process.file) || !sameProcess(entry, process)) return false;
     const std::string_view rest = std::string_view(base).substr(process.file.size());
@@ -71,18 +71,6 @@ bool isThreadOf(const SocketEntry &entry, const SocketEntry &process, const std:
     if (error != std::errc{} || end != rest.data() + rest.size()) return false;
     number = parsed;
     return true;
-}
-
-/* "clientp", "t" and "v", each with digits behind it. */
-bool isRequester(std::string_view file) {
-    for (const std::string_view begin : {"clientp", "t", "v"}) {
-        if (!file.starts_with(begin)) return false;
-        file.remove_prefix(begin.size());
-        const std::size_t digits = std::min(file.find_first_not_of("0123456789"), file.size());
-        if (digits == 0) return false;
-        file.remove_prefix(digits);
-    }
-    return file.empty();
 }
 
 void classify(SocketEntry &entry, const std::vector<SocketEntry> &all) {
@@ -108,6 +96,18 @@ void classify(SocketEntry &entry, const std::vector<SocketEntry> &all) {
 
 }  // namespace
 
+/* "clientp", "t" and "v", each with digits behind it. */
+bool isRequester(std::string_view file) {
+    for (const std::string_view begin : {"clientp", "t", "v"}) {
+        if (!file.starts_with(begin)) return false;
+        file.remove_prefix(begin.size());
+        const std::size_t digits = std::min(file.find_first_not_of("0123456789"), file.size());
+        if (digits == 0) return false;
+        file.remove_prefix(digits);
+    }
+    return file.empty();
+}
+
 bool alive(const SocketEntry &entry) {
     return entry.reach == Reach::reachable || entry.reach == Reach::full || entry.reach == Reach::connected;
 }
@@ -129,7 +129,7 @@ std::vector<SocketEntry> readSocketDirectory() {
             for (const auto &[owned, owner] : owners)
                 if (owned == socket->inode) entry.owners.push_back(owner);
         }
-        if (entry.reach != Reach::missing) entries.push_back(std::move(entry)); /* gone since the directory was read */
+        if (entry.reach != Reach::missing) entries.push_back(std::move(entry)); /* else it was removed meanwhile */
     }
     for (SocketEntry &entry : entries) classify(entry, entries);
     return entries;

@@ -37,7 +37,7 @@ Failure tooLong(const std::string &path, const std::string &size, uint64_t limit
             "name a shorter file"};
 }
 
-/* Before a byte is read. The size; 0 when the file has none, such as a pipe. */
+/* Checks the file before a byte is read. Returns the size; 0 when the file has none, such as a pipe. */
 uint64_t requireSize(int fd, const std::string &path, uint64_t limit) {
     struct stat status {};
     if (fstat(fd, &status) != 0) return 0;

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* How far long work is: one line on standard error, when that is a terminal. */
+/* Shows the progress of long work: one line on standard error, when that is a terminal. */
 #ifndef VOSCTL_PROGRESS_H
 #define VOSCTL_PROGRESS_H
 
@@ -8,10 +8,11 @@
 
 namespace vosctl {
 
-/* The line comes with the first 32 MiB, changes with each percent, and is removed at the end. Less work shows none. */
+/* The line appears after the first 32 MiB, changes with each percent, and is removed at the end. Shorter work has no
+ * line. */
 class Progress {
   public:
-    /* What is done, such as "reading new.img"; the whole work in bytes, 0 when it is not known. */
+    /* `what` names the work, such as "reading new.img"; `whole` is its size in bytes, 0 when that is not known. */
     Progress(const std::string &what, uint64_t whole);
     ~Progress();
     Progress(const Progress &) = delete;
@@ -22,7 +23,7 @@ class Progress {
   private:
     std::string what_;
     uint64_t whole_;
-    uint64_t shown_ = 0; /* the percent on the terminal; 0: no line yet */
+    uint64_t shown_ = 0; /* the percentage on the terminal; 0: no line yet */
     bool terminal_;
 };
 

@@ -17,9 +17,9 @@ namespace vosctl {
 
 namespace {
 
-constexpr uint64_t kLongestValue = 65536; /* more than any item has, also in hexadecimal */
+constexpr uint64_t kLongestValue = 65536; /* longer than every item, also in hexadecimal */
 
-/* While it lives the terminal does not show what is typed. */
+/* As long as this object exists, the terminal does not show what is typed. */
 class Hidden {
   public:
     Hidden() {
@@ -48,7 +48,7 @@ int awaitLine(const Interrupts &interrupts) {
     return static_cast<int>(info.ssi_signo);
 }
 
-/* The terminal hands over whole lines. */
+/* One read of a terminal returns a whole line. */
 std::string askOnce(const std::string &question) {
     char line[4096];
     ssize_t count = 0;

@@ -32,7 +32,7 @@ std::string_view escapeOf(Style style) {
     return "";
 }
 
-/* The length of the UTF-8 character at the begin of a text, 0 when there is none. */
+/* The length of the UTF-8 character at the beginning of a text; 0 when there is none. */
 std::size_t characterLength(std::string_view text) {
     const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
     const std::size_t length = byte(0) < 0x80 ? 1 : byte(0) < 0xC2 ? 0 : byte(0) < 0xE0 ? 2 : byte(0) < 0xF0 ? 3 : 4;
@@ -64,7 +64,7 @@ std::string escapeOf(char byte) {
     return escape;
 }
 
-/* Calls for each character, or for each byte that is none. */
+/* Calls the function for each character, and for each byte that is not part of one. */
 template <class Character, class Byte>
 void eachCharacter(std::string_view text, Character character, Byte byte) {
     while (!text.empty()) {
@@ -93,7 +93,7 @@ std::string harmless(std::string_view text, Keep keep) {
     return result;
 }
 
-/* Only the bytes that are not UTF-8 are escaped: JSON has a form of its own for control characters. */
+/* Only bytes that are not UTF-8 are escaped here, because the JSON library escapes control characters. */
 std::string utf8Of(std::string_view text) {
     std::string result;
     eachCharacter(
@@ -111,7 +111,8 @@ std::string hexDigits(std::string_view bytes) {
     return text;
 }
 
-/* A document may be printed on a terminal too: the control characters behind 0x7E, which JSON leaves as they are. */
+/* Escapes the control characters above 0x7E, which the JSON library does not escape: a document may be printed on a
+ * terminal. */
 std::string withoutControls(const std::string &json) {
     std::string result;
     eachCharacter(

@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT */
-/* Results: tables and records that are printed as aligned text or as one JSON document, and where they are printed.
+/* Results: tables and records, printed as aligned text or as one JSON document, and the output to which they are
+ * printed.
  *
- * What comes from outside may hold any bytes. It reaches a terminal through printable() and JSON through jsonOf(),
- * which Output does for every command. Neither loses anything: what printable() escapes can be told from its \xHH, and
- * JSON has the bytes of what is not UTF-8 in hexadecimal beside it. */
+ * Text from outside may have any bytes. Output passes it through printable() before a terminal shows it, and through
+ * jsonOf() before it goes into JSON. printable() shows the bytes that it escapes as \xHH. For a text that is not UTF-8,
+ * JSON also has its bytes in hexadecimal. */
 #ifndef VOSCTL_REPORT_H
 #define VOSCTL_REPORT_H
 
@@ -22,8 +23,7 @@ using Json = nlohmann::ordered_json; /* members stay in the order in which they 
 
 enum class Style { plain, heading, good, warning, bad, faint };
 
-/* A value, and how it looks as text where that is not the value as it is. Null looks like "-", a truth like yes or no.
- */
+/* A value, and its text where that differs from the value. Null is printed as "-", a bool as yes or no. */
 struct Cell {
     template <class Value>
     requires(!std::is_same_v<std::remove_cvref_t<Value>, Cell>) Cell(Value &&data, Style look = Style::plain)
@@ -40,8 +40,8 @@ struct Cell {
 enum class Align { left, right };
 
 struct Column {
-    std::string key;   /* of the JSON member */
-    std::string title; /* of the text */
+    std::string key;   /* name of the JSON member */
+    std::string title; /* name in the text */
     Align align = Align::left;
 };
 
@@ -83,10 +83,10 @@ class Output {
         bool json = false;
         bool shortJson = false; /* a document on one line */
         bool color = false;
-        bool terminal = false; /* the descriptor is one */
+        bool terminal = false; /* whether the descriptor is a terminal */
     };
 
-    Output(int fd, Settings settings); /* takes the descriptor over */
+    Output(int fd, Settings settings); /* owns the descriptor from now on */
 
     [[nodiscard]] bool json() const { return settings_.json; }
     [[nodiscard]] bool terminal() const { return settings_.terminal; }
@@ -96,7 +96,7 @@ class Output {
     /* A command's whole result: text, or a JSON object whose only member is the table. */
     void report(const std::string &key, const Table &table);
 
-    /* Parts of a result, for commands that put their own together: text without --json, a document with it. */
+    /* Parts of a result, for commands that have a form of their own: text without --json, a document with it. */
     void text(const Table &table);
     void text(const Record &record);
     void line(std::string_view text, Style style = Style::plain);
@@ -105,13 +105,14 @@ class Output {
     void document(const Json &document);
     /* One JSON value on a line of its own, for results without an end. */
     void documentLine(const Json &document);
-    /* Bytes as they are, but on a terminal like lines() without a line end of its own. */
+    /* Bytes without a change. On a terminal they are escaped as by lines(), but no line end is added. */
     void raw(std::string_view bytes);
 
-    /* To see whether somebody still takes what is printed. */
+    /* For poll(): whether the other end still reads the output. */
     [[nodiscard]] int fd() const { return fileno(file_.get()); }
 
-    /* Makes sure that everything has arrived; throws a Failure otherwise, a ClosedPipe when nobody reads any more. */
+    /* Flushes all output. Throws a Failure when that is not possible, a ClosedPipe when nobody reads the output any
+     * more. */
     void flush();
 
   private:
@@ -126,19 +127,19 @@ class Output {
     int failed_ = 0; /* errno of the first write that failed */
 };
 
-/* Text from outside made harmless: control characters and bytes that are not UTF-8 become \xHH. */
+/* Makes text from outside safe for a terminal: control characters and bytes that are not UTF-8 become \xHH. */
 std::string printable(std::string_view text);
-/* The same, but tabs and line ends stay. */
+/* The same, but tabs and line ends are kept. */
 std::string printableLines(std::string_view text);
 
-/* A document in which every text is UTF-8: bytes that are not become \xHH, and where the text is the member KEY of an
- * object, a member KEYHex behind it has all its bytes. */
+/* A document in which every text is UTF-8. Bytes that are not UTF-8 become \xHH. When such a text is the member KEY of
+ * an object, a member KEYHex after it has all its bytes. */
 Json jsonOf(const Json &document);
 
-/* Bytes at the end of a text that are the begin of a character of UTF-8 whose rest has not come yet. */
+/* The number of bytes at the end of a text that begin a UTF-8 character whose rest has not come yet. */
 std::size_t openCharacter(std::string_view text);
 
-/* Characters that a text takes on a terminal, when each is as wide as one. */
+/* The width of a text on a terminal in characters, if each character is one column wide. */
 std::size_t width(std::string_view text);
 
 }  // namespace vosctl

@@ -18,8 +18,9 @@ inline void check(bool holds, const char *expression, const char *area, Caller m
         assertionFailed(expression, area, me, line);
 }
 
-/* Whether an object lies on a boundary. The address is hidden from the optimiser: the object may be the application's
- * own in place of ours, and the compiler must not take ours for granted. */
+/* Whether an object is aligned to a boundary. An application may define the object itself, and then the linker uses
+ * that definition. So the address is hidden from the optimiser: it must not assume the alignment that our definition
+ * has. */
 inline bool aligned(const void *object, uintptr_t boundary) {
     auto address = reinterpret_cast<uintptr_t>(object);
     asm("" : "+r"(address));

@@ -5,9 +5,8 @@
 
 namespace vos {
 
-/* Declared as `const Caller me;` at the top of a function it captures that function's name. Code that
- * several functions share takes a Caller as its parameter instead, so that each line shows the function that was
- * called. */
+/* `const Caller me;` at the top of a function captures that function's name. Code that several functions share has a
+ * Caller as its parameter instead, so that each line shows the function that was called. */
 struct Caller {
     const char *name;
     constexpr Caller(const char *n = __builtin_FUNCTION()) : name(n) {}

@@ -14,8 +14,8 @@ namespace vos::crc32 {
 using Bytes = std::span<const uint8_t>;
 using Table = std::array<uint32_t, 256>;
 
-/* A register is a polynomial over GF(2) modulo the CRC's own: bit 31 is the coefficient of x^0, bit 0 that of x^31. A
- * zero bit of input multiplies it by x. */
+/* A register is a polynomial over GF(2) modulo the polynomial of the CRC: bit 31 is the coefficient of x^0, bit 0 that
+ * of x^31. A zero bit of input multiplies it by x. */
 inline constexpr uint32_t kOne = 0x80000000;
 
 constexpr uint32_t timesX(uint32_t a) { return (a >> 1) ^ (0xEDB88320 & -(a & 1)); }
@@ -58,7 +58,7 @@ consteval Slices slices() {
 
 inline constexpr Slices kSlices = slices();
 
-/* The definition, and the only form that holds for a table that somebody has changed. */
+/* Byte by byte, as the CRC is defined. Only this form is right for a table that an application has changed. */
 constexpr uint32_t byByte(std::span<const uint32_t, 256> table, uint32_t crc, Bytes bytes) {
     for (const uint8_t byte : bytes) crc = table[(crc ^ byte) & 0xFF] ^ (crc >> 8);
     return crc;
@@ -72,7 +72,8 @@ constexpr uint64_t word(const uint8_t *bytes) {
     return std::bit_cast<uint64_t>(all);
 }
 
-/* A step takes a register over one word. This one does it with eight look-ups that do not wait for each other. */
+/* A step computes the register after one word. This step needs eight look-ups, and none of them needs the result of
+ * another one. */
 struct Slicing {
     constexpr uint32_t operator()(uint32_t crc, uint64_t next) const {
         next ^= crc;
@@ -87,8 +88,9 @@ constexpr uint32_t byWord(Step step, uint32_t crc, Bytes bytes) {
     return byByte(kSlices[0], crc, bytes);
 }
 
-/* Each step waits for the one before it, so three thirds of a block go side by side. A third that more bytes follow is
- * then moved up by them. Takes whole blocks off the front of the bytes. */
+/* Each step needs the result of the step before it. So a block is cut into thirds that are computed at the same time.
+ * The register of a third is then multiplied by x once for each bit that follows it in the block. Whole blocks are
+ * removed from the front of the bytes. */
 template <std::size_t kThird, typename Step>
 constexpr uint32_t byThirds(Step step, uint32_t crc, Bytes &bytes) {
     constexpr uint32_t kOneThird = power(8 * kThird), kTwoThirds = power(16 * kThird);
@@ -104,7 +106,8 @@ constexpr uint32_t byThirds(Step step, uint32_t crc, Bytes &bytes) {
     return crc;
 }
 
-/* The larger the block, the less the moving up weighs; three of the larger thirds still fit a first-level cache. */
+/* The multiplications cost less per byte in a larger block. Three of the larger thirds still fit into a first-level
+ * cache. */
 template <typename Step>
 constexpr uint32_t byBlock(Step step, uint32_t crc, Bytes bytes) {
     crc = byThirds<8192>(step, crc, bytes);
@@ -115,7 +118,7 @@ constexpr uint32_t byBlock(Step step, uint32_t crc, Bytes bytes) {
 /* Whether this processor has instructions that byProcessor() needs. */
 bool processorHelps();
 
-/* With the standard table, over at least so many bytes. */
+/* For the standard table only, and for at least kLeastForProcessor bytes. */
 inline constexpr uint32_t kLeastForProcessor = 64;
 uint32_t byProcessor(uint32_t crc, Bytes bytes);
 

@@ -12,11 +12,11 @@
 
 namespace vos {
 
-/* What a new file's mode is, unless somebody asks for another. */
+/* The mode of a new file, unless the caller gives another one. */
 inline constexpr mode_t kFileMode = 0666;
 
-/* The stores' paths are exported pointers which an application may have set to null. The C library does not promise to
- * survive a null path, so it fails here, as the kernel would have it. */
+/* The stores' paths are exported pointers which an application may have set to null. The C library need not accept a
+ * null path, so the call fails here, with the errno that the kernel would set. */
 inline bool named(const char *path) {
     if (path == nullptr) errno = EFAULT;
     return path != nullptr;

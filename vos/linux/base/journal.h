@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* The journal: saves that a power cut, a kill or a full flash cannot tear. The new content goes into an entry of its
- * own first; then the target is written as without the journal; then the entry is removed. Whoever opens a target that
- * has an entry completes it.
+/* The journal: no target stays torn, which means half-written, after a power cut, a kill or a full flash. First the new
+ * content is written into an entry, which is a file of its own. Then the target is written as without the journal. Then
+ * the entry is removed. A process that opens a target which still has an entry completes the target.
  *
  * An entry is placed and removed under the exclusive lock of its target. A target that does not exist yet cannot be
  * locked: it is created under the lock of the journal's directory. Order of the locks: directory, then target. */
@@ -16,7 +16,7 @@
 
 namespace vos::journal {
 
-/* What is saved, and by whom. */
+/* The file or partition that is saved, and the function that saves it. */
 struct Target {
     Caller me;
     const char *directory; /* of the journal; null or empty: there is none */
@@ -24,7 +24,7 @@ struct Target {
     uint32_t partition = 0;                   /* size of a partition; 0 for a file */
     bool (*valid)(Bytes partition) = nullptr; /* whether the bytes of a partition are a valid one */
 
-    /* Files of the kernel keep nothing, so their content need not survive. */
+    /* False for files of the kernel, too: they store nothing that could be completed later. */
     [[nodiscard]] bool on() const;
     [[nodiscard]] Kind kind() const { return partition == 0 ? Kind::File : Kind::Partition; }
 };
@@ -51,7 +51,7 @@ Settled settle(const Target &target);
 /* Removes the entry of a target that does not exist. */
 void forget(const Target &target);
 
-/* Keeps the target locked shared and without an entry, for calls that ask its size before they lock it. */
+/* Completes the target and holds a shared lock on it, for calls that ask its size before they lock it. */
 class Hold {
   public:
     explicit Hold(const Target &target);
@@ -72,11 +72,11 @@ class Save {
     UniqueFd open(mode_t mode);
     /* Whether open() has created the target. Its entry is in place then. */
     [[nodiscard]] bool creating() const { return creating_; }
-    /* An open() that failed has been logged. */
+    /* Whether open() failed in the journal. It has logged the failure then. */
     [[nodiscard]] bool refused() const { return refused_; }
 
     /* Places the entry. False when that failed: it has been logged, and the target must not be touched. `previous` is
-     * the CRC-32 of what the target holds, if the caller has settled it and read it. */
+     * the CRC-32 of what the target holds, if the caller has called settle() and has read the target. */
     bool protect(const UniqueFd &locked, std::optional<uint32_t> previous = {});
 
     /* Removes the entry, if the target was written and flushed whole. Otherwise the next opener completes the target.

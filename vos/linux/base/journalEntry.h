@@ -21,7 +21,7 @@ inline constexpr std::size_t kLongestPath = 1023;
 inline constexpr std::size_t kLongestDirectory = 255;
 inline constexpr std::size_t kHeaderSize = 32;
 
-/* What the names of an entry are made of. */
+/* The names of an entry, and the paths from which they are made. */
 class Names {
   public:
     static constexpr std::size_t kStem = 16; /* characters of entry() before its suffix */
@@ -38,7 +38,7 @@ class Names {
 
   private:
     using Name = Text<24>;
-    bool known_ = true; /* the working directory, where it is needed */
+    bool known_ = true; /* false: the working directory was needed and could not be read */
     Text<kLongestPath + 1> path_;
     Name entry_;
     Name temporary_;
@@ -60,7 +60,7 @@ uint32_t checksum(uint32_t before, Bytes bytes);
 
 using HeaderBytes = std::array<uint8_t, kHeaderSize>;
 
-/* Sets the checksum's part that the header itself contributes; checksum() continues it. */
+/* The checksum of the header alone. checksum() continues it over the path and the content. */
 uint32_t headerChecksum(const HeaderBytes &bytes);
 HeaderBytes encode(const Header &header);
 void seal(HeaderBytes &bytes, uint32_t value);

@@ -144,8 +144,8 @@ Verdict Recovery::compareFile() {
     return Verdict::Complete;
 }
 
-/* A partition is rewritten in place, and its own checksum tells a torn one. A valid one is left alone, unless it is
- * still exactly what the interrupted save had found. */
+/* A partition is rewritten in place, and its own checksum shows whether it is torn. A valid one is left alone, unless
+ * it is still exactly what the interrupted save had found. */
 Verdict Recovery::comparePartition() {
     const auto wanted = mine(target_.partition), found = theirs(target_.partition);
     bool error = false;
@@ -203,12 +203,12 @@ Settled Recovery::finish(Verdict verdict) {
 }
 
 Settled Recovery::run(const UniqueFd &locked) {
-    /* A lock that a signal has interrupted may leave the save of another process at work. */
+    /* If a signal has interrupted this lock, another process may still be saving the target. */
     if (flock(locked.get(), LOCK_EX) != 0) return failed(target_);
     block_ = allocate(2 * kPiece);
     if (block_ == nullptr) return failed(target_);
     Verdict verdict = openEntry();
-    if (verdict == Verdict::Failed && errno == ENOENT) return Settled::Changed; /* another process was first */
+    if (verdict == Verdict::Failed && errno == ENOENT) return Settled::Changed; /* another process has completed it */
     if (verdict == Verdict::Complete) verdict = readHeader();
     if (verdict == Verdict::Complete) verdict = readContent();
     if (verdict == Verdict::Complete) verdict = compare(locked);
@@ -217,7 +217,7 @@ Settled Recovery::run(const UniqueFd &locked) {
 
 Settled Recovery::remove() { return removeEntry() ? Settled::Changed : Settled::Kept; }
 
-/* Whether there is something under the entry's name. Another failure than "not there" is logged. */
+/* Whether a file has the entry's name. A failure other than "no such file" is logged. */
 Settled look(const Target &target, const Names &names) {
     if (!names.fit()) return Settled::Nothing;
     struct stat state;
@@ -256,7 +256,7 @@ Settled settle(const Target &target) {
     return Settled::Nothing;
 }
 
-/* A process that creates the target has placed the entry before, and keeps the directory locked meanwhile. */
+/* A process that creates the target places the entry first. It keeps the directory locked until the target exists. */
 void forget(const Target &target) {
     const ErrnoKeeper keep;
     const Names names{target.directory, target.path};
@@ -278,7 +278,7 @@ Hold::Hold(const Target &target) {
         settled = settle(target, file_);
         failed_ = settled == Settled::Failed;
     }
-    if (settled == Settled::Kept) flock(file_.get(), LOCK_SH); /* the look at the entry has made it exclusive */
+    if (settled == Settled::Kept) flock(file_.get(), LOCK_SH); /* settle() has made the lock exclusive */
     if (failed_) file_.reset();
 }
 

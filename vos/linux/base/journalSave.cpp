@@ -30,7 +30,7 @@ bool writeAll(const UniqueFd &file, std::span<iovec> pieces) {
             pieces = pieces.subspan(1);
         }
         if (pieces.empty()) return true;
-        if (count == 0) { /* no progress, no error: a file system without room may do so */
+        if (count == 0) { /* no progress and no error: a full file system may return this */
             errno = ENOSPC;
             return false;
         }
@@ -74,7 +74,7 @@ bool Save::openJournal() {
     return static_cast<bool>(directory_);
 }
 
-/* What an earlier save has left under the temporary name is removed first, whatever it is. */
+/* A file that an earlier save has left under the temporary name is removed first. */
 bool Save::createEntry(UniqueFd &file) {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     file.reset(openat(directory_.get(), names_.temporary(), kFlags, kEntryMode));
@@ -96,7 +96,7 @@ bool Save::writeEntry(const UniqueFd &file, std::optional<uint32_t> previous) {
     return writeAll(file, pieces) && fsync(file.get()) == 0;
 }
 
-/* A temporary file that failed is removed, because its room may be what is missing. */
+/* A temporary file that could not be written is removed, because the flash may be full of it. */
 bool Save::place(std::optional<uint32_t> previous) {
     if (!openJournal()) return refuse();
     UniqueFd file;
@@ -120,7 +120,7 @@ bool Save::placed() {
     return fstatat(directory_.get(), names_.entry(), &state, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-/* Two processes that create one target wait for each other here. The one that comes second finds the target. */
+/* When two processes create the same target, the second one waits here and then finds the target. */
 UniqueFd Save::create(mode_t mode) {
     if (!openJournal() || flock(directory_.get(), LOCK_EX) != 0) {
         refuse();
@@ -147,8 +147,9 @@ UniqueFd Save::open(mode_t mode) {
     return file || errno != ENOENT ? std::move(file) : create(mode);
 }
 
-/* Whether the content fits into the target's file system, beside the entry. What the old content occupies is not
- * counted: a flash file system gets it back only later. File systems without blocks of their own do not tell. */
+/* Whether the content fits into the target's file system, beside the entry. The space of the old content is not counted
+ * as free, because a flash file system frees it only later. A file system that reports 0 blocks does not know its free
+ * space. */
 bool Save::roomFor(const UniqueFd &locked) {
     struct statvfs room;
     if (fstatvfs(locked.get(), &room) != 0) return false;
@@ -158,7 +159,7 @@ bool Save::roomFor(const UniqueFd &locked) {
     return room.f_bavail * room.f_frsize >= content_.size() + content_.size() / kOverhead + room.f_frsize;
 }
 
-/* Takes the entry back before the target is touched. */
+/* Gives the save up before the target is changed: removes the entry, and the target that this save has created. */
 bool Save::withdraw() {
     refuse();
     const ErrnoKeeper keep;

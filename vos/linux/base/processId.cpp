@@ -22,8 +22,8 @@ constinit Page g_page{};
 enum : int { kUnknown, kAlways, kNever };
 constinit int g_wiped = kUnknown;
 
-/* Not with larger pages, because other data on the page would be cleared too. Not where an impossible advice is taken:
- * an emulator that accepts any advice follows none. */
+/* False with larger pages, because other data on the page would be cleared too. Also false where madvise() accepts an
+ * invalid advice: an emulator that accepts every advice does nothing. */
 bool adviseWiping() {
     constexpr int kNoAdvice = -1;
     return sysconf(_SC_PAGESIZE) == kPageSize && madvise(&g_page, sizeof g_page, kNoAdvice) != 0 &&

@@ -29,7 +29,7 @@ class UniqueFd {
     explicit operator bool() const { return fd_ >= 0; }
     [[nodiscard]] int get() const { return fd_; }
 
-    /* Hands the descriptor over: from here on it is somebody else's to close. */
+    /* Ends the ownership: the caller closes the descriptor. */
     [[nodiscard]] int release() { return std::exchange(fd_, -1); }
 
     void reset(int fd = -1) {

@@ -11,7 +11,7 @@
 
 namespace vos {
 
-/* Reads from front to back. What would reach past the end gives nullopt, and the position stays. Lengths have 64 bits,
+/* Reads from front to back. A read past the end returns nullopt and does not change the position. Lengths have 64 bits,
  * so that a sum of lengths from outside does not wrap before it is compared. */
 class WordReader {
   public:

@@ -37,7 +37,7 @@ std::size_t writeHeader(Line &line) {
 }
 
 /* Formats the body. One that is too long is cut. The line is used as a format afterwards, so a pair of percent signs
- * must not be cut in two: the one that is left would stand for a conversion. */
+ * must not be cut in two: a single percent sign would begin a conversion. */
 [[gnu::format(printf, 2, 0)]] void writeBody(char *body, const char *format, va_list arguments) {
     const int length = vsnprintf(body, vos::kLineBody, format, arguments);
     if (length < 0) body[0] = '\0';
@@ -57,7 +57,7 @@ int32_t vosDebugConfig(uint32_t ulFlags) {
 int32_t vosDebugPrintf(uint32_t ulLevel, const char *pFormat, ...) {
     if (!vos::logged(ulLevel)) return 0;
 
-    const vos::ErrnoKeeper keep; /* callers log between a failed call and its errno's last use */
+    const vos::ErrnoKeeper keep; /* callers use errno of a failed call after they have logged */
     Line line;
     const std::size_t header = writeHeader(line);
     if (header == 0) {

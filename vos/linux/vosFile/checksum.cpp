@@ -26,16 +26,16 @@ constexpr Slices kSlices = slices();
 
 constexpr uint32_t oneByte(uint32_t crc, uint8_t byte) { return (crc << 8) ^ kSlices[0][byte ^ ((crc >> 8) & 0xFF)]; }
 
-/* The low half of what eight single steps give, with look-ups that do not wait for each other. */
+/* The low half of the register after eight single steps. No look-up needs the result of another one. */
 constexpr uint32_t eightBytes(uint32_t crc, const uint8_t *bytes) {
     const auto effect = [bytes](std::size_t i, uint32_t crcByte) { return kSlices[7 - i][bytes[i] ^ crcByte]; };
     const int rest = effect(2, 0) ^ effect(3, 0) ^ effect(4, 0) ^ effect(5, 0) ^ effect(6, 0) ^ effect(7, 0);
     return static_cast<uint32_t>(rest ^ effect(0, (crc >> 8) & 0xFF) ^ effect(1, crc & 0xFF));
 }
 
-/* The register is never cut down to 16 bits: its upper half holds what earlier steps have shifted out. All 32 bits are
- * stored in the partitions, so a mask here would make every partition in use invalid. The last two steps fill the upper
- * half, whatever it was: these are single ones. */
+/* The register is not cut to 16 bits: its upper half holds the bits that earlier steps have shifted out. All 32 bits
+ * are stored in the partitions, so a mask here would make every partition in use invalid. The last two steps set the
+ * whole upper half, so they are made as single steps. */
 constexpr uint32_t checksum(std::span<const uint8_t> bytes) {
     uint32_t crc = 0;
     for (; bytes.size() >= 8 + 2; bytes = bytes.subspan(8)) crc = eightBytes(crc, bytes.data());

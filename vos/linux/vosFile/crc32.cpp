@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The CRC-32 of images. They have tens of megabytes, and an installation waits for the checksum, so it has to be fast.
- */
+/* The CRC-32 of images. An image has tens of megabytes, and an installation waits for the checksum. So the checksum has
+ * to be fast. */
 #include "../base/crc32.h"
 
 #include <cstring>
@@ -18,8 +18,8 @@ static_assert(kSlices[0][0] == 0 && kSlices[0][1] == 0x77073096u && kSlices[0][1
 static_assert(~byByte(kSlices[0], 0xFFFFFFFFu, kKnown) == 0xCBF43926u);
 static_assert(~byWord(Slicing{}, 0xFFFFFFFFu, kKnown) == 0xCBF43926u);
 
-/* From this length on, comparing the table costs less than going byte by byte. The fast forms hold for the standard
- * table only; an application may change the exported table, or define its own. */
+/* From this length on, comparing the table costs less than going byte by byte. The fast forms are right for the
+ * standard table only; an application may change the exported table, or define its own. */
 constexpr uint32_t kLong = 16;
 
 bool standardTable() { return memcmp(vosCrctable, kSlices[0].data(), sizeof vosCrctable) == 0; }

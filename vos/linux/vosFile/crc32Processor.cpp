@@ -13,15 +13,17 @@ namespace vos::crc32 {
 
 namespace {
 
-/* Multiplication of polynomials: the products of a whole line of bits, without carries. */
+/* The instructions that multiply polynomials over GF(2). */
 #define WITH_MULTIPLICATION __attribute__((target("pclmul")))
 
 /* A block of 16 bytes is a polynomial too, its lowest bit the coefficient of x^127; the low half has the high powers.
- * Bit n of a product of two halves stands for x^(126-n), one power less than in a block. So a factor is kept with one
- * power less, too, in the upper 32 bits of a half, which stand for x^31 down to x^0. */
+ * Bit n of a product of two halves is the coefficient of x^(126-n), which is one power less than in a block. So a
+ * factor is also stored with one power less. It is in the upper 32 bits of a half, the coefficients of x^31 down to
+ * x^0. */
 constexpr int64_t factor(uint64_t n) { return static_cast<int64_t>(uint64_t{power(n - 1)} << 32); }
 
-/* What an earlier block contributes to the one that lies so many bits after it, and that one. */
+/* Combines a block with the block that begins kBits bits later. The result, in the place of the later block, has the
+ * same CRC as the two blocks. */
 template <uint64_t kBits>
 WITH_MULTIPLICATION inline __m128i fold(__m128i block, __m128i later) {
     const __m128i factors = _mm_set_epi64x(factor(kBits), factor(kBits + 64));
@@ -33,7 +35,7 @@ inline __m128i load(const uint8_t *bytes) {
     return _mm_loadu_si128(static_cast<const __m128i *>(static_cast<const void *>(bytes)));
 }
 
-/* -1 until the processor was asked. Asking is slow, on a virtual machine very. */
+/* -1 until the processor was asked. The question takes long, above all on a virtual machine. */
 constinit std::atomic<int8_t> helps{-1};
 
 }  // namespace
@@ -78,8 +80,8 @@ namespace vos::crc32 {
 
 namespace {
 
-/* The instruction for this very polynomial. Written out, because the compiler's own name for it cannot be used in code
- * that must also run on a processor without. */
+/* The processor has an instruction for this polynomial. It is written in assembly, because the compiler's intrinsic
+ * cannot be used in code that also runs on processors without the instruction. */
 struct Instruction {
     uint32_t operator()(uint32_t crc, uint64_t next) const {
         asm(".arch_extension crc\n\tcrc32x %w0, %w0, %x1" : "+r"(crc) : "r"(next));

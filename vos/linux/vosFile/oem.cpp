@@ -32,7 +32,7 @@ constexpr std::size_t kRecordHeader = 12; /* magic, field, length of the value b
 constexpr uint8_t kMark[] = {'d', 'e', 'v', 'i', 'n', 'f', 'o', '\0'};
 
 /* A text that is shorter than its field ends with a NUL, and the rest of the field is 0xFF. A field without a text is
- * all 0xFF. A stored field makes the block one that begins with the mark. */
+ * all 0xFF. Storing a field also writes the mark at the beginning of the block. */
 void storeField(OemBlock &block, const Field &field, Bytes value) {
     const auto place = std::span{block}.subspan(field.offset, field.size);
     std::ranges::fill(place, uint8_t{0xFF});

@@ -101,9 +101,9 @@ Written writeAll(const Work &work, UniqueFd &file, std::span<const uint8_t> from
     return {store.result == Result::Count ? count : VOS_OK, whole, truncated};
 }
 
-/* With the journal every save is flushed, and the lock is kept until the entry is removed: another process would take
- * the entry of a save at work for that of an interrupted one. A failed truncation, which some stores ignore, leaves the
- * end of a longer old content, and is tried once more here. */
+/* With the journal every save is flushed, and the lock is kept until the entry is removed. Without the lock another
+ * process would find the entry and treat this save as an interrupted one. A failed truncation, which some stores
+ * ignore, leaves the end of a longer old content; so it is tried once more here. */
 int32_t replaceWithJournal(const Work &work, const journal::Target &target, std::span<const uint8_t> from,
                            mode_t mode) {
     journal::Save save{target, from};

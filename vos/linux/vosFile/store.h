@@ -111,11 +111,11 @@ int32_t findFile(Caller me, const Store &store, const char *path);
  * been logged: the file may be torn. Without the journal nothing happens. */
 int32_t settle(Caller me, const char *path);
 
-/* A file that was removed is not to be completed any more. */
+/* Removes the entry of a file that does not exist any more, so that no later save is completed from it. */
 void forgetSave(Caller me, const char *path);
 
-/* With the journal: keeps the file from being saved, and complete. Without it: nothing. False when the file may be
- * torn. */
+/* With the journal: completes the file, and locks it so that no other process saves it meanwhile. Without the journal:
+ * does nothing. False when the file may be torn. */
 class SteadyFile {
   public:
     SteadyFile(Caller me, const char *path) {
@@ -128,8 +128,9 @@ class SteadyFile {
     std::optional<journal::Hold> hold_;
 };
 
-/* Reads at most the buffer's size, from the file's start. Returns the number of bytes, or VOS_ERROR. A
- * file that the caller keeps steady is complete; another lock than the shared one would wait for the caller's own. */
+/* Reads at most the buffer's size, from the file's start. Returns the number of bytes, or VOS_ERROR. A caller that
+ * holds a SteadyFile passes it: the file is complete then, and completing it here would wait for the caller's own lock.
+ */
 int32_t readWhole(Caller me, const Store &store, const char *path, std::span<uint8_t> to,
                   const SteadyFile *steady = nullptr);
 

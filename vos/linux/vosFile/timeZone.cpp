@@ -3,7 +3,7 @@
  * call is declared in vosSys.h. It is defined in vosFile because it writes with the whole-file operations, and vosSys
  * may not use a layer above it.
  *
- * The content before the rule does not matter for a present-day time: all its transitions lie before 1952, and a reader
+ * The content before the rule does not matter for a present-day time: all its transitions are before 1952, and a reader
  * uses the rule for every later time. It only makes the file valid. */
 #include <algorithm>
 #include <array>

@@ -26,7 +26,7 @@ int32_t vosInit(const char *pProcName) {
     const vos::Caller me;
     vos::trace(me, "%s:start.");
     if (vosLinuxOOMInit() != VOS_OK) vos::error(me, "%s:vosLinuxOOMInit failed.");
-    /* The same text on purpose: those who read the log know it for both steps. */
+    /* The same text for both steps on purpose: readers of the log expect it. */
     if (vosLinuxCoreDumpInit(pProcName) != VOS_OK) vos::error(me, "%s:vosLinuxOOMInit failed.");
     if (vosLinuxNetInit() != VOS_OK) vos::error(me, "%s:vosLinuxNetInit failed.");
     settleStores(me);

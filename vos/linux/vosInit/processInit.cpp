@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The process takes its name. This is not in the vosProcess folder because the message core uses that layer, and here
- * the message core is called: its buffers are checked first. */
+/* Sets the name of the process. This function calls the message core, to check its buffers. So it cannot be in the
+ * vosProcess folder: the message core uses that layer. */
 #include <algorithm>
 #include <cstring>
 

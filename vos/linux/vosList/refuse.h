@@ -7,7 +7,7 @@
 
 namespace vos {
 
-/* Whether one of the pointers is null; one error line tells it. */
+/* Whether one of the pointers is null; if one is, one error line is logged. */
 template <class... Pointers>
 inline bool refuseNull(Caller me, const Pointers *...pointers) {
     if ((... && (pointers != nullptr))) [[likely]]

@@ -24,8 +24,7 @@ constinit uint32_t g_vosMsgClientSeq = 1;
 constexpr uint32_t after(uint32_t sequence) { return sequence >= kLastSequence ? 1 : sequence + 1; }
 
 /* One atomic step: no two threads take the same number, and none sets the counter back. A number then returns only
- * after 126 others, so that a late answer to the path that had it before meets a new requester as seldom as possible.
- */
+ * after 126 others, so that a late answer to an earlier requester reaches a new one as seldom as possible. */
 uint32_t takeSequence() {
     uint32_t taken = __atomic_load_n(&g_vosMsgClientSeq, __ATOMIC_RELAXED);
     while (!__atomic_compare_exchange_n(&g_vosMsgClientSeq, &taken, after(taken), true, __ATOMIC_RELAXED,
@@ -41,8 +40,8 @@ std::string_view baseName(std::string_view name) {
     return name;
 }
 
-/* What all paths of a thread's requests begin with. It is written once for each thread and each child: numbers cost
- * more to format than a text to copy. */
+/* What all paths of a thread's requests begin with. It is written once for each thread and each child: it takes longer
+ * to format numbers than to copy a text. */
 struct RequesterStem {
     pid_t process;
     uint32_t length;

@@ -88,8 +88,8 @@ int32_t answer(Caller me, const vos::Arrival &arrival, const Request &request, c
     out.word(result.valueSize);
     if (result.code == 0) out.bytes(request.value, result.valueSize);
     if (!out.fits()) return vos::failed(me, VOS_ERROR, "%s:ccd answer does not fit a message.");
-    return vosMsgSendStream(arrival.socket, g_vosMsgBufferSend, out.length(), arrival.sender,
-                            vos::answerLength(arrival.senderLength));
+    return vos::sendStream(vos::kAnswer, arrival.socket, g_vosMsgBufferSend, out.length(), arrival.sender,
+                           vos::answerLength(arrival.senderLength));
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ int32_t sendControl(Caller me, const char *name, uint32_t type, uint32_t value1,
     vos::trace(me, "%s:create socket %d.", socket.get());
     const vos::LocalAddress to{vos::normalPath(name).view()};
     int32_t result = VOS_OK;
-    if (vosMsgSendStream(socket.get(), &head, sizeof head, to.get(), to.length()) < 0)
+    if (vos::sendStream(vos::kControl, socket.get(), &head, sizeof head, to.get(), to.length()) < 0)
         result = vos::failed(me, VOS_ERROR, "%s:vosMsgSendStream failed.");
     socket.reset();
     return vos::ended(me, result);

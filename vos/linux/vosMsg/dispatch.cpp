@@ -90,6 +90,8 @@ int32_t vos::vosMsgProcessInternel(const Arrival &arrival) {
             return setSmdFlags(me, head);
         case VOS_MSG_STDOUT_REDIRECT:
             return redirectOutput(me, head);
+        case VOS_MSG_TAP:
+            return switchTap(me, arrival);
         case VOS_MSG_TYPE_MAC:
             return handleMac(me, arrival, head);
         default:

@@ -9,14 +9,9 @@
 #include "../base/log.h"
 #include "../base/uniqueFd.h"
 #include "address.h"
+#include "ownSockets.h"
 #include "vosMsg.h"
 #include "vosMsgChannel.h"
-
-constinit int32_t g_vosFdProc = -1;
-constinit int32_t g_vosFdProcHigh = -1;
-constinit int32_t g_vosFdNLUni = -1;
-constinit int32_t g_vosFdProc_thread = -1;
-constinit int32_t g_vosFdProcHigh_thread = -1;
 
 namespace {
 
@@ -62,7 +57,7 @@ constexpr BindTexts kHighTexts{"%s:local bind high  iSocketFd %d failed errno:%d
 int32_t establish(Caller me, UniqueFd fd, const vos::Path &path, const BindTexts &texts, int32_t *owner) {
     if (!vos::bindTo(fd.get(), path.get())) return vos::failedErrno(me, VOS_ERROR, texts.failed, fd.get());
     vosMsgSocketOptmize(fd.get(), 1);
-    *owner = fd.release();
+    vos::storeOwnSocket(owner, fd.release(), path.view());
     vos::trace(me, texts.done, *owner);
     return VOS_OK;
 }
@@ -76,7 +71,7 @@ int32_t openPair(Caller me, const Sockets &sockets, const char *name) {
     if (createPair(me, name, normal, high) != VOS_OK) return VOS_ERROR;
     if (sockets.makesDirectory) mkdir("/tmp/vos", 0777);
     if (establish(me, UniqueFd{normal}, vos::normalPath(name), kNormalTexts, sockets.normal) != VOS_OK)
-        return VOS_ERROR; /* the high socket stays open, and nobody knows it: this leak is required, too */
+        return VOS_ERROR; /* the high socket stays open, its number is not stored: this leak is required, too */
     return establish(me, UniqueFd{high}, vos::highPath(name), kHighTexts, sockets.high);
 }
 
@@ -91,7 +86,7 @@ int32_t openNetlink(Caller me, int32_t *owner) {
     if (bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0)
         return vos::failedErrno(me, VOS_ERROR, "%s:netlink unicast bind failed errno:%d(%s).");
     vos::vosMsgNetlinkSocketOptmize(fd.get(), 1);
-    *owner = fd.release();
+    vos::storeOwnSocket(owner, fd.release(), {});
     vos::trace(me, "%s:netlink unicast socket %d success.", *owner);
     return VOS_OK;
 }

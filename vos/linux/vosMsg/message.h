@@ -12,6 +12,7 @@
 #include <span>
 
 #include "../base/caller.h"
+#include "transfer.h"
 #include "vosMsg.h"
 #include "vosMsgChannel.h"
 
@@ -96,6 +97,13 @@ class AnswerWriter {
     bool fits_ = true;
 };
 
+/* The four stream functions, for the library's own messages. They log under the names of the public ones. */
+int32_t sendStream(const Origin &origin, int32_t fd, const void *buffer, uint32_t size, const sockaddr *to,
+                   uint32_t length);
+int32_t sendStream1(const Origin &origin, int32_t fd, const msghdr *message, uint32_t size);
+int32_t receiveStream(const Origin &origin, int32_t fd, void *buffer, uint32_t size, sockaddr *from, uint32_t *length);
+int32_t receiveStream1(const Origin &origin, int32_t fd, msghdr *message, uint32_t size);
+
 /* Handles a message that is not the application's. Only the log shows the result. */
 int32_t vosMsgProcessInternel(const Arrival &arrival);
 
@@ -109,6 +117,9 @@ int32_t handleNetlinkDatagram(Caller me, const Arrival &datagram);
 int32_t answerRunningConfig(Caller me, const Arrival &request);
 int32_t answerConfigObject(Caller me, const Arrival &request);
 int32_t answerObjectInfo(Caller me, const Arrival &request);
+
+/* Switches a tap on or off. */
+int32_t switchTap(Caller me, const Arrival &request);
 
 }  // namespace vos
 

@@ -45,7 +45,7 @@ int32_t vos::vosMsgNetlinkUniProcess(int32_t iSocketFd, uint8_t *buffer, uint32_
     sockaddr_nl sender{};
     uint32_t length = sizeof sender;
     auto *const address = reinterpret_cast<sockaddr *>(&sender);
-    const int32_t received = vosMsgRecvStream(iSocketFd, buffer, VOS_MSG_BUFFER_LEN, address, &length);
+    const int32_t received = receiveStream(kReceiveLoop, iSocketFd, buffer, VOS_MSG_BUFFER_LEN, address, &length);
     if (received < 0) return failed(me, VOS_ERROR, "%s:vosMsgRecvStream failed.");
     bufferLength = static_cast<uint32_t>(received);
     const std::span<uint8_t> message{buffer, static_cast<std::size_t>(received)};

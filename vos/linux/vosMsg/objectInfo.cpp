@@ -72,8 +72,9 @@ bool readAnswer(std::span<const uint8_t> answer, Description &to) {
 }
 
 /* Receives the answer into the send buffer, and takes from it the header and, when its code is 0, the description. */
-int32_t receiveAnswer(Caller me, int fd, VOS_MSG_HEAD &head, Description &description) {
-    const ssize_t count = read(fd, g_vosMsgBufferSend, VOS_MSG_BUFFER_LEN);
+int32_t receiveAnswer(Caller me, const vos::Requester &requester, VOS_MSG_HEAD &head, Description &description) {
+    const ssize_t count =
+        vos::readMessage(requester.origin(VOS_MSG_TAP_ANSWER), requester.fd(), g_vosMsgBufferSend, VOS_MSG_BUFFER_LEN);
     if (count < 0) return vos::failedErrno(me, VOS_ERROR, "%s:read failed errno:%d(%s).");
     const auto received = static_cast<uint32_t>(count);
     if (received < VOS_MSG_BUFFER_LEN)
@@ -114,8 +115,8 @@ int32_t vos::answerObjectInfo(Caller me, const Arrival &arrival) {
     answer.bytes(&out[3], 5 * sizeof out[3]);
     answer.bytes(description.table.data(), sizeof description.table);
     answer.bytes(&out[8], 3 * sizeof out[8]);
-    return vosMsgSendStream(arrival.socket, g_vosMsgBufferSend, answer.length(), arrival.sender,
-                            answerLength(arrival.senderLength));
+    return sendStream(kAnswer, arrival.socket, g_vosMsgBufferSend, answer.length(), arrival.sender,
+                      answerLength(arrival.senderLength));
 }
 
 int32_t vosMsgCcdObjInfoGetSend(uint32_t *pRetCode, const char *pDestName, const char *pObjName, uint32_t ulValue1,
@@ -135,13 +136,14 @@ int32_t vosMsgCcdObjInfoGetSend(uint32_t *pRetCode, const char *pDestName, const
     vos::Requester requester;
     if (!requester.open(me, kTimeoutMs)) return VOS_ERROR;
     if (!requester.connect(path.view())) return vos::failedErrno(me, VOS_ERROR, "%s:connect failed errno:%d(%s).");
-    const ssize_t sent = write(requester.fd(), g_vosMsgBufferSend, size);
+    const ssize_t sent =
+        vos::writeMessage(requester.origin(VOS_MSG_TAP_REQUEST), requester.fd(), g_vosMsgBufferSend, size);
     if (sent < 0) return vos::failedErrno(me, VOS_ERROR, "%s:write failed errno:%d(%s).");
     if (sent < ssize_t{size})
         vos::error(me, "%s:write need send %d but send only %d.", size, static_cast<int32_t>(sent));
     VOS_MSG_HEAD head{};
     Description description;
-    const int32_t result = receiveAnswer(me, requester.fd(), head, description);
+    const int32_t result = receiveAnswer(me, requester, head, description);
     if (result == VOS_OK) *pRetCode = head.ulRetCode;
     if (result == VOS_OK && head.ulRetCode == 0) {
         for (std::size_t i = 0; i < std::size(outputs); ++i) *outputs[i] = description.out[i + 1];

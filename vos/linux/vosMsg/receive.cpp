@@ -75,7 +75,8 @@ struct Sender {
 };
 
 int32_t receiveInto(const Channel &channel, int32_t socket, Sender &sender) {
-    const int32_t received = vosMsgRecvStream(socket, channel.buffer, channel.bufferSize, sender.get(), &sender.length);
+    const int32_t received =
+        vos::receiveStream(vos::kReceiveLoop, socket, channel.buffer, channel.bufferSize, sender.get(), &sender.length);
     if (received >= 0 && channel.lastLength != nullptr) *channel.lastLength = static_cast<uint32_t>(received);
     return received;
 }
@@ -115,8 +116,8 @@ optional<int32_t> serveHigh(Caller me, const Channel &channel, const ReadSet &re
         if (received < vos::kHeadSize)
             return vos::failed(me, VOS_ERROR, "%s:vosMsgRecvStream high failed, size %d.", received);
         /* A failed receive, an empty datagram included, is -1 and so the largest length here. It is required that the
-         * loop then looks at the last message in the buffer once more. It is looked at with its own length: behind it
-         * lie parts of earlier messages, which are not for this sender. */
+         * loop then examines the last message in the buffer once more. It uses that message's own length, because the
+         * bytes after it are parts of earlier messages, which are not for this sender. */
         const uint32_t length = std::max(*channel.lastLength, vos::kHeadSize);
         const Arrival arrival = arrivalOf(channel, socket, length, sender);
         if (arrival.head().ulType == VOS_MSG_TYPE_SELF) {

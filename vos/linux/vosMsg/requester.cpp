@@ -24,9 +24,11 @@ bool vos::Requester::open(Caller me, uint32_t timeoutMs) {
     return true;
 }
 
-bool vos::Requester::connect(std::string_view receiver) const {
+bool vos::Requester::reach(std::string_view receiver) const {
     const LocalAddress address{receiver};
-    return ::connect(fd(), address.get(), address.length()) == 0;
+    if (::connect(fd(), address.get(), address.length()) == 0) return true;
+    if (tapped()) copyUnreachable(*this);
+    return false;
 }
 
 void vos::Requester::close() {

@@ -6,6 +6,7 @@
 #include "../base/log.h"
 #include "address.h"
 #include "message.h"
+#include "transfer.h"
 #include "vosMsgChannel.h"
 
 namespace {
@@ -49,14 +50,14 @@ ssize_t sendGathered(int fd, const Answer &answer, const Destination &to) {
     message.msg_namelen = to.length;
     message.msg_iov = pieces;
     message.msg_iovlen = std::size(pieces);
-    return sendmsg(fd, &message, 0);
+    return vos::sendMessage(vos::kAnswer, fd, &message);
 }
 
 /* The payload is moved first: it may lie in the same buffer, also where the header goes. */
 ssize_t sendFrom(uint8_t *buffer, int fd, const Answer &answer, const Destination &to) {
     if (answer.payload != buffer + kHeadSize) memmove(buffer + kHeadSize, answer.payload, answer.size);
     memcpy(buffer, &answer.head, kHeadSize);
-    return sendto(fd, buffer, answer.total(), 0, to.address, to.length);
+    return vos::sendTo(vos::kAnswer, fd, buffer, answer.total(), to.address, to.length);
 }
 
 int32_t respond(Caller me, const Kind &kind, uint32_t code, const void *payload, uint32_t size,

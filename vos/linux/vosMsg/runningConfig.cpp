@@ -45,7 +45,7 @@ int32_t sendAnswer(Caller me, const vos::Arrival &request, VOS_MSG_HEAD &head, c
     message.msg_namelen = vos::answerLength(request.senderLength);
     message.msg_iov = pieces;
     message.msg_iovlen = text != nullptr ? 2 : 1;
-    if (vosMsgSendStream1(request.socket, &message, kHeadSize + textSize) < 0)
+    if (vos::sendStream1(vos::kAnswer, request.socket, &message, kHeadSize + textSize) < 0)
         return vos::failed(me, VOS_ERROR, "%s:bldrun vosMsgSendStream1 failed.");
     return VOS_OK;
 }
@@ -62,14 +62,15 @@ bool whole(uint32_t received, uint32_t left, uint32_t capacity) {
 }
 
 /* Receives the answer into the header and the caller's buffer. The size given to vosMsgRecvStream1() is only traced. */
-int32_t receiveAnswer(Caller me, int fd, VOS_MSG_HEAD &head, char *text, uint32_t *length) {
+int32_t receiveAnswer(Caller me, const vos::Requester &requester, VOS_MSG_HEAD &head, char *text, uint32_t *length) {
     iovec pieces[] = {{&head, kHeadSize}, {text, *length}};
     msghdr message{};
     message.msg_iov = pieces;
     message.msg_iovlen = std::size(pieces);
     const uint64_t expected = uint64_t{*length} + kHeadSize;
     head = {};
-    const int32_t received = vosMsgRecvStream1(fd, &message, *length);
+    const int32_t received =
+        vos::receiveStream1(requester.origin(VOS_MSG_TAP_ANSWER), requester.fd(), &message, *length);
     if (received < 0) return vos::failed(me, VOS_ERROR, "%s:vosMsgRecvStream1 failed.");
     if (static_cast<uint64_t>(received) < expected)
         vos::trace(me, "%s:read need read %d but read only %d.", static_cast<int32_t>(expected), received);
@@ -114,13 +115,13 @@ int32_t vosMsgBldrunSend(const char *pDestName, char *pBuf, uint32_t *pLen, uint
     head.ulValue1 = ulValue1;
     head.ulValue2 = ulValue2;
     head.ulBufLen = *pLen;
-    if (!requester.connect(vos::highPath(pDestName).view()))
-        return vos::failedErrno(me, VOS_ERROR, "%s:connect failed errno:%d(%s).");
-    const ssize_t sent = write(requester.fd(), &head, kHeadSize);
+    const vos::Path path = vos::highPath(pDestName);
+    if (!requester.connect(path.view())) return vos::failedErrno(me, VOS_ERROR, "%s:connect failed errno:%d(%s).");
+    const ssize_t sent = vos::writeMessage(requester.origin(VOS_MSG_TAP_REQUEST), requester.fd(), &head, kHeadSize);
     if (sent < 0) return vos::failedErrno(me, VOS_ERROR, "%s:write failed errno:%d(%s).");
     if (sent < ssize_t{kHeadSize})
         vos::error(me, "%s:write need send %d but send only %d.", int32_t{kHeadSize}, static_cast<int32_t>(sent));
-    const int32_t result = receiveAnswer(me, requester.fd(), head, pBuf, pLen);
+    const int32_t result = receiveAnswer(me, requester, head, pBuf, pLen);
     requester.close();
     return vos::ended(me, result);
 }

@@ -33,27 +33,31 @@ constinit const Kind kMainRequest{254, nullptr};
 constinit const Kind kThreadRequest{0, nullptr};
 constinit const Kind kSecondRequest{0, g_vosMsgBufferSend_thread};
 
-template <class Transfer>
-ssize_t gathered(int fd, Message &message, Transfer transfer) {
+template <class Move>
+ssize_t gathered(Message &message, Move move) {
     iovec pieces[] = {{&message.head, kHeadSize}, {message.payload, message.size}};
     msghdr record{};
     record.msg_iov = pieces;
     record.msg_iovlen = std::size(pieces);
-    return transfer(fd, &record, 0);
+    return move(record);
 }
 
 /* The payload is moved first: it may lie in the same buffer, also where the header goes. */
-ssize_t send(int fd, const Kind &kind, Message &message) {
-    if (kind.buffer == nullptr) return gathered(fd, message, sendmsg);
+ssize_t send(const vos::Requester &from, const Kind &kind, Message &message, uint8_t stage) {
+    const vos::Origin origin = from.origin(stage);
+    if (kind.buffer == nullptr)
+        return gathered(message, [&](msghdr &record) { return vos::sendMessage(origin, from.fd(), &record); });
     memmove(kind.buffer + kHeadSize, message.payload, message.size);
     memcpy(kind.buffer, &message.head, kHeadSize);
-    return write(fd, kind.buffer, message.total());
+    return vos::writeMessage(origin, from.fd(), kind.buffer, message.total());
 }
 
 /* From a buffer as many bytes are copied back as were sent, whatever the answer's length. */
-ssize_t receive(int fd, const Kind &kind, Message &message) {
-    if (kind.buffer == nullptr) return gathered(fd, message, recvmsg);
-    const ssize_t count = read(fd, kind.buffer, message.total());
+ssize_t receive(const vos::Requester &to, const Kind &kind, Message &message) {
+    const vos::Origin origin = to.origin(VOS_MSG_TAP_ANSWER);
+    if (kind.buffer == nullptr)
+        return gathered(message, [&](msghdr &record) { return vos::receiveMessage(origin, to.fd(), &record); });
+    const ssize_t count = vos::readMessage(origin, to.fd(), kind.buffer, message.total());
     if (count < 0) return count;
     memcpy(&message.head, kind.buffer, kHeadSize);
     memmove(message.payload, kind.buffer + kHeadSize, message.size);
@@ -67,8 +71,10 @@ struct Request {
     uint32_t noReturn;
     uint32_t *answerCode; /* may be null; the code is then dropped */
     uint32_t timeoutMs;
-    bool awaits;
+    uint8_t stage; /* VOS_MSG_TAP_REQUEST: the answer is awaited; otherwise VOS_MSG_TAP_ONE_WAY */
 };
+
+uint8_t stageOf(bool awaitsAnswer) { return awaitsAnswer ? VOS_MSG_TAP_REQUEST : VOS_MSG_TAP_ONE_WAY; }
 
 /* VOS_OK, or the result of a request that cannot be made, after logging why. */
 int32_t checkRequest(Caller me, const Request &request) {
@@ -78,8 +84,9 @@ int32_t checkRequest(Caller me, const Request &request) {
     return VOS_OK;
 }
 
-int32_t awaitAnswer(Caller me, int fd, const Kind &kind, Message &message, uint32_t *answerCode) {
-    const ssize_t count = receive(fd, kind, message);
+int32_t awaitAnswer(Caller me, const vos::Requester &requester, const Kind &kind, Message &message,
+                    uint32_t *answerCode) {
+    const ssize_t count = receive(requester, kind, message);
     if (count < 0) return vos::failedErrno(me, VOS_ERROR, "%s:read failed errno:%d(%s).");
     const auto received = static_cast<std::size_t>(count);
     if (received < message.total())
@@ -109,14 +116,14 @@ int32_t sendRequest(Caller me, const Kind &kind, const Request &request, MakePat
                      .ulBufLen = request.size},
                     request.payload,
                     request.size};
-    const ssize_t sent = send(requester.fd(), kind, message);
+    const ssize_t sent = send(requester, kind, message, request.stage);
     if (sent < 0)
         return kind.buffer == nullptr ? vos::failedErrno(me, VOS_ERROR, "%s:sendmsg failed errno:%d(%s).")
                                       : vos::failedErrno(me, VOS_ERROR, "%s:write failed errno:%d(%s).");
     if (static_cast<std::size_t>(sent) < message.total())
         vos::error(me, "%s:write need send %d but send only %d.", static_cast<int32_t>(message.total()),
                    static_cast<int32_t>(sent));
-    if (request.awaits) result = awaitAnswer(me, requester.fd(), kind, message, request.answerCode);
+    if (request.stage == VOS_MSG_TAP_REQUEST) result = awaitAnswer(me, requester, kind, message, request.answerCode);
     requester.close();
     return vos::ended(me, result);
 }
@@ -131,7 +138,8 @@ int32_t vosMsgSend(const char *pDestName, void *pMsgBuf, uint32_t ulMsgSize, uin
                    uint32_t ulTimeoutMs, uint32_t ulFlags) {
     const Caller me;
     const bool awaits = ulNoReturn == VOS_MSG_WAIT_ANSWER && (ulFlags & VOS_MSG_NO_WAIT) == 0;
-    return sendRequest(me, kMainRequest, {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, awaits},
+    return sendRequest(me, kMainRequest,
+                       {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, stageOf(awaits)},
                        [=] { return processPath(pDestName, ulFlags); });
 }
 
@@ -140,7 +148,8 @@ int32_t vosMsgSend2(const char *pDestName, void *pMsgBuf, uint32_t ulMsgSize, ui
                     uint32_t ulTimeoutMs, uint32_t ulFlags) {
     const Caller me;
     const bool awaits = ulNoReturn == VOS_MSG_WAIT_ANSWER;
-    return sendRequest(me, kSecondRequest, {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, awaits},
+    return sendRequest(me, kSecondRequest,
+                       {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, stageOf(awaits)},
                        [=] { return processPath(pDestName, ulFlags); });
 }
 
@@ -148,6 +157,7 @@ int32_t vosMsgThreadSend(const char *pDestName, int32_t iNumber, void *pMsgBuf, 
                          uint32_t *pRetCode, uint32_t ulTimeoutMs, uint32_t /*ulReserved*/) {
     const Caller me;
     const bool awaits = ulNoReturn == VOS_MSG_WAIT_ANSWER;
-    return sendRequest(me, kThreadRequest, {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, awaits},
+    return sendRequest(me, kThreadRequest,
+                       {pDestName, pMsgBuf, ulMsgSize, ulNoReturn, pRetCode, ulTimeoutMs, stageOf(awaits)},
                        [=] { return vos::threadPath(pDestName, iNumber); });
 }

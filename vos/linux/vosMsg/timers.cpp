@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Message-loop timers. Each channel has a list of them, and its loop looks at the list in every turn. */
+/* Message-loop timers. Each channel has a list of them, which its loop examines in every turn. */
 #include "timers.h"
 
 #include <sys/time.h>
@@ -72,8 +72,8 @@ uint32_t elapsedMs(const timeval &start, const timeval &now) {
     return seconds * 1000 + static_cast<uint32_t>(microseconds / 1000);
 }
 
-/* Tells after a callback whether the record is still the same timer: it may be freed, and its memory may already be
- * another timer's. */
+/* Whether the record is still the same timer after a callback. The callback may have freed it, and another timer may
+ * already use its memory. */
 struct Identity {
     const VOS_MSG_TIMER *timer;
     uint32_t serial;
@@ -82,7 +82,7 @@ struct Identity {
     }
 };
 
-/* Fires a due timer, and yields the milliseconds until it is due again. */
+/* Fires a due timer, and computes the milliseconds until it is due again. */
 uint32_t fire(vos::Caller me, const vos::TimerList &timers, VOS_MSG_TIMER *timer, uint32_t late, const timeval &now) {
     const Identity identity{timer, timer->ulSerial};
     if (timer->pProc != nullptr) {
@@ -184,7 +184,7 @@ int32_t vosTimerRegister2(uint32_t ulPeriodic, uint32_t ulIntervalMs, VOS_MSG_TI
     return registerTimer(me, vos::kSecondTimers, {ulPeriodic, ulIntervalMs, pProc, ulUserArg}, ppTimer);
 }
 
-/* This call and the two below know only the main channel's timers. */
+/* This call and the two below find only the timers of the main channel. */
 int32_t vosTimerCancel(VOS_MSG_TIMER *pTimer) {
     const vos::Caller me;
     vos::trace(me, "%s:start.");

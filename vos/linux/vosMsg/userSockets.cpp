@@ -60,7 +60,7 @@ bool toBeServed(const VOS_MSG_USER_SOCKET &node, const vos::ReadSet &ready, Mome
 Moment vos::watchUserSockets(Caller me, ReadSet &set) {
     const Moment made = __atomic_load_n(&now, __ATOMIC_RELAXED);
     for (const VOS_MSG_USER_SOCKET *node = g_pUserSocketList; node != nullptr; node = node->pNext) {
-        /* Without a handler nobody would read what comes, and the loop would never wait again. */
+        /* Without a handler the data would not be read, and the loop would never wait again. */
         if (node->pProc == nullptr) continue;
         if (!set.add(node->iFd)) error(me, "%s:user socket %d is out of select range.", node->iFd);
     }

@@ -74,8 +74,8 @@ struct Arguments {
     }
 };
 
-/* Splits the argument string. False when there is no memory. A blank in the program's name makes more arguments than
- * there are slots; that aborts the process before the first one is stored. */
+/* Splits the argument string. False when there is no memory. When the program's name has a blank, there are more
+ * arguments than slots. Then the process aborts before the first argument is stored. */
 bool parse(const char *path, const char *name, const char *argumentString, Arguments &arguments) {
     const std::size_t slots = countBlanks(argumentString) + 3; /* the name, one more than blanks, the null pointer */
     if (!arguments.obtain(slots, strlen(path) + strlen(argumentString) + 16)) return false;
@@ -113,7 +113,8 @@ void execute(const char *path, const char *name, char *const *vector) {
 
 /* vfork(), because the creator may be large and the kernel strict about memory. */
 pid_t startSuspended(vos::Caller me, const char *path, const char *name, char *const *vector) {
-    /* So that the id is known before: exit hooks of the child that ask for it would store their own for the creator. */
+    /* Stores the creator's id before the fork. If an exit hook of the child were the first to ask, it would store the
+     * child's id in the creator's memory. */
     vos::processId();
     const vos::SignalsBlocked blocked;
     const pid_t child = vfork(); /* NOLINT(clang-analyzer-security.insecureAPI.vfork): see becomeProgram() */
@@ -136,8 +137,8 @@ pid_t startCopy(vos::Caller me, const char *path, const std::array<int, 3> &stan
     return child;
 }
 
-/* The creator's part, after the start: gives the child its policy. Returns the child's id, or the result code of what
- * has failed: the fork, too. */
+/* Runs in the creator, after the start: sets the child's policy. Returns the child's id, or the result code when the
+ * fork or the policy has failed. */
 int32_t finishStart(vos::Caller me, const char *path, pid_t child, int32_t priority) {
     if (child == -1) return vos::failed(me, VOS_ERR_FORK, "%s:name %s fork failed.", vos::outside(path));
     if (!vos::setRoundRobin(child, priority))

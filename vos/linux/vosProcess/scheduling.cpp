@@ -38,7 +38,7 @@ int32_t readRealTimePriority(int32_t pid, int32_t *priority) {
     return VOS_OK;
 }
 
-/* A nice value of -1 cannot be told from a failure and counts as one. */
+/* A nice value of -1 cannot be distinguished from a failure, and counts as one. */
 int32_t readNiceValue(int32_t pid, int32_t *priority) {
     const int nice = getpriority(PRIO_PROCESS, static_cast<id_t>(pid));
     if (nice == -1) return VOS_ERROR;

@@ -12,8 +12,9 @@ constinit uint32_t g_bProcTermProcRunned = 0;
 
 namespace {
 
-/* The handler may run on any thread and at any instruction. The flag is released and acquired, so that a thread that
- * finds it at 0 also finds the procedure that was stored before. It is tested and then set, without an exchange. */
+/* The handler may run on any thread and at any instruction. The flag is read with acquire and written with release
+ * order. So a thread that reads 0 also reads the procedure that was stored before. The test and the set are two steps,
+ * not one exchange. */
 bool alreadyStarted() { return __atomic_load_n(&g_bProcTermProcRunned, __ATOMIC_ACQUIRE) != 0; }
 void markStarted(uint32_t started) { __atomic_store_n(&g_bProcTermProcRunned, started, __ATOMIC_RELEASE); }
 

@@ -68,7 +68,7 @@ bool reapsByItself(const Disposition &child) {
 }
 
 /* While SIGCHLD had its default action, every child that ended became a zombie, and ignoring SIGCHLD again does not
- * remove it. Nobody loses a status: where SIGCHLD is ignored there is none to be had. */
+ * remove it. No caller loses a status: a process that ignores SIGCHLD gets none. */
 void reapZombies() {
     while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
 }

@@ -15,8 +15,8 @@
 
 namespace {
 
-/* Waits until the connection is made or has failed; errno tells why it is not known. An fd_set ends at descriptor 1023,
- * but the kernel takes a set of any length: a larger descriptor gets a larger set. */
+/* Waits until the connection is made or has failed. When that cannot be found out, errno says why. An fd_set ends at
+ * descriptor 1023, but the kernel accepts a set of any length, so a larger descriptor gets a larger set. */
 bool awaitWritable(int fd, timeval *timeout) {
     const auto number = static_cast<std::size_t>(fd);
     fd_set small;
@@ -40,8 +40,8 @@ int32_t failedWith(int reason) {
 
 }  // namespace
 
-/* Only a connect whose outcome is known restores the flags. Whoever returns earlier leaves the descriptor non-blocking;
- * callers close it or set its flags again. */
+/* The flags are restored only when the outcome of the connect is known. An earlier return leaves the descriptor
+ * non-blocking; callers close it or set its flags again. */
 int32_t vosConnectWithTimeout(int32_t iFd, const struct sockaddr *pAddr, uint32_t ulAddrLen, struct timeval *pTimeout) {
     const vos::Caller me;
     const int flags = fcntl(iFd, F_GETFL);

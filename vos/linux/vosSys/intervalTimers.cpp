@@ -42,7 +42,7 @@ void forgetInChild() {
 }
 [[gnu::constructor]] void beReadyForFork() { pthread_atfork(nullptr, nullptr, forgetInChild); }
 
-/* Atomic, because callers may look at the handle without the mutex. */
+/* Atomic, because callers may read the handle without the mutex. */
 void setHandle(VOS_TIMER *record, timer_t handle) { __atomic_store_n(&record->hTimer, handle, __ATOMIC_RELEASE); }
 
 int32_t deleteTimer(VOS_TIMER *record) {
@@ -61,8 +61,8 @@ bool armed(timer_t handle) {
            (left.it_value.tv_sec != 0 || left.it_value.tv_nsec != 0);
 }
 
-/* A one-shot timer that has fired is not armed any more. If the record's timer is armed, it was added after the one
- * that makes this call, whose thread came too late. */
+/* A one-shot timer that has fired is not armed any more. So if the record's timer is armed, it was added after the
+ * timer that makes this call, and the thread of this call has started too late. */
 void begin(Run &run) {
     const vos::Locked locked{&g_runs.mutex};
     run.restarted = run.record->ulMode == kOneShot && armed(run.record->hTimer);
@@ -87,9 +87,9 @@ void finish(Run &run) {
 
 void finishRun(void *run) { finish(*static_cast<Run *>(run)); }
 
-/* A comparison of handles cannot tell a restarted timer from the one that fired: the C library often gives both the
- * same handle. So the calls are listed, and vosTimerAdd() marks those of its record. A function that ends its thread
- * with pthread_exit() is taken off the list as well: its Run goes with the thread's stack. */
+/* A comparison of handles cannot distinguish a restarted timer from the one that fired, because the C library often
+ * gives both the same handle. So the calls are listed, and vosTimerAdd() marks those of its record. A function that
+ * ends its thread with pthread_exit() is taken off the list as well: its Run goes with the thread's stack. */
 void expired(sigval value) {
     Run run = {.record = static_cast<VOS_TIMER *>(value.sival_ptr), .restarted = false, .next = nullptr};
     begin(run);
@@ -102,7 +102,7 @@ timespec periodOf(const VOS_TIMER *record) {
     return {.tv_sec = record->ulPeriodMs / 1000, .tv_nsec = long{record->ulPeriodMs % 1000} * 1'000'000};
 }
 
-/* Callers look at errno after the line. */
+/* Keeps errno, which callers read after the line. */
 int32_t failedAt(int step, int result, vos::Caller me) {
     const vos::ErrnoKeeper keep;
     vosPrintf("\r\n%s %d rc = %d ", me.name, step, result);

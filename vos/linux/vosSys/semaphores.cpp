@@ -35,9 +35,9 @@ bool isMutex(const VOS_SEM *sem) { return sem->ulKind == Mutex; }
 
 int32_t resultOf(int outcome) { return outcome == 0 ? VOS_OK : VOS_ERROR; }
 
-/* The time-out is looked for in errno for both kinds. A semaphore reports it there; a mutex reports it by its result
- * and leaves errno alone, so a mutex's time-out is VOS_ERROR unless errno held ETIMEDOUT before: callers tell the two
- * kinds apart by it. */
+/* For both kinds the time-out is read from errno. The wait on a semaphore sets errno. The wait on a mutex returns the
+ * error and does not set errno, so the time-out of a mutex is VOS_ERROR unless errno was ETIMEDOUT before. Callers rely
+ * on this difference. */
 int32_t resultOfTimed(int outcome) {
     if (outcome == 0) return VOS_OK;
     return errno == ETIMEDOUT ? VOS_ERR_TIMEOUT : VOS_ERROR;

@@ -48,7 +48,7 @@ void putBack(const vos::Terminal &terminal) {
     terminal.apply();
 }
 
-/* What remains to be done when the waiting thread is cancelled. The command runs on. */
+/* The work that remains when the waiting thread is cancelled. The command continues. */
 void stopWaiting(void *terminal) { putBack(*static_cast<const vos::Terminal *>(terminal)); }
 
 /* The C form of the cleanup: without exceptions a cancelled thread runs no destructors. */
@@ -78,14 +78,14 @@ int32_t runShell(const char *command, uint32_t mode, Waiting waiting, int32_t *s
     return result;
 }
 
-/* Tells the next start that software asked for the reboot. A reboot goes on without the marker. It is closed before the
- * reboot begins: "/flash" could not be unmounted while a file in it is open. */
+/* The marker by which the next start knows that software asked for the reboot. When it cannot be written, the reboot
+ * goes on. It is closed before the reboot begins: "/flash" could not be unmounted while a file in it is open. */
 void leaveRebootMarker() { const vos::UniqueFd marker{open("/flash/reboot", O_RDWR | O_CREAT | O_CLOEXEC, 0644)}; }
 
 }  // namespace
 
 int32_t vosSystem(const char *pCommand, uint32_t ulMode) {
-    return vosSystem2(pCommand, ulMode, nullptr); /* how the command ended is not looked at */
+    return vosSystem2(pCommand, ulMode, nullptr); /* the command's status is not examined */
 }
 
 int32_t vosSystem2(const char *pCommand, uint32_t ulMode, int32_t *pStatus) {

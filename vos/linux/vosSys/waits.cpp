@@ -27,7 +27,7 @@ bool takeOne(VOS_WAIT *wait) {
 void releaseMutex(void *mutex) { pthread_mutex_unlock(static_cast<pthread_mutex_t *>(mutex)); }
 
 /* pthread_cond_wait(), or pthread_cond_timedwait() where there is a deadline. Both are cancellation points, and a
- * thread that is cancelled there holds the mutex again. It gives it back by the C form of the cleanup, because without
+ * thread that is cancelled there holds the mutex again. The C form of the cleanup releases it, because without
  * exceptions no destructor runs in a cancelled thread. */
 int waitForSignal(VOS_WAIT *wait, const timespec *deadline) {
     int outcome = 0;

@@ -13,7 +13,7 @@ constexpr std::string_view kDefaultSerial = "123456789";
 constexpr std::string_view kBootromVersion = "1.0";
 constexpr int32_t kHardwareVersion = 1;
 
-/* Copies as much of a text as fits, and a NUL. Writes nothing when there is no room. */
+/* Copies as much of a text as fits, and a NUL. Writes nothing when `room` is 0 or negative. */
 void copyText(std::string_view text, char *to, int32_t room) {
     if (to == nullptr || room <= 0) return;
     const std::size_t length = std::min(text.size(), static_cast<std::size_t>(room) - 1);

@@ -124,8 +124,8 @@ void unlockFile(Caller me, const FailureText &text, const UniqueFd &file) {
 }
 
 /* A failed or short write is only logged; one that does not begin at the start leaves the partition as it was. With the
- * journal the lock is kept until the entry is removed: another process would take the entry of a save at work for that
- * of an interrupted one. */
+ * journal the lock is kept until the entry is removed. Without the lock another process would find the entry and treat
+ * this save as an interrupted one. */
 void writeImage(Caller me, const PartitionSpec &spec, const UniqueFd &file, const Image &image,
                 std::optional<journal::Save> &save, bool atStart) {
     const auto wanted = static_cast<int32_t>(spec.size());
