@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/time.h>
 
 #include "vos.h"
 
@@ -13,6 +14,14 @@
 enum { PAYLOAD = 64, ANSWER = 7, IDLE_TIMERS = 100 };
 
 static long left;
+
+/* The library calls this one. Its arithmetic with the real time of day takes more or fewer instructions, by the moment.
+ */
+int gettimeofday(struct timeval *restrict now, void *restrict zone) {
+    (void)zone;
+    *now = (struct timeval){.tv_sec = 1000000000, .tv_usec = 500000};
+    return 0;
+}
 
 static void expect(int holds, const char *what) {
     if (holds) return;
