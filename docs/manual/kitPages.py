@@ -12,6 +12,12 @@ from toolPage import roff, sections
 
 SUMMARY = {"vos-sandbox": "run a command in private surroundings like those of a device",
            "vos-faults": "make calls of a command into libvos, or of libvos into the system, fail or wait"}
+STATUS = {"vos-sandbox": "That of the command, and 128 and the signal's number when a signal has ended it; 124 after a cut; 125 when there is no "
+                         "sandbox or an option is wrong.",
+          "vos-faults": "That of the command, and 128 and the signal's number when a signal has ended it; 125 when a rule or an option cannot be "
+                        "read, and when a signal has interrupted **--each**. With **--each** 0, or 1 when a run hung, crashed or leaked."}
+EXAMPLES = {"vos-sandbox": ["vos-sandbox --shell", "vos-sandbox --keep flash --cut-at-write 3 ./daemon", "vosctl --root flash partition check"],
+            "vos-faults": ["vos-faults vosMsgSend#3=-1:ETIMEDOUT -- ./client", "vos-sandbox vos-faults --each -- ./client"]}
 OTHERS = {"vos-sandbox": "**vos-faults**(1), **vosctl**(1)", "vos-faults": "**vos-sandbox**(1), **vosctl**(1)"}
 
 
@@ -31,7 +37,8 @@ def page(name, source):
     text = re.sub(r"\[([^\]]*)\]\([^)]*\)", r"\1", texts[name])
     quoted = "\n".join(line if line.startswith("    ") or not line else "    " + line for line in options[first:]).rstrip()
     return (f"# NAME\n\n{name} - {SUMMARY[name]}\n\n# SYNOPSIS\n\n" + "\n".join(synopsis) + f"\n\n# DESCRIPTION\n{text}"
-            f"\n\n# OPTIONS\n\n{quoted}\n\n# SEE ALSO\n\n{OTHERS[name]}\n")
+            f"\n\n# OPTIONS\n\n{quoted}\n\n# EXIT STATUS\n\n{STATUS[name]}\n\n# EXAMPLES\n\n"
+            + "\n".join(f"    {line}" for line in EXAMPLES[name]) + f"\n\n# SEE ALSO\n\n{OTHERS[name]}\n")
 
 
 if __name__ == "__main__":
