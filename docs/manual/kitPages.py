@@ -16,7 +16,7 @@ STATUS = {"vos-sandbox": "That of the command, and 128 and the signal's number w
                          "sandbox or an option is wrong.",
           "vos-faults": "That of the command, and 128 and the signal's number when a signal has ended it; 125 when a rule or an option cannot be "
                         "read, and when a signal has interrupted **--each**. With **--each** 0, or 1 when a run hung, crashed or leaked."}
-EXAMPLES = {"vos-sandbox": ["vos-sandbox --shell", "vos-sandbox --keep flash --cut-at-write 3 ./daemon", "vosctl --root flash partition check"],
+EXAMPLES = {"vos-sandbox": ["vos-sandbox --shell", "vos-sandbox --keep device --cut-at-write 3 ./daemon", "vosctl --root device partition check"],
             "vos-faults": ["vos-faults vosMsgSend#3=-1:ETIMEDOUT -- ./client", "vos-sandbox vos-faults --each -- ./client"]}
 OTHERS = {"vos-sandbox": "**vos-faults**(1), **vosctl**(1)", "vos-faults": "**vos-sandbox**(1), **vosctl**(1)"}
 
