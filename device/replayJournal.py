@@ -20,6 +20,7 @@ from suite import BUILD, build
 PROGRAM = BUILD / "device/guest/journalCuts"
 COUNTS = ("points", "states", "examined", "recoveries", "old", "new", "torn", "empty", "missing")
 GUESTS = 2
+SAVES = 14  # two of each of seven stores
 UNITS_PER_GUEST = 40  # a guest that is ended loses the unit at work only
 FIRST_CUTS = 8  # of one unit, with every cut of their recoveries
 THRICE = 200  # points of one unit of three cuts in a row
@@ -45,8 +46,11 @@ def record(machine, directory, size):
             raise Unavailable(f"{directory} holds a campaign with saves of {saves['size']} bytes")
         return saves["steps"]
     output = guest(machine, directory, "record", size, None)
-    steps = dict(re.fullmatch(r"recorded (.*)\t(\d+)", line).groups() for line in output if line.startswith("recorded "))
-    steps = {name: int(count) for name, count in steps.items()}
+    # The first one is behind the library's own words, which end without a new line.
+    told = (re.search(r"recorded ([a-z, ]+)\t(\d+)$", line) for line in output)
+    steps = {each.group(1): int(each.group(2)) for each in told if each}
+    if len(steps) != SAVES:
+        raise Unavailable(f"{len(steps)} saves were recorded, not {SAVES}:\n" + "\n".join(output[-20:]))
     known.write_text(json.dumps({"size": size, "steps": steps}, indent=1))
     return steps
 

@@ -73,7 +73,10 @@ extern const char *szBootLoaderFileName;
  *
  * All programs of a device should have the same directory, and name a file by the same path: an entry belongs to the
  * text of the absolute path. A path has at most 1023 characters, the directory's path at most 255.
- * Applications and boot loaders are not saved by way of the journal, nor is what vosFileCopy() writes. Files below
+ * Applications and boot loaders are not saved by way of the journal, nor is what vosFileCopy() writes. Before an
+ * installation vosFileAppWrite() and vosFileBootWrite() write a record of the image into the journal, by which
+ * "vosctl image status" tells what an interruption has left. It stays until the next installation. A record that cannot
+ * be written is logged, and the installation goes on. Files below
  * "/proc" and "/sys", and what is no regular file, are saved without it.
  */
 extern const char *szVosJournalDir;

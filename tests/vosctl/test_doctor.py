@@ -51,7 +51,7 @@ def warns(vosctl, check, text):
 
 def test_each_check_is_made_once_and_in_order(vosctl):
     assert list(checks(vosctl)) == ["socket-directory", "stale-sockets", "send-ceiling", "receive-ceiling", "queue-length",
-                                    "netlink", "flash", "app", "system-partition", "factory-partition", "factory-copy",
+                                    "netlink", "flash", "app", "journal", "system-partition", "factory-partition", "factory-copy",
                                     "application", "backup", "configuration", "flash-room", "terminals", "uptime"]
 
 
@@ -268,7 +268,7 @@ def test_as_text(vosctl):
     assert outcome.status == 1
     assert lines[0] == "warning  socket-directory: /tmp/vos does not exist"
     assert lines[1].startswith("         -> nothing while no process of vos has run")
-    assert lines[-1] == "1 of 17 checks found an error."
+    assert lines[-1] == "1 of 18 checks found an error."
 
 
 def test_colours_only_when_wanted(vosctl):

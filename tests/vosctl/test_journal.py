@@ -229,3 +229,22 @@ def test_a_record_that_is_not_sound_tells_nothing(vosctl):
             assert with_journal(vosctl, "--json", "image", "status").json["installation"] is None, at
     record.write_bytes(sound)
     assert with_journal(vosctl, "--json", "image", "status").json["installation"]["found"] == "new"
+
+
+def test_status_tells_a_torn_boot_loader(vosctl):
+    install_first()
+    device = pathlib.Path("/dev/mtdblock0")
+    device.write_bytes(b"\xff" * 64)
+    try:
+        new = write("/tmp/image", image(1, b"boot loader"))
+        with_journal(vosctl, "image", "install", new, "--yes").ok()
+        told = with_journal(vosctl, "--json", "image", "status").ok().json["bootLoader"]
+        assert (told["path"], told["state"]) == (str(device), "whole")
+        whole = device.read_bytes()
+        for torn in (whole[:5] + b"\xff" * 59, whole[:20], b""):
+            device.write_bytes(torn)
+            told = with_journal(vosctl, "--json", "image", "status")
+            assert told.status == 1 and told.json["bootLoader"]["state"] == "broken"
+        assert "Install it again before the next restart" in with_journal(vosctl, "image", "status").stdout
+    finally:
+        device.unlink()
