@@ -12,6 +12,9 @@
  * failed write, a kill or a power cut the file can be empty or hold a part of the new content.
  *
  * A file is created with a mode from which the process's umask is taken away.
+ *
+ * A thread should not be cancelled inside these calls: open files and locks would stay. Switch cancellation off with
+ * pthread_setcancelstate() around them.
  */
 #ifndef VOS_FILE_H
 #define VOS_FILE_H

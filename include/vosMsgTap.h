@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file vosMsgTap.h
- * Taps: copies of the messages that a running process sends and receives.
+ * Message taps: copies of the messages that a running process sends and receives.
  *
  * A tap is a datagram socket directly below "/tmp/vos". Its owner sends the control message VOS_MSG_TAP to any message
  * socket of a process, and from then on the process sends a copy of each message to the tap: of those that it sends and
@@ -43,13 +43,12 @@ extern "C" {
 
 /** Actions of the control message, its ulValue1. */
 enum {
-    /** Switch the tap off: the process sends VOS_MSG_TAP_STOPPED as the last datagram. Any socket may send it, also an
-     *  unbound one. It has no effect, and is not logged as an error, when no such tap is on. The last datagram may be
-     *  lost like any other: whoever waits for it sees to it that the tap has room. */
-    VOS_MSG_TAP_OFF = 0,
-    /** Switch the tap on; or, for a tap that is on, change its limit. Either is answered with VOS_MSG_TAP_STARTED. Only
-     *  the tap's own socket may send it. */
-    VOS_MSG_TAP_ON = 1
+    VOS_MSG_TAP_OFF = 0, /**< Switch the tap off. The process sends VOS_MSG_TAP_STOPPED as the last datagram, which may
+                            be lost like any other: whoever waits for it sees to it that the tap has room. Any socket
+                            may send the request, also an unbound one. It has no effect, and is not logged as an error,
+                              when no such tap is on. */
+    VOS_MSG_TAP_ON = 1   /**< Switch the tap on; or, for a tap that is on, change its limit. Either is answered with
+                              VOS_MSG_TAP_STARTED. Only the tap's own socket may send it. */
 };
 
 /**
@@ -68,19 +67,17 @@ typedef struct VOS_MSG_TAP_SWITCH {
 
 /** What a datagram to a tap reports: values of VOS_MSG_TAP_HEAD::ucWhat. */
 enum {
-    /** The process has sent a message, or has tried to. */
-    VOS_MSG_TAP_SENT = 1,
-    /** The process has received a message, or has waited for one that did not come. */
-    VOS_MSG_TAP_RECEIVED = 2,
-    /** The tap is on. No message follows the header. acOwn is the path of the process's normal socket, empty when that
-     *  is not open. ullNumber and ullLost count the copies up to now. */
-    VOS_MSG_TAP_STARTED = 3,
-    /** The tap is off, and this is the last datagram to it; without message, and with the counts, as above. */
-    VOS_MSG_TAP_STOPPED = 4,
-    /** The tap was not switched on; without message. iErrno says why: EBUSY when four others are on; EPERM when the
-     *  socket belongs to another user, or the path is no socket; otherwise the errno of the call that has failed, such
-     *  as EMFILE. It comes from the socket that got the request. */
-    VOS_MSG_TAP_REFUSED = 5
+    VOS_MSG_TAP_SENT = 1,     /**< The process has sent a message, or has tried to. */
+    VOS_MSG_TAP_RECEIVED = 2, /**< The process has received a message, or has waited for one that did not come. */
+    VOS_MSG_TAP_STARTED = 3,  /**< The tap is on. No message follows the header. acOwn is the path of the process's
+                                   normal socket, empty when that is not open. ullNumber and ullLost count the copies up
+                                   to now. */
+    VOS_MSG_TAP_STOPPED = 4,  /**< The tap is off, and this is the last datagram to it; without message, and with the
+                                   counts, as above. */
+    VOS_MSG_TAP_REFUSED = 5   /**< The tap was not switched on; without message. iErrno says why: EBUSY when four others
+                                   are on; EPERM when the socket belongs to another user, or the path is no socket;
+                                   otherwise the errno of the call that has failed, such as EMFILE. It comes from the
+                                   socket that got the request. */
 };
 
 /** What kind of message it is: values of VOS_MSG_TAP_HEAD::ucStage. */

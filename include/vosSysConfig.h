@@ -8,6 +8,9 @@
  * to read and one to rewrite: when two processes change items of one partition at the same moment, one of the changes
  * can be lost. A lock that fails is logged, and the access continues without it. A signal interrupts a waiting lock if
  * its handler was installed without SA_RESTART: install handlers with SA_RESTART.
+ *
+ * A thread should not be cancelled inside these calls: open files and locks would stay. Switch cancellation off with
+ * pthread_setcancelstate() around them.
  */
 #ifndef VOS_SYS_CONFIG_H
 #define VOS_SYS_CONFIG_H

@@ -34,7 +34,9 @@ def page(header, number, headers):
     if found:
         out.append(".SH DECLARATIONS")
     for each in found:
-        body = [".IP" if line == ".PP" else line for line in prose(lines_of(each["text"]))]
+        body = prose(lines_of(each["text"]))
+        # A paragraph stays below its declaration. A block of code has an indentation of its own.
+        body = [".IP" if line == ".PP" and not after.startswith(".") else line for line, after in zip(body, [*body[1:], ""])]
         out += [".TP", f".B {escape(declared(each['code']))}", *body]
     out += [".SH SEE ALSO", *see_also([*((other.name, 3) for other in headers if other != header), ("vosMsg", 3)])]
     return "\n".join(line for line in out if line) + "\n"

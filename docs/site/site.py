@@ -55,6 +55,7 @@ GROUP_OF = {
     "docs/tutorial.md": "Learn", "docs/cpp.md": "Learn", "docs/porting.md": "Learn", "docs/glossary.md": "Learn", "docs/calls.md": "Learn",
     "docs/vosctl.md": "Use", "docs/seeing-messages.md": "Use", "docs/troubleshooting.md": "Use", "docs/board.md": "Use", "docs/security.md": "Use",
     "docs/install.md": "Use", "docs/versions.md": "Use", "docs/error-codes.md": "Use", "docs/power-cuts.md": "Use", "docs/time-zone.md": "Use",
+    "docs/testkit.md": "Use",
     "docs/wire-format.md": "Formats and limits", "docs/flash-formats.md": "Formats and limits", "docs/size.md": "Formats and limits",
     "docs/performance.md": "Formats and limits", "docs/benchmarks/README.md": "Formats and limits",
 }
@@ -112,6 +113,7 @@ class Site:
             man = pathlib.Path(directory)
             output(sys.executable, "-B", generators / "headerPages.py", self.source, man / "man3")
             output(sys.executable, "-B", generators / "toolPage.py", self.source / "docs/vosctl.md", man / "vosctl.1")
+            output(sys.executable, "-B", generators / "kitPages.py", self.source, man)
             for file in sorted((man / "man3").iterdir()):
                 text = file.read_text(encoding="utf-8")
                 name = re.fullmatch(r"\.so man3/(.*)\.3\n", text)

@@ -6,15 +6,17 @@ PATH=$1:$PATH
 rm -f /flash/*
 
 begin() {
-    thermod >/dev/null &
-    daemon=$!
-    trap 'kill $daemon 2>/dev/null' EXIT
-    tries=0
+    rm -f /tmp/ended
+    { thermod >/dev/null; echo $? >/tmp/ended; } &
     until ask thermod limit >/dev/null; do # nothing tells that it is ready
-        tries=$((tries + 1))
-        [ $tries -lt 100 ] || { echo "it does not answer"; exit 1; }
+        [ ! -e /tmp/ended ] || { echo "it has ended"; exit 1; }
         sleep 0.01
     done
+}
+stop() {
+    expect stop 0
+    wait
+    [ "$(cat /tmp/ended)" = 0 ] || { echo "its status is not 0"; exit 1; }
 }
 expect() { # QUESTION ANSWER
     answer=$(ask thermod "$1" | tail -n 1)
@@ -26,9 +28,7 @@ expect limit 20
 expect 'limit 30' 0
 expect limit 30
 expect 'limit x' -2
-expect stop 0
-wait $daemon || exit 1
+stop
 begin
 expect limit 30
-expect stop 0
-wait $daemon
+stop

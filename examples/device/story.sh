@@ -72,8 +72,8 @@ slow_answer() { # the monitor may not have begun when the first one comes
     grep 'oltd .*> mgmtd .*served' /tmp/slow >/dev/null
 }
 await slow_answer
-kill -INT $monitor
-wait $monitor
+kill -INT "$monitor"
+wait "$monitor"
 see 'oltd .*> mgmtd .*answer 0 .*served [2-9][0-9][0-9].* ms' grep -m 1 'oltd .*> mgmtd' /tmp/slow
 if vosctl waits >/dev/null 2>&1; then
     olt audit >/tmp/audit 2>&1 &
@@ -81,7 +81,7 @@ if vosctl waits >/dev/null 2>&1; then
     circle() { vosctl waits | grep 'ircle: ' >/dev/null; }
     await circle
     see 'circle: .*oltd .*waits for mgmtd' vosctl waits
-    if wait $audit; then fail "the audit cannot have been answered"; fi
+    if wait "$audit"; then fail "the audit cannot have been answered"; fi
     see 'the audit got no answer' cat /tmp/audit
 else
     echo "(This kernel does not tell who waits for whom: the circle is left out.)"

@@ -314,9 +314,9 @@ uint32_t vosFaultsStruck(void) { return struck.load(); }
 
 /* A process that ends without its exit hooks has an end, too. */
 extern "C" {
-[[noreturn, gnu::visibility("default")]] void _exit(int status) {
+__attribute__((noreturn, visibility("default"))) void _exit(int status) {
     reportEnd();
     for (;;) syscall(SYS_exit_group, status);
 }
-[[noreturn, gnu::visibility("default")]] void _Exit(int status) { _exit(status); }
+__attribute__((noreturn, visibility("default"))) void _Exit(int status) { _exit(status); }
 }

@@ -36,7 +36,7 @@ constexpr const char *kHelp =
     --each             run the command once per call that could fail, and tell how each run ended
     --calls PATTERN    with --each: only calls of this name; "*" and "?" fit any characters; may be repeated
     --most N           with --each: only the first N calls of each name in each program
-    --time-limit TIME  with --each: a run that takes longer has hung (default 10s)
+    --time-limit TIME  with --each: a run that takes longer has hung (default 30s)
     --program NAME     only in programs of this name
     --seed N           another choice of the calls of a share (default 1)
     --verbose          tell each call that was struck; with --each: also what the command prints
@@ -90,7 +90,7 @@ void readOptions(int argc, char **argv, Options &options) {
                                 {"help", no_argument, nullptr, kHelpOption},
                                 {nullptr, 0, nullptr, 0}};
     Settings &settings = options.each.settings;
-    settings.limit = std::chrono::seconds(10);
+    settings.limit = std::chrono::seconds(30);
     opterr = 0;
     for (int found = 0; (found = getopt_long(argc, argv, "+:hv", kLong, nullptr)) != -1;) switch (found) {
             case kEach:

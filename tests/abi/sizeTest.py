@@ -25,7 +25,7 @@ def section(name: str) -> int:
 
 
 def relocations() -> int:
-    return len(re.findall(r"^[0-9a-f]{12,} ", output(readelf, "-rW", library), flags=re.M))
+    return len(re.findall(r"^[0-9a-f]{12,}\b", output(readelf, "-rW", library), flags=re.M))
 
 
 class Calls:

@@ -24,7 +24,8 @@ Process echo() {
         EXPECT_TRUE(channel.run([&](vos::request &request) {
             if (request.text() == "stop") channel.stop();
             const auto size = static_cast<int32_t>(request.payload().size());
-            EXPECT_TRUE(request.answer(request.high() ? -size : size, request.payload()));
+            /* The requester looks at the answer; one whose call has failed is gone. */
+            static_cast<void>(request.answer(request.high() ? -size : size, request.payload()));
         }));
     });
     server.awaitReady();

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Uses every part of vos.hpp, for compilers, versions of the language and options that the other tests are not built with.
- * It is compiled, not run. */
+/* Uses every part of vos.hpp, for compilers, versions of the language and options that the other tests are not built
+ * with. It is compiled, not run. */
 #include <vos.hpp>
 
 #include <mutex>
@@ -38,7 +38,8 @@ int32_t loop(Channel &channel) {
     int32_t count = 0;
     const auto opened = channel.open("name");
     const auto periodic = channel.every(1s, [&] { ++count; });
-    const auto once = channel.after(1ms, [&](std::chrono::milliseconds late) { count += static_cast<int>(late.count()); });
+    const auto once =
+        channel.after(1ms, [&](std::chrono::milliseconds late) { count += static_cast<int>(late.count()); });
     const auto watched = channel.watch(0, [&](int fd) { count += fd; });
     const auto owned = channel.watch(vos::unique_fd{1}, [&] { ++count; });
     const auto end = vos::on_termination(channel, [&] { channel.stop(); });

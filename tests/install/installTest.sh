@@ -21,7 +21,7 @@ has() { # DIRECTORY FILE...
 cmake --install "$build" --prefix "$prefix" >/dev/null
 has "$prefix" include/vos/vos.h include/vos/vos.hpp include/vos/vosTypes.h bin/vosctl bin/vos-sandbox bin/vos-faults include/vos-testkit/vosFaults.h \
     include/vos-testkit/vosTest.hpp libexec/vos/vos-cut share/bash-completion/completions/vosctl \
-    share/zsh/site-functions/_vosctl share/fish/vendor_completions.d/vosctl.fish share/man/man1/vosctl.1 share/man/man3/vosMsg.3
+    share/zsh/site-functions/_vosctl share/fish/vendor_completions.d/vosctl.fish share/man/man1/vosctl.1 share/man/man1/vos-sandbox.1 share/man/man1/vos-faults.1 share/man/man3/vosMsg.3
 [ "$(find "$prefix/include/vos" -name '*.h*' | wc -l)" = "$(find "$here/../../include" -name '*.h*' | wc -l)" ]
 library=$(dirname "$(find "$prefix" -name libvos.so)")
 [ -f "$library/libvos.a" ] && [ -e "$library/libvos.so.1" ] && [ -f "$library/wireshark/plugins/vos.lua" ]

@@ -32,6 +32,7 @@ with tempfile.TemporaryDirectory() as directory:
     generators, pages, tool = source / "docs/manual", man / "man3", man / "vosctl.1"
     subprocess.run([sys.executable, "-B", generators / "headerPages.py", source, pages], check=True)
     subprocess.run([sys.executable, "-B", generators / "toolPage.py", source / "docs/vosctl.md", tool], check=True)
+    subprocess.run([sys.executable, "-B", generators / "kitPages.py", source, man], check=True)
 
     found = sorted(pages.iterdir())
     aliases = {page for page in found if page.read_text(encoding="utf-8").startswith(".so ")}
@@ -40,9 +41,9 @@ with tempfile.TemporaryDirectory() as directory:
         if not target.is_file() or target in aliases:
             failures.append(f"{alias.name} leads to {target.name}, which is no page")
     tools = sorted(man.glob("*.1"))
-    wanted = {tool.name} | {f"vosctl-{group}.1" for group in ("processes", "flash", "images", "machine")}
+    wanted = {tool.name} | {f"vosctl-{group}.1" for group in ("processes", "flash", "images", "machine")} | {"vos-sandbox.1", "vos-faults.1"}
     if {page.name for page in tools} != wanted:
-        failures.append(f"the pages of vosctl are {[page.name for page in tools]}")
+        failures.append(f"the pages of the commands are {[page.name for page in tools]}")
 
     written = [page for page in found if page not in aliases]
     lint = subprocess.run([mandoc, "-T", "lint", "-W", "warning", *written, *tools], capture_output=True, text=True)

@@ -55,7 +55,7 @@ def broken_link(scratch, name, link, complaint):
     """A copy of the sources with one broken link is refused."""
     tree = scratch / name
     shutil.copytree(source / "docs", tree / "docs")
-    for entry in ("CHANGELOG.md", "CMakeLists.txt", "CONTRIBUTING.md", "SECURITY.md", "examples", "include", "vos"):
+    for entry in ("CHANGELOG.md", "CMakeLists.txt", "CONTRIBUTING.md", "SECURITY.md", "examples", "include", "testkit", "vos"):
         (tree / entry).symlink_to(source / entry)
     text = (source / "README.md").read_text(encoding="utf-8")
     (tree / "README.md").write_text(f"{text}\n{link}\n", encoding="utf-8")

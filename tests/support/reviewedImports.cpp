@@ -37,6 +37,7 @@ constexpr std::string_view kCannotFail[] = {
     "pthread_sigmask",
     "sigfillset",
     // processes: always succeed, or their result is passed on as it is
+    "geteuid",
     "getopt",
     "getpid",
     "gettid",

@@ -121,7 +121,7 @@ def steps():
     greeter.prints("greeter ends")
 
     os.unlink("/flash/zebcfg")
-    expect("all is well" in run(source / "examples/tutorial/test.sh"), "the tutorial's own test")
+    expect("all tests have passed" in run(source / "examples/tutorial/test.sh"), "the tutorial's own test")
 
 
 sources()

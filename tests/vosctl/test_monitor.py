@@ -6,6 +6,7 @@ import pathlib
 import random
 import re
 import signal
+import socket
 import subprocess
 
 import pytest
@@ -246,6 +247,24 @@ def test_messages_without_paths_are_joined_as_well(vosctl):
               Copy(RECEIVED, ONE_WAY, 1, pid=100, own=b"/tmp/vos/oltd", message=word, moment=20)]
     found = read(vosctl, capture(*NAMES, *copies))
     assert [(each["from"], each["to"], each["type"]) for each in found] == [("mgmtd", "oltd", "debug")]
+
+
+def test_a_moment_far_in_the_future_keeps_no_other_message_back(vosctl, peer, background, binary):
+    forged = Copy(SENT, REQUEST, pid=4000000, moment=10**18, message=message(b"forged"), own=b"/tmp/vos/clientp1t2v3", peer=b"/tmp/vos/x")
+    peer("server")
+    watching = background(binary, "--json", "monitor")
+    tap = eventually(taps)[0]
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+        eventually(lambda: sendto(sender, forged.bytes(), tap))
+    eventually(lambda: vosctl("send", "server", "behind it", "--nul").ok() and found(watching, "request", "behind it"))
+    assert found(watching, "request", "forged")["to"] == "x"
+
+
+def sendto(sender, datagram, path):
+    try:
+        return sender.sendto(datagram, str(path))
+    except OSError:
+        return 0
 
 
 def test_losses_are_told(vosctl):

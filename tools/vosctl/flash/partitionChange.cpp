@@ -104,7 +104,7 @@ std::string makeAt(const Partition &partition, const std::string &path) {
 void requireAccess(const Partition &partition) {
     const char *const path = *partition.path;
     struct stat status {};
-    if (stat(path, &status) != 0 || faccessat(AT_FDCWD, path, R_OK | W_OK, AT_EACCESS) == 0) return;
+    if (stat(path, &status) != 0 || faccessat(AT_FDCWD, path, R_OK | W_OK, AT_EACCESS) == 0 || errno != EACCES) return;
     const std::string why = strerror(errno);
     char mode[8];
     snprintf(mode, sizeof mode, "%04o", status.st_mode & 07777);

@@ -57,6 +57,12 @@ void join(Message &message, Message &&other) {
     if (other.payload.size() > message.payload.size()) message.payload = std::move(other.payload);
 }
 
+/* Copies come a little out of order. A moment far in the future is one of another clock, and not to be waited for. */
+bool isRecent(uint64_t moment, uint64_t now) {
+    constexpr uint64_t kDisorderNs = 1'000'000'000;
+    return moment > now ? moment - now < kDisorderNs : now - moment < Messages::kPatienceNs;
+}
+
 std::optional<uint64_t> between(const std::optional<Side> &begin, const std::optional<Side> &end) {
     if (!begin || !end || end->monotonicNs < begin->monotonicNs) return {};
     return end->monotonicNs - begin->monotonicNs;
@@ -128,9 +134,7 @@ bool Messages::mayBeJoined(const Message &message) const {
 std::optional<Message> Messages::next(uint64_t monotonicNs) {
     if (waiting_.empty()) return {};
     const Waiting first = waiting_.front();
-    const uint64_t since = first.message->first().monotonicNs;
-    const bool patient = monotonicNs != UINT64_MAX && monotonicNs < since + kPatienceNs;
-    if (patient && mayBeJoined(*first.message)) return {};
+    if (isRecent(first.message->first().monotonicNs, monotonicNs) && mayBeJoined(*first.message)) return {};
     waiting_.pop_front();
     const auto open = open_.find(first.key);
     if (open != open_.end()) {

@@ -96,7 +96,8 @@ class Messages {
     std::map<std::string, uint64_t> losses_;
 };
 
-/* The process id in the path of a requester; 0 for another path. */
+/* The process id in the path of a requester, as that process knows it itself, which differs in a container; 0 for
+ * another path. */
 uint32_t requesterPid(const std::string &path);
 
 }  // namespace vosctl

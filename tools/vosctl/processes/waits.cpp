@@ -4,13 +4,12 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <charconv>
 #include <ctime>
 #include <map>
-#include <set>
 
 #include "blockedThreads.h"
 #include "copies.h"
+#include "messages.h"
 #include "socketDirectory.h"
 
 namespace vosctl {
@@ -31,14 +30,6 @@ std::optional<std::chrono::nanoseconds> ageOf(const std::string &path) {
                      std::chrono::nanoseconds{now.tv_nsec - status.st_mtim.tv_nsec};
     if (age.count() < 0) return {};
     return age;
-}
-
-/* The process id in "clientpPtTvS": as the process itself knows it, which differs in a container. */
-int pidInFile(const std::string &file) {
-    int pid = 0;
-    constexpr std::size_t kBegin = sizeof "clientp" - 1;
-    std::from_chars(file.data() + kBegin, file.data() + file.size(), pid);
-    return pid;
 }
 
 class Reader {
@@ -75,7 +66,7 @@ class Reader {
         wait.path = peer->second->path;
         wait.requester = socket.path;
         wait.elapsed = ageOf(socket.path);
-        wait.from = partyOf(socket, pidInFile(fileOf(socket.path)));
+        wait.from = partyOf(socket, requesterPid(socket.path));
         wait.to = partyOf(*peer->second, 0);
         result_.waits.push_back(std::move(wait));
     }
@@ -105,7 +96,7 @@ class Reader {
     }
 
     /* A socket whose process cannot be seen is a party of its own, known by its file or by the process id in it. */
-    std::size_t partyOf(const KernelSocket &socket, int pidInName) {
+    std::size_t partyOf(const KernelSocket &socket, uint32_t pidInName) {
         Party party;
         const auto owner = owners_.find(socket.inode);
         if (owner != owners_.end()) {

@@ -17,40 +17,46 @@ constinit int32_t g_vosFdProcHigh_thread = -1;
 
 namespace {
 
-/* A socket of the process's channels, with its path. A path is written before its descriptor is stored, and stays. */
+/* The sockets of the process's channels. */
 struct Entry {
     const int32_t *fd;
     uint8_t kind;
-    uint32_t length = 0;
-    std::array<char, sizeof sockaddr_un::sun_path> path{};
 };
 
-constinit Entry g_sockets[] = {
+constexpr Entry kSockets[] = {
     {&g_vosFdProc, VOS_MSG_TAP_NORMAL},        {&g_vosFdProcHigh, VOS_MSG_TAP_HIGH},
     {&g_vosFdProc_thread, VOS_MSG_TAP_SECOND}, {&g_vosFdProcHigh_thread, VOS_MSG_TAP_SECOND_HIGH},
     {&g_vosFdNLUni, VOS_MSG_TAP_NETLINK},
 };
 
+/* Their paths, in the same order. A path is written before its descriptor is stored, and stays. */
+struct OwnPath {
+    uint32_t length;
+    std::array<char, sizeof sockaddr_un::sun_path> text;
+    [[nodiscard]] std::string_view view() const { return {text.data(), length}; }
+};
+constinit std::array<OwnPath, std::size(kSockets)> g_paths{};
+
 }  // namespace
 
 void vos::storeOwnSocket(int32_t *owner, int32_t fd, std::string_view path) {
-    Entry *const entry = std::ranges::find(g_sockets, owner, &Entry::fd);
-    if (entry != std::end(g_sockets)) {
-        entry->length = static_cast<uint32_t>(std::min(path.size(), entry->path.size()));
-        std::copy_n(path.data(), entry->length, entry->path.data());
+    const auto *const entry = std::ranges::find(kSockets, owner, &Entry::fd);
+    if (entry != std::end(kSockets)) {
+        OwnPath &own = g_paths[static_cast<std::size_t>(entry - kSockets)];
+        own.length = static_cast<uint32_t>(std::min(path.size(), own.text.size()));
+        std::copy_n(path.data(), own.length, own.text.data());
     }
     __atomic_store_n(owner, fd, __ATOMIC_RELEASE);
 }
 
 vos::OwnSocket vos::ownSocket(int32_t fd) {
     if (fd < 0) return {0, {}};
-    for (const Entry &entry : g_sockets)
-        if (__atomic_load_n(entry.fd, __ATOMIC_ACQUIRE) == fd) return {entry.kind, {entry.path.data(), entry.length}};
+    for (std::size_t i = 0; i < std::size(kSockets); ++i)
+        if (__atomic_load_n(kSockets[i].fd, __ATOMIC_ACQUIRE) == fd) return {kSockets[i].kind, g_paths[i].view()};
     return {0, {}};
 }
 
 std::string_view vos::processPath() {
-    const Entry &normal = g_sockets[0];
-    if (__atomic_load_n(normal.fd, __ATOMIC_ACQUIRE) < 0) return {};
-    return {normal.path.data(), normal.length};
+    if (__atomic_load_n(kSockets[0].fd, __ATOMIC_ACQUIRE) < 0) return {};
+    return g_paths[0].view();
 }

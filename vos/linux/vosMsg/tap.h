@@ -75,8 +75,8 @@ class Tap {
     static constexpr uint32_t kUsers = kClosing - 1;
 
     uint32_t state_ = 0;
-    uint32_t limit_ = 0;  /* bytes of payload */
-    int32_t socket_ = -1; /* connected, so that a new socket under the path gets nothing */
+    uint32_t limit_ = 0; /* bytes of payload */
+    int32_t socket_ = 0; /* connected, so that a new socket under the path gets nothing */
     uint32_t pathLength_ = 0;
     FileId file_{};
     std::array<char, kTapPathSize> path_{};

@@ -5,9 +5,9 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <ctime>
 
 #include "../base/file.h"
 #include "../base/log.h"
@@ -38,8 +38,7 @@ class Switching {
         pid_t holder = 0;
         while (!__atomic_compare_exchange_n(&g_switching, &holder, own, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED)) {
             if (holder != own) continue; /* the parent's: taken over */
-            const timespec moment{0, 1000000};
-            nanosleep(&moment, nullptr);
+            usleep(1000);
             holder = 0;
         }
     }
