@@ -50,6 +50,7 @@ static vos::second_channel g_alarms;
 static Session g_sessions[olt::sessions];
 
 int main() {
+    szVosJournalDir = olt::journal;
     vos::process::prepare_device(olt::mgmtd);
     /* The main channel first: it makes the directory of the sockets. */
     if (!vos::process::init(olt::mgmtd) || !g_channel.open(olt::mgmtd) || !g_alarms.open(olt::mgmtd_alarms)) return 1;

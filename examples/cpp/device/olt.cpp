@@ -14,7 +14,7 @@ namespace {
 int usage() {
     std::fprintf(stderr,
                  "usage: olt [-s SESSION] show | config | set LINE | save | upgrade FILE VERSION | backup | bootloader "
-                 "FILE | reboot | alarm\n");
+                 "FILE | reboot | selftest | audit | alarm\n");
     return 2;
 }
 

@@ -20,6 +20,9 @@ inline constexpr std::chrono::seconds patience{5};
 /* A request, and its answer: a text, and NULs up to this length. */
 using Text = vos::text<1024>;
 
+/* Every program of the device has the same journal, the tool as well: vosctl --journal. */
+inline constexpr const char *journal = "/flash/journal";
+
 inline constexpr const char *door_path = "/tmp/olt-door"; /* the cabinet's door: bytes '1' open and '0' closed */
 
 struct Port {

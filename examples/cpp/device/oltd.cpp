@@ -5,6 +5,7 @@
 int main() {
     olt::State state;
     vos::channel channel;
+    szVosJournalDir = olt::journal;
     vos::process::prepare_device(olt::oltd);
     if (!vos::process::init(olt::oltd) || !channel.open(olt::oltd)) return 1;
     /* SIGTERM ends the loop between two requests. */

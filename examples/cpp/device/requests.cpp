@@ -2,6 +2,7 @@
 /* The requests of administrators. */
 #include <algorithm>
 #include <sstream>
+#include <thread>
 #include <vector>
 
 #include "olt.hpp"
@@ -86,6 +87,19 @@ Answer backup(State & /*state*/, const std::string & /*rest*/) {
     return {VOS_OK, "the backup is version " + std::string{found->version.view().substr(0, 100)}};
 }
 
+/* Measures the light of each port, and nobody else is served meanwhile. */
+Answer selfTest(State &state, const std::string & /*rest*/) {
+    for (std::size_t i = 0; i < state.ports.size(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds{50});
+    return {VOS_OK, std::to_string(state.ports.size()) + " ports tested"};
+}
+
+/* A mistake, to be found: the OLT asks a session of mgmtd, which asks the OLT, which waits. */
+Answer audit(State & /*state*/, const std::string & /*rest*/) {
+    const auto answer =
+        vos::call<Text>(vos::thread_of(mgmtd, sessions), Text{"show"}, patience - std::chrono::seconds{1});
+    return {answer.code(), answer ? "audited" : "the audit got no answer"};
+}
+
 Answer reboot(State & /*state*/, const std::string & /*rest*/) {
     vosReboot(VOS_REBOOT_NOW);
     return {VOS_OK, "rebooting"};
@@ -95,8 +109,9 @@ constexpr struct {
     std::string_view word;
     Answer (*carryOut)(State &state, const std::string &rest);
 } requests[] = {
-    {"show", show},       {"config", config},         {"set", set},       {"save", save},
-    {"upgrade", upgrade}, {"bootloader", bootLoader}, {"backup", backup}, {"reboot", reboot},
+    {"show", show},         {"config", config},         {"set", set},       {"save", save},
+    {"upgrade", upgrade},   {"bootloader", bootLoader}, {"backup", backup}, {"reboot", reboot},
+    {"selftest", selfTest}, {"audit", audit},
 };
 
 }  // namespace
