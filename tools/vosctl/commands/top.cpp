@@ -93,15 +93,16 @@ std::set<std::string> columns() {
 /* The largest first; names and askers by the alphabet. Equal ones by name. */
 void sortBy(std::vector<Line> &lines, const std::string &column) {
     std::sort(lines.begin(), lines.end(), [](const Line &left, const Line &right) { return left.name < right.name; });
-    if (column == "asker")
+    if (column == "asker") {
         std::stable_sort(lines.begin(), lines.end(), [](const Line &left, const Line &right) {
             return left.traffic.asker() < right.traffic.asker();
         });
-    for (const SortedBy &each : kSortedBy)
-        if (column == each.column)
-            std::stable_sort(lines.begin(), lines.end(), [&each](const Line &left, const Line &right) {
-                return each.value(left) > each.value(right);
-            });
+    }
+    for (const SortedBy &each : kSortedBy) {
+        if (column != each.column) continue;
+        std::stable_sort(lines.begin(), lines.end(),
+                         [&each](const Line &left, const Line &right) { return each.value(left) > each.value(right); });
+    }
 }
 
 Cell rate(uint64_t count, double seconds) {
