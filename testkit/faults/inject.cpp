@@ -232,10 +232,22 @@ int openDescriptors() {
     return count;
 }
 
+/* The C library makes the buffer of a standard stream with its first use. That may be the log line of a fault, and it
+ * is no leak of the program's. */
+int buffersOfStreams() {
+    constexpr int kBufferOfTheCaller = 1;
+    int count = 0;
+    for (const FILE *const stream : {stdin, stdout, stderr})
+        if (stream->_IO_buf_base != nullptr && stream->_IO_buf_base != stream->_shortbuf &&
+            (stream->_flags & kBufferOfTheCaller) == 0)
+            ++count;
+    return count;
+}
+
 void reportEnd() {
     static std::atomic<bool> reported;
     if (area == nullptr || reported.exchange(true)) return;
-    const int blocks = liveBlocks.load();
+    const int blocks = liveBlocks.load() - buffersOfStreams();
     const int descriptors = openDescriptors();
     Record *const record = newRecord(Event::End);
     if (record == nullptr) return;

@@ -10,6 +10,7 @@ import os
 import pathlib
 import re
 import signal
+import socket
 import subprocess
 import sys
 import time
@@ -81,11 +82,19 @@ def code(said):
     return int(re.search(r"code\s+(-?\d+)", said)[1])
 
 
+def large_buffers():
+    """Whether this machine's ceilings are those of a device, so that there is no line about them."""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as datagrams:
+        datagrams.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 6 << 20)
+        return datagrams.getsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF) >= 12 << 20
+
+
 def steps():
     greeter = Greeter(1)
     said = run("vosctl send greeter hi")
     expect(code(said) == 1 and "64 bytes" in said and "hello" in said, said)
-    expect("KERNEL_NET_MEM_MAX" in greeter.log.read_text(encoding="utf-8"), "the first lines are not those of the page")
+    if not large_buffers():
+        expect("KERNEL_NET_MEM_MAX" in greeter.log.read_text(encoding="utf-8"), "the first lines are not those of the page")
     greeter.end()
 
     greeter = Greeter(2)

@@ -230,9 +230,10 @@ void addCaptureCommand(CLI::App &app, Context &context) {
         ->needs(size);
     addNumber(command, "-c,--count", arguments->count, "End after so many copies", 1);
     command->footer(
-        "Each process has an interface of its name. A message between two watched processes\n"
-        "is there twice: as sent and as received. The file can be read at any moment, also\n"
-        "after a kill. Only its owner can read it: passwords pass in messages.");
+        "Each process has an interface with its name. A message between two watched\n"
+        "processes is there twice: as sent and as received. The file can be read at any\n"
+        "moment, also after a kill. Only its owner can read it: there may be passwords in\n"
+        "messages.");
     addExample(command, "vosctl capture -w messages.pcapng oltd mgmtd");
     addExample(command, "vosctl capture -w ring.pcapng --max-size 10M --files 5");
     addExample(command, "vosctl capture -w - | tshark -r -");

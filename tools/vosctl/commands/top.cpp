@@ -242,9 +242,10 @@ void addTopCommand(CLI::App &app, Context &context) {
         ->default_str("1000");
     command->add_flag("--once", arguments->once, "Show one interval and end");
     command->footer(
-        "IN/S, OUT/S, B IN and B OUT are messages and bytes of payload per second; QUE is\n"
-        "how many wait at least; P50, P99 and MAX are times of service; ERR counts answers\n"
-        "with a code other than 0 and messages that failed; ASKER has sent most requests.");
+        "IN/S, OUT/S, B IN and B OUT are messages and bytes of payload per second. QUE is\n"
+        "the least number that waits. P50, P99 and MAX are times of service. ERR counts\n"
+        "answers with a code other than 0, and messages that failed. ASKER has sent most\n"
+        "requests.");
     addExample(command, "vosctl top --sort p99");
     addExample(command, "vosctl --json top --once oltd");
     onRun(command, context, [arguments, watched](Output &out) { return top(out, *arguments, *watched); });

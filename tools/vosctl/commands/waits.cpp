@@ -203,10 +203,10 @@ void addWaitsCommand(CLI::App &app, Context &context) {
     CLI::App *const command = app.add_subcommand("waits", "Show who waits for whose answer now, and for how long");
     addName(command, *name)->required(false)->description("Only this process, what it waits for and who waits for it");
     command->footer(
-        "A process stands above those that wait for it. A circle, in which everybody waits\n"
-        "for the next, is certain when each of its processes has one thread only; another\n"
-        "thread may still serve. The time-outs of the requests cannot be seen. Processes\n"
-        "of other users are seen by root only.");
+        "A process is shown above those that wait for it. In a circle each one waits\n"
+        "for the next. It is certain only when each of its processes has one thread,\n"
+        "because another thread may still serve. The time-outs of the requests are not\n"
+        "known. Only root sees processes of other users.");
     addExample(command, "vosctl waits");
     addExample(command, "vosctl --json waits oltd");
     onRun(command, context, [name](Output &out) { return waits(out, *name); });
