@@ -214,7 +214,6 @@ def _empty(directory):
 @pytest.fixture(autouse=True)
 def clean_device():
     """Every test begins with an empty flash, and without a reachable process."""
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     for directory in ("/flash", "/app"):
         _empty(directory)
     if SOCKETS.is_dir() and not SOCKETS.is_symlink():
