@@ -21,7 +21,7 @@ CALLS = 2 * 127
 
 ADVICE = """
 A count above its ceiling: the call has become slower. See where the instructions are:
-    tests/support/sandbox valgrind --tool=callgrind --dump-instr=yes --callgrind-out-file=build/calls.out \\
+    testkit/vos-sandbox valgrind --tool=callgrind --dump-instr=yes --callgrind-out-file=build/calls.out \\
         build/release/tests/programs/repeated WHAT 1000      (for "request" and "serve" start the other one as well)
     callgrind_annotate build/calls.out
 Take them out of the path, or, where the change is worth its price, raise the ceiling in tests/instructions/ceilings.txt
@@ -56,7 +56,11 @@ def run(what: str, calls: int, counted: list):
         for line in server.stdout:
             if line.endswith("ready\n"):  # lines of the library begin, not end, with a line break
                 break
-        subprocess.run(sides["request"], check=True)
+        try:
+            subprocess.run(sides["request"], check=True)
+        except subprocess.CalledProcessError:
+            server.kill()  # it would wait for requests for ever
+            raise
     if server.returncode != 0:
         sys.exit(f"FAILED: the server ended with {server.returncode}")
 

@@ -35,6 +35,8 @@ check_as() { # COMMAND PREFIX...: what is checked for each kind of user
     done
     expect "the user inside is root ($*)" "$("$@" "$sandbox" id -u)" 0
     expect "an exit status comes through ($*)" "$(status "$@" "$sandbox" sh -c 'exit 42')" 42
+    # shellcheck disable=SC2016  # expanded by the shell inside
+    expect "TMPDIR names no directory of the outside ($*)" "$(TMPDIR=/nowhere "$@" "$sandbox" sh -c 'echo "${TMPDIR-unset}"')" unset
     expect "flash is empty and writable ($*)" "$("$@" "$sandbox" sh -c 'touch /flash/a && ls /flash')" a
     expect "a tunable is written inside only ($*)" \
         "$("$@" "$sandbox" sh -c 'echo 77 >/proc/sys/net/core/wmem_max && cat /proc/sys/net/core/wmem_max')" 77
