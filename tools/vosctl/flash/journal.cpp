@@ -162,7 +162,7 @@ std::string placeEntry(const std::string &path, std::string_view content, std::s
     const bool placed = writeEntry(unfinished, head + networkBytes(crc32Of(head + rest)) + rest) &&
                         rename(unfinished.c_str(), name.c_str()) == 0;
     if (placed && flushDirectory()) return "";
-    const std::string why = std::string("the journal ") + szVosJournalDir + " cannot be written: " + strerror(errno);
+    std::string why = std::string("the journal ") + szVosJournalDir + " cannot be written: " + strerror(errno);
     unlink(placed ? name.c_str() : unfinished.c_str());
     return why;
 }

@@ -141,8 +141,9 @@ std::string PartitionChange::write(const std::vector<BodyChange> &changes) const
  * bytes are back. */
 std::string PartitionChange::store(const std::string &bytes) const {
     const std::string now = readWholePartition(file_, bytes.size());
-    if (const std::string mistake = placeEntry(*partition_.path, bytes, now); !mistake.empty()) return mistake;
-    const std::string mistake = rewrite(bytes);
+    std::string mistake = placeEntry(*partition_.path, bytes, now);
+    if (!mistake.empty()) return mistake;
+    mistake = rewrite(bytes);
     if (mistake.empty()) removeEntry(*partition_.path);
     return mistake;
 }

@@ -18,6 +18,7 @@
 
 /* An application may define these buffers itself, with no more alignment than vosMsgCheck() asks for. Without the
  * attribute a compiler may take them for aligned to 16 bytes. */
+// NOLINTBEGIN(readability-redundant-declaration)
 #define VOS_ALIGNED_FOR_A_LONG __attribute__((aligned(ZEB_LONGBYTES)))
 extern uint8_t g_vosMsgBufferRecv[VOS_MSG_BUFFER_LEN] VOS_ALIGNED_FOR_A_LONG;
 extern uint8_t g_vosMsgBufferSend[VOS_MSG_BUFFER_LEN] VOS_ALIGNED_FOR_A_LONG;
@@ -25,6 +26,7 @@ extern uint8_t g_vosMsgBufferRecv_thread[VOS_MSG_BUFFER_LEN] VOS_ALIGNED_FOR_A_L
 extern uint8_t g_vosMsgBufferSend_thread[VOS_MSG_BUFFER_LEN] VOS_ALIGNED_FOR_A_LONG;
 extern uint8_t g_vosMsgBufferResp_thread[VOS_MSG_BUFFER_LEN] VOS_ALIGNED_FOR_A_LONG;
 #undef VOS_ALIGNED_FOR_A_LONG
+// NOLINTEND(readability-redundant-declaration)
 
 namespace vos {
 

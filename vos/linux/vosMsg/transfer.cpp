@@ -217,7 +217,7 @@ ssize_t vos::receiveMessageTapped(Origin origin, int fd, msghdr *message) {
     const socklen_t room = message != nullptr && message->msg_name != nullptr ? message->msg_namelen : 0;
     const ssize_t result = recvmsg(fd, message, 0);
     const Transfer transfer{origin, VOS_MSG_TAP_RECEIVED, fd, result};
-    if (result < 0)
+    if (result < 0 || message == nullptr)
         copyToTaps(TapMoment::now(), transfer, {}, {});
     else
         copyToTaps(TapMoment::now(), transfer, {message->msg_iov, message->msg_iovlen},
