@@ -72,6 +72,7 @@ def test_a_capture_has_a_section_interfaces_packets_and_counters(vosctl, peer, c
 def test_the_numbers_of_the_copies_have_no_gap_that_is_not_counted(vosctl, peer, capturing):
     peer("server"), peer("client", "server")
     process = capturing("client")
+    eventually(lambda: vosctl("send", "client", "times 1", "--nul").ok() and len({pid for _, _, pid, *_ in copies()}) == 2)
     vosctl("send", "client", "times 500", "--nul", "--timeout", "60000").ok()
     assert process.signal(signal.SIGINT).finish() == 0
     by_process = {}
