@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* vosctl listen: a mailbox that shows what it gets and answers. */
+/* vosctl listen: receives messages under a name, shows and answers them. */
 #include <poll.h>
 #include <sys/stat.h>
 #include <vosMsg.h>
@@ -144,7 +144,7 @@ int listen(Output &out, const Arguments &arguments) {
 void addListenCommand(CLI::App &app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App *const command =
-        app.add_subcommand("listen", "Be a mailbox: show the messages that come, and answer them");
+        app.add_subcommand("listen", "Receive under a name: show the messages that come, and answer them");
     addName(command, arguments->name);
     command
         ->add_option_function<std::string>(
