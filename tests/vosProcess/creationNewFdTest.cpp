@@ -206,7 +206,9 @@ TEST(CreationWithNewFd, WhatTheCreatorHadNotFlushedAppearsOnTheFailedChildsNewOu
         vosProcessInit("demo");
         printf("not flushed");
         const int out = newFile("/tmp/out");
-        if (createWith("/app/missing", STDIN_FILENO, out, out) == 0) _exit(kFailedChild);
+        const int32_t pid = createWith("/app/missing", STDIN_FILENO, out, out);
+        if (pid == 0) _exit(kFailedChild);
+        EXPECT_EQ(endOf(pid), "no child"); /* it was reaped, so it has written */
     });
     EXPECT_THAT(contentOf("/tmp/out"), testing::StartsWith("not flushed\r\ndemo("));
     EXPECT_THAT(outcome.output, testing::StartsWith("not flushed"));

@@ -33,7 +33,8 @@ def test_an_interval_has_rates_times_errors_and_the_asker(vosctl, peer, backgrou
     server, client = line_of(interval, "server"), line_of(interval, "client")
     assert server["asker"] == "client" and server["messagesInPerSecond"] > 0 and server["messagesOutPerSecond"] > 0
     assert server["bytesInPerSecond"] == pytest.approx(256 * server["messagesInPerSecond"])
-    assert server["p50Ms"] <= server["p99Ms"] <= server["longestMs"] and server["queuedAtLeast"] == 0
+    assert server["p50Ms"] <= server["p99Ms"] <= server["longestMs"]
+    assert server["queuedAtLeast"] <= 1  # the interval may end while a request is being answered
     assert client["messagesOutPerSecond"] > 0 and client["asker"] == "vosctl" or client["asker"].startswith("pid ")
     assert 0.3 <= interval["seconds"] and interval["lost"] == 0
     assert watching.signal(signal.SIGINT).finish() == 0 and taps() == []
