@@ -21,6 +21,12 @@ constexpr bool isSlot(uint32_t type) {
 constexpr bool isSlot(uint32_t type) {
     return type == R_AARCH64_JUMP_SLOT || type == R_AARCH64_GLOB_DAT || type == R_AARCH64_ABS64;
 }
+#elif defined(__riscv)
+constexpr bool isSlot(uint32_t type) { return type == R_RISCV_JUMP_SLOT || type == R_RISCV_64; }
+#elif defined(__s390x__)
+constexpr bool isSlot(uint32_t type) {
+    return type == R_390_JMP_SLOT || type == R_390_GLOB_DAT || type == R_390_64;
+}
 #endif
 
 }  // namespace

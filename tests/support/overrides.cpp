@@ -304,6 +304,30 @@ vostestVfork:
 1:  mov w0, #-1
     ret
 )"
+#elif defined(__riscv)
+    R"(
+    addi sp, sp, -16
+    sd ra, 8(sp)
+    call vostestVforkFails
+    ld ra, 8(sp)
+    addi sp, sp, 16
+    bnez a0, 1f
+    tail vfork
+1:  li a0, -1
+    ret
+)"
+#elif defined(__s390x__)
+    R"(
+    stmg %r14, %r15, 112(%r15)
+    aghi %r15, -160
+    brasl %r14, vostestVforkFails
+    lmg %r14, %r15, 272(%r15)
+    ltgr %r2, %r2
+    jne 1f
+    jg vfork@PLT
+1:  lghi %r2, -1
+    br %r14
+)"
 #endif
     R"(
     .size vostestVfork, . - vostestVfork

@@ -66,10 +66,10 @@ constexpr uint32_t byByte(std::span<const uint32_t, 256> table, uint32_t crc, By
 
 /* Eight bytes, the first in the lowest bits. */
 constexpr uint64_t word(const uint8_t *bytes) {
-    static_assert(std::endian::native == std::endian::little);
     std::array<uint8_t, 8> all{};
     std::copy_n(bytes, all.size(), all.begin());
-    return std::bit_cast<uint64_t>(all);
+    const auto asStored = std::bit_cast<uint64_t>(all);
+    return std::endian::native == std::endian::little ? asStored : __builtin_bswap64(asStored);
 }
 
 /* A step computes the register after one word. This step needs eight look-ups, and none of them needs the result of

@@ -1,0 +1,3 @@
+# Cross build for RISC-V.
+set(CMAKE_SYSTEM_PROCESSOR riscv64)
+include(${CMAKE_CURRENT_LIST_DIR}/cross.cmake)
