@@ -162,15 +162,18 @@ void addListenCommand(CLI::App &app, Context &context) {
     CLI::Option *const count = addNumber(command, "-c,--count", arguments->count, "End after so many messages", 1);
     const auto script = std::make_shared<std::string>();
     CLI::Option *const played =
-        command->add_option("--script", *script, "Expect and answer what this file says, and end after that")
+        command->add_option("--script", *script, "Expect and answer what this script or capture says, and end")
             ->type_name("FILE")
             ->excludes(text)
             ->excludes(count);
+    const auto delays = std::make_shared<bool>(false);
+    command->add_flag("--delays", *delays, "Answer as late as the answers of the capture were")->needs(played);
     addExample(command, "vosctl listen box");
     addExample(command, "vosctl listen box --code -3 --answer busy -c 1");
     addExample(command, "vosctl listen box --script requests.txt");
-    onRun(command, context, [arguments, text, script, played](Output &out) {
-        if (played->count() > 0) return listenByScript(out, arguments->name, *script);
+    addExample(command, "vosctl listen box --script box.pcapng --delays");
+    onRun(command, context, [arguments, text, script, played, delays](Output &out) {
+        if (played->count() > 0) return listenByScript(out, arguments->name, *script, *delays);
         arguments->fixedAnswer = text->count() > 0;
         return listen(out, *arguments);
     });
