@@ -77,6 +77,9 @@ MISUSES = [
     ('(void)vos::shared_memory<Record>::attach("/tmp", 1);', '(void)vos::shared_memory<std::string>::attach("/tmp", 1);', "trivially copyable"),
     ('(void)**vos::shared_memory<const Record>::attach("/tmp", 1);',
      '(**vos::shared_memory<const Record>::attach("/tmp", 1)).number = 1;', "read-only|const"),
+    ('(void)vos::connected_socket(SOCK_STREAM, sockaddr_in{}, 1s);',
+     'sockaddr any{}; (void)vos::connected_socket(SOCK_STREAM, any, 1s);', "does not tell its length"),
+    ('(void)vos::shell::run("true");', 'vos::shell::run("true");', "nodiscard|unused"),
     ('(void)channel.open_netlink("a");', 'vos::second_channel second; (void)second.open_netlink("a");', "no netlink"),
 ]
 
