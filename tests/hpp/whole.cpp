@@ -108,6 +108,12 @@ int32_t stores() {
            vos::items::get(vos::items::systemMac).value()[0] + vos::items::set(vos::items::ipAddress, 1).code();
 }
 
+bool texts() {
+    const vos::text<8> one{"one"}, two{"two"};
+    const vos::text<16> longer{"one"};
+    return one == longer && one != two && one == std::string{"one"} && "one" == one && two != std::string_view{"one"};
+}
+
 int32_t host() {
     const auto address = vos::ipv4_address("127.0.0.1", 80).value();
     const auto connected = vos::connected_socket(SOCK_STREAM, address, 3s);
@@ -120,4 +126,6 @@ int32_t host() {
            static_cast<int32_t>(vos::host::memory_total() + vos::host::memory_free() + vos::host::measure_idle());
 }
 
-int main() { return processes() + requests() + channels() + handlers() + services() + stores() + host(); }
+int main() {
+    return processes() + requests() + channels() + handlers() + services() + stores() + host() + (texts() ? 1 : 0);
+}
