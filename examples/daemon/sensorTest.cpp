@@ -67,7 +67,7 @@ int main(int argc, char **argv) {
         expect(state() == "unknown", "nor are bytes that are no answer");
         expect(state() == "unknown", "a silent sensor does not stop the daemon");
         expect(state() == "unknown", "nor does one that dies");
-        const vos::test::Report report = sensor.finish(1s); // the daemon has answered, so it has asked
+        const vos::test::Report report = sensor.finish(1s);  // the daemon has answered, so it has asked
         expect(report.ok(), "the sensor was asked as often as it should be\n" + report.text());
     }
     {
