@@ -156,15 +156,19 @@ void addListenCommand(Command app, Context &context) {
                                      "Text of the answers; without it messages are sent back as they came");
     Argument count = command.number("-c,--count", arguments->count, "End after so many messages", 1);
     const auto script = std::make_shared<std::string>();
-    Argument played = command.argument("--script", *script, "Expect and answer what this file says, and end after that")
-                          .typeName("FILE")
-                          .excludes(text)
-                          .excludes(count);
+    Argument played =
+        command.argument("--script", *script, "Expect and answer what this script or capture says, and end")
+            .typeName("FILE")
+            .excludes(text)
+            .excludes(count);
+    const auto delays = std::make_shared<bool>(false);
+    command.flag("--delays", *delays, "Answer as late as the answers of the capture were").needs(played);
     command.example("vosctl listen box");
     command.example("vosctl listen box --code -3 --answer busy -c 1");
     command.example("vosctl listen box --script requests.txt");
-    command.onRun(context, [arguments, text, script, played](Output &out) {
-        if (played.given()) return listenByScript(out, arguments->name, *script);
+    command.example("vosctl listen box --script box.pcapng --delays");
+    command.onRun(context, [arguments, text, script, played, delays](Output &out) {
+        if (played.given()) return listenByScript(out, arguments->name, *script, *delays);
         arguments->fixedAnswer = text.given();
         return listen(out, *arguments);
     });
