@@ -93,7 +93,10 @@ void writeAndRead(std::string_view bytes) {
     for (std::string &datagram : split(bytes)) {
         const auto copy = copyOf(datagram);
         if (!copy) continue;
+        const std::size_t before = file.size() + writer.end().size();
+        const std::size_t room = writer.roomFor(*copy, datagram);
         file += writer.add(*copy, datagram);
+        if (file.size() + writer.end().size() > before + room) abort();
         written.push_back(std::move(datagram));
     }
     file += writer.end();

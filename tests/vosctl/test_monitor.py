@@ -274,6 +274,24 @@ def test_losses_are_told(vosctl):
     assert [line for line in lines if "lost" in line] == [{"lost": 7, "name": "oltd"}]
 
 
+def losses(vosctl, *copies):
+    return [line["lost"] for line in read(vosctl, capture(*NAMES, *copies)) if "lost" in line]
+
+
+def test_a_loss_is_told_once_also_when_copies_overtake_each_other(vosctl):
+    copies = exchange() + exchange(at=10**9)
+    for copy, lost in zip(copies, (0, 7, 6, 7, 7, 7, 7, 8)):
+        copy.pid, copy.lost = 100, lost
+    assert sum(losses(vosctl, *copies)) == 8
+
+
+def test_a_tap_that_begins_again_counts_its_losses_from_none(vosctl):
+    copies = exchange() + [started(100, b"oltd")] + exchange(at=10**9)
+    for copy, lost in zip(copies, (0, 7, 7, 7, 0, 0, 3, 3, 3)):
+        copy.pid, copy.lost = 100, lost
+    assert sum(losses(vosctl, *copies)) == 10
+
+
 @pytest.mark.parametrize("arguments, count", [
     (["--slower", "10ms"], 1), (["--slower", "30ms"], 0), (["--slower", "21499us"], 1), (["--slower", "0.0216s"], 0),
     (["--code", "-4"], 1), (["--code", "4"], 0), (["--kind", "answer"], 1), (["--kind", "object"], 0), (["--kind", "app"], 2),

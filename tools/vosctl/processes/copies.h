@@ -25,6 +25,17 @@ struct Copy {
     [[nodiscard]] std::string_view payload() const;
 };
 
+/* Counts the copies that one process has lost. Copies of two threads may overtake each other, so a copy may tell fewer
+ * losses than one before it. */
+class LossCount {
+  public:
+    /* How many this copy tells that none before it has told. */
+    uint64_t more(const VOS_MSG_TAP_HEAD &head);
+
+  private:
+    uint64_t known_ = 0;
+};
+
 /* Nothing for a datagram that is no copy, or of another version. Lengths that do not fit are cut to what there is. */
 std::optional<Copy> copyOf(std::string_view datagram);
 

@@ -194,9 +194,8 @@ void Messages::learn(const Copy &copy) {
 void Messages::learn(uint32_t pid, const std::string &name) { names_.try_emplace(pid, name); }
 
 void Messages::count(const Copy &copy) {
-    uint64_t &known = lost_[copy.head.ulProcessId];
-    if (copy.head.ullLost > known) losses_[nameOf(copy.head.ulProcessId)] += copy.head.ullLost - known;
-    known = copy.head.ullLost;
+    const uint64_t more = lost_[copy.head.ulProcessId].more(copy.head);
+    if (more > 0) losses_[nameOf(copy.head.ulProcessId)] += more;
 }
 
 std::map<std::string, uint64_t> Messages::takeLosses() { return std::exchange(losses_, {}); }
