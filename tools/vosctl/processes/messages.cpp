@@ -134,7 +134,9 @@ bool Messages::mayBeJoined(const Message &message) const {
 std::optional<Message> Messages::next(uint64_t monotonicNs) {
     if (waiting_.empty()) return {};
     const Waiting first = waiting_.front();
-    if (isRecent(first.message->first().monotonicNs, monotonicNs) && mayBeJoined(*first.message)) return {};
+    const bool atTheEnd = monotonicNs == UINT64_MAX; /* then nothing waits, whatever moment a copy tells */
+    if (!atTheEnd && isRecent(first.message->first().monotonicNs, monotonicNs) && mayBeJoined(*first.message))
+        return {};
     waiting_.pop_front();
     const auto open = open_.find(first.key);
     if (open != open_.end()) {
