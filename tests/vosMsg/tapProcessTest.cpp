@@ -185,7 +185,7 @@ TEST(TapProcess, SignalsAtAnyMomentLoseAndDoubleNothing) {
             const auto exchangeNext = [&] {
                 EXPECT_EQ(exchange(number), without);
                 expectBothCopies(tap, number++);
-                return number >= 200 && signalsCounted() >= 100; /* however slow the machine is */
+                return number >= 50 && signalsCounted() >= 100; /* however slow the machine is */
             };
             eventually(exchangeNext);
             EXPECT_GE(signalsCounted(), 100);
