@@ -23,11 +23,15 @@ SECTION, INTERFACE, STATISTICS, PACKET = 0x0A0D0D0A, 1, 5, 6
 
 @pytest.fixture
 def capturing(background, binary, vosctl):
-    """Starts a capture, and waits until it has the messages of a process."""
+    """Starts a capture, and waits until it has the messages of a process. A file of an earlier test may be there."""
 
     def start(name, *arguments, file=FILE):
+        def number():
+            return file.stat().st_ino if file.exists() else None
+
+        earlier = number()
         process = background(binary, "--json", "capture", "-w", file, *arguments)
-        eventually(lambda: vosctl("send", name, "hello").ok() and file.exists() and b"hello" in file.read_bytes())
+        eventually(lambda: vosctl("send", name, "hello").ok() and number() not in (None, earlier) and b"hello" in file.read_bytes())
         return process
 
     return start
