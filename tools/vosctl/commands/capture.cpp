@@ -219,7 +219,7 @@ void addCaptureCommand(CLI::App &app, Context &context) {
         command
             ->add_option_function<std::string>(
                 "--max-size", [arguments](const std::string &text) { arguments->maxSize = sizeOf(text).value_or(0); },
-                "Bytes of the file, such as 512K or 10M; when it is full, the capture ends")
+                "Bytes of a file, such as 512K or 10M; when it is full, the capture ends")
             ->check(CLI::Validator(
                 [](const std::string &text) {
                     return sizeOf(text) ? std::string()
