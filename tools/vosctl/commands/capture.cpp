@@ -112,6 +112,8 @@ class Capture {
             if (!file_->isRegular() && arguments_.files != 0)
                 throw Misuse(arguments_.file + " is no regular file, so it cannot be continued in another one",
                              "leave --files out");
+        } else if (arguments_.files != 0) {
+            throw Misuse("standard output cannot be continued in another file", "leave --files out");
         } else if (out_.terminal()) {
             throw Misuse("a capture is no text for a terminal", "name a file, or a pipe into another program");
         }
@@ -124,15 +126,12 @@ class Capture {
         bool wanted = !ended_;
         for (const Taken &each : taken) {
             if (!wanted) break;
-            const std::string next = writer_.add(each.copy, each.datagram);
-            if (full(blocks.size() + next.size())) {
+            if (full(blocks.size() + writer_.roomFor(each.copy, each.datagram))) {
                 put(std::exchange(blocks, ""));
                 wanted = continueInNext();
                 if (!wanted) break;
-                blocks = writer_.add(each.copy, each.datagram); /* with the interface, which this file does not know */
-            } else {
-                blocks += next;
             }
+            blocks += writer_.add(each.copy, each.datagram);
             wanted = arguments_.count == 0 || writer_.copies() < arguments_.count;
         }
         put(blocks);
@@ -160,12 +159,14 @@ class Capture {
         } else {
             out_.raw(blocks);
             out_.flush();
+            printed_ += blocks.size();
         }
     }
 
     /* Room is left for the counters at the end. */
     [[nodiscard]] bool full(std::size_t more) const {
-        return file_ && arguments_.maxSize != 0 && file_->size() + more + writer_.end().size() > arguments_.maxSize;
+        const uint64_t size = file_ ? file_->size() : printed_;
+        return arguments_.maxSize != 0 && size + more + writer_.end().size() > arguments_.maxSize;
     }
 
     /* FILE becomes FILE.1, that becomes FILE.2 and so on; the oldest goes. */
@@ -188,6 +189,7 @@ class Capture {
     Output &out_;
     const Arguments &arguments_;
     std::optional<CaptureFile> file_; /* none on standard output */
+    uint64_t printed_ = 0;            /* bytes on standard output */
     CaptureWriter writer_;
     uint32_t files_ = 1;
     bool ended_ = false;
