@@ -29,6 +29,14 @@ FROM_TESTS = ("tests-kinds", "calls-failed", "exchange", "restarts", "kills", "s
 SCENARIOS, STRESS = "scenarios of the library", "stress"
 
 
+def state(case):
+    """passed, failed or skipped. A test whose program is missing is "not run", which is a failure here as it is for ctest."""
+    skipped = case.find("skipped")
+    if case.find("failure") is not None or (skipped is not None and not skipped.get("message", "").startswith("SKIP_")):
+        return "failed"
+    return "passed" if skipped is None else "skipped"
+
+
 class Run:
     """The results of a run, as ctest has written them."""
 
@@ -45,8 +53,7 @@ class Run:
         return sum(found) if found else None
 
     def summary(self):
-        states = collections.Counter("failed" if case.find("failure") is not None else "skipped" if case.find("skipped") is not None else
-                                     "passed" for case in self.cases.values())
+        states = collections.Counter(map(state, self.cases.values()))
         inner = self.total(r"\b(\d+) passed\b", "Vosctl|Testkit|Release")
         return f"{states['passed']} passed, {states['failed']} failed, {states['skipped']} skipped" + (
             f"; the files of pytest among them have {inner} cases" if inner else "")
@@ -105,7 +112,7 @@ def record_fuzzing(run, write):
 
 def record_tests(tree, preset, path, write):
     run = Run(path)
-    if any(case.find("failure") is not None for case in run.cases.values()):
+    if "failed" in map(state, run.cases.values()) or not run.cases:
         for name in ["fuzz", "hostile-datagrams"] if preset == "fuzz" else [f"tests-{preset}", *(FROM_TESTS if preset == "release" else ())]:
             records.remove(tree, name)
         return
