@@ -63,15 +63,15 @@ class Build:
         return output.strip(), [self.absolute(each) for each in files.split("\n")[0].split()]
 
     def headers_of(self, objects):
-        """The files read for these objects; for a precompiled header those that were read for it."""
-        found, left = set(), [each for each in objects if each in self.read]
-        while left:
-            for each in self.read[left.pop()]:
-                if each not in found:
-                    found.add(each)
-                    if each in self.read:
-                        left.append(each)
-        return frozenset(each for each in found if not each.startswith(str(self.directory)))
+        """The files read for these objects, and for the precompiled headers that they need."""
+        objects = [each for each in objects if each in self.read]
+        if not objects:
+            return frozenset()
+        needed = run("ninja", "-t", "inputs", *(os.path.relpath(each, self.directory) for each in objects), directory=self.directory)
+        precompiled = [self.absolute(each) for each in needed.split() if each.endswith((".gch", ".pch"))]
+        found = set().union(*(self.read[each] for each in [*objects, *precompiled]))
+        real = map(os.path.realpath, found)  # a directory of links leads to the header-only libraries
+        return frozenset(each for each in real if not each.startswith(f"{self.directory}/"))
 
     def of_program(self, path):
         """What a packaged program or shared library was made of; None if this build has not made it."""
@@ -82,10 +82,11 @@ class Build:
         objects = {each for each in files if each in self.read}
         others = {each for each in files if each not in self.read and os.path.exists(each)}
         shared = {each for each in others if ".so" in os.path.basename(each)}
+        libraries = set(map(os.path.realpath, shared))  # the link without a version is of another package
         return Inputs(
             self.headers_of(objects),
             frozenset(each for each in others - shared if re.search(r"\.(a|o)$", each)),
-            frozenset(each for each in shared if is_elf(each) and needed & set(dynamic(each, "SONAME"))),
+            frozenset(each for each in libraries if is_elf(each) and needed & set(dynamic(each, "SONAME"))),
         )
 
     def of_archive(self, name):
