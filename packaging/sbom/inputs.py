@@ -38,8 +38,9 @@ class Inputs:
 class Build:
     def __init__(self, directory):
         self.directory = pathlib.Path(directory).resolve()
-        self.source = re.search(r"^CMAKE_HOME_DIRECTORY:INTERNAL=(.*)$", (self.directory / "CMakeCache.txt").read_text(encoding="utf-8"), flags=re.M)[1]
-        self.licence = declared((pathlib.Path(self.source) / "packaging/debian/copyright").read_text(encoding="utf-8"))
+        cache = (self.directory / "CMakeCache.txt").read_text(encoding="utf-8")
+        self.source = pathlib.Path(re.search(r"^CMAKE_HOME_DIRECTORY:INTERNAL=(.*)$", cache, flags=re.M)[1]).resolve()
+        self.licence = declared((self.source / "packaging/debian/copyright").read_text(encoding="utf-8"))
         self.read = self.compilations()
         self.links = [self.link(path) for path in sorted((self.directory / "links").iterdir())]
         self.by_id = {build_id(self.directory / output): inputs for output, inputs in self.links if (self.directory / output).exists()}

@@ -91,7 +91,7 @@ class Bill:
 
     def add_inputs(self, file, inputs):
         for kind, paths in ((DYNAMIC, inputs.shared), (STATIC, inputs.static), (COMPILED, inputs.headers)):
-            foreign = [each for each in paths if not each.startswith(f"{self.build.source}/")]
+            foreign = [each for each in paths if not each.startswith((f"{self.build.source}/", f"{self.build.directory}/"))]
             owners = dpkg.owners(foreign)
             unknown = [each for each in foreign if each not in owners]
             if unknown:
