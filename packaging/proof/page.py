@@ -67,7 +67,7 @@ def distance(tree, commit):
     if commit == head:
         return ""
     number = records.git(tree, "rev-list", "--count", f"{commit}..HEAD")
-    return f"on another commit, {commit[:12]}" + (f", {number} commits before this one" if number.isdigit() and int(number) else "")
+    return f"on another commit, {commit[:12]}" + (f", {number} commit{'s' if number != '1' else ''} before this one" if number.isdigit() and int(number) else "")
 
 
 def rows(tree):

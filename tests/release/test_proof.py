@@ -31,7 +31,7 @@ def test_a_claim_without_a_record_is_not_measured_and_tells_the_command(tree):
 def test_a_figure_of_another_commit_says_so(tree):
     record(tree, "powercut", "61 cuts", "with the seed 7")
     tree.commit()
-    assert "on another commit, " in tree.row(CLAIM) and "1 commits before this one" in tree.row(CLAIM)
+    assert "on another commit, " in tree.row(CLAIM) and "1 commit before this one" in tree.row(CLAIM)
 
 
 def test_a_figure_of_a_changed_tree_says_so(tree):
