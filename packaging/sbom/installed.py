@@ -35,7 +35,7 @@ def spdx_of(short_name):
 
 
 def declared(text):
-    """The licence of most of the files that a debian/copyright is about, as an SPDX expression; None if it tells it as prose."""
+    """The licence of most of the files that a debian/copyright is about, as an SPDX expression; None if the text has no fields for it."""
     try:
         known = Copyright(text.splitlines(keepends=True), strict=False)
     except (NotMachineReadableError, ValueError):

@@ -143,7 +143,7 @@ class Bill:
 
     def document(self):
         used = [self.used_package(each) for each in sorted(self.used, key=lambda each: each.name)]
-        prose = [each for each in used if each["licenseDeclared"].startswith("LicenseRef-")]
+        without_name = [each for each in used if each["licenseDeclared"].startswith("LicenseRef-")]
         moment = datetime.datetime.fromtimestamp(int(os.environ["SOURCE_DATE_EPOCH"]), datetime.timezone.utc)
         described = self.own_package()
         relationships = [("SPDXRef-DOCUMENT", "DESCRIBES", described["SPDXID"], None)]
@@ -161,7 +161,7 @@ class Bill:
             "files": self.files,
             "hasExtractedLicensingInfos": [
                 {"licenseId": each["licenseDeclared"], "name": f"Debian's file of copyrights of {each['name']}", "extractedText": each["copyrightText"]}
-                for each in prose
+                for each in without_name
             ],
             "relationships": [
                 {"spdxElementId": element, "relationshipType": kind, "relatedSpdxElement": related, **({"comment": said} if said else {})}

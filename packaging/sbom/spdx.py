@@ -71,7 +71,7 @@ def check(document):
     text(document, "documentNamespace", r"[a-z]+://[^#\s]+")
     creation = document.get("creationInfo", {})
     text(creation, "created", r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ")
-    need(creation.get("creators"), "nobody made it")
+    need(creation.get("creators"), "it names no creator")
     for each in creation["creators"]:
         need(re.fullmatch(r"(Person|Organization|Tool): .+", each), f"a creator is {each!r}")
     extracted = document.get("hasExtractedLicensingInfos", [])
@@ -92,7 +92,7 @@ def check(document):
     known = {each["SPDXID"] for each in elements}
     need(len(known) == len(elements), "two elements have the same SPDXID")
     for each in document.get("relationships", ()):
-        need({each.get("spdxElementId"), each.get("relatedSpdxElement")} <= known, f"a relationship leads nowhere: {each}")
+        need({each.get("spdxElementId"), each.get("relatedSpdxElement")} <= known, f"a relationship names an unknown element: {each}")
         need(each.get("relationshipType") in RELATIONSHIPS, f"an unknown relationship: {each}")
     need(any(each["relationshipType"] == "DESCRIBES" for each in document.get("relationships", ())), "it describes nothing")
 

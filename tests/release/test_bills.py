@@ -77,7 +77,7 @@ def test_versions_and_licences_are_those_of_this_machine(document):
         assert used(document, name)["versionInfo"] == version
     assert used(document, "libcli11-dev")["licenseDeclared"] == "BSD-3-Clause"
     assert used(document, "nlohmann-json3-dev")["licenseDeclared"] == "MIT"
-    # Debian tells that of the C library as prose, so the document has the whole text.
+    # Debian's file about the C library is free text, so the document has all of it.
     reference = used(document, "libc6")["licenseDeclared"]
     (text,) = [each["extractedText"] for each in document["hasExtractedLicensingInfos"] if each["licenseId"] == reference]
     assert "GNU Lesser General Public" in text
