@@ -107,7 +107,7 @@ def record_fuzzing(run, write):
     each = ", ".join(f"{name} {number:,}" for name, number in sorted(executed.items()))
     write("fuzz", f"{sum(executed.values()):,} inputs: {each}", "libFuzzer with the address and the undefined-behaviour sanitizer")
     if "dispatch" in executed:
-        write("hostile-datagrams", f"{executed['dispatch']:,} inputs, each a datagram or more", "the fuzz target of the receive loop, tests/fuzz/dispatchFuzz.cpp")
+        write("hostile-datagrams", f"{executed['dispatch']:,} inputs", "messages, datagrams of the kernel, and bytes at real sockets and their receive loop: tests/fuzz/dispatchFuzz.cpp")
 
 
 def record_tests(tree, preset, path, write):

@@ -58,13 +58,13 @@ def test_a_record_without_a_commit_is_refused(tree):
     assert done.returncode != 0 and "has no measured" in done.stderr
 
 
-def ctest(tree, *tests):
+def ctest(tree, *tests, preset="release", status=0):
     """Runs tests with ctest, and records their results."""
     directory = tree.path / "build/ctest"
     directory.mkdir(parents=True)
     (directory / "CTestTestfile.cmake").write_text("\n".join(tests))
     subprocess.run(["ctest", "--output-junit", "results.xml", "--test-output-size-passed", "100000"], cwd=directory, check=False, capture_output=True)
-    assert record(tree, "--tests", "release", str(directory / "results.xml")).returncode == 0
+    assert record(tree, "--tests", preset, str(directory / "results.xml")).returncode == status
 
 
 PASSING = 'add_test(Loop.Passes echo "3 calls failed, each in a run of its own")'
@@ -77,6 +77,26 @@ def test_a_run_of_the_tests_gives_its_numbers_and_what_the_tests_have_printed(tr
     assert records.read(tree.path, "tests-kinds")["figure"] == "1 scenarios of the library, 1 documents, 1 files of tests of vosctl"
     assert records.read(tree.path, "calls-failed")["figure"] == "3 calls failed, one in each run"
     assert records.read(tree.path, "kills") is None
+
+
+def test_figures_that_tests_compare_with_ceilings_are_taken_over(tree):
+    sizes = 'add_test(Abi.SizesStayBelowTheirCeilings sh -c "echo deepest calls: a; echo relocations: 395, ceiling 420")'
+    counts = 'add_test(Instructions.StayBelowTheirCeilings echo "get, all: 12.5 instructions, ceiling 20")'
+    ctest(tree, sizes, counts)
+    assert records.read(tree.path, "sizes-x86_64")["figure"] == "relocations 395 (ceiling 420) bytes, but for relocations"
+    assert records.read(tree.path, "instructions")["figure"] == "get, all 12.5 (ceiling 20) instructions"
+
+
+def test_the_inputs_of_all_fuzz_targets_are_added_up(tree):
+    ctest(tree, *(f'add_test(fuzz-{name} echo "stat::number_of_executed_units: {number}")' for name, number in (("dispatch", 1200), ("oem", 34))),
+          preset="fuzz")
+    assert records.read(tree.path, "fuzz")["figure"] == "1,234 inputs: dispatch 1,200, oem 34"
+    assert records.read(tree.path, "hostile-datagrams")["figure"] == "1,200 inputs"
+
+
+def test_a_fuzz_target_that_does_not_tell_its_inputs_is_an_error(tree):
+    ctest(tree, "add_test(fuzz-oem true)", preset="fuzz", status=1)
+    assert records.read(tree.path, "fuzz") is None
 
 
 @pytest.mark.parametrize("failing", ['add_test(Loop.Fails false)', 'add_test(Loop.Missing /nowhere/program)'])
