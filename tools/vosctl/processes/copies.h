@@ -3,33 +3,18 @@
 #ifndef VOSCTL_COPIES_H
 #define VOSCTL_COPIES_H
 
-#include <vosMsgTap.h>
+#include <vosTestCopies.hpp>
 
-#include <optional>
 #include <string>
 #include <string_view>
 
 namespace vosctl {
 
-struct Copy {
-    VOS_MSG_TAP_HEAD head{};
-    std::string message; /* the part that was copied */
-
-    [[nodiscard]] std::string own() const;  /* path of the process's socket, empty when not known */
-    [[nodiscard]] std::string peer() const; /* and of the other one */
-    /* Whether a message is reported, and not the state of the tap. */
-    [[nodiscard]] bool reportsMessage() const;
-    /* The message's own header, when all of it was copied. */
-    [[nodiscard]] std::optional<VOS_MSG_HEAD> messageHead() const;
-    /* What was copied behind that header. */
-    [[nodiscard]] std::string_view payload() const;
-};
-
-/* Nothing for a datagram that is no copy, or of another version. Lengths that do not fit are cut to what there is. */
-std::optional<Copy> copyOf(std::string_view datagram);
+using vos::test::Copy;
+using vos::test::copyOf;
 
 /* The last part of a path. */
-std::string fileOf(std::string_view path);
+inline std::string fileOf(std::string_view path) { return std::string(path.substr(path.rfind('/') + 1)); }
 
 }  // namespace vosctl
 
