@@ -36,4 +36,3 @@ def test_a_value_may_be_the_name_of_another_command(vosctl):
     for value in commands:
         assert "did you mean monitor?" in vosctl("--root", value, "moniter").failed(2), value
     assert vosctl("--root", "crc", "--help").ok().stdout == vosctl("--help").ok().stdout
-    assert vosctl("--root", "crc", "help").ok().stdout == vosctl("help").ok().stdout
