@@ -141,12 +141,13 @@ void addCopies(Command group, Context &context, const std::shared_ptr<Arguments>
     saving.argument("FILE", arguments->file, "The file; - is standard output").required().notEmpty("FILE");
     Argument which = saving.argument("PARTITION", arguments->partition, "factory, if not given, or system")
                          .oneOf({"factory", "system"});
+    saving.checkTogether([arguments, which]() -> std::string {
+        if (!which.given()) arguments->partition = "factory";
+        return "";
+    });
     saving.example("vosctl partition save /flash/factory.copy");
     saving.example("vosctl partition save system.copy system");
-    saving.onRun(context, [arguments, which](Output &out) {
-        if (!which.given()) arguments->partition = "factory";
-        return save(out, *arguments);
-    });
+    saving.onRun(context, [arguments](Output &out) { return save(out, *arguments); });
 
     Command restoring = group.command("restore", "Put a copy back");
     restoring.argument("FILE", arguments->file, "A copy; - is standard input").required().notEmpty("FILE");
