@@ -204,42 +204,40 @@ int capture(Output &out, const Arguments &arguments, const Watched &watched) {
 
 }  // namespace
 
-void addCaptureCommand(CLI::App &app, Context &context) {
+void addCaptureCommand(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     const auto watched = std::make_shared<Watched>();
-    CLI::App *const command =
-        app.add_subcommand("capture", "Write the messages of running processes to a file for Wireshark");
+    Command command = app.command("capture", "Write the messages of running processes to a file for Wireshark");
     watched->payloadBytes = 0xFFFFFFFF;
     addWatched(command, watched);
-    command->add_option("-w,--write", arguments->file, "File to write; - is standard output")
-        ->required()
-        ->type_name("FILE")
-        ->check(notEmpty("FILE"));
-    CLI::Option *const size =
+    command.argument("-w,--write", arguments->file, "File to write; - is standard output")
+        .required()
+        .typeName("FILE")
+        .notEmpty("FILE");
+    Argument size =
         command
-            ->add_option_function<std::string>(
+            .argument(
                 "--max-size", [arguments](const std::string &text) { arguments->maxSize = sizeOf(text).value_or(0); },
                 "Bytes of a file, such as 512K or 10M; when it is full, the capture ends")
-            ->check(CLI::Validator(
-                [](const std::string &text) {
-                    return sizeOf(text) ? std::string()
-                                        : "\"" + shortened(text) + "\" is no size of 4K or more, such as 512K or 10M";
-                },
-                ""))
-            ->type_name("SIZE");
-    addNumber(command, "--files", arguments->files,
-              "When the file is full, continue in a new one, and keep so many: FILE.1 is the one before", 1, 1000)
-        ->needs(size);
-    addNumber(command, "-c,--count", arguments->count, "End after so many copies", 1);
-    command->footer(
+            .check([](const std::string &text) {
+                return sizeOf(text) ? std::string()
+                                    : "\"" + shortened(text) + "\" is no size of 4K or more, such as 512K or 10M";
+            })
+            .typeName("SIZE");
+    command
+        .number("--files", arguments->files,
+                "When the file is full, continue in a new one, and keep so many: FILE.1 is the one before", 1, 1000)
+        .needs(size);
+    command.number("-c,--count", arguments->count, "End after so many copies", 1);
+    command.notes(
         "Each process has an interface with its name. A message between two watched\n"
         "processes is there twice: as sent and as received. The file can be read at any\n"
         "moment, also after a kill. Only its owner can read it: there may be passwords in\n"
         "messages.");
-    addExample(command, "vosctl capture -w messages.pcapng oltd mgmtd");
-    addExample(command, "vosctl capture -w ring.pcapng --max-size 10M --files 5");
-    addExample(command, "vosctl capture -w - | tshark -r -");
-    onRun(command, context, [arguments, watched](Output &out) { return capture(out, *arguments, *watched); });
+    command.example("vosctl capture -w messages.pcapng oltd mgmtd");
+    command.example("vosctl capture -w ring.pcapng --max-size 10M --files 5");
+    command.example("vosctl capture -w - | tshark -r -");
+    command.onRun(context, [arguments, watched](Output &out) { return capture(out, *arguments, *watched); });
 }
 
 }  // namespace vosctl

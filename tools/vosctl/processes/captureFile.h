@@ -4,12 +4,12 @@
 #define VOSCTL_CAPTURE_FILE_H
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "../base/failure.h"
 #include "copies.h"
 
 namespace vosctl {
@@ -18,9 +18,6 @@ namespace vosctl {
  * results can be read. */
 class CaptureWriter {
   public:
-    /* The link type is one of those that are free for everybody's own use. */
-    static constexpr uint16_t kLinkType = 147;
-
     /* The begin of a file, also of one that continues another. */
     std::string begin();
     /* A copy; before it the interface of its process, when this file has none yet, and what that process told when the
@@ -52,29 +49,20 @@ class CaptureWriter {
     std::map<uint32_t, LossCount> lostBy_; /* by process, through all files */
 };
 
-/* Reads the datagrams of a capture file. What it does not know it leaves out. */
+/* Reads the datagrams of a capture file, as the test kit does. It throws a Failure for what is no capture. */
 class CaptureReader {
   public:
-    /* Hands out at most so many bytes of the file; none at its end. */
-    using Read = std::function<std::size_t(char *, std::size_t)>;
-    explicit CaptureReader(std::string path, Read read) : path_(std::move(path)), read_(std::move(read)) {}
+    CaptureReader(std::string path, vos::test::CaptureReader::Read read) : reader_(std::move(path), std::move(read)) {}
 
-    /* Nothing at the end, also when the last block is cut. Throws a Failure for what is no capture of messages. */
+    /* Nothing at the end, also when the last block is cut. */
     std::optional<std::string> next();
-    [[nodiscard]] bool cut() const { return cut_; }
+    [[nodiscard]] bool cut() const { return reader_.cut(); }
 
   private:
-    std::optional<std::string> block(uint32_t &type);
-    bool fill(char *bytes, std::size_t size);
-    void beginSection(std::string_view body);
-
-    std::string path_;
-    Read read_;
-    bool begun_ = false;
-    bool cut_ = false;
-    std::map<uint32_t, bool> readable_; /* the section's interfaces: whether they hold copies */
-    uint32_t interfaces_ = 0;
+    vos::test::CaptureReader reader_;
 };
+
+inline Failure failureOf(const vos::test::CaptureError &error) { return {error.what(), error.advice()}; }
 
 }  // namespace vosctl
 
