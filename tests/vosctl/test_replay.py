@@ -57,12 +57,18 @@ def requests_of(file, pid):
     return sum(what == RECEIVED and stage in (REQUEST, ONE_WAY) and each == pid for what, stage, each, *_ in copies(file))
 
 
+def captured(text, times):
+    """Waits until the file has this so often: what comes later than the end of the capture is not in it."""
+    eventually(lambda: FILE.read_bytes().count(text) >= times)
+
+
 def record(peer, capturing, send, *options):
     """A real server is asked by a real client while it is captured. Returns how often it was greeted, and its answers."""
     server = peer("oltd")
     process = capturing("oltd", "oltd", *options)
     answers = [send("oltd", *words) for words in WORDS]
-    server.stop()  # also after the message that is not answered
+    captured(b"last\0", 2)
+    server.stop()
     assert process.signal(signal.SIGINT).finish() == 0
     return requests_of(FILE, server.pid) - len(WORDS), answers
 
@@ -105,6 +111,7 @@ def test_another_client_is_told_apart(peer, capturing, send, play):
 def test_payloads_that_were_not_captured_are_told(peer, capturing, send, vosctl):
     peer("oltd")
     process = capturing("oltd", "oltd", "--bytes", "10")
+    captured(b"hello", 2)  # the answer is longer
     assert process.signal(signal.SIGINT).finish() == 0
     line = vosctl("listen", "oltd", "--script", FILE).failed()
     assert "holds only a part of a message of " in line and "; capture with the whole payload" in line
@@ -115,6 +122,7 @@ def test_a_capture_of_the_requesters_alone_is_enough(peer, capturing, send, play
     process = capturing("mgmtd", "mgmtd")
     answer = send("mgmtd", "ask oltd code -7", "--nul")
     assert answer["code"] == -7
+    captured(b"code -7\0", 4)
     assert process.signal(signal.SIGINT).finish() == 0
     server.stop()
     played = play(FILE)
