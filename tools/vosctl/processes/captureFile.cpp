@@ -106,20 +106,31 @@ std::string CaptureWriter::add(const Copy &copy, const std::string &datagram) {
         const auto known = started_.find(pid);
         const auto start = known == started_.end() ? std::nullopt : copyOf(known->second);
         blocks = newInterface(start ? *start : copy);
-        if (start && !starts) blocks += packet(*start, known->second);
+        if (start && !starts) blocks += packet(*start, known->second, 0); /* repeated: the file before has counted it */
     }
     ++copies_;
-    blocks += packet(copy, datagram);
+    const uint64_t lost = lostBy_[pid].more(copy.head);
+    lost_ += lost;
+    blocks += packet(copy, datagram, lost);
     return blocks;
+}
+
+std::size_t CaptureWriter::roomFor(const Copy &copy, std::string_view datagram) const {
+    constexpr std::size_t kPacket = 64;          /* around a datagram: fixed words, padding and options */
+    constexpr std::size_t kInterface = 256 + 84; /* with the longest name, and its counters */
+    const std::size_t known = datagram.size() + kPacket;
+    if (interfaces_.contains(copy.head.ulProcessId)) return known;
+    const auto start = started_.find(copy.head.ulProcessId);
+    return known + kInterface + (start == started_.end() ? 0 : start->second.size() + kPacket);
 }
 
 std::string CaptureWriter::newInterface(const Copy &copy) {
     const auto number = static_cast<uint32_t>(interfaces_.size());
-    interfaces_[copy.head.ulProcessId] = {number, 0, copy.head.ullLost, copy.head.ullWallNs, 0};
+    interfaces_[copy.head.ulProcessId] = {number, 0, 0, copy.head.ullWallNs, 0};
     return blockOf(vos::test::pcapng::kInterface, interfaceOf(copy));
 }
 
-std::string CaptureWriter::packet(const Copy &copy, std::string_view datagram) {
+std::string CaptureWriter::packet(const Copy &copy, std::string_view datagram, uint64_t lost) {
     Interface &interface = interfaces_[copy.head.ulProcessId];
     std::string body;
     put(body, interface.number);
@@ -129,12 +140,11 @@ std::string CaptureWriter::packet(const Copy &copy, std::string_view datagram) {
     put(body, static_cast<uint32_t>(datagram.size()) + uncopied);
     putBytes(body, datagram);
     if (copy.reportsMessage()) putNumber(body, kFlags, copy.head.ucWhat == VOS_MSG_TAP_SENT ? kOutbound : kInbound);
-    if (copy.head.ullLost > interface.lost) putNumber(body, kDropCount, copy.head.ullLost - interface.lost);
+    if (lost > 0) putNumber(body, kDropCount, lost);
     putOption(body, kEndOfOptions, "");
-    interface.lost = std::max(interface.lost, copy.head.ullLost);
+    interface.lost += lost;
     interface.lastNs = copy.head.ullWallNs;
     ++interface.received;
-    lost_[copy.head.ulProcessId] = interface.lost;
     return blockOf(vos::test::pcapng::kPacket, body);
 }
 
@@ -152,12 +162,6 @@ std::string CaptureWriter::end() const {
         blocks += blockOf(vos::test::pcapng::kStatistics, body);
     }
     return blocks;
-}
-
-uint64_t CaptureWriter::lost() const {
-    uint64_t sum = 0;
-    for (const auto &[pid, lost] : lost_) sum += lost;
-    return sum;
 }
 
 std::optional<std::string> CaptureReader::next() {
