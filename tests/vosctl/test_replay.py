@@ -6,9 +6,9 @@ import struct
 import time
 
 import pytest
-from captures import HIGH, ONE_WAY, RECEIVED, REQUEST, Copy, capture, exchange, interface, message, packet, section, started
+from captures import HIGH, ONE_WAY, RECEIVED, SENT, STARTED, Copy, capture, exchange, interface, message, packet, section, started
 from conftest import SOCKETS, eventually
-from test_capture import FILE, capturing, copies  # noqa: F401 (a fixture)
+from test_capture import FILE, copies
 from test_monitor import peer  # noqa: F401 (a fixture)
 
 WORDS = (["code -3", "--nul"], ["bytes", "--high"], ["--hex", "00ff"], ["", "--nul"], ["x" * 200], ["once", "--no-wait"],
@@ -53,45 +53,59 @@ def send(vosctl):
     return start
 
 
-def requests_of(file, pid):
-    return sum(what == RECEIVED and stage in (REQUEST, ONE_WAY) and each == pid for what, stage, each, *_ in copies(file))
+@pytest.fixture
+def capturing(background, binary):
+    """Starts a capture of one process, and waits until its tap has begun."""
+
+    def start(name, *arguments):
+        FILE.unlink(missing_ok=True)  # of an earlier test
+        process = background(binary, "capture", "-w", FILE, name, *arguments)
+        eventually(lambda: FILE.exists() and any(what == STARTED for what, *_ in copies()))
+        return process
+
+    return start
 
 
-def record(peer, capturing, send, *options):
-    """A real server is asked by a real client while it is captured. Returns how often it was greeted, and its answers."""
+def captured(number):
+    """Waits until the file has so many messages: a tap holds few that are not read yet, and the rest is lost."""
+    eventually(lambda: sum(what in (SENT, RECEIVED) for what, *_ in copies()) >= number)
+
+
+def record(peer, capturing, send):
+    """A real server is asked by a real client while it is captured. Returns the answers."""
     server = peer("oltd")
-    process = capturing("oltd", "oltd", *options)
-    answers = [send("oltd", *words) for words in WORDS]
-    server.stop()  # also after the message that is not answered
+    process = capturing("oltd")
+    answers, messages = [], 0
+    for words in WORDS:
+        answers.append(send("oltd", *words))
+        messages += 1 if "--no-wait" in words else 2
+        captured(messages)
+    server.stop()
     assert process.signal(signal.SIGINT).finish() == 0
-    return requests_of(FILE, server.pid) - len(WORDS), answers
+    return answers
 
 
 def test_the_same_client_gets_the_same_answers_in_the_same_order(peer, capturing, send, play):
-    greetings, answers = record(peer, capturing, send)
+    answers = record(peer, capturing, send)
     played = play(FILE)
-    for _ in range(greetings):
-        assert send("oltd", "hello")["text"].startswith("hello")
     assert [send("oltd", *words) for words in WORDS] == answers
     assert played.finish() == 0, played.output
     lines = [json.loads(line) for line in played.output.splitlines()]
-    assert len(lines) == greetings + len(WORDS) and all(each["expected"] for each in lines)
-    assert [each["answerWanted"] for each in lines[greetings:]] == ["--no-wait" not in words for words in WORDS]
-    assert [each["socket"] for each in lines[greetings:]] == ["high" if "--high" in words else "normal" for words in WORDS]
+    assert len(lines) == len(WORDS) and all(each["expected"] for each in lines)
+    assert [each["answerWanted"] for each in lines] == ["--no-wait" not in words for words in WORDS]
+    assert [each["socket"] for each in lines] == ["high" if "--high" in words else "normal" for words in WORDS]
 
 
 def test_its_answers_are_as_late_as_they_were_when_that_is_asked_for(peer, capturing, send, play):
-    greetings, _ = record(peer, capturing, send)
+    record(peer, capturing, send)
     played = play(FILE, "--delays")
-    for _ in range(greetings):
-        send("oltd", "hello")
     for words in WORDS[:-2]:
         send("oltd", *words)
     begin = time.monotonic()
     send("oltd", *WORDS[-2])
     assert time.monotonic() - begin >= 0.3
     send("oltd", *WORDS[-1])
-    assert played.finish() == 0
+    assert played.finish() == 0, played.output
 
 
 def test_another_client_is_told_apart(peer, capturing, send, play):
@@ -99,22 +113,25 @@ def test_another_client_is_told_apart(peer, capturing, send, play):
     played = play(FILE)
     assert send("oltd", "other")["code"] == -1
     assert played.signal(signal.SIGINT).finish() == 1
-    assert 'unexpected: "other", did not come: expectation 1, "hello"' in played.output
+    assert 'unexpected: "other", did not come: expectation 1, "code -3' in played.output
 
 
 def test_payloads_that_were_not_captured_are_told(peer, capturing, send, vosctl):
     peer("oltd")
-    process = capturing("oltd", "oltd", "--bytes", "10")
+    process = capturing("oltd", "--bytes", "10")
+    send("oltd", "a longer text")
+    captured(2)
     assert process.signal(signal.SIGINT).finish() == 0
     line = vosctl("listen", "oltd", "--script", FILE).failed()
-    assert "holds only a part of a message of " in line and "; capture with the whole payload" in line
+    assert "holds only a part of a message of 45 bytes; capture with the whole payload" in line
 
 
 def test_a_capture_of_the_requesters_alone_is_enough(peer, capturing, send, play):
-    server, client = peer("oltd"), peer("mgmtd", "oltd")
-    process = capturing("mgmtd", "mgmtd")
+    server, _ = peer("oltd"), peer("mgmtd", "oltd")
+    process = capturing("mgmtd")
     answer = send("mgmtd", "ask oltd code -7", "--nul")
     assert answer["code"] == -7
+    captured(4)
     assert process.signal(signal.SIGINT).finish() == 0
     server.stop()
     played = play(FILE)
