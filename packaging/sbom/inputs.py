@@ -92,8 +92,10 @@ class Build:
 
     def of_archive(self, name):
         """What a static library was compiled of."""
-        made = [each for each in self.directory.rglob(name)]
+        # Not by looking for files: a test installs into the directory of the build.
+        targets = run("ninja", "-t", "targets", "all", directory=self.directory).splitlines()
+        made = [each for each in (line.rpartition(": ")[0] for line in targets) if os.path.basename(each) == name]
         if len(made) != 1:
             return None
-        told = run("ninja", "-t", "inputs", str(made[0].relative_to(self.directory)), directory=self.directory)
+        told = run("ninja", "-t", "inputs", made[0], directory=self.directory)
         return Inputs(self.headers_of(self.absolute(each) for each in told.split()), frozenset(), frozenset())
