@@ -240,8 +240,10 @@ std::vector<std::string> unknownWords(const CLI::App &app, const CLI::ParseError
 
 /* Prints help or version when they were requested. Everything else is a mistake on the command line. */
 int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
-    if (error.get_exit_code() == 0)
-        return printAsked(error.get_name() == "CallForHelp" ? app.help() : std::string(error.what()) + "\n");
+    /* Before a command, --help also wins over what the command lacks: "vosctl --help send". */
+    const bool asksForHelp = app.get_help_ptr()->count() > 0 && !isUnexpected(error);
+    if (asksForHelp || error.get_name() == "CallForHelp") return printAsked(app.help());
+    if (error.get_exit_code() == 0) return printAsked(std::string(error.what()) + "\n");
     const CLI::App &named = deepest(app);
     const std::vector<std::string> unknown = unknownWords(app, error);
     const bool noCommand = error.get_name() == "RequiredError" && named.get_require_subcommand_min() > 0;
