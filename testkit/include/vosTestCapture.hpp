@@ -154,10 +154,10 @@ class Recording {
     }
 
     void requireWhole(const Copy &copy) const {
-        if (copy.head.ulWholeLen != copy.message.size())
-            throw CaptureError(
-                file_ + " holds only a part of a message of " + std::to_string(copy.head.ulWholeLen) + " bytes",
-                "capture with the whole payload");
+        if (copy.head.ulWholeLen == copy.message.size()) return;
+        throw CaptureError(
+            file_ + " holds only a part of a message of " + std::to_string(copy.head.ulWholeLen) + " bytes",
+            "capture with the whole payload");
     }
 
     void requireNoLoss() const {
@@ -166,10 +166,10 @@ class Recording {
             const uint32_t pid = each.head.ulProcessId;
             if (!each.reportsMessage() || processes_.count(pid) == 0) continue;
             const auto known = lost.emplace(pid, each.head.ullLost).first;
-            if (each.head.ullLost > known->second)
-                throw CaptureError(file_ + " is not complete: " + std::to_string(each.head.ullLost - known->second) +
-                                       " copies were lost when it was captured",
-                                   "capture again, with fewer names");
+            if (each.head.ullLost <= known->second) continue;
+            throw CaptureError(file_ + " is not complete: " + std::to_string(each.head.ullLost - known->second) +
+                                   " copies were lost when it was captured",
+                               "capture again, with fewer names");
         }
     }
 
