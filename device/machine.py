@@ -41,6 +41,16 @@ FLASH_SOURCES = (
 ).split()
 
 
+def prove(name, figure, measured):
+    """Keeps what a whole run has found, for the proof of a release."""
+    run(sys.executable, "-B", TREE / "packaging/proof/record.py", name, figure, measured)
+
+
+def disprove(name):
+    """Takes an earlier figure back, because something was not as described now."""
+    run(sys.executable, "-B", TREE / "packaging/proof/record.py", "--failed", name)
+
+
 def made(target, inputs, make):
     """The target. It is made again when its inputs have changed since it was made."""
     digest = hashlib.sha256()

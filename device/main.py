@@ -74,7 +74,7 @@ def main():
     added.add_argument("--only", default="", metavar="REGEX", help="only tests whose names begin like this")
     added.add_argument("--verbose", action="store_true", help="name the tests that passed, too")
     added = command("powercut", powercut.powercut)
-    added.add_argument("--cycles", type=int, default=60, metavar="N", help="so many cuts (60)")
+    added.add_argument("--cycles", type=int, default=powercut.CYCLES, metavar="N", help=f"so many cuts ({powercut.CYCLES})")
     added.add_argument("--seed", type=int, help="repeats the moments of an earlier campaign")
     added.add_argument("--journal", action="store_true", help="everything is saved by way of the journal")
     added = command("replay", lambda arguments: (replayJournal if arguments.journal else replay).replay(arguments))

@@ -12,11 +12,12 @@ import tempfile
 import threading
 
 from fetch import Unavailable
-from machine import Machine, erased_flash
+from machine import Machine, disprove, erased_flash, prove
 from suite import BUILD, build
 
 PROGRAM = BUILD / "device/guest/powerCut"
 CONTENT = 20000  # bytes of a configuration, a syslog, a file of a package, an image
+CYCLES = 60  # of a whole campaign
 LONGEST = 2.5  # seconds from the first save to the cut
 PATIENCE = 600  # seconds for a start and its cut, on a host that does something else, too
 
@@ -95,4 +96,9 @@ def powercut(arguments):
     if arguments.journal:
         print(f"{recovered} of the cuts left something that was restored from the journal")
     print(f"{arguments.cycles} cuts; {broken} outcomes outside what is described")
+    name, option = ("powercut-journal", " --journal") if arguments.journal else ("powercut", "")
+    if broken:
+        disprove(name)
+    elif arguments.cycles >= CYCLES:
+        prove(name, f"{arguments.cycles} cuts, no outcome outside what is described", f"scripts/device powercut{option} --cycles {arguments.cycles} --seed {seed}")
     return 1 if broken else 0

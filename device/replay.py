@@ -11,7 +11,7 @@ import tempfile
 
 import fetch
 from fetch import Unavailable
-from machine import CROSS, FLASH_SIZE, PARTITIONS, Machine, erased_flash, flash_drivers
+from machine import CROSS, FLASH_SIZE, PARTITIONS, Machine, disprove, erased_flash, flash_drivers, prove
 from suite import BUILD, build
 
 PROGRAM = BUILD / "device/guest/replay"
@@ -157,8 +157,11 @@ def replay(arguments):
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             results = list(pool.map(lambda job: attempt(machine, job[0], job[1], arguments.every), jobs))
     if not jobs or any(results):
+        disprove("replay")
         print("replay: something was not as described" if jobs else "replay: there is no such save")
         return 1
     how = "every step" if arguments.every == 1 else f"one step in {arguments.every}"
     print(f"{len(jobs)} saves, {how}: no outcome outside what is described")
+    if arguments.every == 1 and not arguments.store:
+        prove("replay", f"{sum(count for _, _, count in jobs)} points of {len(jobs)} saves, no outcome outside what is described", "the emulator's record of each save, cut after each step")
     return 0

@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 
 from fetch import Unavailable
-from machine import HERE, TREE, Machine
+from machine import HERE, TREE, Machine, disprove, prove
 
 BUILD = TREE / "build" / "aarch64"
 
@@ -87,10 +87,15 @@ def test(arguments):
     if not chosen:
         raise Unavailable("no such test")
     print(f"left to the host (they run no program of the device, or are listed in device/tests.skip): {len(left)}")
-    failed = 0
+    failed, figures = 0, []
     for cpus in [arguments.cpus] if arguments.cpus else [1, 2]:
         results = run_all(machine, chosen, cpus, arguments.verbose)
         failed += results["FAILED"]
         print(f"with {cpus} processor{'s' if cpus > 1 else ''}:")
         print(f"{results['passed']} passed, {results['FAILED']} failed, {results['skipped']} skipped", flush=True)
+        figures.append(f"{results['passed']} passed, {results['skipped']} skipped with {cpus} processor{'s' if cpus > 1 else ''}")
+    if failed:
+        disprove("tests-device")
+    elif not arguments.only and not arguments.cpus:
+        prove("tests-device", "; ".join(figures), f"on Debian's kernel in the emulated device; {len(left)} tests are left to the host")
     return 1 if failed else 0

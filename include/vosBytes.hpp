@@ -176,6 +176,15 @@ class text {
     char chars_[N] = {};
 };
 
+template <std::size_t N, std::size_t M>
+bool operator==(const text<N> &left, const text<M> &right) noexcept {
+    return left.view() == right.view();
+}
+template <std::size_t N, std::size_t M>
+bool operator!=(const text<N> &left, const text<M> &right) noexcept {
+    return left.view() != right.view();
+}
+
 /**
  * A payload to send, for the time of the call: text (without a NUL), bytes, or a trivially copyable record (its bytes,
  * padding included). A pointer does not compile, nor does an object that is not trivially copyable.

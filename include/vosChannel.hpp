@@ -174,14 +174,19 @@ class basic_channel {
      */
     template <class F>
     result<void> run(F &&serve) {
-        while (!(stop_.load() && !woken_.load())) {
-            auto got = receive(forever);
-            if (!got && got.code() != VOS_ERROR) return got.why();
+        while (state_.load() != kStopped) {
+            /* A message that could not be sent to a full queue wakes nobody: look again soon. */
+            const bool ending = (state_.load() & kStopped) != 0;
+            auto got = receive(ending ? timeout{std::chrono::milliseconds{100}} : forever);
+            if (!got && got.code() != VOS_ERROR && !got.timed_out()) return got.why();
             if (!got) continue;
-            if (stop_.load() && got->payload().empty() && !got->wants_answer()) break;
+            if (state_.load() >= kWaking && got->payload().empty() && !got->wants_answer()) {
+                if ((state_.fetch_sub(kWaking) & kStopped) != 0) break;
+                continue; /* sent by a stop() that an earlier run() did not wait for */
+            }
             serve(*got);
         }
-        stop_ = false;
+        state_.fetch_and(~kStopped);
         return {};
     }
     /** Serves no requests: only timers, descriptors and handlers. A request is answered with VOS_ERR_NO_HANDLER. */
@@ -191,8 +196,11 @@ class basic_channel {
     /** Ends run() when the messages that are already there have been served. For timers, descriptors, handlers, and
      *  other threads; not for a signal handler. It sends the channel an empty message, which ends the wait. */
     void stop() noexcept {
-        if (stop_.exchange(true)) return;
-        woken_ = post(name_.raw(), content{}, no_wait).has_value();
+        uint32_t before = state_.load();
+        do
+            if ((before & kStopped) != 0) return;
+        while (!state_.compare_exchange_weak(before, before + kStopped + kWaking));
+        if (!post(name_.raw(), content{}, no_wait)) state_.fetch_sub(kWaking);
     }
 
     /**
@@ -298,8 +306,11 @@ class basic_channel {
     }
 
     text<128> name_;
-    std::atomic<bool> stop_{false};
-    std::atomic<bool> woken_{false}; /* whether the message that ends the wait was sent */
+    static constexpr uint32_t kStopped = 1;
+    static constexpr uint32_t kWaking = 2;
+    /* Whether run() shall end, and how many messages that wake it are on their way. Both change at once, so that no
+     * such message is ever taken for a request. */
+    std::atomic<uint32_t> state_{0};
 };
 
 /** The process's main channel. */

@@ -352,6 +352,8 @@ int32_t vosMsgInit(const char *pProcName, uint32_t ulFlags, void *pReserved);
  *
  * A signal that is handled ends the wait with VOS_ERROR and errno EINTR, also under SA_RESTART; the receiver may still
  * serve the request. Only a wait without a time-out continues after a handler with SA_RESTART.
+ * Without a handler the end of a child can end the wait too: when SIGCHLD is blocked in the first thread and in the
+ * thread that created the child, but not in the asking one. So block SIGCHLD in every thread or in none.
  *
  * On VOS_ERROR errno is that of the failed call: ENOENT when there is no such name, ECONNREFUSED when its process has
  * ended, EAGAIN after the time-out, EINTR after a signal, EMFILE without a free descriptor. On VOS_OK errno has no

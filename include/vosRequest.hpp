@@ -15,7 +15,7 @@ inline namespace api1 {
 
 /**
  * A message of another process. Answer it with answer(), or say with ignore() that it gets none. It can be moved and
- * answered later, by any thread; its payload is valid only until the channel receives again.
+ * answered later, by any thread; its payload is valid only until the channel receives again, or is gone.
  *
  * In a debug build the process ends with a line when a request is answered twice, when one that wants an answer is
  * destroyed without, and when a payload is used after it has become invalid. Otherwise a second answer is VOS_ERR_PARAM

@@ -54,7 +54,7 @@ GROUP_OF = {
     "README.md": "vos", "CONTRIBUTING.md": "vos", "CHANGELOG.md": "vos", "SECURITY.md": "vos",
     "docs/tutorial.md": "Learn", "docs/cpp.md": "Learn", "docs/porting.md": "Learn", "docs/glossary.md": "Learn", "docs/calls.md": "Learn",
     "docs/vosctl.md": "Use", "docs/seeing-messages.md": "Use", "docs/troubleshooting.md": "Use", "docs/board.md": "Use", "docs/security.md": "Use",
-    "docs/install.md": "Use", "docs/versions.md": "Use", "docs/error-codes.md": "Use", "docs/power-cuts.md": "Use", "docs/time-zone.md": "Use",
+    "docs/install.md": "Use", "docs/versions.md": "Use", "docs/release.md": "Use", "docs/error-codes.md": "Use", "docs/power-cuts.md": "Use", "docs/time-zone.md": "Use",
     "docs/testkit.md": "Use",
     "docs/wire-format.md": "Formats and limits", "docs/flash-formats.md": "Formats and limits", "docs/size.md": "Formats and limits",
     "docs/performance.md": "Formats and limits", "docs/benchmarks/README.md": "Formats and limits",

@@ -67,7 +67,7 @@ int main(int argc, char **argv) {
         expect(state() == "unknown", "nor are bytes that are no answer");
         expect(state() == "unknown", "a silent sensor does not stop the daemon");
         expect(state() == "unknown", "nor does one that dies");
-        const vos::test::Report report = sensor.finish();
+        const vos::test::Report report = sensor.finish(1s);  // the daemon has answered, so it has asked
         expect(report.ok(), "the sensor was asked as often as it should be\n" + report.text());
     }
     {
@@ -75,7 +75,7 @@ int main(int argc, char **argv) {
         vos::test::Peer sensor("sensord",
                                vos::test::Script::parse("expect any\n answer 99 \"celsius\\x00\"\n", "script"));
         expect(state() == "hot", "a sensor that comes back is asked again");
-        expect(sensor.finish().ok(), "once");
+        expect(sensor.finish(1s).ok(), "once");
     }
     kill(daemon, SIGKILL);
     waitpid(daemon, nullptr, 0);

@@ -154,6 +154,7 @@ int runOnce(const Options &options) {
     Rules rules;
     char message[320];
     if (!parseRules(settings.rules.c_str(), rules, message, sizeof message)) throw Cannot(message);
+    if (rules.count == 0) throw Cannot("no rule; see vos-faults --help"); /* only blanks */
     const Result result = run(settings);
     std::vector<int> strikes(rules.count);
     for (const Strike &strike : result.strikes) {

@@ -39,6 +39,7 @@
 #include <thread>
 #include <utility>
 
+#include "vosTestCapture.hpp"
 #include "vosTestScript.hpp"
 
 namespace vos::test {
@@ -75,8 +76,7 @@ struct Report {
 class Mailbox {
   public:
     explicit Mailbox(const std::string &name) {
-        const std::size_t slash = name.rfind('/');
-        const std::string path = "/tmp/vos/" + (slash == std::string::npos ? name : name.substr(slash + 1));
+        const std::string path = socketPathOf(name);
         if (path.size() == strlen("/tmp/vos/")) throw std::invalid_argument("a peer needs a name");
         mkdir("/tmp/vos", 0777);
         fds_[0] = open(path, paths_[0]);
@@ -253,10 +253,6 @@ class Player {
                 strnlen(sender.address.sun_path, std::min(sender.length - begin, sizeof sender.address.sun_path))};
     }
 
-    static bool isControl(uint32_t type) {
-        return type == VOS_MSG_VOS_DEBUG || type == VOS_MSG_SMD_DEBUG || type == VOS_MSG_STDOUT_REDIRECT;
-    }
-
     /* What belongs to a request. Steps that may come any number of times are passed over. */
     std::vector<Act> choose(Request &request) {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -275,7 +271,7 @@ class Player {
             }
             if (each.times != 0) break;
         }
-        request.expected = isControl(request.type); /* every process gets those, and answers none */
+        request.expected = detail::isControl(request.type);
         if (request.expected) return {};
         Act refusal;
         refusal.code = VOS_ERROR;
@@ -287,8 +283,7 @@ class Player {
         request.fate = "not answered";
         for (const Act &act : acts) {
             if (act.kind == Act::Kind::wait) {
-                pollfd watched{stop, POLLIN, 0};
-                poll(&watched, 1, static_cast<int>(act.delay.count()));
+                pause(act.delay, stop);
             } else if (act.kind == Act::Kind::die) {
                 mailbox_.die();
                 request.fate += ", died";
@@ -300,19 +295,24 @@ class Player {
         if (!request.expected) request.fate = "unexpected, " + request.fate;
     }
 
+    /* A signal does not shorten a delay; `stop` ends it. */
+    static void pause(std::chrono::milliseconds delay, int stop) {
+        using Clock = std::chrono::steady_clock;
+        constexpr std::chrono::milliseconds kLongest = std::chrono::hours(24);
+        const Clock::time_point end = Clock::now() + std::clamp(delay, std::chrono::milliseconds(0), kLongest);
+        for (int ready = -1; ready < 0;) {
+            const auto rest = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+            pollfd watched{stop, POLLIN, 0};
+            ready = poll(&watched, 1, std::max(0, static_cast<int>(rest.count())));
+            if (ready < 0 && errno != EINTR) return;
+        }
+    }
+
     static std::string send(const Act &act, const Request &request, const VOS_MSG_HEAD &head, const Sender &sender) {
         if (!request.answerWanted) return "no answer wanted";
-        std::string datagram = act.payload;
-        if (act.kind == Act::Kind::answer) {
-            const std::string &payload = act.echo ? request.payload : act.payload;
-            VOS_MSG_HEAD answer{};
-            answer.ulType = head.ulType;
-            answer.ulRetCode = static_cast<uint32_t>(act.code);
-            answer.ulValue1 = 255;
-            answer.ulBufLen = act.announced.value_or(static_cast<uint32_t>(payload.size()));
-            datagram.assign(reinterpret_cast<const char *>(&answer), sizeof answer);
-            datagram += payload;
-        }
+        const std::string datagram = act.kind == Act::Kind::raw
+                                         ? act.payload
+                                         : detail::answerTo(head.ulType, act, act.echo ? request.payload : act.payload);
         const ssize_t sent = sendto(sender.fd, datagram.data(), datagram.size(), MSG_NOSIGNAL,
                                     reinterpret_cast<const sockaddr *>(&sender.address), sender.length);
         if (sent < 0) return std::string("the answer cannot be sent: ") + std::generic_category().message(errno);

@@ -35,6 +35,13 @@ def matrix():
                 count += 1
                 if done.returncode != 0 or done.stdout:
                     failures.append(f"{compiler} {standard} {options}:\n{done.stdout}")
+    for compiler in COMPILERS:  # the test kit's, which use exceptions
+        for standard in ("c++17", "c++2b"):
+            done = run(compiler, f"-std={standard}", *WARNINGS, *INCLUDE, "-I", source / "testkit/include", "-fsyntax-only", "-xc++", "-",
+                       text="#include <vosTest.hpp>\n#include <vosFaults.h>\n")
+            count += 1
+            if done.returncode != 0 or done.stdout:
+                failures.append(f"{compiler} {standard} vosTest.hpp:\n{done.stdout}")
     for header in (source / "include").glob("*.hpp"):
         macros = re.findall(r"^\s*#\s*define\s+(.*)$", header.read_text(encoding="utf-8"), flags=re.M)
         if len(macros) != 1 or not re.fullmatch(r"VOS(_[A-Z]+)*_HPP", macros[0]):
@@ -77,6 +84,9 @@ MISUSES = [
     ('(void)vos::shared_memory<Record>::attach("/tmp", 1);', '(void)vos::shared_memory<std::string>::attach("/tmp", 1);', "trivially copyable"),
     ('(void)**vos::shared_memory<const Record>::attach("/tmp", 1);',
      '(**vos::shared_memory<const Record>::attach("/tmp", 1)).number = 1;', "read-only|const"),
+    ('(void)vos::connected_socket(SOCK_STREAM, sockaddr_in{}, 1s);',
+     'sockaddr any{}; (void)vos::connected_socket(SOCK_STREAM, any, 1s);', "does not tell its length"),
+    ('(void)vos::shell::run("true");', 'vos::shell::run("true");', "nodiscard|unused"),
     ('(void)channel.open_netlink("a");', 'vos::second_channel second; (void)second.open_netlink("a");', "no netlink"),
 ]
 

@@ -173,6 +173,26 @@ TYPED_TEST(CppLoop, StopEndsARunThatHasNotBegunAndOneOfAnotherThread) {
     });
 }
 
+TYPED_TEST(CppLoop, AStopWhileRequestsComeIsNeverTakenForARequest) {
+    scenario<TypeParam>([](TypeParam &channel) {
+        const char *const name = std::is_same_v<TypeParam, vos::channel> ? "main" : "other";
+        int empty = 0;
+        for (int round = 0; round < 300; ++round) {
+            std::atomic<bool> ended{false};
+            std::thread sending{[&] {
+                while (!ended) static_cast<void>(vos::post(name, "x", 1s));
+            }};
+            std::thread stopping{[&] { channel.stop(); }};
+            EXPECT_TRUE(channel.run([&](vos::request &request) { empty += request.payload().empty() ? 1 : 0; }));
+            ended = true;
+            while (channel.receive(vos::no_wait)) continue; /* what the sender waits for */
+            sending.join();
+            stopping.join();
+        }
+        EXPECT_EQ(empty, 0);
+    });
+}
+
 TEST(CppChannel, ThatIsNotOpenSaysSo) {
     EXPECT_TRUE(run([] {
                     vosDebugConfig(0);

@@ -108,4 +108,24 @@ int32_t stores() {
            vos::items::get(vos::items::systemMac).value()[0] + vos::items::set(vos::items::ipAddress, 1).code();
 }
 
-int main() { return processes() + requests() + channels() + handlers() + services() + stores(); }
+bool texts() {
+    const vos::text<8> one{"one"}, two{"two"};
+    const vos::text<16> longer{"one"};
+    return one == longer && one != two && one == std::string{"one"} && "one" == one && two != std::string_view{"one"};
+}
+
+int32_t host() {
+    const auto address = vos::ipv4_address("127.0.0.1", 80).value();
+    const auto connected = vos::connected_socket(SOCK_STREAM, address, 3s);
+    const auto ran = vos::shell::run("true", vos::shell::terminal::interactive);
+    const vos::uptime_clock::time_point now = vos::uptime_clock::now() + 1s;
+    return connected.code() + ran.value_or(1) + vos::shell::start("true").code() +
+           static_cast<int32_t>((vos::uptime_clock::now() - now).count() + vos::uptime()->count()) +
+           vos::set_system_time(std::chrono::system_clock::now()).code() + vos::set_time_zone("UTC0").code() +
+           vos::host::name().code() + vos::host::set_name("name").code() +
+           static_cast<int32_t>(vos::host::memory_total() + vos::host::memory_free() + vos::host::measure_idle());
+}
+
+int main() {
+    return processes() + requests() + channels() + handlers() + services() + stores() + host() + (texts() ? 1 : 0);
+}

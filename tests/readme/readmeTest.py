@@ -70,7 +70,7 @@ def install(command):
 
 def script_is_sound(command):
     """Not run in full. Each of them builds the tree once more, and then runs the tests of which this is one (test),
-    measures for minutes (bench), or needs the network (device, package). Examples.* runs what demo shows, and Site.*
+    measures for minutes (bench), or needs the network (device, package, release). Examples.* runs what demo shows, and Site.*
     runs site."""
     name, *arguments = command.split()
     script = source / name

@@ -131,6 +131,7 @@ std::vector<Attempt> failEachCall(const Body &prepare, const std::function<long(
     std::vector<Attempt> attempts;
     for (const FaultPoint &point : callsOf(prepare, action)) attempts.push_back(failCall(point, prepare, action));
     EXPECT_FALSE(attempts.empty()) << "the action makes no call that can fail";
+    printf("%zu calls failed, each in a run of its own\n", attempts.size());  // packaging/proof adds them up
     return attempts;
 }
 

@@ -13,8 +13,9 @@ cp -r "$source/examples/daemon" "$stage/daemon"
 cmake -S "$stage/daemon" -B "$stage/build" -DCMAKE_PREFIX_PATH="$stage/prefix" >/dev/null
 cmake --build "$stage/build" >/dev/null
 failures=0
+# The tests wait more than they compute, so they run at the same time.
 failed_tests() { # what ctest says of the tests that fail, by name
-    ctest --test-dir "$stage/build" "$@" 2>&1 | tee "$stage/log" | sed -n 's/^\t *[0-9]* - \([^ ]*\) .*/\1/p' | sort | tr '\n' ' '
+    ctest --test-dir "$stage/build" --parallel 6 "$@" 2>&1 | tee "$stage/log" | sed -n 's/^\t *[0-9]* - \([^ ]*\) .*/\1/p' | sort | tr '\n' ' '
 }
 expect() { # WHAT ACTUAL EXPECTED
     if [ "$2" = "$3" ]; then

@@ -82,6 +82,10 @@ check_options_as() { # COMMAND PREFIX...
 $stage"
         expect "but not written ($*)" "$(cd "$stage" && status "$@" "$sandbox" touch probe)" 1
     }
+    "$@" "$sandbox" --keep "$kept" sh -c 'head -c 64K /dev/zero >/flash/large'
+    expect "what was kept must fit ($*)" "$(said_by "$@" "$sandbox" --flash 4K --keep "$kept" true | tail -n 1)" \
+        "vos-sandbox: --keep: a flash of this size does not hold what was kept"
+    expect "and is still there then ($*)" "$(stat -c %s "$kept"/flash/large)" 65536
     "$@" rm -rf "$kept"
 }
 check_options_as env
@@ -103,6 +107,7 @@ refused 'is no size' --flash 0 true
 refused 'is no size' --flash 10X true
 refused 'is no size' --flash -5 true
 refused 'is no size' --flash 99999999999999999999 true
+refused 'more than a flash can have' --flash 99999999999G true
 refused 'no directory ""' --readable '' true
 refused 'takes no command' --shell true
 expect "a command that is not there" "$(status "$sandbox" /no/such/command)" 127

@@ -72,6 +72,7 @@ def test_too_many_rules_are_refused():
     (["--calls"], "needs a value"),
     (["--blue"], 'no option "--blue"'),
     (["--each", "--most", "x", "--", "true"], "no number"),
+    ([" ", "", "--", "true"], "no rule"),
     (["--each", "--most", "", "--", "true"], "no number"),
     (["--each", "--time-limit", "5", "--", "true"], "a time is"),
     (["--each", "--time-limit", "0s", "--", "true"], "no limit"),

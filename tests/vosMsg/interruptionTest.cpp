@@ -126,6 +126,33 @@ TEST(Interruption, WithoutATimeOutTheWaitEndsAfterAnyOtherHandler) {
     EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgSend:read", EINTR)));
 }
 
+/* The kernel keeps an ignored signal that is blocked where it arrives, and offers it to the other threads. */
+TEST(Interruption, TheEndOfAChildEndsTheWaitOfAThreadThatDoesNotBlockItsSignalAsTheOthersDo) {
+    const Outcome outcome = run([] {
+        freshWorld();
+        const Silent receiver;
+        const pid_t child = fork();
+        if (child == 0) {
+            pause();
+            _exit(0);
+        }
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGCHLD);
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        std::thread asker([&] {
+            pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+            interrupt({.call = "recvmsg", .instead = [&](pid_t) { kill(child, SIGKILL); }}, [] {
+                EXPECT_EQ(vosMsgSend("B", text, 4, 0, &answerCode, 20000, 0), VOS_ERROR);
+                EXPECT_EQ(errno, EINTR);
+            });
+        });
+        asker.join();
+        EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    });
+    EXPECT_THAT(outcome.messages(), ElementsAre(errnoLine("vosMsgSend:read", EINTR)));
+}
+
 TEST(Interruption, TheReceiverStillServesTheRequest) {
     Process server = start([] {
         openChannel("A");

@@ -123,7 +123,7 @@ TEST(TapLoss, OneTapThatIsGoneLeavesTheOthersOn) {
 }
 
 TEST(TapLoss, AFailedCopyChangesNeitherTheResultNorErrno) {
-    for (const int error : {EAGAIN, ECONNREFUSED, ENOBUFS, ENOMEM, EMSGSIZE, EBADF, EPERM, EPIPE}) {
+    for (const int error : {EAGAIN, EINTR, ECONNREFUSED, ENOBUFS, ENOMEM, EMSGSIZE, EBADF, EPERM, EPIPE}) {
         const Outcome outcome = run([=] {
             openChannel("A");
             TapPeer tap;

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import signal
+import socket
 import stat
 import struct
 import subprocess
@@ -11,10 +12,10 @@ import threading
 import time
 
 import pytest
-from captures import COPY, blocks, options
+from captures import COPY, Copy, blocks, message, options, started
 from conftest import PATIENCE, eventually
 from test_dissector import DISSECTOR
-from test_monitor import peer, sockets, taps  # noqa: F401 (a fixture)
+from test_monitor import peer, sendto, sockets, taps  # noqa: F401 (a fixture)
 
 FILE = pathlib.Path("/tmp/messages.pcapng")
 SECTION, INTERFACE, STATISTICS, PACKET = 0x0A0D0D0A, 1, 5, 6
@@ -22,11 +23,15 @@ SECTION, INTERFACE, STATISTICS, PACKET = 0x0A0D0D0A, 1, 5, 6
 
 @pytest.fixture
 def capturing(background, binary, vosctl):
-    """Starts a capture, and waits until it has the messages of a process."""
+    """Starts a capture, and waits until it has the messages of a process. A file of an earlier test may be there."""
 
     def start(name, *arguments, file=FILE):
+        def number():
+            return file.stat().st_ino if file.exists() else None
+
+        earlier = number()
         process = background(binary, "--json", "capture", "-w", file, *arguments)
-        eventually(lambda: vosctl("send", name, "hello").ok() and file.exists() and b"hello" in file.read_bytes())
+        eventually(lambda: vosctl("send", name, "hello").ok() and number() not in (None, earlier) and b"hello" in file.read_bytes())
         return process
 
     return start
@@ -176,8 +181,9 @@ def test_files_are_continued_and_the_oldest_goes(vosctl, peer, background, binar
         assert file.stat().st_size <= 4096
         names = [options(body, 8)[2] for type, body in blocks(file.read_bytes()) if type == INTERFACE]
         assert names == [b"server"]  # each file can be read alone
-        numbers += [number for what, _, _, number, *_ in copies(file) if what < 3]
-    assert numbers == list(range(numbers[0], numbers[0] + len(numbers)))
+        numbers += [(number, lost) for what, _, _, number, lost, _ in copies(file) if what < 3]
+    for (number, lost), (following, lost_then) in zip(numbers, numbers[1:]):
+        assert following - number == 1 + lost_then - lost  # nothing is left out but what was lost
 
 
 def test_a_full_disk_ends_it_with_a_file_that_can_be_read(vosctl, peer, binary):
@@ -197,6 +203,53 @@ def test_files_that_cannot_be_made_are_refused_before_anything_is_switched_on(vo
     assert "is a directory" in vosctl("capture", "-w", "/tmp").failed()
     assert "cannot be created" in vosctl("capture", "-w", "/tmp/nothing/file").failed()
     assert taps() == []
+
+
+def test_a_limit_ends_a_capture_on_standard_output_too(vosctl, peer, background, binary):
+    peer("server")
+    with open("/tmp/output", "wb") as output:
+        process = subprocess.Popen([binary, "capture", "-w", "-", "--max-size", "4K"], stdout=output)
+        eventually(lambda: vosctl("send", "server", "hello").ok() and process.poll() is not None)
+    content = pathlib.Path("/tmp/output").read_bytes()
+    assert process.returncode == 0 and 2048 < len(content) <= 4096 and blocks(content)[-1][0] == STATISTICS
+
+
+def test_standard_output_is_not_continued_in_a_file(vosctl):
+    assert "standard output cannot be continued" in vosctl("capture", "-w", "-", "--max-size", "4K", "--files", "2").failed(2)
+    assert taps() == []
+
+
+def test_a_loss_is_counted_once_through_all_files(vosctl, background, binary):
+    """The copies are forged, so that it is known how many were lost."""
+    process = background(binary, "--json", "capture", "-w", FILE, "--max-size", "4K", "--files", "9")
+    tap = eventually(taps)[0]
+    numbers = [0, 7, 6, 7] + [7] * 20 + [9, 8, 9]
+    forged = [Copy(started(4000000, b"x").what, 0, 0, pid=4000000, number=0, own=b"/tmp/vos/x")]
+    forged += [Copy(pid=4000000, number=index + 1, lost=lost, message=message(b"x" * 100)) for index, lost in enumerate(numbers)]
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+        for copy in forged:
+            eventually(lambda: sendto(sender, copy.bytes(), tap))
+
+    def last_number():
+        try:
+            return copies()[-1][3]
+        except (FileNotFoundError, IndexError):  # the next file is being begun
+            return None
+
+    eventually(lambda: last_number() == len(numbers))
+    assert process.signal(signal.SIGINT).finish() == 0
+    assert (json.loads(process.output)["lost"], json.loads(process.output)["copies"]) == (9, len(forged))
+    files = [file for file in pathlib.Path("/tmp").glob(f"{FILE.name}*")]
+    counted = [struct.unpack("=Q", options(body, 12)[5])[0] for file in files for type, body in blocks(file.read_bytes()) if type == STATISTICS]
+    dropped = [options(body, packet_options(body)).get(4) for file in files for type, body in blocks(file.read_bytes()) if type == PACKET]
+    assert len(files) > 1 and sum(counted) == 9
+    assert sum(struct.unpack("=Q", each)[0] for each in dropped if each) == 9
+
+
+def packet_options(body):
+    """Where the options of a packet begin."""
+    (length,) = struct.unpack_from("=I", body, 12)
+    return 20 + (length + 3) // 4 * 4
 
 
 def test_what_is_no_regular_file_is_not_continued_in_another(vosctl):

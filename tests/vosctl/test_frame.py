@@ -91,6 +91,7 @@ def test_help_fits_a_terminal_and_names_the_options_of_every_command(vosctl, tre
         words = command["words"].split()
         text = vosctl("help", *words).ok().stdout
         assert text == vosctl(*words, "--help").ok().stdout
+        assert text == vosctl("--help", *words).ok().stdout
         assert all(len(line) <= 80 for line in text.splitlines() if not line.startswith("  vosctl ")), text
         assert "--json[=indented|short]" in text and "--root DIR" in text
         for jargon in ("SUBCOMMAND", "REQUIRED", "UINT", "INT", ":{", "TEXT:"):

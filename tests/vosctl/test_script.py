@@ -73,11 +73,6 @@ def test_a_script_that_cannot_be_read_is_refused(vosctl, tmp_path, text, said):
     assert not SOCKETS.exists()
 
 
-def test_a_capture_is_no_script(vosctl, tmp_path):
-    (tmp_path / "script").write_bytes(b"\x0a\x0d\x0d\x0a" + bytes(100))
-    assert "is a capture" in vosctl("listen", "box", "--script", tmp_path / "script").failed()
-
-
 def test_files_that_are_none(vosctl, tmp_path):
     vosctl("listen", "box", "--script", tmp_path).failed()
     vosctl("listen", "box", "--script", tmp_path / "none").failed()

@@ -5,6 +5,8 @@
 #include <vosFile.h>
 #include <vosProcess.h>
 
+#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -35,6 +37,8 @@ void addVersion(CLI::App &app) {
         "Print the version of vosctl");
 }
 
+std::string rootMistake(const std::string &directory) { return directory.empty() ? "DIR is empty" : ""; }
+
 /* The library takes an absolute path of at most 255 characters. */
 std::string journalMistake(const std::string &directory) {
     constexpr std::size_t kLongest = 255;
@@ -50,7 +54,7 @@ void addGlobals(CLI::App &app, Context &context) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.add_option("--root", context.root, "Work on the device tree below this directory instead of /")
         ->type_name("DIR")
-        ->check(notEmpty("DIR"));
+        ->check(CLI::Validator(rootMistake, ""));
     app.add_option("--journal", context.journal, "Save by way of the journal in this directory")
         ->type_name("DIR")
         ->check(CLI::Validator(journalMistake, ""))
@@ -64,28 +68,54 @@ void addGlobals(CLI::App &app, Context &context) {
     app.fallthrough(); /* these options are also allowed after a command */
 }
 
-/* The commands in the order of the help, and the heading under which it lists them. */
+/* Commands in the order of the help, and the heading under which it lists them. */
 struct Commands {
     const char *heading;
-    void (*add)(CLI::App &, Context &);
+    const char *names[2];
+    void (*add)(Command, Context &);
+    bool needsAll = false; /* they tell of all other commands */
 };
 constexpr const char *kProcesses = "Running processes";
 constexpr const char *kFlash = "What is saved on flash";
 constexpr const char *kImages = "Images and packages";
 constexpr const char *kMachine = "This machine and vosctl itself";
 constexpr Commands kCommands[] = {
-    {kProcesses, addPsCommands},     {kProcesses, addWaitCommand},   {kProcesses, addWaitsCommand},
-    {kProcesses, addMonitorCommand}, {kProcesses, addTopCommand},    {kProcesses, addCaptureCommand},
-    {kProcesses, addSendCommands},   {kProcesses, addListenCommand}, {kProcesses, addQueryCommands},
-    {kProcesses, addDebugCommands},  {kProcesses, addLogCommand},    {kFlash, addItemCommands},
-    {kFlash, addPartitionCommands},  {kFlash, addConfigCommands},    {kFlash, addSyslogCommands},
-    {kImages, addImageCommands},     {kImages, addPackageCommands},  {kImages, addCrcCommand},
-    {kMachine, addDoctorCommand},    {kMachine, addHelpCommand},     {kMachine, addCompleteCommand},
+    {kProcesses, {"ps"}, addPsCommands},
+    {kProcesses, {"wait"}, addWaitCommand},
+    {kProcesses, {"waits"}, addWaitsCommand},
+    {kProcesses, {"monitor"}, addMonitorCommand},
+    {kProcesses, {"top"}, addTopCommand},
+    {kProcesses, {"capture"}, addCaptureCommand},
+    {kProcesses, {"send", "ping"}, addSendCommands},
+    {kProcesses, {"listen"}, addListenCommand},
+    {kProcesses, {"config-of", "object"}, addQueryCommands},
+    {kProcesses, {"debug", "smd"}, addDebugCommands},
+    {kProcesses, {"log"}, addLogCommand},
+    {kFlash, {"item"}, addItemCommands},
+    {kFlash, {"partition"}, addPartitionCommands},
+    {kFlash, {"config"}, addConfigCommands},
+    {kFlash, {"syslog"}, addSyslogCommands},
+    {kImages, {"image"}, addImageCommands},
+    {kImages, {"package"}, addPackageCommands},
+    {kImages, {"crc"}, addCrcCommand},
+    {kMachine, {"doctor"}, addDoctorCommand},
+    {kMachine, {"help"}, addHelpCommand, true},
+    {kMachine, {"complete"}, addCompleteCommand, true},
 };
 
-void addCommands(CLI::App &app, Context &context) {
+using Words = std::vector<std::string_view>;
+
+/* Any word may be the command, so a value that equals a command's name counts too. */
+bool isNamed(const Commands &commands, const Words &words) {
+    return std::any_of(std::begin(commands.names), std::end(commands.names), [&words](const char *name) {
+        return name != nullptr && std::find(words.begin(), words.end(), name) != words.end();
+    });
+}
+
+void addCommands(CLI::App &app, Context &context, const Words &words, bool all) {
     for (const Commands &each : kCommands) {
-        each.add(app, context);
+        if (!all && !isNamed(each, words)) continue;
+        each.add(Command{&app}, context);
         for (CLI::App *const command : app.get_subcommands([](CLI::App *) { return true; }))
             if (command->get_group() == "Subcommands") command->group(each.heading); /* the parser's own heading */
     }
@@ -210,8 +240,10 @@ std::vector<std::string> unknownWords(const CLI::App &app, const CLI::ParseError
 
 /* Prints help or version when they were requested. Everything else is a mistake on the command line. */
 int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
-    if (error.get_exit_code() == 0)
-        return printAsked(error.get_name() == "CallForHelp" ? app.help() : std::string(error.what()) + "\n");
+    /* Before a command, --help also wins over what the command lacks: "vosctl --help send". */
+    const bool asksForHelp = app.get_help_ptr()->count() > 0 && !isUnexpected(error);
+    if (asksForHelp || error.get_name() == "CallForHelp") return printAsked(app.help());
+    if (error.get_exit_code() == 0) return printAsked(std::string(error.what()) + "\n");
     const CLI::App &named = deepest(app);
     const std::vector<std::string> unknown = unknownWords(app, error);
     const bool noCommand = error.get_name() == "RequiredError" && named.get_require_subcommand_min() > 0;
@@ -234,23 +266,37 @@ int explainUsage(const CLI::App &app, const CLI::ParseError &error) {
     return kUsage;
 }
 
+/* Most of the time until a command runs would go into the declarations of all the others, so only those commands are
+ * declared whose names are among the words. When the parser finds no command with them, it gets all, because the help
+ * and the suggestions of vosctl itself need them. */
+int parseAndRun(int argc, char **argv, bool pipesWereIgnored, bool all) {
+    const Words words{argv + std::min(argc, 1), argv + argc};
+    CLI::App app{"Sees and changes what a running process or a flash of the device holds.", "vosctl"};
+    Context context;
+    useHelp(app);
+    addGlobals(app, context);
+    addCommands(app, context, words, all);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        if (!all && app.get_subcommands().empty()) return parseAndRun(argc, argv, pipesWereIgnored, true);
+        return explainUsage(app, error);
+    }
+    return run(context, pipesWereIgnored);
+}
+
+bool needAll(const Words &words) {
+    return std::any_of(std::begin(kCommands), std::end(kCommands),
+                       [&words](const Commands &each) { return each.needsAll && isNamed(each, words); });
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     try {
         if (!occupyStandardFds()) return kFailed;
         const bool pipesWereIgnored = signal(SIGPIPE, SIG_IGN) == SIG_IGN; /* the write fails instead */
-        CLI::App app{"Sees and changes what a running process or a flash of the device holds.", "vosctl"};
-        Context context;
-        useHelp(app);
-        addGlobals(app, context);
-        addCommands(app, context);
-        try {
-            app.parse(argc, argv);
-        } catch (const CLI::ParseError &error) {
-            return explainUsage(app, error);
-        }
-        return run(context, pipesWereIgnored);
+        return parseAndRun(argc, argv, pipesWereIgnored, needAll({argv, argv + argc}));
     } catch (const std::exception &error) {
         fprintf(stderr, "vosctl: unexpected: %s; report this as a fault of vosctl\n", error.what());
         return kFailed;

@@ -99,6 +99,14 @@ std::string wordMistake(const std::string &text) {
     return wordOf(text) ? "" : "\"" + shortened(text) + "\" is not a 32-bit word, decimal or hexadecimal with 0x";
 }
 
+std::string signedMistake(const std::string &text) {
+    return signedOf(text) ? "" : "\"" + shortened(text) + "\" is not a signed number of 32 bits";
+}
+
+std::string nameMistake(const std::string &text) {
+    return text.empty() || text.back() == '/' ? "the name is empty" : "";
+}
+
 std::string levelMistake(const std::string &text) {
     return levelOf(text)
                ? ""

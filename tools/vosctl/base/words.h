@@ -39,6 +39,8 @@ std::set<std::string> levelNames();
 
 /* For the checks of the command line: what is wrong with the text; empty when it is right. */
 std::string wordMistake(const std::string &text);
+std::string signedMistake(const std::string &text);
+std::string nameMistake(const std::string &text);
 std::string levelMistake(const std::string &text);
 
 /* A word as it can be typed in a shell: quoted where that is necessary. */

@@ -112,6 +112,8 @@ class Capture {
             if (!file_->isRegular() && arguments_.files != 0)
                 throw Misuse(arguments_.file + " is no regular file, so it cannot be continued in another one",
                              "leave --files out");
+        } else if (arguments_.files != 0) {
+            throw Misuse("standard output cannot be continued in another file", "leave --files out");
         } else if (out_.terminal()) {
             throw Misuse("a capture is no text for a terminal", "name a file, or a pipe into another program");
         }
@@ -124,15 +126,12 @@ class Capture {
         bool wanted = !ended_;
         for (const Taken &each : taken) {
             if (!wanted) break;
-            const std::string next = writer_.add(each.copy, each.datagram);
-            if (full(blocks.size() + next.size())) {
+            if (full(blocks.size() + writer_.roomFor(each.copy, each.datagram))) {
                 put(std::exchange(blocks, ""));
                 wanted = continueInNext();
                 if (!wanted) break;
-                blocks = writer_.add(each.copy, each.datagram); /* with the interface, which this file does not know */
-            } else {
-                blocks += next;
             }
+            blocks += writer_.add(each.copy, each.datagram);
             wanted = arguments_.count == 0 || writer_.copies() < arguments_.count;
         }
         put(blocks);
@@ -160,12 +159,14 @@ class Capture {
         } else {
             out_.raw(blocks);
             out_.flush();
+            printed_ += blocks.size();
         }
     }
 
     /* Room is left for the counters at the end. */
     [[nodiscard]] bool full(std::size_t more) const {
-        return file_ && arguments_.maxSize != 0 && file_->size() + more + writer_.end().size() > arguments_.maxSize;
+        const uint64_t size = file_ ? file_->size() : printed_;
+        return arguments_.maxSize != 0 && size + more + writer_.end().size() > arguments_.maxSize;
     }
 
     /* FILE becomes FILE.1, that becomes FILE.2 and so on; the oldest goes. */
@@ -188,6 +189,7 @@ class Capture {
     Output &out_;
     const Arguments &arguments_;
     std::optional<CaptureFile> file_; /* none on standard output */
+    uint64_t printed_ = 0;            /* bytes on standard output */
     CaptureWriter writer_;
     uint32_t files_ = 1;
     bool ended_ = false;
@@ -202,42 +204,40 @@ int capture(Output &out, const Arguments &arguments, const Watched &watched) {
 
 }  // namespace
 
-void addCaptureCommand(CLI::App &app, Context &context) {
+void addCaptureCommand(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     const auto watched = std::make_shared<Watched>();
-    CLI::App *const command =
-        app.add_subcommand("capture", "Write the messages of running processes to a file for Wireshark");
+    Command command = app.command("capture", "Write the messages of running processes to a file for Wireshark");
     watched->payloadBytes = 0xFFFFFFFF;
     addWatched(command, watched);
-    command->add_option("-w,--write", arguments->file, "File to write; - is standard output")
-        ->required()
-        ->type_name("FILE")
-        ->check(notEmpty("FILE"));
-    CLI::Option *const size =
+    command.argument("-w,--write", arguments->file, "File to write; - is standard output")
+        .required()
+        .typeName("FILE")
+        .notEmpty("FILE");
+    Argument size =
         command
-            ->add_option_function<std::string>(
+            .argument(
                 "--max-size", [arguments](const std::string &text) { arguments->maxSize = sizeOf(text).value_or(0); },
                 "Bytes of a file, such as 512K or 10M; when it is full, the capture ends")
-            ->check(CLI::Validator(
-                [](const std::string &text) {
-                    return sizeOf(text) ? std::string()
-                                        : "\"" + shortened(text) + "\" is no size of 4K or more, such as 512K or 10M";
-                },
-                ""))
-            ->type_name("SIZE");
-    addNumber(command, "--files", arguments->files,
-              "When the file is full, continue in a new one, and keep so many: FILE.1 is the one before", 1, 1000)
-        ->needs(size);
-    addNumber(command, "-c,--count", arguments->count, "End after so many copies", 1);
-    command->footer(
+            .check([](const std::string &text) {
+                return sizeOf(text) ? std::string()
+                                    : "\"" + shortened(text) + "\" is no size of 4K or more, such as 512K or 10M";
+            })
+            .typeName("SIZE");
+    command
+        .number("--files", arguments->files,
+                "When the file is full, continue in a new one, and keep so many: FILE.1 is the one before", 1, 1000)
+        .needs(size);
+    command.number("-c,--count", arguments->count, "End after so many copies", 1);
+    command.notes(
         "Each process has an interface with its name. A message between two watched\n"
         "processes is there twice: as sent and as received. The file can be read at any\n"
         "moment, also after a kill. Only its owner can read it: there may be passwords in\n"
         "messages.");
-    addExample(command, "vosctl capture -w messages.pcapng oltd mgmtd");
-    addExample(command, "vosctl capture -w ring.pcapng --max-size 10M --files 5");
-    addExample(command, "vosctl capture -w - | tshark -r -");
-    onRun(command, context, [arguments, watched](Output &out) { return capture(out, *arguments, *watched); });
+    command.example("vosctl capture -w messages.pcapng oltd mgmtd");
+    command.example("vosctl capture -w ring.pcapng --max-size 10M --files 5");
+    command.example("vosctl capture -w - | tshark -r -");
+    command.onRun(context, [arguments, watched](Output &out) { return capture(out, *arguments, *watched); });
 }
 
 }  // namespace vosctl

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* vosctl complete: the shell's completion calls it while a command line is typed. */
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 
@@ -201,25 +202,26 @@ void addTree(Json &commands, const CLI::App &command) {
 
 }  // namespace
 
-void addCompleteCommand(CLI::App &app, Context &context) {
-    CLI::App *const complete =
-        app.add_subcommand("complete", "Print what the completion of the shells needs")->group("");
-    complete->require_subcommand(1);
-    onRun(complete->add_subcommand("names", "The reachable names"), context,
-          [](Output &out) { return print(out, {reachableNames()}, false); });
+void addCompleteCommand(Command app, Context &context) {
+    Command complete = app.group("complete", "Print what the completion of the shells needs");
+    complete.hide();
+    complete.command("names", "The reachable names").onRun(context, [](Output &out) {
+        return print(out, {reachableNames()}, false);
+    });
 
     const auto words = std::make_shared<Words>();
     const auto describe = std::make_shared<bool>(false);
-    CLI::App *const line = complete->add_subcommand("words", "Print the words to which the last word can be completed");
-    line->add_option("WORD", *words, "The words behind \"vosctl\", behind --; the last one is completed");
-    line->add_flag("--describe", *describe,
-                   "A description behind each, after a tab; /files or /directories where those fit too");
-    onRun(line, context,
-          [&app, words, describe](Output &out) { return print(out, completionFor(app, *words), *describe); });
+    Command line = complete.command("words", "Print the words to which the last word can be completed");
+    line.argument("WORD", *words, "The words behind \"vosctl\", behind --; the last one is completed");
+    line.flag("--describe", *describe,
+              "A description behind each, after a tab; /files or /directories where those fit too");
+    line.onRun(context, [app, words, describe](Output &out) {
+        return print(out, completionFor(app.parser(), *words), *describe);
+    });
 
-    onRun(complete->add_subcommand("tree", "All commands with their help"), context, [&app](Output &out) {
+    complete.command("tree", "All commands with their help").onRun(context, [app](Output &out) {
         Json commands = Json::array();
-        addTree(commands, app);
+        addTree(commands, app.parser());
         out.raw(jsonOf(commands).dump(1) + "\n");
         return kDone;
     });

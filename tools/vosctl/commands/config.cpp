@@ -6,6 +6,7 @@
 
 #include "../base/interrupts.h"
 #include "../base/lineDiff.h"
+#include "../base/words.h"
 #include "../flash/deviceFile.h"
 #include "../flash/deviceTree.h"
 #include "../flash/store.h"
@@ -141,48 +142,41 @@ int remove(Output &out, const Arguments &arguments) {
 
 }  // namespace
 
-void addConfigCommands(CLI::App &app, Context &context) {
+void addConfigCommands(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const group = app.add_subcommand("config", "Show, save, compare and delete the saved configuration");
-    group->require_subcommand(1);
-    CLI::App *const showing = group->add_subcommand("show", "Print the saved configuration byte for byte");
-    addExample(showing, "vosctl config show");
-    onRun(showing, context, show);
+    Command group = app.group("config", "Show, save, compare and delete the saved configuration");
+    Command showing = group.command("show", "Print the saved configuration byte for byte");
+    showing.example("vosctl config show");
+    showing.onRun(context, show);
 
-    CLI::App *const saving = group->add_subcommand("save", "Save a file, or the running configuration of a process");
-    CLI::Option *const file =
-        saving->add_option("FILE", arguments->file, "The file; - is standard input")->check(notEmpty("FILE"));
-    saving->add_option("--from", arguments->from, "Ask this process for its running configuration")
-        ->check(CLI::Validator(
-            [](const std::string &text) {
-                return text.empty() || text.back() == '/' ? std::string("the name is empty") : std::string();
-            },
-            ""))
-        ->type_name("NAME")
-        ->excludes(file);
-    addTimeout(saving, arguments->timeoutMs);
-    saving->add_flag("--empty", arguments->empty, "Save it also when it is empty");
-    saving->add_flag("--yes", arguments->yes, "Do not ask");
-    saving->parse_complete_callback([saving] {
-        if (saving->count("FILE") == 0 && saving->count("--from") == 0) throw CLI::RequiredError("FILE or --from");
-    });
-    addExample(saving, "vosctl config save new.cfg");
-    addExample(saving, "vosctl config save --from oltd");
-    onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
+    Command saving = group.command("save", "Save a file, or the running configuration of a process");
+    Argument file = saving.argument("FILE", arguments->file, "The file; - is standard input").notEmpty("FILE");
+    Argument from = saving.argument("--from", arguments->from, "Ask this process for its running configuration")
+                        .check(nameMistake)
+                        .typeName("NAME")
+                        .excludes(file);
+    saving.timeout(arguments->timeoutMs);
+    saving.flag("--empty", arguments->empty, "Save it also when it is empty");
+    saving.flag("--yes", arguments->yes, "Do not ask");
+    saving.checkTogether(
+        [file, from]() -> std::string { return file.given() || from.given() ? "" : "FILE or --from is required"; });
+    saving.example("vosctl config save new.cfg");
+    saving.example("vosctl config save --from oltd");
+    saving.onRun(context, [arguments](Output &out) { return save(out, *arguments); });
 
-    CLI::App *const comparing = group->add_subcommand("diff", "Compare it with the running configuration of a process");
-    addName(comparing, arguments->from);
-    addTimeout(comparing, arguments->timeoutMs);
-    addExample(comparing, "vosctl config diff oltd");
-    onRun(comparing, context, [arguments](Output &out) { return diff(out, *arguments); });
+    Command comparing = group.command("diff", "Compare it with the running configuration of a process");
+    comparing.name(arguments->from);
+    comparing.timeout(arguments->timeoutMs);
+    comparing.example("vosctl config diff oltd");
+    comparing.onRun(context, [arguments](Output &out) { return diff(out, *arguments); });
 
-    CLI::App *const deleting = group->add_subcommand("delete", "Delete it: back to the defaults");
-    deleting->add_flag("--yes", arguments->yes, "Do not ask");
-    addExample(deleting, "vosctl config delete");
-    onRun(deleting, context, [arguments](Output &out) { return remove(out, *arguments); });
+    Command deleting = group.command("delete", "Delete it: back to the defaults");
+    deleting.flag("--yes", arguments->yes, "Do not ask");
+    deleting.example("vosctl config delete");
+    deleting.onRun(context, [arguments](Output &out) { return remove(out, *arguments); });
     /* Added last: a command that is added to the group later would inherit these examples. */
-    addExample(group, "vosctl config show");
-    addExample(group, "vosctl config diff oltd");
+    group.example("vosctl config show");
+    group.example("vosctl config diff oltd");
 }
 
 }  // namespace vosctl

@@ -54,12 +54,12 @@ int showChecksums(Output &out, const std::string &file) {
 
 }  // namespace
 
-void addCrcCommand(CLI::App &app, Context &context) {
+void addCrcCommand(Command app, Context &context) {
     const auto file = std::make_shared<std::string>();
-    CLI::App *const crc = app.add_subcommand("crc", "Compute the checksums of images and partitions over a file");
-    crc->add_option("FILE", *file, "The file; - is standard input")->required()->check(notEmpty("FILE"));
-    addExample(crc, "vosctl crc new.img");
-    onRun(crc, context, [file](Output &out) { return showChecksums(out, *file); });
+    Command crc = app.command("crc", "Compute the checksums of images and partitions over a file");
+    crc.argument("FILE", *file, "The file; - is standard input").required().notEmpty("FILE");
+    crc.example("vosctl crc new.img");
+    crc.onRun(context, [file](Output &out) { return showChecksums(out, *file); });
 }
 
 }  // namespace vosctl

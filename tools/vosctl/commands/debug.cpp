@@ -44,33 +44,32 @@ int showLevels(Output &out, const std::string &name) {
 
 }  // namespace
 
-void addDebugCommands(CLI::App &app, Context &context) {
+void addDebugCommands(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
 
-    CLI::App *const debug = app.add_subcommand("debug", "Set which log lines a process prints");
-    addName(debug, arguments->name);
+    Command debug = app.command("debug", "Set which log lines a process prints");
+    debug.name(arguments->name);
     debug
-        ->add_option("LEVEL", arguments->words,
-                     "error, trace, event, no-timeouts, none, or a word such as 0x26; several are combined, and errors "
-                     "stay on unless none or a word is among them; without any, nothing is changed")
-        ->check(CLI::Validator([](const std::string &text) { return levelMistake(text); }, ""));
-    addTimeout(debug, arguments->timeoutMs);
-    addExample(debug, "vosctl debug oltd trace");
-    addExample(debug, "vosctl debug oltd error");
-    onRun(debug, context, [arguments](Output &out) {
+        .argument("LEVEL", arguments->words,
+                  "error, trace, event, no-timeouts, none, or a word such as 0x26; several are combined, and errors "
+                  "stay on unless none or a word is among them; without any, nothing is changed")
+        .check(levelMistake);
+    debug.timeout(arguments->timeoutMs);
+    debug.example("vosctl debug oltd trace");
+    debug.example("vosctl debug oltd error");
+    debug.onRun(context, [arguments](Output &out) {
         if (arguments->words.empty()) return showLevels(out, arguments->name);
         return sendWord(out, *arguments, VOS_MSG_VOS_DEBUG, levelsOf(arguments->words));
     });
 
-    CLI::App *const smd = app.add_subcommand("smd", "Set the second debug word of a process, the applications' own");
-    addName(smd, arguments->name);
-    smd->add_option("WORD", arguments->word, "32-bit word, decimal or with 0x hexadecimal")
-        ->required()
-        ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
-    addTimeout(smd, arguments->timeoutMs);
-    addExample(smd, "vosctl smd oltd 0x805");
-    onRun(smd, context,
-          [arguments](Output &out) { return sendWord(out, *arguments, VOS_MSG_SMD_DEBUG, *wordOf(arguments->word)); });
+    Command smd = app.command("smd", "Set the second debug word of a process, the applications' own");
+    smd.name(arguments->name);
+    smd.argument("WORD", arguments->word, "32-bit word, decimal or with 0x hexadecimal").required().check(wordMistake);
+    smd.timeout(arguments->timeoutMs);
+    smd.example("vosctl smd oltd 0x805");
+    smd.onRun(context, [arguments](Output &out) {
+        return sendWord(out, *arguments, VOS_MSG_SMD_DEBUG, *wordOf(arguments->word));
+    });
 }
 
 }  // namespace vosctl

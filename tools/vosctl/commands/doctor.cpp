@@ -107,14 +107,13 @@ int doctor(Output &out, bool isDevice) {
 
 }  // namespace
 
-void addDoctorCommand(CLI::App &app, Context &context) {
+void addDoctorCommand(Command app, Context &context) {
     const auto isDevice = std::make_shared<bool>(false);
-    CLI::App *const command =
-        app.add_subcommand("doctor", "Tell what on this machine keeps vos from working, and what to do");
-    command->add_flag("--device", *isDevice, "This machine is a device: what matters only there counts too");
-    addExample(command, "vosctl doctor");
-    addExample(command, "vosctl doctor --device");
-    onRun(command, context, [isDevice](Output &out) { return doctor(out, *isDevice); });
+    Command command = app.command("doctor", "Tell what on this machine keeps vos from working, and what to do");
+    command.flag("--device", *isDevice, "This machine is a device: what matters only there counts too");
+    command.example("vosctl doctor");
+    command.example("vosctl doctor --device");
+    command.onRun(context, [isDevice](Output &out) { return doctor(out, *isDevice); });
 }
 
 }  // namespace vosctl

@@ -2,6 +2,7 @@
 /* vosctl help, and what every --help prints. */
 #include "help.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <set>
 #include <sstream>
@@ -165,10 +166,10 @@ std::string metavariableOf(const CLI::Option &option) {
     return name == "UINT" || name == "INT" || name == "NUMBER" ? "N" : name;
 }
 
-void addExample(CLI::App *command, const std::string &line) {
-    const std::string before = command->get_footer();
+void addExample(CLI::App &command, const std::string &line) {
+    const std::string before = command.get_footer();
     const bool first = before.find(kExamples) == std::string::npos;
-    command->footer(before + (before.empty() ? "" : "\n") + (first ? kExamples : "") + line);
+    command.footer(before + (before.empty() ? "" : "\n") + (first ? kExamples : "") + line);
 }
 
 CommandHelp helpOf(const CLI::App &command) {
@@ -202,14 +203,14 @@ std::string helpText(const CLI::App &command) {
 
 void useHelp(CLI::App &app) { app.formatter(std::make_shared<Formatter>()); }
 
-void addHelpCommand(CLI::App &app, Context &context) {
+void addHelpCommand(Command app, Context &context) {
     const auto words = std::make_shared<std::vector<std::string>>();
-    CLI::App *const command = app.add_subcommand("help", "Print the help of a command");
-    command->add_option("COMMAND", *words, "The command, such as send or \"image install\"; without one, all commands");
-    addExample(command, "vosctl help send");
-    addExample(command, "vosctl help image install");
-    onRun(command, context, [&app, words](Output &out) {
-        const std::string text = helpText(named(app, *words));
+    Command command = app.command("help", "Print the help of a command");
+    command.argument("COMMAND", *words, "The command, such as send or \"image install\"; without one, all commands");
+    command.example("vosctl help send");
+    command.example("vosctl help image install");
+    command.onRun(context, [app, words](Output &out) {
+        const std::string text = helpText(named(app.parser(), *words));
         if (!out.json()) out.raw(text);
         out.document(Json{{"help", text}});
         return kDone;

@@ -3,9 +3,13 @@
 #ifndef VOSCTL_HELP_H
 #define VOSCTL_HELP_H
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 namespace vosctl {
 
@@ -26,12 +30,18 @@ struct CommandHelp {
     std::vector<std::string> examples;
 };
 
+/* Replaces the parser's own help by this tool's help. To be called before any command is added. */
+void useHelp(CLI::App &app);
+
+/* Adds a command line to the examples at the end of the help. */
+void addExample(CLI::App &command, const std::string &line);
+
 CommandHelp helpOf(const CLI::App &command);
 
 /* The whole help as it is printed, in lines of at most 80 characters. */
 std::string helpText(const CLI::App &command);
 
-/* The values that a check by CLI::IsMember allows; none without one. */
+/* The values that Argument::oneOf() allows; none without it. */
 std::vector<std::string> valuesOf(const CLI::Option &option);
 
 /* The word that the help shows for an argument or for the value of an option: "FILE". */

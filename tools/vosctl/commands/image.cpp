@@ -88,72 +88,69 @@ int make(Output &out, const Arguments &arguments) {
     return isStandardOutput(arguments.target) ? kDone : report(out, arguments.target, image);
 }
 
-void addMake(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
-    CLI::App *const command = group->add_subcommand("make", "Put an image header to a payload");
-    command->add_option("PAYLOAD", arguments->file, "File with the payload; - is standard input")
-        ->required()
-        ->check(notEmpty("PAYLOAD"));
-    command->add_option("IMAGE", arguments->target, "The file to write; - is standard output")
-        ->required()
-        ->check(notEmpty("IMAGE"));
-    command->add_option("--type", arguments->type, "boot or application")
-        ->required()
-        ->check(CLI::IsMember({"boot", "application"}));
-    command->add_option("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
-        ->expected(2)
-        ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
-    addExample(command, "vosctl image make app.bin new.img --type application");
-    onRun(command, context, [arguments](Output &out) { return make(out, *arguments); });
+void addMake(Command group, Context &context, const std::shared_ptr<Arguments> &arguments) {
+    Command command = group.command("make", "Put an image header to a payload");
+    command.argument("PAYLOAD", arguments->file, "File with the payload; - is standard input")
+        .required()
+        .notEmpty("PAYLOAD");
+    command.argument("IMAGE", arguments->target, "The file to write; - is standard output")
+        .required()
+        .notEmpty("IMAGE");
+    command.argument("--type", arguments->type, "boot or application").required().oneOf({"boot", "application"});
+    command.argument("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
+        .values(2)
+        .check(wordMistake);
+    command.example("vosctl image make app.bin new.img --type application");
+    command.onRun(context, [arguments](Output &out) { return make(out, *arguments); });
 }
 
-void addInstall(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
-    CLI::App *const install = group->add_subcommand("install", "Install an image");
-    install->add_option("FILE", arguments->installation.file, "The image; - is standard input")
-        ->required()
-        ->check(notEmpty("FILE"));
-    install->add_option("--version", arguments->installation.version, "Version text; an application needs one")
-        ->check(CLI::Validator(versionMistake, ""))
-        ->type_name("TEXT");
-    install->add_flag("--yes", arguments->installation.yes, "Do not ask");
-    install->add_flag("--outside", arguments->installation.outside, "Apply a package's paths with \"..\" too");
-    addExample(install, "vosctl image install new.img --version 2.0");
-    onRun(install, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
+void addInstall(Command group, Context &context, const std::shared_ptr<Arguments> &arguments) {
+    Command install = group.command("install", "Install an image");
+    install.argument("FILE", arguments->installation.file, "The image; - is standard input")
+        .required()
+        .notEmpty("FILE");
+    install.argument("--version", arguments->installation.version, "Version text; an application needs one")
+        .check(versionMistake)
+        .typeName("TEXT");
+    install.flag("--yes", arguments->installation.yes, "Do not ask");
+    install.flag("--outside", arguments->installation.outside, "Apply a package's paths with \"..\" too");
+    install.example("vosctl image install new.img --version 2.0");
+    install.onRun(context, [arguments](Output &out) { return installImage(out, arguments->installation); });
 
-    CLI::App *const status = group->add_subcommand("status", "Tell what is installed, and what the backup is");
-    addExample(status, "vosctl image status");
-    onRun(status, context, showInstalled);
+    Command status = group.command("status", "Tell what is installed, and what the backup is");
+    status.example("vosctl image status");
+    status.onRun(context, showInstalled);
 
-    CLI::App *const restore = group->add_subcommand("restore", "Make the backup the application again");
-    restore->add_flag("--yes", arguments->installation.yes, "Do not ask");
-    addExample(restore, "vosctl image restore");
-    onRun(restore, context, [arguments](Output &out) { return restoreBackup(out, arguments->installation.yes); });
+    Command restore = group.command("restore", "Make the backup the application again");
+    restore.flag("--yes", arguments->installation.yes, "Do not ask");
+    restore.example("vosctl image restore");
+    restore.onRun(context, [arguments](Output &out) { return restoreBackup(out, arguments->installation.yes); });
 }
 
 }  // namespace
 
-void addImageCommands(CLI::App &app, Context &context) {
+void addImageCommands(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const group = app.add_subcommand("image", "Look at, check, make and install upgrade images");
-    group->require_subcommand(1);
+    Command group = app.group("image", "Look at, check, make and install upgrade images");
 
-    CLI::App *const info = group->add_subcommand("info", "Print an image's header");
-    info->add_option("FILE", arguments->file, "The image; - is standard input")->required()->check(notEmpty("FILE"));
-    addExample(info, "vosctl image info new.img");
-    onRun(info, context, [arguments](Output &out) { return report(out, arguments->file, readImage(arguments->file)); });
+    Command info = group.command("info", "Print an image's header");
+    info.argument("FILE", arguments->file, "The image; - is standard input").required().notEmpty("FILE");
+    info.example("vosctl image info new.img");
+    info.onRun(context, [arguments](Output &out) { return report(out, arguments->file, readImage(arguments->file)); });
 
-    CLI::App *const checked = group->add_subcommand("check", "Tell whether the device accepts an image, and why not");
-    checked->add_option("FILE", arguments->file, "The image; - is standard input")->required()->check(notEmpty("FILE"));
-    checked->add_option("--type", arguments->type, "The type that it must be of; else its own")
-        ->check(CLI::IsMember({"boot", "application", "package"}));
-    addExample(checked, "vosctl image check new.img");
-    onRun(checked, context, [arguments](Output &out) { return check(out, *arguments); });
+    Command checked = group.command("check", "Tell whether the device accepts an image, and why not");
+    checked.argument("FILE", arguments->file, "The image; - is standard input").required().notEmpty("FILE");
+    checked.argument("--type", arguments->type, "The type that it must be of; else its own")
+        .oneOf({"boot", "application", "package"});
+    checked.example("vosctl image check new.img");
+    checked.onRun(context, [arguments](Output &out) { return check(out, *arguments); });
 
     addMake(group, context, arguments);
 
     addInstall(group, context, arguments);
     /* Last, because a command takes over the examples that its group has. */
-    addExample(group, "vosctl image info new.img");
-    addExample(group, "vosctl image status");
+    group.example("vosctl image info new.img");
+    group.example("vosctl image status");
 }
 
 }  // namespace vosctl

@@ -14,6 +14,8 @@ namespace vosctl {
 
 namespace {
 
+constexpr const char *kItemDescription = "Name, constant or number of the item";
+
 struct Arguments {
     std::string item;
     std::vector<std::string> several;
@@ -138,85 +140,82 @@ int dumpItems(Output &out, const Arguments &arguments) {
     return kDone;
 }
 
-CLI::Validator isItem() { return {itemMistake, ""}; }
-
 /* A wrong value is a mistake on the command line when it was given there. */
-void checkSetting(const CLI::App *set, Arguments &arguments) {
-    arguments.fromFile = set->count("--file") > 0;
-    const bool given = set->count("VALUE") > 0;
+std::string settingMistake(Arguments &arguments, bool given) {
     const Item &item = itemOf(arguments.item);
     const bool password = item.secret && item.form == Form::text;
     arguments.fromInput = arguments.fromInput || (password && !given && !arguments.fromFile);
-    if (!given && !arguments.fromFile && !arguments.fromInput) throw CLI::RequiredError("VALUE, --file or --stdin");
-    if (!given) return;
+    if (!given && !arguments.fromFile && !arguments.fromInput) return "VALUE, --file or --stdin is required";
+    if (!given) return "";
     try {
         if (!arguments.hex) parseValue(item, arguments.value);
     } catch (const Failure &failure) {
-        throw CLI::ValidationError(std::string(failure.what()) + ": " + failure.nextStep());
+        return std::string(failure.what()) + ": " + failure.nextStep();
     }
     const auto bytes = arguments.hex ? bytesOfHex(arguments.value) : std::string(item.size, '\0');
-    if (!bytes || bytes->size() != item.size)
-        throw CLI::ValidationError("the value does not fit " + std::string(item.name) + ": give exactly " +
-                                   std::to_string(item.size) + " bytes in hexadecimal");
+    if (bytes && bytes->size() == item.size) return "";
+    return "the value does not fit " + std::string(item.name) + ": give exactly " + std::to_string(item.size) +
+           " bytes in hexadecimal";
 }
 
-void addSet(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
-    CLI::App *const set = group->add_subcommand("set", "Change an item");
-    set->add_option("ITEM", arguments->item, kItemDescription)->required()->check(isItem());
-    CLI::Option *const value =
-        set->add_option("VALUE", arguments->value, "The value, in the item's form; a password is asked for without it");
-    CLI::Option *const file =
-        set->add_option("--file", arguments->file, "Take the bytes from a file; - is standard input")
-            ->excludes(value)
-            ->check(notEmpty("FILE"));
-    file->type_name("FILE");
-    CLI::Option *const input = set->add_flag("--stdin", arguments->fromInput,
-                                             "Take the value from standard input; a terminal does not show it")
-                                   ->excludes(value);
-    input->excludes(file);
-    set->add_flag("--hex", arguments->hex, "The value is the bytes in hexadecimal")->excludes(file);
-    set->parse_complete_callback([set, arguments] { checkSetting(set, *arguments); });
-    addExample(set, "vosctl item set ip-address 192.0.2.10");
-    addExample(set, "vosctl item set admin-password");
-    onRun(set, context, [arguments](Output &out) { return setItem(out, *arguments); });
+void addSet(Command group, Context &context, const std::shared_ptr<Arguments> &arguments) {
+    Command set = group.command("set", "Change an item");
+    set.argument("ITEM", arguments->item, kItemDescription).required().check(itemMistake);
+    Argument value =
+        set.argument("VALUE", arguments->value, "The value, in the item's form; a password is asked for without it");
+    Argument file = set.argument("--file", arguments->file, "Take the bytes from a file; - is standard input")
+                        .excludes(value)
+                        .notEmpty("FILE");
+    file.typeName("FILE");
+    Argument input =
+        set.flag("--stdin", arguments->fromInput, "Take the value from standard input; a terminal does not show it")
+            .excludes(value);
+    input.excludes(file);
+    set.flag("--hex", arguments->hex, "The value is the bytes in hexadecimal").excludes(file);
+    set.checkTogether([arguments, value, file] {
+        arguments->fromFile = file.given();
+        return settingMistake(*arguments, value.given());
+    });
+    set.example("vosctl item set ip-address 192.0.2.10");
+    set.example("vosctl item set admin-password");
+    set.onRun(context, [arguments](Output &out) { return setItem(out, *arguments); });
 }
 
-void addErase(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
-    CLI::App *const erase = group->add_subcommand("erase", "Erase items: all their bytes become 0xFF");
-    erase->add_option("ITEM", arguments->several, kItemDescription)->required()->check(isItem());
-    erase->add_flag("--yes", arguments->yes, "Do not ask");
-    addExample(erase, "vosctl item erase ztp softflag");
-    onRun(erase, context, [arguments](Output &out) { return eraseItems(out, *arguments); });
+void addErase(Command group, Context &context, const std::shared_ptr<Arguments> &arguments) {
+    Command erase = group.command("erase", "Erase items: all their bytes become 0xFF");
+    erase.argument("ITEM", arguments->several, kItemDescription).required().check(itemMistake);
+    erase.flag("--yes", arguments->yes, "Do not ask");
+    erase.example("vosctl item erase ztp softflag");
+    erase.onRun(context, [arguments](Output &out) { return eraseItems(out, *arguments); });
 }
 
 }  // namespace
 
-void addItemCommands(CLI::App &app, Context &context) {
+void addItemCommands(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const group = app.add_subcommand("item", "See and change the items of the data partitions");
-    group->require_subcommand(1);
-    CLI::App *const list = group->add_subcommand("list", "List all items with their values");
-    addExample(list, "vosctl item list");
-    onRun(list, context, listItems);
+    Command group = app.group("item", "See and change the items of the data partitions");
+    Command list = group.command("list", "List all items with their values");
+    list.example("vosctl item list");
+    list.onRun(context, listItems);
 
-    CLI::App *const get = group->add_subcommand("get", "Print items");
-    get->add_option("ITEM", arguments->several, kItemDescription)->required()->check(isItem());
-    addExample(get, "vosctl item get ip-address");
-    addExample(get, "vosctl item get ip-address ip-mask");
-    onRun(get, context, [arguments](Output &out) { return getItems(out, *arguments); });
+    Command get = group.command("get", "Print items");
+    get.argument("ITEM", arguments->several, kItemDescription).required().check(itemMistake);
+    get.example("vosctl item get ip-address");
+    get.example("vosctl item get ip-address ip-mask");
+    get.onRun(context, [arguments](Output &out) { return getItems(out, *arguments); });
 
     addSet(group, context, arguments);
     addErase(group, context, arguments);
 
-    CLI::App *const dump = group->add_subcommand("dump", "Print the bytes of one item or of all, passwords included");
-    dump->add_option("ITEM", arguments->item, kItemDescription)->check(isItem());
-    addExample(dump, "vosctl item dump stack");
-    onRun(dump, context, [arguments](Output &out) { return dumpItems(out, *arguments); });
+    Command dump = group.command("dump", "Print the bytes of one item or of all, passwords included");
+    dump.argument("ITEM", arguments->item, kItemDescription).check(itemMistake);
+    dump.example("vosctl item dump stack");
+    dump.onRun(context, [arguments](Output &out) { return dumpItems(out, *arguments); });
 
     addItemFileCommands(group, context);
     /* Added last: a command that is added to the group later would inherit these examples. */
-    addExample(group, "vosctl item list");
-    addExample(group, "vosctl item get ip-address");
+    group.example("vosctl item list");
+    group.example("vosctl item get ip-address");
 }
 
 }  // namespace vosctl

@@ -55,22 +55,18 @@ Json describe(const Item &item, const std::string &bytes, bool secrets) {
     return object;
 }
 
-void addItemFileCommands(CLI::App *group, Context &context) {
+void addItemFileCommands(Command group, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const exporting = group->add_subcommand("export", "Write all items to a file, passwords included");
-    exporting->add_option("FILE", arguments->file, "The file; - is standard output")
-        ->required()
-        ->check(notEmpty("FILE"));
-    addExample(exporting, "vosctl item export items.txt");
-    onRun(exporting, context, [arguments](Output &out) { return exportItems(out, *arguments); });
+    Command exporting = group.command("export", "Write all items to a file, passwords included");
+    exporting.argument("FILE", arguments->file, "The file; - is standard output").required().notEmpty("FILE");
+    exporting.example("vosctl item export items.txt");
+    exporting.onRun(context, [arguments](Output &out) { return exportItems(out, *arguments); });
 
-    CLI::App *const importing = group->add_subcommand("import", "Change all items that a file names, or none");
-    importing->add_option("FILE", arguments->file, "The file; - is standard input")
-        ->required()
-        ->check(notEmpty("FILE"));
-    importing->add_flag("--yes", arguments->yes, "Do not ask");
-    addExample(importing, "vosctl item import items.txt");
-    onRun(importing, context, [arguments](Output &out) { return importItems(out, *arguments); });
+    Command importing = group.command("import", "Change all items that a file names, or none");
+    importing.argument("FILE", arguments->file, "The file; - is standard input").required().notEmpty("FILE");
+    importing.flag("--yes", arguments->yes, "Do not ask");
+    importing.example("vosctl item import items.txt");
+    importing.onRun(context, [arguments](Output &out) { return importItems(out, *arguments); });
 }
 
 }  // namespace vosctl

@@ -14,7 +14,7 @@ namespace vosctl {
 Json describe(const Item &item, const std::string &bytes, bool secrets);
 
 /* vosctl item export and vosctl item import */
-void addItemFileCommands(CLI::App *group, Context &context);
+void addItemFileCommands(Command group, Context &context);
 
 }  // namespace vosctl
 

@@ -141,37 +141,35 @@ int listen(Output &out, const Arguments &arguments) {
 
 }  // namespace
 
-void addListenCommand(CLI::App &app, Context &context) {
+void addListenCommand(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const command =
-        app.add_subcommand("listen", "Receive under a name: show the messages that come, and answer them");
-    addName(command, arguments->name);
+    Command command = app.command("listen", "Receive under a name: show the messages that come, and answer them");
+    command.name(arguments->name);
     command
-        ->add_option_function<std::string>(
+        .argument(
             "--code", [arguments](const std::string &word) { arguments->code = signedOf(word).value_or(0); },
             "Code of the answers")
-        ->check(CLI::Validator(
-            [](const std::string &word) {
-                return signedOf(word) ? std::string() : "\"" + shortened(word) + "\" is not a signed number of 32 bits";
-            },
-            ""))
-        ->type_name("CODE")
-        ->default_str("0");
-    CLI::Option *const text = command->add_option(
-        "--answer", arguments->answer, "Text of the answers; without it messages are sent back as they came");
-    CLI::Option *const count = addNumber(command, "-c,--count", arguments->count, "End after so many messages", 1);
+        .check(signedMistake)
+        .typeName("CODE")
+        .defaultText("0");
+    Argument text = command.argument("--answer", arguments->answer,
+                                     "Text of the answers; without it messages are sent back as they came");
+    Argument count = command.number("-c,--count", arguments->count, "End after so many messages", 1);
     const auto script = std::make_shared<std::string>();
-    CLI::Option *const played =
-        command->add_option("--script", *script, "Expect and answer what this file says, and end after that")
-            ->type_name("FILE")
-            ->excludes(text)
-            ->excludes(count);
-    addExample(command, "vosctl listen box");
-    addExample(command, "vosctl listen box --code -3 --answer busy -c 1");
-    addExample(command, "vosctl listen box --script requests.txt");
-    onRun(command, context, [arguments, text, script, played](Output &out) {
-        if (played->count() > 0) return listenByScript(out, arguments->name, *script);
-        arguments->fixedAnswer = text->count() > 0;
+    Argument played =
+        command.argument("--script", *script, "Expect and answer what this script or capture says, and end")
+            .typeName("FILE")
+            .excludes(text)
+            .excludes(count);
+    const auto delays = std::make_shared<bool>(false);
+    command.flag("--delays", *delays, "Answer as late as the answers of the capture were").needs(played);
+    command.example("vosctl listen box");
+    command.example("vosctl listen box --code -3 --answer busy -c 1");
+    command.example("vosctl listen box --script requests.txt");
+    command.example("vosctl listen box --script box.pcapng --delays");
+    command.onRun(context, [arguments, text, script, played, delays](Output &out) {
+        if (played.given()) return listenByScript(out, arguments->name, *script, *delays);
+        arguments->fixedAnswer = text.given();
         return listen(out, *arguments);
     });
 }

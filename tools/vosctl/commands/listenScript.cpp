@@ -5,6 +5,7 @@
 #include <vosTest.hpp>
 
 #include "../base/interrupts.h"
+#include "../processes/captureFile.h"
 #include "../terminal/payload.h"
 #include "commands.h"
 
@@ -12,14 +13,21 @@ namespace vosctl {
 
 namespace {
 
-vos::test::Script scriptOf(const std::string &file) {
-    const std::string content = readWhole(file, 1 << 20);
-    constexpr const char *kCapture = "\x0a\x0d\x0d\x0a"; /* how a capture begins */
-    if (content.compare(0, 4, kCapture) == 0)
-        throw Failure(printable(file) + " is a capture, and no script",
-                      "write the expectations as docs/testkit.md shows");
+vos::test::Script scriptOf(const std::string &name, const std::string &file, bool delays) {
+    constexpr uint64_t kLongestScript = 1 << 20;
+    constexpr uint64_t kLongestCapture = 64 << 20;
+    const std::string content = readWhole(file, kLongestCapture);
+    const std::string path = file == "-" ? "standard input" : file;
     try {
+        if (vos::test::isCapture(content)) {
+            using vos::test::Delays;
+            return vos::test::scriptOfCapture(content, path, name, delays ? Delays::kept : Delays::leftOut);
+        }
+        if (delays) throw Misuse(path + " is no capture: a script says itself what waits", "leave --delays out");
+        if (content.size() > kLongestScript) throw Failure(path + " is too long for a script", "shorten it");
         return vos::test::Script::parse(content, file);
+    } catch (const vos::test::CaptureError &error) {
+        throw failureOf(error);
     } catch (const vos::test::ScriptError &error) {
         throw Failure(printable(error.what()), "docs/testkit.md describes the lines of a script");
     }
@@ -51,8 +59,8 @@ std::unique_ptr<vos::test::Player> playerOf(const std::string &name, vos::test::
 
 }  // namespace
 
-int listenByScript(Output &out, const std::string &name, const std::string &file) {
-    vos::test::Script script = scriptOf(file);
+int listenByScript(Output &out, const std::string &name, const std::string &file, bool delays) {
+    vos::test::Script script = scriptOf(name, file, delays);
     const Interrupts interrupts;
     const auto player = playerOf(name, std::move(script));
     out.line("Playing " + printable(name) + " as " + printable(file) + " says; Ctrl-C ends it.", Style::faint);

@@ -9,8 +9,9 @@
 
 namespace vosctl {
 
-/* Returns kDone when all that is expected came, and nothing else; else it throws a Failure that says what. */
-int listenByScript(Output &out, const std::string &name, const std::string &file);
+/* The file is a script or a capture; `delays` keeps those of a capture. Returns kDone when all that is expected came,
+ * and nothing else; else it throws a Failure that says what. */
+int listenByScript(Output &out, const std::string &name, const std::string &file, bool delays);
 
 }  // namespace vosctl
 

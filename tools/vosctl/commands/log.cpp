@@ -271,28 +271,26 @@ int showLog(Output &out, const Arguments &arguments) {
 
 }  // namespace
 
-void addLogCommand(CLI::App &app, Context &context) {
+void addLogCommand(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    const CLI::Validator isLevel{[](const std::string &text) { return levelMistake(text); }, ""};
-    CLI::App *const command = app.add_subcommand("log", "Show here what a process prints, until Ctrl-C");
-    addName(command, arguments->name);
+    Command command = app.command("log", "Show here what a process prints, until Ctrl-C");
+    command.name(arguments->name);
     command
-        ->add_option("LEVEL", arguments->levels,
-                     "Log lines that it prints meanwhile, in addition to errors: trace, event, or a word such as 0x26")
-        ->check(isLevel);
+        .argument("LEVEL", arguments->levels,
+                  "Log lines that it prints meanwhile, in addition to errors: trace, event, or a word such as 0x26")
+        .check(levelMistake);
     command
-        ->add_option(
-            "--after", arguments->levelsAfter,
-            "Log lines that it prints afterwards, if a LEVEL was given; error if not given, as after its start")
-        ->type_name("LEVEL")
-        ->check(isLevel);
-    command->add_flag("--time", arguments->time, "Put the time of arrival before each line");
-    command->footer(
+        .argument("--after", arguments->levelsAfter,
+                  "Log lines that it prints afterwards, if a LEVEL was given; error if not given, as after its start")
+        .typeName("LEVEL")
+        .check(levelMistake);
+    command.flag("--time", arguments->time, "Put the time of arrival before each line");
+    command.notes(
         "It says at once on a terminal that it listens. Ctrl-C ends it, and the output of\nthe process goes where it "
         "went before.");
-    addExample(command, "vosctl log oltd trace");
-    addExample(command, "vosctl --json log oltd --time >oltd.log");
-    onRun(command, context, [arguments](Output &out) { return showLog(out, *arguments); });
+    command.example("vosctl log oltd trace");
+    command.example("vosctl --json log oltd --time >oltd.log");
+    command.onRun(context, [arguments](Output &out) { return showLog(out, *arguments); });
 }
 
 }  // namespace vosctl

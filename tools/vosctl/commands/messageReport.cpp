@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <set>
 
 #include "../base/words.h"
 #include "../terminal/payload.h"
@@ -129,10 +130,10 @@ std::string typeOf(const Message &message) {
     return hexWord(message.head->ulType);
 }
 
-std::set<std::string> kindNames() {
+std::vector<std::string> kindNames() {
     std::set<std::string> names{"request", "answer", "one-way", "other"};
     for (const TypeName &each : kTypes) names.insert(each.name);
-    return names;
+    return {names.begin(), names.end()};
 }
 
 std::string durationText(uint64_t ns) {

@@ -4,8 +4,8 @@
 #define VOSCTL_MESSAGE_REPORT_H
 
 #include <cstdint>
-#include <set>
 #include <string>
+#include <vector>
 
 #include "../processes/messages.h"
 #include "../terminal/report.h"
@@ -17,7 +17,7 @@ std::string stageOf(const Message &message);
 /* "app", "object" and so on; a type without a name in hexadecimal. */
 std::string typeOf(const Message &message);
 /* All names that typeOf() and stageOf() can give but hexadecimal ones. */
-std::set<std::string> kindNames();
+std::vector<std::string> kindNames();
 
 /* 1234567 as "1.235 ms". */
 std::string durationText(uint64_t ns);

@@ -135,62 +135,49 @@ int readCapture(Output &out, const Arguments &arguments, const Watched &watched)
     return failedAfterResults(arguments.file + " is cut off in its last block", "capture again, if you miss the end");
 }
 
-CLI::Validator isTime() {
-    return CLI::Validator(
-        [](const std::string &text) {
-            return nanosecondsOf(text) ? std::string()
-                                       : "\"" + shortened(text) + "\" is no time such as 10ms, 200us or 1.5s";
-        },
-        "");
-}
-
-CLI::Validator isCode() {
-    return CLI::Validator(
-        [](const std::string &text) {
-            return signedOf(text) ? std::string() : "\"" + shortened(text) + "\" is not a signed number of 32 bits";
-        },
-        "");
+std::string timeMistake(const std::string &text) {
+    if (nanosecondsOf(text)) return "";
+    return "\"" + shortened(text) + "\" is no time such as 10ms, 200us or 1.5s";
 }
 
 }  // namespace
 
-void addMonitorCommand(CLI::App &app, Context &context) {
+void addMonitorCommand(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     const auto watched = std::make_shared<Watched>();
-    CLI::App *const command =
-        app.add_subcommand("monitor", "Show the messages of running processes as they pass, until Ctrl-C");
+    Command command = app.command("monitor", "Show the messages of running processes as they pass, until Ctrl-C");
     watched->payloadBytes = 1024;
     addWatched(command, watched);
-    command->add_option("--kind", arguments->kinds, "Only messages of this kind; several may be named")
-        ->check(CLI::IsMember(kindNames()))
-        ->allow_extra_args(false)
-        ->type_name("KIND");
+    command.argument("--kind", arguments->kinds, "Only messages of this kind; several may be named")
+        .oneOf(kindNames())
+        .oneValueEach()
+        .typeName("KIND");
     command
-        ->add_option_function<std::string>(
+        .argument(
             "--code", [arguments](const std::string &word) { arguments->code = signedOf(word); },
             "Only answers with this code")
-        ->check(isCode())
-        ->type_name("CODE");
+        .check(signedMistake)
+        .typeName("CODE");
     command
-        ->add_option_function<std::string>(
+        .argument(
             "--slower", [arguments](const std::string &text) { arguments->slowerNs = nanosecondsOf(text); },
             "Only answers that took longer, such as 10ms, 200us or 1.5s")
-        ->check(isTime())
-        ->type_name("TIME");
-    command->add_option("--text", arguments->text, "Only messages with this text in the part that was copied")
-        ->check(notEmpty("the text"));
-    command->add_option("-r,--read", arguments->file, "Show the messages of a file of \"vosctl capture\" instead")
-        ->type_name("FILE")
-        ->check(notEmpty("FILE"));
-    addNumber(command, "-c,--count", arguments->count, "End after so many messages", 1);
-    command->footer(
+        .check(timeMistake)
+        .typeName("TIME");
+    command.argument("--text", arguments->text, "Only messages with this text in the part that was copied")
+        .notEmpty("the text");
+    command.argument("-r,--read", arguments->file, "Show the messages of a file of \"vosctl capture\" instead")
+        .typeName("FILE")
+        .notEmpty("FILE");
+    command.number("-c,--count", arguments->count, "End after so many messages", 1);
+    command.notes(
         "An answer tells how long its request waited in the queue, how long it was served\n"
         "and how long it took in all, as far as the watched processes know. Ctrl-C leaves\n"
         "nothing switched on in them.");
-    addExample(command, "vosctl monitor --slower 10ms");
-    addExample(command, "vosctl --json monitor oltd --kind answer --code -4");
-    addExample(command, "vosctl monitor -r messages.pcapng --text serial");
-    onRun(command, context, [arguments, watched](Output &out) {
+    command.example("vosctl monitor --slower 10ms");
+    command.example("vosctl --json monitor oltd --kind answer --code -4");
+    command.example("vosctl monitor -r messages.pcapng --text serial");
+    command.onRun(context, [arguments, watched](Output &out) {
         return arguments->file.empty() ? watchRunning(out, *arguments, *watched)
                                        : readCapture(out, *arguments, *watched);
     });

@@ -142,41 +142,35 @@ int make(Output &out, const Arguments &arguments) {
 
 }  // namespace
 
-void addPackageCommands(CLI::App &app, Context &context) {
+void addPackageCommands(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const group = app.add_subcommand("package", "List, make and apply file packages");
-    group->require_subcommand(1);
+    Command group = app.group("package", "List, make and apply file packages");
 
-    CLI::App *const listing = group->add_subcommand("list", "List a package's entries");
-    listing->add_option("FILE", arguments->file, "The package; - is standard input")
-        ->required()
-        ->check(notEmpty("FILE"));
-    addExample(listing, "vosctl package list new.pkg");
-    onRun(listing, context,
-          [arguments](Output &out) { return list(out, arguments->file, readImage(arguments->file)); });
+    Command listing = group.command("list", "List a package's entries");
+    listing.argument("FILE", arguments->file, "The package; - is standard input").required().notEmpty("FILE");
+    listing.example("vosctl package list new.pkg");
+    listing.onRun(context, [arguments](Output &out) { return list(out, arguments->file, readImage(arguments->file)); });
 
-    CLI::App *const making = group->add_subcommand("make", "Make a package");
-    making->add_option("FILE", arguments->file, "The file to write; - is standard output")
-        ->required()
-        ->check(notEmpty("FILE"));
-    making->add_option("ENTRY", arguments->entries, kEntryForms)->required();
-    making->add_option("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
-        ->expected(2)
-        ->check(CLI::Validator([](const std::string &text) { return wordMistake(text); }, ""));
-    addExample(making, "vosctl package make new.pkg dir:/app/oem file:/app/oem/logo.png=logo.png oem:1=SN");
-    onRun(making, context, [arguments](Output &out) { return make(out, *arguments); });
+    Command making = group.command("make", "Make a package");
+    making.argument("FILE", arguments->file, "The file to write; - is standard output").required().notEmpty("FILE");
+    making.argument("ENTRY", arguments->entries, kEntryForms).required();
+    making.argument("--compat", arguments->compat, "Compatibility words A and B; else the installed application's")
+        .values(2)
+        .check(wordMistake);
+    making.example("vosctl package make new.pkg dir:/app/oem file:/app/oem/logo.png=logo.png oem:1=SN");
+    making.onRun(context, [arguments](Output &out) { return make(out, *arguments); });
 
     arguments->installation.packageOnly = true;
-    CLI::App *const apply = group->add_subcommand("apply", "Apply a package to the device");
-    apply->add_option("FILE", arguments->installation.file, "The package; - is standard input")
-        ->required()
-        ->check(notEmpty("FILE"));
-    apply->add_flag("--yes", arguments->installation.yes, "Do not ask");
-    apply->add_flag("--outside", arguments->installation.outside, "Apply paths with \"..\" too");
-    addExample(apply, "vosctl package apply new.pkg");
-    onRun(apply, context, [arguments](Output &out) { return installImage(out, arguments->installation); });
+    Command apply = group.command("apply", "Apply a package to the device");
+    apply.argument("FILE", arguments->installation.file, "The package; - is standard input")
+        .required()
+        .notEmpty("FILE");
+    apply.flag("--yes", arguments->installation.yes, "Do not ask");
+    apply.flag("--outside", arguments->installation.outside, "Apply paths with \"..\" too");
+    apply.example("vosctl package apply new.pkg");
+    apply.onRun(context, [arguments](Output &out) { return installImage(out, arguments->installation); });
     /* Added last: a command that is added to the group later would inherit these examples. */
-    addExample(group, "vosctl package list new.pkg");
+    group.example("vosctl package list new.pkg");
 }
 
 }  // namespace vosctl

@@ -131,57 +131,57 @@ int restore(Output &out, const Arguments &arguments) {
     return report(out, partition, arguments.file);
 }
 
-CLI::Option *addPartition(CLI::App *command, const std::shared_ptr<Arguments> &arguments) {
-    return command->add_option("PARTITION", arguments->partition, "factory, system or all")
-        ->check(CLI::IsMember({"factory", "system", "all"}));
+Argument addPartition(Command command, const std::shared_ptr<Arguments> &arguments) {
+    return command.argument("PARTITION", arguments->partition, "factory, system or all")
+        .oneOf({"factory", "system", "all"});
 }
 
-void addCopies(CLI::App *group, Context &context, const std::shared_ptr<Arguments> &arguments) {
-    CLI::App *const saving = group->add_subcommand("save", "Keep a copy of a partition, passwords included");
-    saving->add_option("FILE", arguments->file, "The file; - is standard output")->required()->check(notEmpty("FILE"));
-    saving->add_option("PARTITION", arguments->partition, "factory, if not given, or system")
-        ->check(CLI::IsMember({"factory", "system"}));
-    saving->parse_complete_callback([saving, arguments] {
-        if (saving->count("PARTITION") == 0) arguments->partition = "factory";
+void addCopies(Command group, Context &context, const std::shared_ptr<Arguments> &arguments) {
+    Command saving = group.command("save", "Keep a copy of a partition, passwords included");
+    saving.argument("FILE", arguments->file, "The file; - is standard output").required().notEmpty("FILE");
+    Argument which = saving.argument("PARTITION", arguments->partition, "factory, if not given, or system")
+                         .oneOf({"factory", "system"});
+    saving.checkTogether([arguments, which]() -> std::string {
+        if (!which.given()) arguments->partition = "factory";
+        return "";
     });
-    addExample(saving, "vosctl partition save /flash/factory.copy");
-    addExample(saving, "vosctl partition save system.copy system");
-    onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
+    saving.example("vosctl partition save /flash/factory.copy");
+    saving.example("vosctl partition save system.copy system");
+    saving.onRun(context, [arguments](Output &out) { return save(out, *arguments); });
 
-    CLI::App *const restoring = group->add_subcommand("restore", "Put a copy back");
-    restoring->add_option("FILE", arguments->file, "A copy; - is standard input")->required()->check(notEmpty("FILE"));
-    restoring->add_flag("--yes", arguments->yes, "Do not ask");
-    addExample(restoring, "vosctl partition restore /flash/factory.copy");
-    onRun(restoring, context, [arguments](Output &out) { return restore(out, *arguments); });
+    Command restoring = group.command("restore", "Put a copy back");
+    restoring.argument("FILE", arguments->file, "A copy; - is standard input").required().notEmpty("FILE");
+    restoring.flag("--yes", arguments->yes, "Do not ask");
+    restoring.example("vosctl partition restore /flash/factory.copy");
+    restoring.onRun(context, [arguments](Output &out) { return restore(out, *arguments); });
 }
 
 }  // namespace
 
-void addPartitionCommands(CLI::App &app, Context &context) {
+void addPartitionCommands(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const group = app.add_subcommand("partition", "Check, show, renew and copy the data partitions");
-    group->require_subcommand(1);
+    Command group = app.group("partition", "Check, show, renew and copy the data partitions");
 
-    CLI::App *const checked = group->add_subcommand("check", "Tell whether the partitions are valid, and why not");
+    Command checked = group.command("check", "Tell whether the partitions are valid, and why not");
     addPartition(checked, arguments);
-    addExample(checked, "vosctl partition check");
-    onRun(checked, context, [arguments](Output &out) { return check(out, *arguments, false); });
+    checked.example("vosctl partition check");
+    checked.onRun(context, [arguments](Output &out) { return check(out, *arguments, false); });
 
-    CLI::App *const show = group->add_subcommand("show", "Print the partitions' bytes");
+    Command show = group.command("show", "Print the partitions' bytes");
     addPartition(show, arguments);
-    addExample(show, "vosctl partition show system");
-    onRun(show, context, [arguments](Output &out) { return check(out, *arguments, true); });
+    show.example("vosctl partition show system");
+    show.onRun(context, [arguments](Output &out) { return check(out, *arguments, true); });
 
-    CLI::App *const fresh = group->add_subcommand("init", "Make a fresh partition: all items erased");
-    addPartition(fresh, arguments)->required();
-    fresh->add_flag("--yes", arguments->yes, "Do not ask");
-    addExample(fresh, "vosctl partition init system");
-    onRun(fresh, context, [arguments](Output &out) { return init(out, *arguments); });
+    Command fresh = group.command("init", "Make a fresh partition: all items erased");
+    addPartition(fresh, arguments).required();
+    fresh.flag("--yes", arguments->yes, "Do not ask");
+    fresh.example("vosctl partition init system");
+    fresh.onRun(context, [arguments](Output &out) { return init(out, *arguments); });
 
     addCopies(group, context, arguments);
     /* Last, because a command takes over the examples that its group has. */
-    addExample(group, "vosctl partition check");
-    addExample(group, "vosctl partition save /flash/factory.copy");
+    group.example("vosctl partition check");
+    group.example("vosctl partition save /flash/factory.copy");
 }
 
 }  // namespace vosctl

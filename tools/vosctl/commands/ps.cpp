@@ -143,21 +143,18 @@ int ps(Output &out, const Arguments &arguments) {
 
 }  // namespace
 
-void addPsCommands(CLI::App &app, Context &context) {
+void addPsCommands(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const list =
-        app.add_subcommand("ps", "List the names under which processes are reachable, or tell whether one is");
-    addName(list, arguments->name)
-        ->required(false)
-        ->description("Only this name; exit status 1 when it is not reachable");
-    list->add_flag("--all", arguments->all, "Also the sockets of requesters that wait for an answer");
-    list->footer(
+    Command list = app.command("ps", "List the names under which processes are reachable, or tell whether one is");
+    list.name(arguments->name).optional().description("Only this name; exit status 1 when it is not reachable");
+    list.flag("--all", arguments->all, "Also the sockets of requesters that wait for an answer");
+    list.notes(
         "QUEUE is the least number of datagrams that wait there. There may be more,\n"
         "because the kernel does not report the number of all. Where it reports\n"
         "nothing, QUEUE is -.");
-    addExample(list, "vosctl ps");
-    addExample(list, "vosctl ps oltd >/dev/null && echo oltd is there");
-    onRun(list, context, [arguments](Output &out) { return ps(out, *arguments); });
+    list.example("vosctl ps");
+    list.example("vosctl ps oltd >/dev/null && echo oltd is there");
+    list.onRun(context, [arguments](Output &out) { return ps(out, *arguments); });
 }
 
 }  // namespace vosctl

@@ -147,30 +147,26 @@ constexpr uint32_t kObjectTimeoutMs = 10000;
 
 }  // namespace
 
-void addQueryCommands(CLI::App &app, Context &context) {
+void addQueryCommands(Command app, Context &context) {
     const auto forConfig = std::make_shared<Arguments>();
     forConfig->timeoutMs = kConfigTimeoutMs;
-    CLI::App *const config = app.add_subcommand("config-of", "Show the running configuration of a process");
-    addName(config, forConfig->name);
-    addNumber(config, "--arg1", forConfig->value1, "First argument of its builder")
-        ->type_name("WORD")
-        ->default_str("0");
-    addNumber(config, "--arg2", forConfig->value2, "Second argument of its builder")
-        ->type_name("WORD")
-        ->default_str("0");
-    addTimeout(config, forConfig->timeoutMs);
-    addExample(config, "vosctl config-of oltd");
-    onRun(config, context, [forConfig](Output &out) { return configOf(out, *forConfig); });
+    Command config = app.command("config-of", "Show the running configuration of a process");
+    config.name(forConfig->name);
+    config.number("--arg1", forConfig->value1, "First argument of its builder").typeName("WORD").defaultText("0");
+    config.number("--arg2", forConfig->value2, "Second argument of its builder").typeName("WORD").defaultText("0");
+    config.timeout(forConfig->timeoutMs);
+    config.example("vosctl config-of oltd");
+    config.onRun(context, [forConfig](Output &out) { return configOf(out, *forConfig); });
 
     const auto forObject = std::make_shared<Arguments>();
     forObject->timeoutMs = kObjectTimeoutMs;
-    CLI::App *const info = app.add_subcommand("object", "Show how a process describes a configuration object");
-    addName(info, forObject->name);
-    info->add_option("OBJECT", forObject->object, "Name of the object")->required();
-    addNumber(info, "--arg", forObject->value1, "Argument of its describer")->type_name("WORD")->default_str("0");
-    addTimeout(info, forObject->timeoutMs);
-    addExample(info, "vosctl object oltd portLinkChanges");
-    onRun(info, context, [forObject](Output &out) { return object(out, *forObject); });
+    Command info = app.command("object", "Show how a process describes a configuration object");
+    info.name(forObject->name);
+    info.argument("OBJECT", forObject->object, "Name of the object").required();
+    info.number("--arg", forObject->value1, "Argument of its describer").typeName("WORD").defaultText("0");
+    info.timeout(forObject->timeoutMs);
+    info.example("vosctl object oltd portLinkChanges");
+    info.onRun(context, [forObject](Output &out) { return object(out, *forObject); });
 }
 
 }  // namespace vosctl

@@ -135,53 +135,51 @@ int ping(Output &out, const Arguments &arguments) {
     return failure ? failedAfterResults(failure->what(), failure->nextStep()) : kDone;
 }
 
-void addShared(CLI::App *command, const std::shared_ptr<Arguments> &arguments) {
-    addName(command, arguments->name);
-    command->add_flag("--high", arguments->high, "To the high-priority socket");
-    addTimeout(command, arguments->timeoutMs);
+void addShared(Command command, const std::shared_ptr<Arguments> &arguments) {
+    command.name(arguments->name);
+    command.flag("--high", arguments->high, "To the high-priority socket");
+    command.timeout(arguments->timeoutMs);
 }
 
-void addSend(CLI::App &app, Context &context) {
+void addSend(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const one = app.add_subcommand("send", "Send an application message and show the answer");
+    Command one = app.command("send", "Send an application message and show the answer");
     addShared(one, arguments);
-    one->add_flag("--no-wait", arguments->noWait, "Ask for no answer");
-    one->add_flag("--status", arguments->status, "Exit status 1 when the answer's code is not 0")
-        ->excludes("--no-wait");
-    CLI::Option *const text = one->add_option("TEXT", arguments->text, "The message; without one it is empty");
-    CLI::Option *const file =
-        one->add_option("--file", arguments->file, "Take the message from a file; - is standard input");
-    file->type_name("FILE")->excludes(text)->check(notEmpty("FILE"));
-    one->add_flag("--hex", arguments->hex, "TEXT is pairs of hexadecimal digits")->needs(text);
-    one->add_flag("-0,--nul", arguments->nul, "Put a NUL behind TEXT, as C programs expect it")->needs(text);
-    one->footer("A thread channel is a NAME too: oltd7 is channel 7 of oltd.");
-    addExample(one, "vosctl send oltd show --nul");
-    addExample(one, "vosctl send oltd7 --hex \"00 01 ff\" --timeout 500");
-    addExample(one, "printf hello | vosctl send oltd --file - --status");
-    onRun(one, context, [arguments, file](Output &out) {
-        arguments->fromFile = file->count() > 0;
+    Argument noWait = one.flag("--no-wait", arguments->noWait, "Ask for no answer");
+    one.flag("--status", arguments->status, "Exit status 1 when the answer's code is not 0").excludes(noWait);
+    Argument text = one.argument("TEXT", arguments->text, "The message; without one it is empty");
+    Argument file = one.argument("--file", arguments->file, "Take the message from a file; - is standard input");
+    file.typeName("FILE").excludes(text).notEmpty("FILE");
+    one.flag("--hex", arguments->hex, "TEXT is pairs of hexadecimal digits").needs(text);
+    one.flag("-0,--nul", arguments->nul, "Put a NUL behind TEXT, as C programs expect it").needs(text);
+    one.notes("A thread channel is a NAME too: oltd7 is channel 7 of oltd.");
+    one.example("vosctl send oltd show --nul");
+    one.example("vosctl send oltd7 --hex \"00 01 ff\" --timeout 500");
+    one.example("printf hello | vosctl send oltd --file - --status");
+    one.onRun(context, [arguments, file](Output &out) {
+        arguments->fromFile = file.given();
         return send(out, *arguments);
     });
-    one->parse_complete_callback([arguments] {
-        if (arguments->hex && !bytesOfHex(arguments->text))
-            throw CLI::ValidationError("TEXT", "\"" + arguments->text + "\" is not pairs of hexadecimal digits");
+    one.checkTogether([arguments]() -> std::string {
+        if (!arguments->hex || bytesOfHex(arguments->text)) return "";
+        return "TEXT: \"" + arguments->text + "\" is not pairs of hexadecimal digits";
     });
 }
 
-void addPing(CLI::App &app, Context &context) {
+void addPing(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const many = app.add_subcommand(
+    Command many = app.command(
         "ping", "Measure the time until empty application messages are answered; the application does see them");
     addShared(many, arguments);
-    addNumber(many, "-c,--count", arguments->count, "How many messages", 1, 1000000)->default_str("10");
-    addNumber(many, "--size", arguments->size, "Bytes of each message, all zero", 0, kLargestPayload)->default_str("0");
-    addExample(many, "vosctl ping oltd -c 100");
-    onRun(many, context, [arguments](Output &out) { return ping(out, *arguments); });
+    many.number("-c,--count", arguments->count, "How many messages", 1, 1000000).defaultText("10");
+    many.number("--size", arguments->size, "Bytes of each message, all zero", 0, kLargestPayload).defaultText("0");
+    many.example("vosctl ping oltd -c 100");
+    many.onRun(context, [arguments](Output &out) { return ping(out, *arguments); });
 }
 
 }  // namespace
 
-void addSendCommands(CLI::App &app, Context &context) {
+void addSendCommands(Command app, Context &context) {
     addSend(app, context);
     addPing(app, context);
 }

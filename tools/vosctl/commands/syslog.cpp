@@ -57,20 +57,19 @@ int save(Output &out, const Arguments &arguments) {
 
 }  // namespace
 
-void addSyslogCommands(CLI::App &app, Context &context) {
+void addSyslogCommands(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const group = app.add_subcommand("syslog", "Show and save the saved syslog");
-    group->require_subcommand(1);
-    CLI::App *const showing = group->add_subcommand("show", "Print the saved syslog byte for byte");
-    addExample(showing, "vosctl syslog show");
-    onRun(showing, context, show);
-    CLI::App *const saving = group->add_subcommand("save", "Make a file the saved syslog");
-    saving->add_option("FILE", arguments->file, "The file; - is standard input")->required()->check(notEmpty("FILE"));
-    saving->add_flag("--yes", arguments->yes, "Do not ask");
-    addExample(saving, "vosctl syslog save log.txt");
-    onRun(saving, context, [arguments](Output &out) { return save(out, *arguments); });
+    Command group = app.group("syslog", "Show and save the saved syslog");
+    Command showing = group.command("show", "Print the saved syslog byte for byte");
+    showing.example("vosctl syslog show");
+    showing.onRun(context, show);
+    Command saving = group.command("save", "Make a file the saved syslog");
+    saving.argument("FILE", arguments->file, "The file; - is standard input").required().notEmpty("FILE");
+    saving.flag("--yes", arguments->yes, "Do not ask");
+    saving.example("vosctl syslog save log.txt");
+    saving.onRun(context, [arguments](Output &out) { return save(out, *arguments); });
     /* Added last: a command that is added to the group later would inherit these examples. */
-    addExample(group, "vosctl syslog show");
+    group.example("vosctl syslog show");
 }
 
 }  // namespace vosctl

@@ -84,10 +84,10 @@ constexpr SortedBy kSortedBy[] = {
     {"errors", [](const Line &line) { return line.traffic.errors; }},
 };
 
-std::set<std::string> columns() {
+std::vector<std::string> columns() {
     std::set<std::string> names{"name", "asker"};
     for (const SortedBy &each : kSortedBy) names.insert(each.column);
-    return names;
+    return {names.begin(), names.end()};
 }
 
 /* The largest first; names and askers by the alphabet. Equal ones by name. */
@@ -227,28 +227,28 @@ int top(Output &out, const Arguments &arguments, const Watched &watched) {
 
 }  // namespace
 
-void addTopCommand(CLI::App &app, Context &context) {
+void addTopCommand(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
     const auto watched = std::make_shared<Watched>(); /* headers only */
-    CLI::App *const command = app.add_subcommand("top", "Show the traffic and the service times of each name");
-    command->add_option("NAME", watched->names, "Only these processes; without one all, also those that start later")
-        ->check(notEmpty("the name"));
-    command->add_option("--sort", arguments->sort, "Column by which the lines are sorted")
-        ->check(CLI::IsMember(columns()))
-        ->type_name("COLUMN")
-        ->default_str("in");
-    addNumber(command, "--interval", arguments->intervalMs, "Milliseconds that are counted together", 50, 3600000)
-        ->type_name("MS")
-        ->default_str("1000");
-    command->add_flag("--once", arguments->once, "Show one interval and end");
-    command->footer(
+    Command command = app.command("top", "Show the traffic and the service times of each name");
+    command.argument("NAME", watched->names, "Only these processes; without one all, also those that start later")
+        .notEmpty("the name");
+    command.argument("--sort", arguments->sort, "Column by which the lines are sorted")
+        .oneOf(columns())
+        .typeName("COLUMN")
+        .defaultText("in");
+    command.number("--interval", arguments->intervalMs, "Milliseconds that are counted together", 50, 3600000)
+        .typeName("MS")
+        .defaultText("1000");
+    command.flag("--once", arguments->once, "Show one interval and end");
+    command.notes(
         "IN/S, OUT/S, B IN and B OUT are messages and bytes of payload per second. QUE is\n"
         "the least number that waits. P50, P99 and MAX are times of service. ERR counts\n"
         "answers with a code other than 0, and messages that failed. ASKER has sent most\n"
         "requests.");
-    addExample(command, "vosctl top --sort p99");
-    addExample(command, "vosctl --json top --once oltd");
-    onRun(command, context, [arguments, watched](Output &out) { return top(out, *arguments, *watched); });
+    command.example("vosctl top --sort p99");
+    command.example("vosctl --json top --once oltd");
+    command.onRun(context, [arguments, watched](Output &out) { return top(out, *arguments, *watched); });
 }
 
 }  // namespace vosctl

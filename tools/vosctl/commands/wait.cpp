@@ -55,16 +55,16 @@ int wait(Output &out, const Arguments &arguments) {
 
 }  // namespace
 
-void addWaitCommand(CLI::App &app, Context &context) {
+void addWaitCommand(Command app, Context &context) {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App *const command = app.add_subcommand("wait", "Wait until a name is reachable, or gone");
-    addName(command, arguments->name);
-    command->add_flag("--gone", arguments->gone, "Until nobody receives under the name any more");
-    command->add_flag("--high", arguments->high, "Look at the high-priority socket");
-    addTimeout(command, arguments->timeoutMs);
-    addExample(command, "vosctl wait oltd && vosctl config-of oltd");
-    addExample(command, "vosctl wait oltd --gone --timeout 5000");
-    onRun(command, context, [arguments](Output &out) { return wait(out, *arguments); });
+    Command command = app.command("wait", "Wait until a name is reachable, or gone");
+    command.name(arguments->name);
+    command.flag("--gone", arguments->gone, "Until nobody receives under the name any more");
+    command.flag("--high", arguments->high, "Look at the high-priority socket");
+    command.timeout(arguments->timeoutMs);
+    command.example("vosctl wait oltd && vosctl config-of oltd");
+    command.example("vosctl wait oltd --gone --timeout 5000");
+    command.onRun(context, [arguments](Output &out) { return wait(out, *arguments); });
 }
 
 }  // namespace vosctl

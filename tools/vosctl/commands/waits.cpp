@@ -198,18 +198,18 @@ int waits(Output &out, const std::string &name) {
 
 }  // namespace
 
-void addWaitsCommand(CLI::App &app, Context &context) {
+void addWaitsCommand(Command app, Context &context) {
     const auto name = std::make_shared<std::string>();
-    CLI::App *const command = app.add_subcommand("waits", "Show who waits for whose answer now, and for how long");
-    addName(command, *name)->required(false)->description("Only this process, what it waits for and who waits for it");
-    command->footer(
+    Command command = app.command("waits", "Show who waits for whose answer now, and for how long");
+    command.name(*name).optional().description("Only this process, what it waits for and who waits for it");
+    command.notes(
         "A process is shown above those that wait for it. In a circle each one waits\n"
         "for the next. It is certain only when each of its processes has one thread,\n"
         "because another thread may still serve. The time-outs of the requests are not\n"
         "known. Only root sees processes of other users.");
-    addExample(command, "vosctl waits");
-    addExample(command, "vosctl --json waits oltd");
-    onRun(command, context, [name](Output &out) { return waits(out, *name); });
+    command.example("vosctl waits");
+    command.example("vosctl --json waits oltd");
+    command.onRun(context, [name](Output &out) { return waits(out, *name); });
 }
 
 }  // namespace vosctl

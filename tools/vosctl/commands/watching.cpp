@@ -124,13 +124,12 @@ std::optional<uint64_t> nanosecondsOf(const std::string &text) {
     return static_cast<uint64_t>(number * factor);
 }
 
-void addWatched(CLI::App *command, const std::shared_ptr<Watched> &watched) {
-    command->add_option("NAME", watched->names, "Only these processes; without one all, also those that start later")
-        ->check(notEmpty("the name"));
-    CLI::Option *const bytes =
-        addNumber(command, "--bytes", watched->payloadBytes, "Copy at most so many bytes of each message's payload");
-    command->add_flag("--no-payload", watched->noPayload, "Copy no payload: passwords pass in messages too")
-        ->excludes(bytes);
+void addWatched(Command command, const std::shared_ptr<Watched> &watched) {
+    command.argument("NAME", watched->names, "Only these processes; without one all, also those that start later")
+        .notEmpty("the name");
+    Argument bytes =
+        command.number("--bytes", watched->payloadBytes, "Copy at most so many bytes of each message's payload");
+    command.flag("--no-payload", watched->noPayload, "Copy no payload: passwords pass in messages too").excludes(bytes);
 }
 
 }  // namespace vosctl

@@ -23,7 +23,7 @@ struct Watched {
 };
 
 /* The arguments NAME... and the options --bytes and --no-payload. */
-void addWatched(CLI::App *command, const std::shared_ptr<Watched> &watched);
+void addWatched(Command command, const std::shared_ptr<Watched> &watched);
 
 /* A datagram of a tap and what it says. */
 struct Taken {
@@ -48,9 +48,9 @@ uint64_t monotonicNow();
 /* A time as "10ms", "1.5s" or "200us" in nanoseconds; nothing for another text. A bare number is milliseconds. */
 std::optional<uint64_t> nanosecondsOf(const std::string &text);
 
-void addMonitorCommand(CLI::App &app, Context &context);
-void addTopCommand(CLI::App &app, Context &context);
-void addCaptureCommand(CLI::App &app, Context &context);
+void addMonitorCommand(Command app, Context &context);
+void addTopCommand(Command app, Context &context);
+void addCaptureCommand(Command app, Context &context);
 
 }  // namespace vosctl
 

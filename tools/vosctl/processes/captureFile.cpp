@@ -10,16 +10,6 @@ namespace vosctl {
 
 namespace {
 
-enum BlockType : uint32_t {
-    kSection = 0x0A0D0D0A,
-    kInterface = 1,
-    kStatistics = 5,
-    kPacket = 6,
-};
-constexpr uint32_t kByteOrder = 0x1A2B3C4D;
-constexpr uint32_t kForeignByteOrder = 0x4D3C2B1A;
-constexpr uint32_t kLongestBlock = 1 << 20; /* a longer one is none of a capture of messages */
-
 enum Option : uint16_t {
     kEndOfOptions = 0,
     kApplication = 4,     /* of a section */
@@ -81,7 +71,7 @@ std::string blockOf(uint32_t type, const std::string &body) {
 
 std::string interfaceOf(const Copy &copy) {
     std::string body;
-    put(body, CaptureWriter::kLinkType);
+    put(body, vos::test::pcapng::kLinkType);
     put(body, uint16_t{0});
     put(body, uint32_t{0}); /* no limit of the length */
     const std::string own = copy.head.ucWhat == VOS_MSG_TAP_STARTED ? fileOf(copy.own()) : "";
@@ -93,26 +83,18 @@ std::string interfaceOf(const Copy &copy) {
     return body;
 }
 
-template <class Value>
-Value valueAt(std::string_view bytes, std::size_t offset) {
-    Value value{};
-    if (offset <= bytes.size() && bytes.size() - offset >= sizeof value)
-        memcpy(&value, bytes.data() + offset, sizeof value);
-    return value;
-}
-
 }  // namespace
 
 std::string CaptureWriter::begin() {
     interfaces_.clear();
     std::string body;
-    put(body, kByteOrder);
+    put(body, vos::test::pcapng::kByteOrder);
     put(body, uint16_t{1}); /* version 1.0 */
     put(body, uint16_t{0});
     put(body, ~uint64_t{0}); /* the section's length is not known yet */
     putOption(body, kApplication, "vosctl " VOSCTL_VERSION);
     putOption(body, kEndOfOptions, "");
-    return blockOf(kSection, body);
+    return blockOf(vos::test::pcapng::kSection, body);
 }
 
 std::string CaptureWriter::add(const Copy &copy, const std::string &datagram) {
@@ -124,20 +106,31 @@ std::string CaptureWriter::add(const Copy &copy, const std::string &datagram) {
         const auto known = started_.find(pid);
         const auto start = known == started_.end() ? std::nullopt : copyOf(known->second);
         blocks = newInterface(start ? *start : copy);
-        if (start && !starts) blocks += packet(*start, known->second);
+        if (start && !starts) blocks += packet(*start, known->second, 0); /* repeated: the file before has counted it */
     }
     ++copies_;
-    blocks += packet(copy, datagram);
+    const uint64_t lost = lostBy_[pid].more(copy.head);
+    lost_ += lost;
+    blocks += packet(copy, datagram, lost);
     return blocks;
+}
+
+std::size_t CaptureWriter::roomFor(const Copy &copy, std::string_view datagram) const {
+    constexpr std::size_t kPacket = 64;          /* around a datagram: fixed words, padding and options */
+    constexpr std::size_t kInterface = 256 + 84; /* with the longest name, and its counters */
+    const std::size_t known = datagram.size() + kPacket;
+    if (interfaces_.contains(copy.head.ulProcessId)) return known;
+    const auto start = started_.find(copy.head.ulProcessId);
+    return known + kInterface + (start == started_.end() ? 0 : start->second.size() + kPacket);
 }
 
 std::string CaptureWriter::newInterface(const Copy &copy) {
     const auto number = static_cast<uint32_t>(interfaces_.size());
-    interfaces_[copy.head.ulProcessId] = {number, 0, copy.head.ullLost, copy.head.ullWallNs, 0};
-    return blockOf(kInterface, interfaceOf(copy));
+    interfaces_[copy.head.ulProcessId] = {number, 0, 0, copy.head.ullWallNs, 0};
+    return blockOf(vos::test::pcapng::kInterface, interfaceOf(copy));
 }
 
-std::string CaptureWriter::packet(const Copy &copy, std::string_view datagram) {
+std::string CaptureWriter::packet(const Copy &copy, std::string_view datagram, uint64_t lost) {
     Interface &interface = interfaces_[copy.head.ulProcessId];
     std::string body;
     put(body, interface.number);
@@ -147,13 +140,12 @@ std::string CaptureWriter::packet(const Copy &copy, std::string_view datagram) {
     put(body, static_cast<uint32_t>(datagram.size()) + uncopied);
     putBytes(body, datagram);
     if (copy.reportsMessage()) putNumber(body, kFlags, copy.head.ucWhat == VOS_MSG_TAP_SENT ? kOutbound : kInbound);
-    if (copy.head.ullLost > interface.lost) putNumber(body, kDropCount, copy.head.ullLost - interface.lost);
+    if (lost > 0) putNumber(body, kDropCount, lost);
     putOption(body, kEndOfOptions, "");
-    interface.lost = std::max(interface.lost, copy.head.ullLost);
+    interface.lost += lost;
     interface.lastNs = copy.head.ullWallNs;
     ++interface.received;
-    lost_[copy.head.ulProcessId] = interface.lost;
-    return blockOf(kPacket, body);
+    return blockOf(vos::test::pcapng::kPacket, body);
 }
 
 std::string CaptureWriter::end() const {
@@ -167,79 +159,17 @@ std::string CaptureWriter::end() const {
         putNumber(body, kStatisticsReceived, interface.received);
         putNumber(body, kStatisticsDropped, interface.lost);
         putOption(body, kEndOfOptions, "");
-        blocks += blockOf(kStatistics, body);
+        blocks += blockOf(vos::test::pcapng::kStatistics, body);
     }
     return blocks;
 }
 
-uint64_t CaptureWriter::lost() const {
-    uint64_t sum = 0;
-    for (const auto &[pid, lost] : lost_) sum += lost;
-    return sum;
-}
-
-/* False at the end of the file, in the middle of what was asked for or before it. */
-bool CaptureReader::fill(char *bytes, std::size_t size) {
-    for (std::size_t done = 0; done < size;) {
-        const std::size_t count = read_(bytes + done, size - done);
-        if (count == 0) {
-            if (done > 0) cut_ = true;
-            return false;
-        }
-        done += count;
-    }
-    return true;
-}
-
-/* The body of the next block, without the length at its end. */
-std::optional<std::string> CaptureReader::block(uint32_t &type) {
-    uint32_t head[2]; /* type and length of the whole block */
-    if (!fill(reinterpret_cast<char *>(head), sizeof head)) return {};
-    type = head[0];
-    if (!begun_ && type != kSection)
-        throw Failure(path_ + " is no capture file", "name one that \"vosctl capture\" has written");
-    std::string body;
-    if (type == kSection) { /* only behind its begin is the byte order known */
-        body.resize(sizeof kByteOrder);
-        if (!fill(body.data(), body.size())) return {};
-        if (valueAt<uint32_t>(body, 0) == kForeignByteOrder)
-            throw Failure(path_ + " was written on a machine of the other byte order", "read it with Wireshark");
-    }
-    if (head[1] < sizeof head + sizeof(uint32_t) + body.size() || head[1] > kLongestBlock || head[1] % 4 != 0)
-        throw Failure(path_ + " is damaged: a block has a length of " + std::to_string(head[1]),
-                      "use the part before it, or capture again");
-    const std::size_t begin = body.size();
-    body.resize(head[1] - sizeof head);
-    if (!fill(body.data() + begin, body.size() - begin)) {
-        cut_ = true;
-        return {};
-    }
-    body.resize(body.size() - sizeof(uint32_t));
-    return body;
-}
-
-void CaptureReader::beginSection(std::string_view body) {
-    if (valueAt<uint32_t>(body, 0) != kByteOrder)
-        throw Failure(path_ + " is no capture file", "name one that \"vosctl capture\" has written");
-    begun_ = true;
-    readable_.clear();
-    interfaces_ = 0;
-}
-
 std::optional<std::string> CaptureReader::next() {
-    uint32_t type = 0;
-    while (const auto body = block(type)) {
-        constexpr std::size_t kPacketHead = 20;
-        if (type == kSection) beginSection(*body);
-        if (type == kInterface) readable_[interfaces_++] = valueAt<uint16_t>(*body, 0) == CaptureWriter::kLinkType;
-        if (type != kPacket || body->size() < kPacketHead) continue;
-        const auto interface = readable_.find(valueAt<uint32_t>(*body, 0));
-        if (interface == readable_.end() || !interface->second) continue;
-        const std::size_t length = valueAt<uint32_t>(*body, 12);
-        return body->substr(kPacketHead, std::min(length, body->size() - kPacketHead));
+    try {
+        return reader_.next();
+    } catch (const vos::test::CaptureError &error) {
+        throw failureOf(error);
     }
-    if (!begun_) throw Failure(path_ + " is empty", "name a file that \"vosctl capture\" has written");
-    return {};
 }
 
 }  // namespace vosctl

@@ -3,33 +3,29 @@
 #ifndef VOSCTL_COPIES_H
 #define VOSCTL_COPIES_H
 
-#include <vosMsgTap.h>
+#include <vosTestCopies.hpp>
 
-#include <optional>
 #include <string>
 #include <string_view>
 
 namespace vosctl {
 
-struct Copy {
-    VOS_MSG_TAP_HEAD head{};
-    std::string message; /* the part that was copied */
+using vos::test::Copy;
+using vos::test::copyOf;
 
-    [[nodiscard]] std::string own() const;  /* path of the process's socket, empty when not known */
-    [[nodiscard]] std::string peer() const; /* and of the other one */
-    /* Whether a message is reported, and not the state of the tap. */
-    [[nodiscard]] bool reportsMessage() const;
-    /* The message's own header, when all of it was copied. */
-    [[nodiscard]] std::optional<VOS_MSG_HEAD> messageHead() const;
-    /* What was copied behind that header. */
-    [[nodiscard]] std::string_view payload() const;
+/* Counts the copies that one process has lost. Copies of two threads may overtake each other, so a copy may tell fewer
+ * losses than one before it. */
+class LossCount {
+  public:
+    /* How many this copy tells that none before it has told. */
+    uint64_t more(const VOS_MSG_TAP_HEAD &head);
+
+  private:
+    uint64_t known_ = 0;
 };
 
-/* Nothing for a datagram that is no copy, or of another version. Lengths that do not fit are cut to what there is. */
-std::optional<Copy> copyOf(std::string_view datagram);
-
 /* The last part of a path. */
-std::string fileOf(std::string_view path);
+inline std::string fileOf(std::string_view path) { return std::string(path.substr(path.rfind('/') + 1)); }
 
 }  // namespace vosctl
 

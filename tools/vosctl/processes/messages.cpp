@@ -134,7 +134,9 @@ bool Messages::mayBeJoined(const Message &message) const {
 std::optional<Message> Messages::next(uint64_t monotonicNs) {
     if (waiting_.empty()) return {};
     const Waiting first = waiting_.front();
-    if (isRecent(first.message->first().monotonicNs, monotonicNs) && mayBeJoined(*first.message)) return {};
+    const bool atTheEnd = monotonicNs == UINT64_MAX; /* then nothing waits, whatever moment a copy tells */
+    if (!atTheEnd && isRecent(first.message->first().monotonicNs, monotonicNs) && mayBeJoined(*first.message))
+        return {};
     waiting_.pop_front();
     const auto open = open_.find(first.key);
     if (open != open_.end()) {
@@ -194,9 +196,8 @@ void Messages::learn(const Copy &copy) {
 void Messages::learn(uint32_t pid, const std::string &name) { names_.try_emplace(pid, name); }
 
 void Messages::count(const Copy &copy) {
-    uint64_t &known = lost_[copy.head.ulProcessId];
-    if (copy.head.ullLost > known) losses_[nameOf(copy.head.ulProcessId)] += copy.head.ullLost - known;
-    known = copy.head.ullLost;
+    const uint64_t more = lost_[copy.head.ulProcessId].more(copy.head);
+    if (more > 0) losses_[nameOf(copy.head.ulProcessId)] += more;
 }
 
 std::map<std::string, uint64_t> Messages::takeLosses() { return std::exchange(losses_, {}); }

@@ -92,7 +92,7 @@ class Messages {
     std::map<uint32_t, std::string> names_;
     std::set<uint32_t> watched_;
     std::map<std::string, std::string> channels_; /* names of processes by the paths at which they received */
-    std::map<uint32_t, uint64_t> lost_;
+    std::map<uint32_t, LossCount> lost_;
     std::map<std::string, uint64_t> losses_;
 };
 

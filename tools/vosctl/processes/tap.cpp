@@ -86,7 +86,7 @@ Tap::Tap(std::vector<std::string> names, uint32_t payloadBytes)
     : names_(std::move(names)), payloadBytes_(payloadBytes), buffer_(kBatch * kLargest) {
     for (std::string &name : names_) name = name.substr(name.rfind('/') + 1);
     makeDirectory();
-    path_ = std::string(kSocketDirectory) + "/" + kFileBegin + std::to_string(getpid());
+    path_.append(kSocketDirectory).append("/").append(kFileBegin).append(std::to_string(getpid()));
     bindSocket();
     try {
         guardian_.emplace([path = path_] { return switchOffEverywhere(path); });

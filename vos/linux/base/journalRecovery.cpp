@@ -12,6 +12,7 @@
 #include "file.h"
 #include "journal.h"
 #include "log.h"
+#include "text.h"
 
 namespace vos::journal {
 
@@ -230,9 +231,7 @@ Settled look(const Target &target, const Names &names) {
 bool Target::on() const {
     if (directory == nullptr || *directory == '\0' || path == nullptr) return false;
     const std::string_view text{path};
-    /* Not starts_with(), which may call substr(): its range check needs the C++ run time in a build without
-     * optimization. */
-    return text.rfind("/proc/", 0) != 0 && text.rfind("/sys/", 0) != 0;
+    return !startsWith(text, "/proc/") && !startsWith(text, "/sys/");
 }
 
 Settled settle(const Target &target, const UniqueFd &locked) {

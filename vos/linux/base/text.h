@@ -11,6 +11,10 @@
 
 namespace vos {
 
+/* In place of starts_with(), which may call substr(): its range check needs the C++ run time in a build without
+ * optimization. */
+inline bool startsWith(std::string_view text, std::string_view word) { return text.rfind(word, 0) == 0; }
+
 /* A NUL-terminated text of at most Size - 1 characters. What does not fit is cut off; fits() is then false. */
 template <std::size_t Size>
 class Text {

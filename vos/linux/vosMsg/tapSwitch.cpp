@@ -12,6 +12,7 @@
 #include "../base/file.h"
 #include "../base/log.h"
 #include "../base/processId.h"
+#include "../base/text.h"
 #include "address.h"
 #include "message.h"
 #include "tap.h"
@@ -56,7 +57,7 @@ class Switching {
 /* The tap's path; empty when it is no name directly below the directory. */
 std::string_view pathIn(const VOS_MSG_TAP_SWITCH &request) {
     const std::string_view path{request.acPath, strnlen(request.acPath, sizeof request.acPath)};
-    if (path.size() == sizeof request.acPath || !path.starts_with(kDirectory)) return {};
+    if (path.size() == sizeof request.acPath || !vos::startsWith(path, kDirectory)) return {};
     const std::string_view name{path.data() + kDirectory.size(), path.size() - kDirectory.size()};
     if (name.empty() || name == "." || name == ".." || memchr(name.data(), '/', name.size()) != nullptr) return {};
     return path;

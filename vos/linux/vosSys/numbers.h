@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "../base/text.h"
 #include "../base/uniqueFd.h"
 
 namespace vos {
@@ -40,8 +41,7 @@ class Numbers {
     explicit Numbers(std::string_view text) : left_(text) {}
 
     void word(std::string_view expected) {
-        /* Not starts_with(), which may call substr(): its range check needs the C++ run time. */
-        if (left_.rfind(expected, 0) == 0)
+        if (startsWith(left_, expected))
             left_.remove_prefix(expected.size());
         else
             left_ = {};
