@@ -24,9 +24,7 @@ constexpr bool isSlot(uint32_t type) {
 #elif defined(__riscv)
 constexpr bool isSlot(uint32_t type) { return type == R_RISCV_JUMP_SLOT || type == R_RISCV_64; }
 #elif defined(__s390x__)
-constexpr bool isSlot(uint32_t type) {
-    return type == R_390_JMP_SLOT || type == R_390_GLOB_DAT || type == R_390_64;
-}
+constexpr bool isSlot(uint32_t type) { return type == R_390_JMP_SLOT || type == R_390_GLOB_DAT || type == R_390_64; }
 #endif
 
 }  // namespace
@@ -45,7 +43,10 @@ void forEachSlot(const link_map *libvos, void (*visit)(const Slot &slot, void *c
         std::size_t size;
     } tables[2]{};
     for (const ElfW(Dyn) *entry = libvos->l_ld; entry->d_tag != DT_NULL; ++entry) {
-        const auto *const address = reinterpret_cast<const void *>(entry->d_un.d_ptr);
+        /* Only on some processors has the loader made addresses of the offsets in the file. */
+        const auto offset = entry->d_un.d_ptr;
+        const auto *const address =
+            reinterpret_cast<const void *>(offset < libvos->l_addr ? libvos->l_addr + offset : offset);
         if (entry->d_tag == DT_SYMTAB) symbols = static_cast<const ElfW(Sym) *>(address);
         if (entry->d_tag == DT_STRTAB) names = static_cast<const char *>(address);
         if (entry->d_tag == DT_JMPREL) tables[0].first = static_cast<const ElfW(Rela) *>(address);

@@ -168,7 +168,8 @@ TEST(Items, TheFlagsAreA64BitWordOfWhich32BitsAreExchanged) {
         EXPECT_EQ(value, 0x12345678u);
         EXPECT_EQ(vosSysConfigDataGet(BSP_SOFTFLAG, &value, 3), VOS_ERROR);
     });
-    EXPECT_EQ(bodyOf(kSystem), erasedBody(kSystem).replace(552, 8, nativeWord(0x12345678) + std::string(4, '\0')));
+    const uint64_t flags = 0x12345678;
+    EXPECT_EQ(bodyOf(kSystem), erasedBody(kSystem).replace(552, 8, reinterpret_cast<const char *>(&flags), 8));
 }
 
 TEST(Items, StackingOnAFreshPartitionReadsAsZerosWithoutAWrite) {
