@@ -64,6 +64,8 @@ extern const char *szBootLoaderFileName;
  *   save is refused with VOS_ERROR and one line, and the file is untouched.
  * - A save that fails after that has the result that it has without the journal. The entry stays, and the next call
  *   completes the file with the new content, also where the result was VOS_ERROR.
+ * - A removal is no save. A package removes a file before it saves it, and an installation the version of the
+ *   application. So an interruption between the two leaves no file.
  * - A file that cannot be completed is not read: VOS_ERROR and one line, and the entry stays. A process that may not
  *   search the directory gets this for every file. vosInit() does not make a partition anew that has such an entry.
  * - An entry never replaces a later save, also of a program without the journal, with two exceptions. A file that is

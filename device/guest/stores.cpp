@@ -116,7 +116,7 @@ constexpr Object kObjects[] = {
     {"application's version", "/app/hostImage.bin.ver", version, "ONEL", "ONL"},
     {"backup", kBackup, backup, "ONTEL", "ONTEL"},
     {"backup's version", "/flash/hostImage.bin.last.ver", backupVersion, "ONEL", "ONEL"},
-    {"file of a package", "/app/oem/feature", feature, "ONTEL", "ON"},
+    {"file of a package", "/app/oem/feature", feature, "ONTEL", "ONL"},
     {"boot loader", nullptr, bootLoader, "ONT", "ONT"},
 };
 
