@@ -161,16 +161,21 @@ class Recording {
     }
 
     void requireNoLoss() const {
-        std::map<uint32_t, uint64_t> lost;
-        for (const Copy &each : copies_) {
-            const uint32_t pid = each.head.ulProcessId;
-            if (!each.reportsMessage() || processes_.count(pid) == 0) continue;
-            const auto known = lost.emplace(pid, each.head.ullLost).first;
-            if (each.head.ullLost <= known->second) continue;
-            throw CaptureError(file_ + " is not complete: " + std::to_string(each.head.ullLost - known->second) +
-                                   " copies were lost when it was captured",
-                               "capture again, with fewer names");
-        }
+        uint64_t lost = 0;
+        for (const uint32_t process : processes_) lost += lostBy(process);
+        if (lost == 0) return;
+        throw CaptureError(
+            file_ + " is not complete: " + std::to_string(lost) + " copies were lost when it was captured",
+            "capture again, with fewer names");
+    }
+
+    /* A count goes on from copy to copy, those that tell of the tap included. */
+    uint64_t lostBy(uint32_t process) const {
+        LossCount count;
+        uint64_t lost = 0;
+        for (const Copy &each : copies_)
+            if (each.head.ulProcessId == process) lost += count.more(each.head);
+        return lost;
     }
 
     /* The processes that were sent requests, for the message. */

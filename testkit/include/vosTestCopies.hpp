@@ -67,6 +67,23 @@ inline std::optional<Copy> copyOf(std::string_view datagram) {
     return copy;
 }
 
+/** Counts the copies that one process has lost. Copies of two threads may overtake each other, so a copy may tell fewer
+ *  losses than one before it. */
+class LossCount {
+  public:
+    /** How many this copy tells that none before it has told. */
+    uint64_t more(const VOS_MSG_TAP_HEAD &head) {
+        /* A tap that begins, also in a program that the process has executed, counts from 0. */
+        if (head.ucWhat == VOS_MSG_TAP_STARTED && head.ullNumber == 0) known_ = 0;
+        const uint64_t more = head.ullLost - std::min(head.ullLost, known_);
+        known_ += more;
+        return more;
+    }
+
+  private:
+    uint64_t known_ = 0;
+};
+
 /** The blocks of the format pcapng, as far as captures of messages have them. */
 namespace pcapng {
 constexpr uint32_t kSection = 0x0A0D0D0A; /**< also the first bytes of a file, in either byte order */

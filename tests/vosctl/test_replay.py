@@ -6,7 +6,7 @@ import struct
 import time
 
 import pytest
-from captures import HIGH, ONE_WAY, RECEIVED, SENT, STARTED, Copy, capture, exchange, interface, message, packet, section, started
+from captures import HIGH, ONE_WAY, PLAIN, RECEIVED, SENT, STARTED, Copy, capture, exchange, interface, message, packet, section, started
 from conftest import SOCKETS, eventually
 from test_capture import FILE, copies
 from test_monitor import peer  # noqa: F401 (a fixture)
@@ -245,6 +245,9 @@ def test_a_played_process_may_itself_be_watched(background, binary, play, send):
     (capture(*with_change(1, message=b"")), "holds no request to oltd"),
     (capture(*exchange(), *[Copy(RECEIVED, pid=100, lost=3, moment=10**9, message=message(b"x"), own=b"/tmp/vos/oltd")]),
      "is not complete: 3 copies were lost"),
+    (capture(*with_change(1, lost=2)), "is not complete: 2 copies were lost"),  # before its first copy
+    (capture(*exchange(), Copy(STARTED, PLAIN, 0, pid=100, number=9, lost=4, moment=10**9, own=b"/tmp/vos/oltd")),
+     "is not complete: 4 copies were lost"),
     (capture(exchange()[1].bytes()[:200]), "holds a packet that is no whole copy of a message"),
     (capture(exchange()[1].bytes()[:320]), "holds only a part of a message"),
     (capture(b"nonsense"), "holds a packet that is no whole copy of a message"),

@@ -12,17 +12,7 @@ namespace vosctl {
 
 using vos::test::Copy;
 using vos::test::copyOf;
-
-/* Counts the copies that one process has lost. Copies of two threads may overtake each other, so a copy may tell fewer
- * losses than one before it. */
-class LossCount {
-  public:
-    /* How many this copy tells that none before it has told. */
-    uint64_t more(const VOS_MSG_TAP_HEAD &head);
-
-  private:
-    uint64_t known_ = 0;
-};
+using vos::test::LossCount;
 
 /* The last part of a path. */
 inline std::string fileOf(std::string_view path) { return std::string(path.substr(path.rfind('/') + 1)); }
